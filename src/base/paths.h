@@ -1,5 +1,5 @@
-// Every path, address and port of the system. They are constants of the unit and not configurable: tests and demos
-// change the world around the daemon, not the daemon.
+// Every path, address and port of the system. They are constants of the unit and not configurable: tests and
+// demos change the world around the daemon, not the daemon.
 #pragma once
 
 namespace paths {

@@ -1,0 +1,26 @@
+#include "base/clock.h"
+
+#include <cerrno>
+#include <ctime>
+
+namespace {
+
+constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
+
+}  // namespace
+
+int64_t monotonic_ns() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * kNanosecondsPerSecond + now.tv_nsec;
+}
+
+void sleep_until_ns(int64_t deadline_ns) {
+  const timespec deadline{deadline_ns / kNanosecondsPerSecond, deadline_ns % kNanosecondsPerSecond};
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+  }
+}
+
+void sleep_ns(int64_t nanoseconds) { sleep_until_ns(monotonic_ns() + nanoseconds); }
+
+void sleep_ms(int64_t milliseconds) { sleep_ns(milliseconds * kNanosecondsPerMillisecond); }

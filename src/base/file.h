@@ -1,0 +1,52 @@
+// Owners of descriptors and streams, and reads and writes of whole small files. Any thread.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// Closes its descriptor; -1 is none.
+class unique_fd {
+ public:
+  unique_fd() = default;
+  explicit unique_fd(int fd) : fd_(fd) {}
+  unique_fd(unique_fd&& other) noexcept : fd_(other.release()) {}
+  unique_fd& operator=(unique_fd&& other) noexcept {
+    reset(other.release());
+    return *this;
+  }
+  unique_fd(const unique_fd&) = delete;
+  unique_fd& operator=(const unique_fd&) = delete;
+  ~unique_fd() { reset(); }
+
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+  void reset(int fd = -1) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+struct file_closer {
+  void operator()(FILE* stream) const { fclose(stream); }
+};
+using unique_file = std::unique_ptr<FILE, file_closer>;
+
+// The content of a regular file of at most `limit` bytes; nothing when it cannot be read, is not a regular
+// file or is larger.
+std::optional<std::string> read_file(const char* path, size_t limit);
+
+// Writes all of `data`, over short writes and interruptions. False at the first error (errno tells).
+bool write_all(int fd, std::string_view data);

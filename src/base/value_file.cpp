@@ -1,0 +1,45 @@
+#include "base/value_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/file.h"
+
+namespace {
+
+constexpr size_t kReadCharacters = 14;
+
+}  // namespace
+
+std::optional<int> read_value_file(const char* path) {
+  const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd) return std::nullopt;
+  char text[kReadCharacters + 1] = "";
+  if (read(fd.get(), text, kReadCharacters) < 0) return std::nullopt;
+  return static_cast<int>(std::clamp(strtol(text, nullptr, 10), long{INT_MIN}, long{INT_MAX}));
+}
+
+bool write_value_file(const char* path, int value) {
+  char text[16];
+  snprintf(text, sizeof text, "%d", value);
+  return write_value_file(path, text);
+}
+
+// Written beside the file and renamed over it: truncating in place would let a reader see an empty file.
+bool write_value_file(const char* path, const char* word) {
+  char temporary[128];
+  snprintf(temporary, sizeof temporary, "%s.%d", path, gettid());
+  unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  if (!fd) return false;
+  const bool written = write_all(fd.get(), word);
+  fd.reset();
+  if (written && rename(temporary, path) == 0) return true;
+  unlink(temporary);
+  return false;
+}

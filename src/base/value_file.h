@@ -1,0 +1,15 @@
+// Small files that each hold one current value for other local programs ("/tmp/zoom_speed" and its like): a
+// decimal number or a word, without a newline. A reader in another thread or program never sees a
+// half-written value. Any thread.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+
+// The number at the start of the file's first 14 characters, 0 when there is none (as strtol reads, kept
+// inside an int); nothing when the file cannot be opened.
+std::optional<int> read_value_file(const char* path);
+
+// False when the file could not be written; it then holds what it held.
+bool write_value_file(const char* path, int value);
+bool write_value_file(const char* path, const char* word);
