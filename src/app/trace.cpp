@@ -1,0 +1,190 @@
+#include "app/trace.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "base/file.h"
+#include "base/mutex.h"
+#include "base/paths.h"
+#include "base/thread.h"
+
+namespace {
+
+constexpr std::array kTags{
+    "SUPV: ", "CPNG: ", "CPST: ", "ITLP: ", "HAPI: ", "PWRB: ", "VSIO: ", "FSLP: ", "ZMLP: ",
+    "RCDR: ", "ISTR: ", "OSDP: ", "CMRA: ", "NVPC: ", "LGGR: ", "HTMT: ", "PBRF: ", "HSRV: "};
+constexpr const char* kMonitorTag = "TMSK: ";
+constexpr const char* kNoTag = "";
+
+constexpr size_t kLineSize = 512;
+constexpr size_t kMessageSize = 494;  // tag and message, with the terminator
+constexpr size_t kSuffixSize = 32;
+constexpr size_t kMaskCharacters = 14;
+constexpr long kRowBytes = 16;
+
+mutex trace_lock;
+char line[kLineSize] GUARDED_BY(trace_lock);
+char suffix[kSuffixSize] GUARDED_BY(trace_lock);
+
+// Set once by init_trace; read without the lock by every call, so that a disabled call stays two tests.
+std::atomic<FILE*> stream = nullptr;
+std::atomic<uint32_t> mask = 0;
+
+bool is_enabled(int level) {
+  return stream.load(std::memory_order_relaxed) != nullptr &&
+         (mask.load(std::memory_order_relaxed) >> (static_cast<unsigned>(level) % 32) & 1) != 0;
+}
+
+const char* tag_of(int level) {
+  if (level == kTraceMaskMonitor) return kMonitorTag;
+  return level >= 0 && static_cast<size_t>(level) < kTags.size() ? kTags[static_cast<size_t>(level)] : kNoTag;
+}
+
+void format_suffix() REQUIRES(trace_lock) {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  snprintf(suffix, sizeof suffix, " [%02d:%02d:%02d.%03d]", local.tm_hour, local.tm_min, local.tm_sec,
+           static_cast<int>(now.tv_usec / 1000));
+}
+
+void put_line() REQUIRES(trace_lock) {
+  FILE* out = stream.load(std::memory_order_relaxed);
+  fputs(line, out);
+  fflush(out);
+}
+
+void write_line(const char* tag, const char* format, va_list arguments) {
+  const mutex_lock lock(trace_lock);
+  format_suffix();
+  size_t used = strlen(tag);
+  memcpy(line, tag, used);
+  vsnprintf(line + used, kMessageSize - used, format, arguments);
+  used = strlen(line);
+  snprintf(line + used, sizeof line - used, "%s\n", suffix);
+  put_line();
+}
+
+// The line that is written whatever the mask: at the start and at every change.
+void write_mask_line(const char* word) {
+  const mutex_lock lock(trace_lock);
+  if (stream.load(std::memory_order_relaxed) == nullptr) return;
+  format_suffix();
+  snprintf(line, sizeof line, "%s mask 0x%08X%s\n", word, mask.load(std::memory_order_relaxed), suffix);
+  put_line();
+}
+
+// Takes the mask from its file. A text that does not parse leaves the mask as it is. False when the file
+// cannot be opened.
+bool read_mask_file() {
+  const unique_file file(fopen(paths::kTraceMask, "re"));
+  if (!file) return false;
+  char text[kMaskCharacters + 1] = "";
+  unsigned value = 0;
+  // %X takes an optional 0x; an over-long number wraps, which only ever selects other levels.
+  if (fgets(text, sizeof text, file.get()) != nullptr &&
+      sscanf(text, "%X", &value) == 1) {  // NOLINT(cert-err34-c)
+    mask.store(value, std::memory_order_relaxed);
+  }
+  return true;
+}
+
+void take_mask_change() {
+  trace(kTraceMaskMonitor, "modified");
+  if (read_mask_file()) write_mask_line("modify");
+}
+
+void* monitor_mask(void*) {
+  const unique_fd monitor(inotify_init1(IN_CLOEXEC));
+  trace(kTraceMaskMonitor, "monitor fd %d", monitor.get());
+  if (!monitor) return nullptr;
+  if (inotify_add_watch(monitor.get(), paths::kTraceMask, IN_MODIFY | IN_CREATE) < 0) return nullptr;
+  trace(kTraceMaskMonitor, "monitoring trace mask");
+
+  alignas(inotify_event) char buffer[4112];
+  for (;;) {
+    const ssize_t count = read(monitor.get(), buffer, sizeof buffer);
+    trace(kTraceMaskMonitor, "notify %d", static_cast<int>(count));
+    if (count < 0 && errno != EINTR) return nullptr;
+    for (ssize_t at = 0; at < count;) {
+      inotify_event event{};
+      memcpy(&event, buffer + at, sizeof event);
+      if ((event.mask & IN_MODIFY) != 0) take_mask_change();
+      at += static_cast<ssize_t>(sizeof event + event.len);
+    }
+  }
+}
+
+}  // namespace
+
+void init_trace() {
+  mask.store(0, std::memory_order_relaxed);
+  if (access(paths::kTrace, R_OK) == 0) rename(paths::kTrace, paths::kTraceOld);
+  struct stat info {};
+  if (stat(paths::kTraceMask, &info) != 0) set_trace_mask(0);
+  read_mask_file();
+  start_detached_thread("trace-mask", monitor_mask, nullptr);
+
+  FILE* opened = fopen(paths::kTrace, "we");
+  if (opened == nullptr) return;
+  stream.store(opened, std::memory_order_relaxed);
+  write_mask_line("start");
+}
+
+void trace(int level, const char* format, ...) {
+  if (!is_enabled(level)) return;
+  va_list arguments;
+  va_start(arguments, format);
+  write_line(tag_of(level), format, arguments);
+  va_end(arguments);
+}
+
+void trace_data(int level, const char* label, const void* bytes, long length) {
+  if (!is_enabled(level)) return;
+  trace(level, "%s:", label);
+  const auto* from = static_cast<const unsigned char*>(bytes);
+  for (long row = 0; row < length; row += kRowBytes) {
+    char hex[2 * kRowBytes + 1];
+    char text[kRowBytes + 1];
+    const long count = std::min(kRowBytes, length - row);
+    for (long i = 0; i < kRowBytes; ++i) {
+      if (i < count) {
+        const unsigned char byte = from[row + i];
+        snprintf(hex + 2 * i, 3, "%02X", byte);
+        text[i] = byte >= 0x20 && byte <= 0x7E ? static_cast<char>(byte) : '.';
+      } else {
+        memcpy(hex + 2 * i, "  ", 3);
+        text[i] = ' ';
+      }
+    }
+    text[kRowBytes] = '\0';
+    trace(level, " %s %s", hex, text);
+  }
+}
+
+int set_trace_mask(uint32_t new_mask) {
+  // Overwritten, not truncated first: one event for the monitor, and never an empty file.
+  const unique_fd fd(open(paths::kTraceMask, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+  if (!fd) return -1;
+  char text[16];
+  const int length = snprintf(text, sizeof text, "0x%08X", new_mask);
+  write_all(fd.get(), {text, static_cast<size_t>(length)});
+  struct stat info {};
+  if (fstat(fd.get(), &info) == 0 && info.st_size > length && ftruncate(fd.get(), length) != 0) return 0;
+  return 0;
+}
+
+uint32_t get_trace_mask() { return mask.load(std::memory_order_relaxed); }

@@ -1,0 +1,48 @@
+// The trace log: the service log of the daemon, written to the stick at "/media/usb99" when one is mounted at
+// start. Each level has a bit in a 32-bit mask, kept in a text file on the same stick and re-read whenever
+// that file changes. Every function may be called on any thread; every failure is silent but where a result
+// is stated.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Levels, which are also the mask's bit numbers.
+enum trace_level : int {
+  kTraceSupervisor = 0,
+  kTraceCameraLink = 1,
+  kTraceCameraSend = 2,
+  kTraceIntensityLoop = 3,
+  kTraceApi = 4,
+  kTracePowerBoard = 5,
+  kTraceVisca = 6,
+  kTraceFocusLoop = 7,
+  kTraceZoomLoop = 8,
+  kTraceRecorder = 9,
+  kTraceInstaller = 10,
+  kTraceOverlay = 11,
+  kTraceCamera = 12,
+  kTraceSettings = 13,
+  kTraceLogger = 14,
+  kTraceHeightMotor = 15,
+  kTraceRefresh = 16,
+  kTraceHttpServer = 17,
+  kTraceMaskMonitor = 31,
+};
+
+// Opens the log: the last run's trace is kept as "trace_old", the mask is read (and its file made when
+// missing), the mask monitor is started. Called once, before anything else runs.
+void init_trace();
+
+// Writes one line "TAG: message [HH:MM:SS.mmm]" when the level's bit is set. A disabled level costs two
+// tests.
+void trace(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// Writes "label:" and then rows of 16 bytes, in hexadecimal and as characters.
+void trace_data(int level, const char* label, const void* bytes, long length);
+
+// Writes the mask file in place (a rename would end the monitor's watch); the monitor then takes the mask up.
+// Returns 0, or -1 when the file cannot be opened.
+int set_trace_mask(uint32_t mask);
+
+uint32_t get_trace_mask();

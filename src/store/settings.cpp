@@ -1,0 +1,208 @@
+#include "store/settings.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "app/trace.h"
+#include "base/json.h"
+#include "base/mutex.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "store/alternating_file.h"
+
+namespace {
+
+enum class setting_type { integer, text, real };
+
+struct setting {
+  const char* key;
+  setting_type type;
+  size_t size;  // bytes that read and write move
+  int32_t default_integer;
+  const char* default_text;
+};
+
+constexpr setting integer(const char* key, int32_t value) {
+  return {key, setting_type::integer, sizeof(int32_t), value, nullptr};
+}
+constexpr setting text(const char* key, size_t size, const char* value) {
+  return {key, setting_type::text, size, 0, value};
+}
+constexpr setting real(const char* key) { return {key, setting_type::real, sizeof(double), 0, nullptr}; }
+
+constexpr std::array<setting, kSettingCount> kSettings{
+    integer("date_time_osd", 1),
+    integer("operator_id_osd", 0),
+    integer("title_osd", 0),
+    integer("flow_direction_osd", 0),
+    integer("zoom_osd", 0),
+    integer("compass_direction_osd", 0),
+    integer("viewer_seats", 5),
+    text("language", 3, "ENG"),
+    integer("camera_invert_image", 0),
+    integer("camera_stabilize_image", 1),
+    integer("camera_sensitivity", 1),
+    integer("camera_ir_filter", 2),
+    integer("camera_defog", 2),
+    text("operator_id", 41, "ORB"),
+    text("title", 41, "ASSET"),
+    text("flow_direction", 19, "UPSTREAM"),
+    integer("osd_color", 0),
+    integer("osd_delay", 0),
+    integer("high_beam_time", 15),  // setting 18
+    integer("pb_suspended", 0),
+    integer("units", 1),
+    integer("magnetometer_calibrated", 0),
+    real("magnetometer_calibration_x"),
+    real("magnetometer_calibration_y"),
+    real("magnetometer_calibration_z"),
+    real("magnetometer_ellipsoid_00"),
+    real("magnetometer_ellipsoid_01"),
+    real("magnetometer_ellipsoid_02"),
+    real("magnetometer_ellipsoid_10"),
+    real("magnetometer_ellipsoid_11"),
+    real("magnetometer_ellipsoid_12"),
+    real("magnetometer_ellipsoid_20"),
+    real("magnetometer_ellipsoid_21"),
+    real("magnetometer_ellipsoid_22"),
+};
+
+// One setting's bytes in the record. The largest is a text of 41 bytes and the zero byte after it that ends a
+// text which fills its whole size.
+using setting_bytes = std::array<char, 42>;
+using nv_values = std::array<setting_bytes, kSettingCount>;
+
+mutex nv_lock;
+nv_values live GUARDED_BY(nv_lock);
+alternating_file nv_files GUARDED_BY(nv_lock) = {{paths::kSettingsFile0, paths::kSettingsFile1}};
+
+template <typename Number>
+void put_number(setting_bytes& bytes, Number value) {
+  memcpy(bytes.data(), &value, sizeof value);
+}
+
+template <typename Number>
+Number get_number(const setting_bytes& bytes) {
+  Number value;
+  memcpy(&value, bytes.data(), sizeof value);
+  return value;
+}
+
+void put_text(setting_bytes& bytes, size_t size, const char* value) {
+  bytes = {};
+  copy_text(bytes.data(), size + 1, value);
+}
+
+nv_values default_values() {
+  nv_values values{};
+  for (size_t i = 0; i < kSettings.size(); ++i) {
+    switch (kSettings[i].type) {
+      case setting_type::integer:
+        put_number(values[i], kSettings[i].default_integer);
+        break;
+      case setting_type::text:
+        put_text(values[i], kSettings[i].size, kSettings[i].default_text);
+        break;
+      case setting_type::real:
+        put_number(values[i], 0.0);
+        break;
+    }
+  }
+  return values;
+}
+
+// Keys that are absent or null keep their defaults.
+nv_values parse_values(json_object* record) {
+  nv_values values = default_values();
+  for (size_t i = 0; i < kSettings.size(); ++i) {
+    json_object* value = json_member(record, kSettings[i].key);
+    if (value == nullptr) continue;
+    switch (kSettings[i].type) {
+      case setting_type::integer:
+        put_number(values[i], json_object_get_int(value));
+        break;
+      case setting_type::text:
+        put_text(values[i], kSettings[i].size, json_object_get_string(value));
+        break;
+      case setting_type::real:
+        put_number(values[i], json_object_get_double(value));
+        break;
+    }
+  }
+  return values;
+}
+
+json_object* json_value(const setting& setting, const setting_bytes& bytes) {
+  switch (setting.type) {
+    case setting_type::integer:
+      return json_object_new_int(get_number<int32_t>(bytes));
+    case setting_type::text:
+      return json_object_new_string(bytes.data());
+    default:
+      return json_object_new_double(get_number<double>(bytes));
+  }
+}
+
+json_owner build_record() REQUIRES(nv_lock) {
+  json_owner record(json_object_new_object());
+  for (size_t i = 0; record && i < kSettings.size(); ++i) {
+    json_object* value = json_value(kSettings[i], live[i]);
+    if (value == nullptr || json_object_object_add(record.get(), kSettings[i].key, value) != 0)
+      return nullptr;
+  }
+  return record;
+}
+
+void save() REQUIRES(nv_lock) {
+  const json_owner record = build_record();
+  const int result = record ? save_alternating_file(&nv_files, record.get()) : -2;
+  if (result == -2) {
+    trace(kTraceSettings, "storage error");
+  } else if (result != 0) {
+    trace(kTraceSettings, "storage failure %d", result);
+  } else {
+    trace(kTraceSettings, "stored %d to file %d", nv_files.current_id, nv_files.live);
+  }
+}
+
+}  // namespace
+
+void orb_init_nv() {
+  const mutex_lock lock(nv_lock);
+  struct stat info {};
+  if (stat(paths::kSettingsFolder, &info) != 0) {
+    trace(kTraceSettings, "create '%s'", paths::kSettingsFolder);
+    mkdir(paths::kSettingsFolder, 0755);
+  }
+  const json_owner record = load_alternating_file(&nv_files);
+  if (record) {
+    live = parse_values(record.get());
+    trace(kTraceSettings, "start %d from file %d", nv_files.current_id, nv_files.live);
+  } else {
+    trace(kTraceSettings, "set defaults");
+    live = default_values();
+    save();
+  }
+}
+
+void orb_read_nv(uint32_t index, void* buffer, int32_t length) {
+  if (index >= kSettingCount || length < 0) return;
+  const size_t size = kSettings[index].size;
+  const size_t asked = static_cast<size_t>(length);
+  const mutex_lock lock(nv_lock);
+  if (asked > size) memset(buffer, 0, asked);
+  memcpy(buffer, live[index].data(), std::min(size, asked));
+}
+
+void orb_write_nv(uint32_t index, const void* buffer, int32_t length) {
+  if (index >= kSettingCount || length < 0) return;
+  const size_t size = kSettings[index].size;
+  const size_t given = static_cast<size_t>(length);
+  const mutex_lock lock(nv_lock);
+  if (size > given) live[index] = {};
+  memcpy(live[index].data(), buffer, std::min(size, given));
+  save();
+}

@@ -1,0 +1,45 @@
+// The settings store: the operator's persistent choices, each saved at once to one of two alternating files
+// ("/home/orb/nv/nv00.json", "nv01.json") and flushed. Any thread; a save holds the store's lock while it
+// writes.
+#pragma once
+
+#include <cstdint>
+
+enum setting_index : uint32_t {
+  kSettingDateTimeOsd = 0,
+  kSettingOperatorIdOsd = 1,
+  kSettingTitleOsd = 2,
+  kSettingFlowDirectionOsd = 3,
+  kSettingZoomOsd = 4,
+  kSettingCompassOsd = 5,
+  kSettingViewerSeats = 6,
+  kSettingLanguage = 7,  // text, 3 bytes
+  kSettingInvertImage = 8,
+  kSettingStabilizeImage = 9,
+  kSettingSensitivity = 10,
+  kSettingIrFilter = 11,
+  kSettingDefog = 12,
+  kSettingOperatorId = 13,     // text, 41 bytes
+  kSettingTitle = 14,          // text, 41 bytes
+  kSettingFlowDirection = 15,  // text, 19 bytes
+  kSettingOsdColor = 16,
+  kSettingOsdDelay = 17,
+  kSettingHighBeamTime = 18,
+  kSettingPbSuspended = 19,
+  kSettingUnits = 20,  // 1 imperial, else metric
+  kSettingMagnetometerCalibrated = 21,
+  kSettingMagnetometerX = 22,  // 22 to 33: doubles, offsets x, y, z and the 3 by 3 matrix row by row
+  kSettingCount = 34,
+};
+
+// Loads the newer valid file, or the defaults and saves them. Called once, before any other thread runs.
+void orb_init_nv();
+
+// Copies setting `index` into `buffer` of `length` bytes: shorter buffers get the first bytes, longer ones
+// the setting with zeros after it. An index above 33 does nothing.
+void orb_read_nv(uint32_t index, void* buffer, int32_t length);
+
+// Stores `length` bytes as setting `index` (fewer than its size: zeros fill the rest; more: the rest is
+// dropped) and saves the whole record before it returns. An index above 33 does nothing; failures are only
+// traced.
+void orb_write_nv(uint32_t index, const void* buffer, int32_t length);
