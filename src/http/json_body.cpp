@@ -1,0 +1,47 @@
+#include "http/json_body.h"
+
+#include <cmath>
+
+#include "base/text.h"
+#include "http/server.h"
+
+json_owner read_json_body(http_connection* connection, const char* body, unsigned long length) {
+  http_request& request = connection->request;
+  if (request.tokener == nullptr) {
+    request.tokener = json_tokener_new();
+    if (request.tokener == nullptr) return nullptr;
+    json_tokener_set_flags(request.tokener, JSON_TOKENER_VALIDATE_UTF8);
+  }
+  json_owner object(
+      json_tokener_parse_ex(request.tokener, body == nullptr ? "" : body, static_cast<int>(length)));
+  if (object) return object;
+  if (json_tokener_get_error(request.tokener) == json_tokener_continue) {
+    request.tokener_fed += static_cast<long>(length);
+    if (request.tokener_fed < request.content_length) return nullptr;
+  }
+  json_tokener_free(request.tokener);
+  request.tokener = nullptr;
+  return nullptr;
+}
+
+std::optional<body_word> body_text(json_object* object, const char* key) {
+  json_object* value = json_member(object, key);
+  if (!json_object_is_type(value, json_type_string)) return std::nullopt;
+  body_word word;
+  copy_text(word.text, sizeof word.text, json_object_get_string(value));
+  return word;
+}
+
+std::optional<int> body_integer(json_object* object, const char* key) {
+  json_object* value = json_member(object, key);
+  switch (json_object_get_type(value)) {
+    case json_type_boolean:
+    case json_type_int:
+      return json_object_get_int(value);
+    case json_type_double:
+      if (std::isnan(json_object_get_double(value))) return std::nullopt;
+      return json_object_get_int(value);
+    default:
+      return std::nullopt;
+  }
+}

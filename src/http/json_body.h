@@ -1,0 +1,23 @@
+// Reading the JSON body of a request. HTTP server thread.
+#pragma once
+
+#include <optional>
+
+#include "base/json.h"
+
+struct http_connection;
+
+// The object in the body; null when the body is not JSON or not valid UTF-8.
+json_owner read_json_body(http_connection* connection, const char* body, unsigned long length);
+
+// A text of at most 15 characters, the longest word that a route takes; longer ones are cut.
+struct body_word {
+  char text[16] = "";
+};
+
+// The member as a text; nothing when it is missing, null or not a JSON string.
+std::optional<body_word> body_text(json_object* object, const char* key);
+
+// The member as an integer (json-c's reading of numbers and booleans, kept inside an int); nothing when it is
+// missing, null or of another type.
+std::optional<int> body_integer(json_object* object, const char* key);

@@ -1,0 +1,258 @@
+#include "http/request.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "app/trace.h"
+
+namespace {
+
+constexpr int kVersionLimit = 9999;
+
+struct known_header {
+  const char* name;
+  const char* http_request::*value;
+};
+
+constexpr known_header kKnownHeaders[] = {
+    {"Host", &http_request::host},
+    {"Connection", &http_request::connection},
+    {"User-Agent", &http_request::user_agent},
+    {"Accept", &http_request::accept},
+    {"Accept-Language", &http_request::accept_language},
+    {"Accept-Encoding", &http_request::accept_encoding},
+    {"Referer", &http_request::referer},
+    {"Content-Type", &http_request::content_type},
+    {"X-Requested-With", &http_request::x_requested_with},
+};
+
+// Methods and header names: visible characters but the separators of RFC 2616, 2.2.
+bool is_token(char byte) {
+  return byte > 0x20 && byte < 0x7F && strchr("\"(),/:;<=>?@[\\]{}", byte) == nullptr;
+}
+
+bool is_path(char byte) { return byte > 0x20 && byte < 0x7F; }
+
+bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
+
+// Any text; control characters but the tab are refused, so that a bare line feed cannot hide a second header
+// line.
+bool is_value(char byte) { return static_cast<unsigned char>(byte) >= 0x20 ? byte != 0x7F : byte == '\t'; }
+
+int malformed(http_request* request) {
+  request->state = kHttpMalformed;
+  return -1;
+}
+
+// Appends one byte to the text being stored.
+bool store(http_request* request, char byte) {
+  if (request->write_position >= kHttpStorageSize) return false;
+  request->storage[request->write_position++] = byte;
+  return true;
+}
+
+// Starts a text with its first byte.
+bool start_text(http_request* request, char** text, char byte) {
+  *text = request->storage.data() + request->write_position;
+  return store(request, byte);
+}
+
+bool add_digit(int* number, char byte) {
+  *number = *number * 10 + (byte - '0');
+  return *number <= kVersionLimit;
+}
+
+bool record_header(http_request* request) {
+  if (!store(request, '\0')) return false;
+  if (strcmp(request->header_name, "Content-Length") == 0) {
+    request->content_length = strtol(request->header_value, nullptr, 10);
+    return request->content_length >= 0 && request->content_length <= kHttpContentLimit;
+  }
+  for (const known_header& known : kKnownHeaders) {
+    if (strcmp(request->header_name, known.name) == 0) request->*known.value = request->header_value;
+  }
+  return true;
+}
+
+// At the empty line's line feed, byte `position` of this chunk. A body that fits stays in the request's own
+// storage, behind the header bytes; the offset saves an allocation for the common small body.
+bool set_up_content(http_request* request, size_t position) {
+  if (request->content_length == 0) {
+    request->state = kHttpComplete;
+    return true;
+  }
+  // The header may have come in several chunks: the body must not run over what is stored of it.
+  const size_t offset = std::max(position, request->write_position);
+  const auto length = static_cast<size_t>(request->content_length);
+  if (offset >= kHttpStorageSize || length >= kHttpStorageSize - offset) {
+    request->content = static_cast<char*>(calloc(1, length));
+    if (request->content == nullptr) return false;
+    request->content_allocated = true;
+    trace(kTraceHttpServer, "content allocated %ld", request->content_length);
+  } else {
+    request->content = request->storage.data() + offset;
+  }
+  request->state = kHttpContent;
+  return true;
+}
+
+bool parse_method(http_request* request, char byte) {
+  if (request->state == kHttpMethodStart) {
+    char* start = nullptr;
+    request->state = kHttpMethod;
+    const bool stored = is_token(byte) && start_text(request, &start, byte);
+    request->method = start;
+    return stored;
+  }
+  if (byte == ' ') {
+    request->state = kHttpPathStart;
+    return store(request, '\0');
+  }
+  return is_token(byte) && store(request, byte);
+}
+
+bool parse_path(http_request* request, char byte) {
+  if (request->state == kHttpPathStart) {
+    char* start = nullptr;
+    request->state = kHttpPath;
+    const bool stored = is_path(byte) && start_text(request, &start, byte);
+    request->path = start;
+    return stored;
+  }
+  if (byte == ' ') {
+    request->state = kHttpProtocolH;
+    return store(request, '\0');
+  }
+  return is_path(byte) && store(request, byte);
+}
+
+bool parse_version(http_request* request, char byte) {
+  switch (request->state) {
+    case kHttpMajorStart:
+      request->state = kHttpMajor;
+      return is_digit(byte) && add_digit(&request->major_version, byte);
+    case kHttpMajor:
+      if (byte == '.') {
+        request->state = kHttpMinorStart;
+        return true;
+      }
+      return is_digit(byte) && add_digit(&request->major_version, byte);
+    case kHttpMinorStart:
+      request->state = kHttpMinor;
+      return is_digit(byte) && add_digit(&request->minor_version, byte);
+    default:  // kHttpMinor
+      if (byte == '\r') {
+        request->state = kHttpLineFeed;
+        return true;
+      }
+      return is_digit(byte) && add_digit(&request->minor_version, byte);
+  }
+}
+
+bool parse_header(http_request* request, char byte) {
+  switch (request->state) {
+    case kHttpHeaderStart:
+      if (byte == '\r') {
+        request->state = kHttpLastLineFeed;
+        return true;
+      }
+      request->state = kHttpHeaderName;
+      return is_token(byte) && start_text(request, &request->header_name, byte);
+    case kHttpHeaderName:
+      if (byte == ':') {
+        request->state = kHttpHeaderColon;
+        return store(request, '\0');
+      }
+      return is_token(byte) && store(request, byte);
+    case kHttpHeaderColon:
+    case kHttpHeaderBlank:
+      if (byte == ' ' || byte == '\t') {
+        request->state = kHttpHeaderBlank;
+        return true;
+      }
+      request->header_value = request->storage.data() + request->write_position;
+      request->state = kHttpHeaderValue;
+      [[fallthrough]];
+    default:  // kHttpHeaderValue
+      if (byte == '\r') {
+        request->state = kHttpLineFeed;
+        return record_header(request);
+      }
+      return is_value(byte) && store(request, byte);
+  }
+}
+
+bool parse_byte(http_request* request, char byte, size_t position) {
+  switch (request->state) {
+    case kHttpMethodStart:
+    case kHttpMethod:
+      return parse_method(request, byte);
+    case kHttpPathStart:
+    case kHttpPath:
+      return parse_path(request, byte);
+    case kHttpMajorStart:
+    case kHttpMajor:
+    case kHttpMinorStart:
+    case kHttpMinor:
+      return parse_version(request, byte);
+    case kHttpLineFeed:
+      request->state = kHttpHeaderStart;
+      return byte == '\n';
+    case kHttpLastLineFeed:
+      return byte == '\n' && set_up_content(request, position);
+    default:
+      if (request->state >= kHttpHeaderStart) return parse_header(request, byte);
+      // kHttpProtocolH to kHttpProtocolSlash
+      return byte == "HTTP/"[request->state++ - kHttpProtocolH];
+  }
+}
+
+// Takes body bytes in one copy; returns how many.
+size_t take_content(http_request* request, const char* bytes, size_t count) {
+  const auto missing = static_cast<size_t>(request->content_length - request->content_received);
+  const size_t taken = std::min(missing, count);
+  memcpy(request->content + request->content_received, bytes, taken);
+  request->content_received += static_cast<long>(taken);
+  if (taken == missing) request->state = kHttpComplete;
+  return taken;
+}
+
+}  // namespace
+
+void http_request_reset(http_request* request) {
+  // The storage is left as it is: only what has been written to it is ever read.
+  std::destroy_at(request);
+  new (request) http_request;
+}
+
+void http_request_context_free(http_request* request) {
+  if (request->content_allocated) {
+    trace(kTraceHttpServer, "content free");
+    free(request->content);
+    request->content = nullptr;
+    request->content_allocated = false;
+  }
+  if (request->tokener != nullptr) {
+    json_tokener_free(request->tokener);
+    request->tokener = nullptr;
+  }
+}
+
+int http_request_parse_http_header(http_request* request, const char* bytes, size_t count, size_t* consumed) {
+  size_t at = 0;
+  int result = request->state == kHttpMalformed ? -1 : 1;
+  while (at < count && result == 1 && request->state != kHttpComplete) {
+    if (request->state == kHttpContent) {
+      at += take_content(request, bytes + at, count - at);
+    } else if (parse_byte(request, bytes[at], at)) {
+      ++at;
+    } else {
+      result = malformed(request);
+    }
+  }
+  if (consumed != nullptr) *consumed = at;
+  return request->state == kHttpComplete ? 0 : result;
+}

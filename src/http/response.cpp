@@ -1,0 +1,59 @@
+#include "http/response.h"
+
+#include <cstdio>
+
+#include "base/json.h"
+#include "http/server.h"
+
+namespace {
+
+constexpr size_t kHeaderSize = 8192;
+
+// `format` takes the two version numbers and the body's length.
+void send_body(http_connection* connection, const char* format, const char* body, size_t length) {
+  char header[kHeaderSize];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  const int header_length = snprintf(header, sizeof header, format, connection->request.major_version,
+                                     connection->request.minor_version, static_cast<long>(length));
+#pragma GCC diagnostic pop
+  http_connection_send(connection, header, static_cast<size_t>(header_length), body, length);
+}
+
+void send_object(http_connection* connection, const char* format, json_object* object) {
+  const json_owner owner(object);
+  if (!owner) return;
+  size_t length = 0;
+  const char* body = json_object_to_json_string_length(object, JSON_C_TO_STRING_NOSLASHESCAPE, &length);
+  if (body != nullptr) send_body(connection, format, body, length);
+}
+
+constexpr char kJsonForm[] =
+    "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\n\r\n";
+constexpr char kCloseForm[] =
+    "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n";
+
+}  // namespace
+
+void json_response_handler(http_connection* connection, json_object* object) {
+  send_object(connection, kJsonForm, object);
+}
+
+void response_handler(http_connection* connection) { send_body(connection, kCloseForm, nullptr, 0); }
+
+void json_v1_response_handler(http_connection* connection, json_object* object) {
+  send_object(connection, kCloseForm, object);
+}
+
+void empty_v1_response_handler(http_connection* connection) { send_body(connection, kCloseForm, "{}", 2); }
+
+int send_status(http_connection* connection, bool good) {
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) add_status(answer, good);
+  json_response_handler(connection, answer);
+  return 0;
+}
+
+void add_status(json_object* answer, bool good) {
+  json_object_object_add(answer, "status", json_object_new_string(good ? "OK" : "BAD_REQUEST"));
+}

@@ -1,0 +1,23 @@
+// The reply forms of the API. Each echoes the request's HTTP version into its status line. HTTP server
+// thread.
+#pragma once
+
+#include <json-c/json.h>
+
+struct http_connection;
+
+// 200 with the object as its body; takes ownership of the object. Null (it could not be made) sends nothing.
+void json_response_handler(http_connection* connection, json_object* object);
+
+// 200 with an empty body.
+void response_handler(http_connection* connection);
+
+// The version-1.0 routes: 200 with "Connection: close" and the object (taken over) or "{}" as its body.
+void json_v1_response_handler(http_connection* connection, json_object* object);
+void empty_v1_response_handler(http_connection* connection);
+
+// {"status": "OK"} when `good`, else {"status": "BAD_REQUEST"}. Returns 0, the result of a handler.
+int send_status(http_connection* connection, bool good);
+
+// Adds {"status": "OK"} or {"status": "BAD_REQUEST"} to an answer that has other members too.
+void add_status(json_object* answer, bool good);

@@ -1,0 +1,367 @@
+#include "http/server.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/tcp.h"
+
+namespace {
+
+constexpr size_t kReadSize = 8192;
+constexpr int kDrainReads = 32;  // of kReadSize each, before a close
+constexpr int64_t kStallLimit_ns = 5'000 * kNanosecondsPerMillisecond;
+
+constexpr std::string_view kNotFound =
+    "HTTP/1.1 404 Not Found\r\nConnection: close\r\nContent-Length: 106\r\n\r\n"
+    "<!DOCTYPE html>\r\n<html><head><title>404 Not Found</title></head>"
+    "<body><h2>404 Not Found</h2></body></html>";
+static_assert(kNotFound.size() == 172);
+
+void trace_failure(const char* what) { trace(kTraceHttpServer, "%s %s", what, strerror(errno)); }
+
+void push(http_connection** list, http_connection* connection) {
+  connection->next = *list;
+  connection->link = list;
+  if (*list != nullptr) (*list)->link = &connection->next;
+  *list = connection;
+}
+
+void unlink_record(http_connection* connection) {
+  *connection->link = connection->next;
+  if (connection->next != nullptr) connection->next->link = connection->link;
+}
+
+void set_accepting(http_server* server, bool accepting) {
+  if (server->accepting == accepting) return;
+  epoll_event event{};
+  event.events = accepting ? uint32_t{EPOLLIN} : 0;
+  event.data.ptr = server;
+  if (epoll_ctl(server->epoll_fd, EPOLL_CTL_MOD, server->fd, &event) == 0) server->accepting = accepting;
+}
+
+// Reads away what the peer has sent beyond its request: closing over unread bytes would reset the connection
+// and could take the reply with it.
+void drain(int fd) {
+  char buffer[kReadSize];
+  for (int i = 0; i < kDrainReads && recv(fd, buffer, sizeof buffer, MSG_DONTWAIT) > 0; ++i) {
+  }
+}
+
+void close_connection(http_connection* connection) {
+  http_server* server = connection->server;
+  --server->active_count;
+  epoll_ctl(server->epoll_fd, EPOLL_CTL_DEL, connection->fd, nullptr);
+  http_request_context_free(&connection->request);
+  free(connection->unsent);
+  connection->unsent = nullptr;
+  shutdown(connection->fd, SHUT_WR);
+  drain(connection->fd);
+  close(connection->fd);
+  connection->fd = -1;
+  unlink_record(connection);
+  push(&server->free, connection);
+  set_accepting(server, true);
+}
+
+// Closes now, or when the rest of the reply is gone.
+void finish_connection(http_connection* connection) {
+  if (connection->unsent == nullptr) {
+    close_connection(connection);
+    return;
+  }
+  // A client that has closed its sending side still reads, so only a writable or broken socket is of
+  // interest.
+  epoll_event event{};
+  event.events = EPOLLOUT;
+  event.data.ptr = connection;
+  if (epoll_ctl(connection->server->epoll_fd, EPOLL_CTL_MOD, connection->fd, &event) != 0) {
+    close_connection(connection);
+  }
+}
+
+void send_unsent(http_connection* connection) {
+  const ssize_t count =
+      send(connection->fd, connection->unsent + connection->unsent_sent,
+           connection->unsent_length - connection->unsent_sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (count < 0) {
+    close_connection(connection);
+    return;
+  }
+  connection->progress_ns = monotonic_ns();
+  connection->unsent_sent += static_cast<size_t>(count);
+  if (connection->unsent_sent == connection->unsent_length) close_connection(connection);
+}
+
+void close_stalled(http_server* server) {
+  const int64_t now = monotonic_ns();
+  for (http_connection* connection = server->active; connection != nullptr;) {
+    http_connection* next = connection->next;
+    if (connection->unsent != nullptr && now - connection->progress_ns > kStallLimit_ns) {
+      close_connection(connection);
+    }
+    connection = next;
+  }
+}
+
+http_route* find_route(const http_server* server, const http_request* request) {
+  for (http_route* route = server->routes; route != nullptr; route = route->next) {
+    const bool method_fits = route->method[0] == '*' || strcmp(route->method, request->method) == 0;
+    if (method_fits && strncmp(route->path, request->path, strlen(route->path)) == 0) return route;
+  }
+  return nullptr;
+}
+
+// Returns true when the connection has been closed or waits only for its reply to go out.
+bool answer_request(http_connection* connection) {
+  http_request& request = connection->request;
+  http_route* route = find_route(connection->server, &request);
+  if (route == nullptr) {
+    shutdown(connection->fd, SHUT_RD);
+    http_connection_send(connection, kNotFound.data(), kNotFound.size(), nullptr, 0);
+    finish_connection(connection);
+    return true;
+  }
+  connection->route = route;
+  const int result = route->handler(connection, request.content,
+                                    static_cast<unsigned long>(request.content_length), route->user_data);
+  if (result <= 0) {
+    finish_connection(connection);
+    return true;
+  }
+  http_request_context_free(&request);
+  return false;
+}
+
+// Reads once, or to the end when the peer has hung up. Returns true when the connection is done with.
+bool read_connection(http_connection* connection, bool hung_up) {
+  char buffer[kReadSize];
+  ssize_t count = 0;
+  do {
+    count = recv(connection->fd, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return false;
+    if (count < 0) {
+      http_request_context_free(&connection->request);
+      connection->request.state = kHttpMalformed;  // its body is gone
+      shutdown(connection->fd, SHUT_RD);
+      return false;
+    }
+    if (connection->route != nullptr) {
+      connection->route->handler(connection, buffer, static_cast<unsigned long>(count),
+                                 connection->route->user_data);
+    } else if (http_request_parse_http_header(&connection->request, buffer, static_cast<size_t>(count),
+                                              nullptr) == 0) {
+      if (answer_request(connection)) return true;
+    }
+  } while (hung_up && count > 0);
+  return false;
+}
+
+void serve_connection(http_connection* connection, uint32_t events) {
+  if (connection->unsent != nullptr) {
+    if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
+      close_connection(connection);
+    } else {
+      send_unsent(connection);
+    }
+    return;
+  }
+  const bool hung_up = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
+  if ((events & EPOLLIN) != 0 && read_connection(connection, hung_up)) return;
+  if (!hung_up) return;
+  http_route* route = connection->route;
+  if (route != nullptr && route->close_handler != nullptr) {
+    route->close_handler(connection, route->user_data, route);
+  }
+  close_connection(connection);
+}
+
+void accept_waiting(http_server* server) {
+  while (server->free != nullptr) {
+    if (http_server_accept_connection(server) != nullptr) continue;
+    if (errno != EAGAIN) trace_failure("accept error");
+    return;
+  }
+}
+
+// Each step of http_server_init; false after tracing why.
+bool open_listener(http_server* server) {
+  server->fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (server->fd < 0) return trace_failure("socket alloc fail"), false;
+  const int flags = fcntl(server->fd, F_GETFL);
+  if (flags < 0) return trace_failure("flags fail"), false;
+  if (fcntl(server->fd, F_SETFL, flags | O_NONBLOCK) < 0) return trace_failure("control fail"), false;
+  const int on = 1;
+  if (setsockopt(server->fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) trace_failure("option fail");
+  if (bind(server->fd, reinterpret_cast<const sockaddr*>(&server->address), sizeof server->address) < 0) {
+    return trace_failure("bind fail"), false;
+  }
+  if (listen(server->fd, server->maximum_connections) < 0) return trace_failure("listen fail"), false;
+  return true;
+}
+
+bool open_poll(http_server* server) {
+  const int slots = server->maximum_connections + 1;
+  server->epoll_fd = epoll_create1(EPOLL_CLOEXEC);
+  if (server->epoll_fd < 0) return trace_failure("poll fail"), false;
+  server->events = static_cast<epoll_event*>(calloc(static_cast<size_t>(slots), sizeof(epoll_event)));
+  if (server->events == nullptr) return trace_failure("events fail"), false;
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.ptr = server;
+  if (epoll_ctl(server->epoll_fd, EPOLL_CTL_ADD, server->fd, &event) < 0) {
+    return trace_failure("poll control fail"), false;
+  }
+  server->accepting = true;
+  return true;
+}
+
+bool allocate_connections(http_server* server) {
+  for (int i = 0; i < server->maximum_connections; ++i) {
+    auto* connection = new (std::nothrow) http_connection;
+    if (connection == nullptr) return trace_failure("null connection"), false;
+    connection->server = server;
+    push(&server->free, connection);
+  }
+  return true;
+}
+
+void free_route(http_route* route) {
+  free(route->method);
+  free(route->path);
+  free(route);
+}
+
+}  // namespace
+
+http_server* http_server_init(unsigned short port, int maximum_connections) {
+  trace(kTraceHttpServer, "starting http server on port %d\n", port);
+  auto* server = new (std::nothrow) http_server;
+  if (server == nullptr) return trace_failure("server alloc fail"), nullptr;
+  server->maximum_connections = maximum_connections;
+  server->last_route = &server->routes;
+  server->address.sin_family = AF_INET;
+  server->address.sin_addr.s_addr = htonl(INADDR_ANY);
+  server->address.sin_port = htons(port);
+  if (!open_listener(server) || !open_poll(server) || !allocate_connections(server)) {
+    http_server_destroy(server);
+    return nullptr;
+  }
+  trace(kTraceHttpServer, "listening on port %d", port);
+  return server;
+}
+
+void http_server_destroy(http_server* server) {
+  while (server->active != nullptr) close_connection(server->active);
+  while (server->free != nullptr) {
+    http_connection* connection = server->free;
+    unlink_record(connection);
+    delete connection;
+  }
+  while (server->routes != nullptr) {
+    http_route* route = server->routes;
+    server->routes = route->next;
+    free_route(route);
+  }
+  free(server->events);
+  if (server->epoll_fd >= 0) close(server->epoll_fd);
+  if (server->fd >= 0) close(server->fd);
+  delete server;
+}
+
+int http_server_register_handler(http_server* server, const char* method, const char* path,
+                                 http_handler handler, http_close_handler close_handler, void* user_data) {
+  auto* route = static_cast<http_route*>(calloc(1, sizeof(http_route)));
+  if (route == nullptr) return trace_failure("null handler"), -1;
+  route->method = strdup(method);
+  if (route->method == nullptr) return trace_failure("null method"), free_route(route), -1;
+  route->path = strdup(path);
+  if (route->path == nullptr) return trace_failure("null path"), free_route(route), -1;
+  route->handler = handler;
+  route->close_handler = close_handler;
+  route->user_data = user_data;
+  *server->last_route = route;
+  server->last_route = &route->next;
+  return 0;
+}
+
+http_connection* http_server_accept_connection(http_server* server) {
+  http_connection* connection = server->free;
+  if (connection == nullptr) return nullptr;
+  connection->peer = {};
+  connection->peer_length = sizeof connection->peer;
+  const int fd = accept4(server->fd, reinterpret_cast<sockaddr*>(&connection->peer), &connection->peer_length,
+                         SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (fd < 0) return nullptr;
+  set_tcp_options(fd);
+  epoll_event event{};
+  event.events = EPOLLIN | EPOLLRDHUP;
+  event.data.ptr = connection;
+  if (epoll_ctl(server->epoll_fd, EPOLL_CTL_ADD, fd, &event) < 0) {
+    trace_failure("bad poll");
+    close(fd);
+    errno = EAGAIN;
+    return nullptr;
+  }
+  ++server->active_count;
+  ++server->accepted_count;
+  unlink_record(connection);
+  push(&server->active, connection);
+  http_request_reset(&connection->request);
+  connection->fd = fd;
+  connection->route = nullptr;
+  if (server->free == nullptr) set_accepting(server, false);
+  return connection;
+}
+
+int http_server_process_events(http_server* server, int timeout_ms) {
+  const int count = epoll_wait(server->epoll_fd, server->events, server->maximum_connections + 1, timeout_ms);
+  if (count < 0 && errno != EINTR) {
+    trace_failure("bad wait");
+    return -1;
+  }
+  for (int i = 0; i < count; ++i) {
+    const epoll_event& event = server->events[i];
+    if (event.data.ptr == server) {
+      accept_waiting(server);
+    } else {
+      serve_connection(static_cast<http_connection*>(event.data.ptr), event.events);
+    }
+  }
+  close_stalled(server);
+  return 0;
+}
+
+void http_connection_send(http_connection* connection, const char* header, size_t header_length,
+                          const char* body, size_t body_length) {
+  if (connection->unsent != nullptr) return;  // one reply a connection
+  iovec parts[2] = {{const_cast<char*>(header), header_length}, {const_cast<char*>(body), body_length}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = body_length == 0 ? 1 : 2;
+  ssize_t count = sendmsg(connection->fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (count < 0 && errno != EAGAIN && errno != EINTR) return;  // the peer is gone
+  if (count < 0) count = 0;
+  const auto sent = static_cast<size_t>(count);
+  const size_t total = header_length + body_length;
+  if (sent == total) return;
+
+  auto* rest = static_cast<char*>(malloc(total));
+  if (rest == nullptr) return;
+  memcpy(rest, header, header_length);
+  if (body_length != 0) memcpy(rest + header_length, body, body_length);
+  connection->unsent = rest;
+  connection->unsent_length = total;
+  connection->unsent_sent = sent;
+  connection->progress_ns = monotonic_ns();
+}
