@@ -1,0 +1,152 @@
+// The power board's record and its operations that only queue work or copy readings.
+
+#include "power_board/power_board.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "app/application.h"
+#include "app/trace.h"
+#include "power_board/internal.h"
+#include "supervisor/identity.h"
+
+// The two tables are the same on purpose; they are told apart by the battery type.
+const battery_threshold_table orb_power_board_indepro_thresholds{19.5F, 18.5F, 17.5F, 16.5F};
+const battery_threshold_table orb_power_board_dewalt_thresholds{19.5F, 18.5F, 17.5F, 16.5F};
+
+constinit std::atomic<orb_power_board*> power_board_instance = nullptr;
+
+namespace {
+
+constexpr uint8_t kPowerRegister = 0;
+constexpr uint8_t kLedRegister = 1;
+constexpr uint32_t kRegisterCount = 128;
+
+constexpr uint8_t kPowerAlways = 0x02;  // set in every write
+constexpr uint8_t kPowerCamera = 0x04;
+constexpr uint8_t kPowerLaser = 0x08;
+
+constexpr size_t kBatteryTypeSize = 32;
+
+int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_list<uint8_t> data) {
+  const int result =
+      orb_power_board_issue_write(board, number, data.begin(), static_cast<uint32_t>(data.size()));
+  if (result != 0) {
+    fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->application->program_name, __LINE__,
+            strerror(ENOMEM));
+    return -1;
+  }
+  return 0;
+}
+
+uint8_t power_enable(orb_power_board* board) {
+  const mutex_lock lock(board->readings_lock);
+  return board->readings.power_enable;
+}
+
+int switch_supply(orb_power_board* board, uint8_t supply, bool on) {
+  const uint8_t now = power_enable(board);
+  const int value = on ? now | supply : now & ~supply;
+  return queue_setter_write(board, kPowerRegister, {static_cast<uint8_t>(value | kPowerAlways)});
+}
+
+}  // namespace
+
+int orb_power_board_init(orb_power_board* board, orb_application* application, int advanced) {
+  trace(kTracePowerBoard, "init %d", advanced);
+  std::destroy_at(board);
+  new (board) orb_power_board;
+  board->application = application;
+  board->advanced = advanced;
+  char battery_type[kBatteryTypeSize];
+  orb_load_supervisor_battery_type(battery_type, sizeof battery_type);
+  board->battery_thresholds = strcmp(battery_type, "Indipro") == 0 ? &orb_power_board_indepro_thresholds
+                                                                   : &orb_power_board_dewalt_thresholds;
+  board->read_command = advanced != 0 ? kAdvancedReadCommand : kBasicReadCommand;
+  board->read_length = advanced != 0 ? kAdvancedFrameLength : kBasicFrameLength;
+  return 0;
+}
+
+bool queue_work(orb_power_board* board, const work_item& item) {
+  const mutex_lock lock(board->queue_lock);
+  if (board->stopping || !board->queue.append(item)) return false;
+  board->queue_ready.signal();
+  return true;
+}
+
+int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const uint8_t* data,
+                                uint32_t length) {
+  if (number >= kRegisterCount || length > kWriteDataSize) return -2;
+  work_item item{.kind = work_kind::write, .number = number, .length = static_cast<uint8_t>(length)};
+  if (length != 0) memcpy(item.data.data(), data, length);
+  return queue_work(board, item) ? 0 : -1;
+}
+
+void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination) {
+  const mutex_lock lock(board->readings_lock);
+  *destination = board->readings;
+}
+
+uint8_t orb_power_board_get_read_command(const orb_power_board* board) { return board->read_command; }
+
+void orb_power_board_set_read_command(orb_power_board* board, uint8_t command) {
+  trace(kTracePowerBoard, "read command 0x%02X", command);
+  board->read_command = command;
+}
+
+void orb_power_board_set_zero_buffer(orb_power_board* board, int flag) {
+  trace(kTracePowerBoard, "zero buffer %d", flag);
+  board->zero_buffer = static_cast<uint8_t>(flag);
+}
+
+void orb_power_board_signal_shutdown(orb_power_board* board) {
+  const mutex_lock lock(board->queue_lock);
+  if (board->stopping || board->shutdown_queued) return;
+  board->shutdown_queued = board->queue.append({.kind = work_kind::signal_shutdown});
+  board->queue_ready.signal();
+}
+
+int orb_power_board_get_board_type(orb_power_board* board) {
+  const mutex_lock lock(board->readings_lock);
+  return board->readings.status & kStatusExtended;
+}
+
+void orb_power_board_suspend_refresh(orb_power_board* board) {
+  trace(kTracePowerBoard, "suspend refresh");
+  board->refresh_suspended = true;
+}
+
+void orb_power_board_resume_refresh(orb_power_board* board) {
+  trace(kTracePowerBoard, "resume refresh");
+  board->refresh_suspended = false;
+  board->refresh_queued = false;
+}
+
+void orb_power_board_trigger_refresh(orb_power_board* board) {
+  if (!board->refresh_suspended) return;
+  trace(kTracePowerBoard, "trigger refresh");
+  board->refresh_queued = false;
+}
+
+int orb_power_board_enable_camera_power(orb_power_board* board) {
+  return switch_supply(board, kPowerCamera, true);
+}
+
+int orb_power_board_disable_camera_power(orb_power_board* board) {
+  return switch_supply(board, kPowerCamera, false);
+}
+
+int orb_power_board_enable_laser_power(orb_power_board* board) {
+  return switch_supply(board, kPowerLaser, true);
+}
+
+int orb_power_board_disable_laser_power(orb_power_board* board) {
+  return switch_supply(board, kPowerLaser, false);
+}
+
+int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm) {
+  return queue_setter_write(board, kLedRegister, {mask, pwm});
+}

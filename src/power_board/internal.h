@@ -1,0 +1,28 @@
+// What the power board's sources share. Service thread, unless it says otherwise.
+#pragma once
+
+#include "power_board/power_board.h"
+
+// Brings GPIO lines and SPI bus up; on failure says why on standard error, closes what was opened and returns
+// -1.
+int open_bus(orb_power_board* board);
+void close_bus(orb_power_board* board);
+
+// The two transactions on the wire. Both do nothing while writes are suspended (a write traces that it was
+// dropped).
+void write_register(orb_power_board* board, const work_item& item);
+void read_status(orb_power_board* board);
+
+// The steps of a refresh after its status read, each on the readings as they now are.
+void detect_events(orb_power_board* board, const power_board_readings& readings);
+void average_battery(orb_power_board* board, const power_board_readings& readings);
+void average_pressure(orb_power_board* board, const power_board_readings& readings);
+void average_humidity(orb_power_board* board, const power_board_readings& readings);
+
+// Appends an item and wakes the service; false when the queue refuses it. Any thread.
+bool queue_work(orb_power_board* board, const work_item& item);
+
+// Starts the update thread, once, and resets the update's texts.
+void start_update_thread(orb_power_board* board);
+// Gives the bus to the update thread, or drops the request when an update runs.
+void hand_over_to_update(orb_power_board* board, const void* request);

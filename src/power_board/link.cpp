@@ -1,0 +1,158 @@
+// The SPI link: bring-up, the register write and the status read.
+
+#include <cstdio>
+
+#include "app/application.h"
+#include "app/trace.h"
+#include "base/clock.h"
+#include "power_board/internal.h"
+
+namespace {
+
+constexpr int kChipSelectPin = 24;
+constexpr int kBootPin = 13;  // of the board's microcontroller
+constexpr int kResetPin = 15;
+constexpr int kSpiBus = 0;
+constexpr int kSpiFrequency_hz = 100'000;
+constexpr int kSelected = 0;
+constexpr int kDeselected = 1;
+
+constexpr int64_t kByteGap_ns = 10'000;      // after the command and after the data
+constexpr int64_t kDeselectGap_ns = 50'000;  // after chip select has risen
+
+constexpr uint8_t kWriteFlag = 0x80;
+
+// In the order of libmraa's result codes.
+constexpr std::array kResultTexts{
+    "Success",
+    "Feature not implemented",
+    "Feature not supported by hardware",
+    "Invalid verbosity level",
+    "Invalid parameter",
+    "Invalid handle",
+    "No resources",
+    "Invalid resource",
+    "Invalid queue type",
+    "No data available",
+    "Invalid platform",
+    "Platform not initialised",
+    "UART OW: Bus short",
+    "UART OW: No devices",
+    "UART OW: Bus error",
+};
+
+const char* result_text(mraa_result_t result) {
+  const auto code = static_cast<size_t>(result);
+  return code < kResultTexts.size() ? kResultTexts[code] : "Unspecified error";
+}
+
+const char* program_name(const orb_power_board* board) { return board->application->program_name; }
+
+// False after saying which call failed.
+bool check(const orb_power_board* board, const char* call, int line, mraa_result_t result) {
+  if (result == MRAA_SUCCESS) return true;
+  fprintf(stderr, "%s: %s() failed at line %d: %s\n", program_name(board), call, line, result_text(result));
+  return false;
+}
+
+void close_line(mraa_gpio_context* line) {
+  if (*line != nullptr) mraa_gpio_close(*line);
+  *line = nullptr;
+}
+
+bool open_line(const orb_power_board* board, int pin, int level, mraa_gpio_context* line) {
+  *line = mraa_gpio_init(pin);
+  if (*line == nullptr) {
+    fprintf(stderr, "%s: mraa_gpio_init() failed at line %d\n", program_name(board), __LINE__);
+    return false;
+  }
+  return check(board, "mraa_gpio_dir", __LINE__, mraa_gpio_dir(*line, MRAA_GPIO_OUT)) &&
+         check(board, "mraa_gpio_write", __LINE__, mraa_gpio_write(*line, level));
+}
+
+bool open_spi(orb_power_board* board) {
+  board->spi = mraa_spi_init(kSpiBus);
+  if (board->spi == nullptr) {
+    fprintf(stderr, "%s: mraa_spi_init() failed at line %d\n", program_name(board), __LINE__);
+    return false;
+  }
+  // Mode 2: the clock idles high, data is sampled on the first edge.
+  return check(board, "mraa_spi_mode", __LINE__, mraa_spi_mode(board->spi, MRAA_SPI_MODE2)) &&
+         check(board, "mraa_spi_frequency", __LINE__, mraa_spi_frequency(board->spi, kSpiFrequency_hz)) &&
+         check(board, "mraa_spi_lsbmode", __LINE__, mraa_spi_lsbmode(board->spi, 0));
+}
+
+// Selects the board and sends the command byte as it stands.
+void begin_transaction(orb_power_board* board, uint8_t command) {
+  mraa_gpio_write(board->chip_select, kSelected);
+  mraa_spi_transfer_buf(board->spi, &command, nullptr, 1);
+  sleep_ns(kByteGap_ns);
+}
+
+void end_transaction(orb_power_board* board) {
+  sleep_ns(kByteGap_ns);
+  mraa_gpio_write(board->chip_select, kDeselected);
+  sleep_ns(kDeselectGap_ns);
+}
+
+void print_write(const work_item& item) {
+  char text[2 * kWriteDataSize + 1] = "";
+  for (size_t i = 0; i < item.length; ++i) snprintf(text + 2 * i, 3, "%02x", item.data[i]);
+  printf("WRITE: (%d) %s\n", item.number, text);
+}
+
+}  // namespace
+
+int open_bus(orb_power_board* board) {
+  if (open_line(board, kChipSelectPin, kDeselected, &board->chip_select) &&
+      open_line(board, kBootPin, 0, &board->boot_line) &&
+      open_line(board, kResetPin, 0, &board->reset_line) && open_spi(board)) {
+    return 0;
+  }
+  close_bus(board);
+  return -1;
+}
+
+void close_bus(orb_power_board* board) {
+  if (board->spi != nullptr) mraa_spi_stop(board->spi);
+  board->spi = nullptr;
+  if (board->chip_select != nullptr) mraa_gpio_write(board->chip_select, kDeselected);
+  close_line(&board->chip_select);
+  close_line(&board->boot_line);
+  close_line(&board->reset_line);
+}
+
+void write_register(orb_power_board* board, const work_item& item) {
+  if (board->write_suspended != 0) {
+    trace(kTraceRefresh, "write dropped %d", item.number);
+    trace_data(kTraceRefresh, "write", item.data.data(), item.length);
+    return;
+  }
+  trace(kTraceRefresh, "write to register %d", item.number);
+  trace_data(kTraceRefresh, "write data", item.data.data(), item.length);
+  begin_transaction(board, reverse_bits(item.number | kWriteFlag));
+  print_write(item);
+  std::array<uint8_t, kWriteDataSize> wire{};
+  for (size_t i = 0; i < item.length; ++i) wire[i] = reverse_bits(item.data[i]);
+  if (item.length != 0) mraa_spi_transfer_buf(board->spi, wire.data(), nullptr, item.length);
+  end_transaction(board);
+}
+
+void read_status(orb_power_board* board) {
+  const uint8_t command = board->read_command;
+  const bool zero_buffer = board->zero_buffer != 0;
+  trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
+  // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
+  begin_transaction(board, command);
+  mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
+  end_transaction(board);
+  if (zero_buffer) {
+    trace(kTraceRefresh, "zero buffer");
+    board->raw_frame = {};
+  }
+  const mutex_lock lock(board->readings_lock);
+  const frame_check result =
+      take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
+  board->all_zero = result.all_zero ? 1 : 0;
+  if (result.sum != 0) trace(kTraceRefresh, "*** bad refresh %02X ***", result.sum);
+}

@@ -1,0 +1,179 @@
+// The power board: a microcontroller that switches the camera, laser and LED supplies, drives the motors and
+// measures. One service thread alone talks to it over SPI; every operation here may be called on any thread
+// unless it says otherwise, queues its work and never waits for the bus.
+#pragma once
+
+#include <ev.h>
+#include <mraa/gpio.h>
+#include <mraa/spi.h>
+#include <pthread.h>
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "base/mutex.h"
+#include "power_board/readings.h"
+#include "power_board/work_queue.h"
+
+struct orb_application;
+
+// Service states.
+inline constexpr int kServiceStopped = 0;
+inline constexpr int kServiceStarting = 1;
+inline constexpr int kServiceRunning = 2;
+inline constexpr int kServiceStopping = 3;
+inline constexpr int kServiceFailed = 255;  // the bus could not be brought up: queued work is never performed
+
+// LED modes: masks of the LED drive lines, byte 0 of register 1.
+inline constexpr uint8_t kLedOff = 0x00;
+inline constexpr uint8_t kLedLow = 0x09;
+inline constexpr uint8_t kLedMedium = 0x12;
+inline constexpr uint8_t kLedHigh = 0x24;
+inline constexpr uint8_t kLedStrip = 0xC0;
+inline constexpr uint8_t kLedAll = 0xFF;  // high beam
+
+// Input volts at which the battery level changes, falling.
+using battery_threshold_table = std::array<float, 4>;
+extern const battery_threshold_table orb_power_board_indepro_thresholds;
+extern const battery_threshold_table orb_power_board_dewalt_thresholds;
+
+// Average of the last 64 samples of the input volts, and the level 1 to 4 (0: unknown) that follows it with
+// hysteresis.
+struct battery_average {
+  std::array<float, 64> samples{};
+  size_t index = 0;
+  float sum = 0;
+  int warm_up = 64;
+  float volts = 0;
+};
+
+// Averages of 50 samples each, after a start delay in refreshes.
+struct pressure_average {
+  int start_delay = 150;
+  uint32_t sum = 0;
+  uint32_t count = 0;
+};
+struct humidity_average {
+  int start_delay = 150;
+  float sum = 0;
+  int count = 0;
+};
+
+// Texts of the firmware update.
+struct firmware_update_status {
+  char progress[32] = "";
+  char state[32] = "";
+  char result[32] = "";
+};
+
+struct orb_power_board {
+  orb_application* application = nullptr;  // its loop carries the refresh timer, its name the error messages
+  int advanced = 0;                        // set once at init
+  pthread_t thread{};
+  bool thread_started = false;  // main thread
+  std::atomic<int> service_state = kServiceStopped;
+
+  mutex queue_lock;  // held only to link or unlink an item
+  condition queue_ready;
+  work_queue queue GUARDED_BY(queue_lock);
+  bool stopping GUARDED_BY(queue_lock) = false;
+  bool shutdown_queued GUARDED_BY(queue_lock) = false;
+  std::atomic<bool> refresh_queued = false;  // keeps the timer from queueing a second refresh
+  std::atomic<bool> refresh_suspended = false;
+  ev_timer refresh_timer{};  // main loop
+
+  std::atomic<uint8_t> read_command = 0;
+  uint8_t read_length = 0;  // set once at init
+  std::atomic<uint8_t> zero_buffer = 0;
+  std::atomic<int> write_suspended = 0;  // while set, every bus transaction is dropped
+
+  // Of the service thread alone.
+  std::array<uint8_t, kFrameSize> raw_frame{};
+  int all_zero = 0;
+  mraa_gpio_context chip_select = nullptr;
+  mraa_gpio_context boot_line = nullptr;
+  mraa_gpio_context reset_line = nullptr;
+  mraa_spi_context spi = nullptr;
+  int shutdown_requested = 0;  // latched: the board asks once per run
+  int overcurrent = 0;
+  battery_average battery;
+  pressure_average pressure;
+  humidity_average humidity;
+
+  // Written by the service thread, read by anyone.
+  std::atomic<int> tilt_overcurrent_hold = 0;  // refreshes
+  std::atomic<int> drive_overcurrent_hold = 0;
+  std::atomic<int> high_pressure_hold = 0;  // averaging periods
+  std::atomic<int> high_humidity_hold = 0;
+  std::atomic<int> battery_level = 0;  // 0 unknown, 1 to 4
+
+  const battery_threshold_table* battery_thresholds = nullptr;  // set once at init
+
+  mutex readings_lock;
+  power_board_readings readings GUARDED_BY(readings_lock);
+
+  mutex update_lock;
+  condition update_ready;
+  bool update_requested GUARDED_BY(update_lock) = false;
+  const void* update_request GUARDED_BY(update_lock) = nullptr;
+  bool update_thread_started = false;  // service thread
+
+  mutex update_status_lock;
+  firmware_update_status update_status GUARDED_BY(update_status_lock);
+};
+
+// The one power board; null until start-up has made it. Never cleared.
+extern std::atomic<orb_power_board*> power_board_instance;
+
+// Clears the record and sets its defaults for the advanced or the basic model; asks Redis for the battery
+// type. Returns 0. Main thread.
+int orb_power_board_init(orb_power_board* board, orb_application* application, int advanced);
+
+// Starts the service thread and the refresh timer (0.1 s). Returns 0, or -1 with a message when it runs
+// already. Main thread.
+int orb_power_board_start_service(orb_power_board* board);
+
+// Lets the service end after the work that waits, and joins it; later work is refused. Main thread.
+void orb_power_board_stop_service(orb_power_board* board);
+void orb_power_board_destroy(orb_power_board* board);
+
+// Queues a write of `length` bytes (0 to 16) to register `number` (0 to 127). Returns 0, -2 for a bad
+// register or length, -1 when 256 items wait already or the service has been stopped.
+int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const uint8_t* data, uint32_t length);
+
+// A copy of the last good readings.
+void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination);
+
+// The command byte that starts a status read.
+uint8_t orb_power_board_get_read_command(const orb_power_board* board);
+void orb_power_board_set_read_command(orb_power_board* board, uint8_t command);
+
+// While set, each received frame is replaced by zeros before it is decoded (a diagnostic).
+void orb_power_board_set_zero_buffer(orb_power_board* board, int flag);
+
+// Asks the board to cut the power; once at a time.
+void orb_power_board_signal_shutdown(orb_power_board* board);
+
+// 1 when the board reports the extended frame, else 0.
+int orb_power_board_get_board_type(orb_power_board* board);
+
+// Refresh control: while suspended, each trigger yields one refresh.
+void orb_power_board_suspend_refresh(orb_power_board* board);
+void orb_power_board_resume_refresh(orb_power_board* board);
+void orb_power_board_trigger_refresh(orb_power_board* board);
+
+// Supplies and lights. Each queues one register write that keeps the other bits as last read; 0, or -1 with a
+// message when the queue refuses it.
+int orb_power_board_enable_camera_power(orb_power_board* board);
+int orb_power_board_disable_camera_power(orb_power_board* board);
+int orb_power_board_enable_laser_power(orb_power_board* board);
+int orb_power_board_disable_laser_power(orb_power_board* board);
+int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm);
+
+// Hands the bus to the update thread with `request`: until that thread has ended the update, refreshes are
+// skipped and writes dropped. Returns 0, or -1 when the queue refuses it.
+int orb_power_board_trigger_firmware_update(orb_power_board* board, const void* request);
+
+void orb_power_board_load_firmware_update_status(orb_power_board* board, firmware_update_status* destination);

@@ -1,0 +1,141 @@
+// The service thread: it alone talks to the board, working the queue that the refresh timer and the setters
+// feed.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "app/application.h"
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/thread.h"
+#include "power_board/internal.h"
+
+namespace {
+
+constexpr double kRefreshPeriod_s = 0.1;
+constexpr int64_t kShutdownDelay_ms = 50;
+
+constexpr uint8_t kPowerRegister = 0;
+constexpr uint8_t kPowerCut = 0x01;  // asks the board to cut the power
+
+void run_refresh(orb_power_board* board) {
+  read_status(board);
+  power_board_readings readings;
+  orb_power_board_load_registers(board, &readings);
+  detect_events(board, readings);
+  average_battery(board, readings);
+  average_pressure(board, readings);
+  average_humidity(board, readings);
+  if (!board->refresh_suspended) board->refresh_queued = false;
+}
+
+void refresh(orb_power_board* board) {
+  if (board->write_suspended != 0) {
+    board->refresh_queued = false;
+  } else {
+    run_refresh(board);
+  }
+}
+
+void signal_shutdown(orb_power_board* board) {
+  trace(kTracePowerBoard, "signal shutdown");
+  sleep_ms(kShutdownDelay_ms);
+  power_board_readings readings;
+  orb_power_board_load_registers(board, &readings);
+  work_item write{.kind = work_kind::write, .number = kPowerRegister, .length = 1};
+  write.data[0] = readings.power_enable | kPowerCut;
+  write_register(board, write);
+  const mutex_lock lock(board->queue_lock);
+  board->shutdown_queued = false;
+}
+
+work_item take_work(orb_power_board* board) {
+  const mutex_lock lock(board->queue_lock);
+  while (board->queue.empty()) board->queue_ready.wait(board->queue_lock);
+  return board->queue.take();
+}
+
+void serve(orb_power_board* board) {
+  for (;;) {
+    const work_item item = take_work(board);
+    switch (item.kind) {
+      case work_kind::stop:
+        return;
+      case work_kind::refresh:
+        refresh(board);
+        break;
+      case work_kind::write:
+        write_register(board, item);
+        break;
+      case work_kind::firmware_update:
+        hand_over_to_update(board, item.request);
+        break;
+      case work_kind::signal_shutdown:
+        signal_shutdown(board);
+        break;
+    }
+  }
+}
+
+void* service_thread(void* argument) {
+  auto* board = static_cast<orb_power_board*>(argument);
+  board->service_state = kServiceStarting;
+  if (open_bus(board) != 0) {
+    board->service_state = kServiceFailed;
+    return nullptr;
+  }
+  board->write_suspended = 0;
+  start_update_thread(board);
+  board->service_state = kServiceRunning;
+  serve(board);
+  board->service_state = kServiceStopping;
+  close_bus(board);
+  board->service_state = kServiceStopped;
+  return nullptr;
+}
+
+void on_refresh_timer(struct ev_loop*, ev_timer* timer, int) {
+  auto* board = static_cast<orb_power_board*>(timer->data);
+  if (board->refresh_queued) return;
+  const mutex_lock lock(board->queue_lock);
+  if (board->stopping || !board->queue.append({.kind = work_kind::refresh})) return;
+  board->refresh_queued = true;
+  board->queue_ready.signal();
+}
+
+}  // namespace
+
+int orb_power_board_start_service(orb_power_board* board) {
+  trace(kTracePowerBoard, "start");
+  if (board->service_state != kServiceStopped || board->thread_started) {
+    fprintf(stderr, "%s: orb_power_board_start_service() failed at line %d: %s\n",
+            board->application->program_name, __LINE__, strerror(EALREADY));
+    return -1;
+  }
+  {
+    const mutex_lock lock(board->queue_lock);
+    board->stopping = false;
+  }
+  board->refresh_queued = board->refresh_suspended.load();
+  board->thread_started = start_thread(&board->thread, "power-board", service_thread, board) == 0;
+  ev_timer_init(&board->refresh_timer, on_refresh_timer, kRefreshPeriod_s, kRefreshPeriod_s);
+  board->refresh_timer.data = board;
+  ev_timer_start(board->application->loop, &board->refresh_timer);
+  return 0;
+}
+
+void orb_power_board_stop_service(orb_power_board* board) {
+  if (!board->thread_started) return;
+  ev_timer_stop(board->application->loop, &board->refresh_timer);
+  {
+    const mutex_lock lock(board->queue_lock);
+    board->queue.append({.kind = work_kind::stop});
+    board->stopping = true;
+    board->queue_ready.signal();
+  }
+  pthread_join(board->thread, nullptr);
+  board->thread_started = false;
+}
+
+void orb_power_board_destroy(orb_power_board* board) { orb_power_board_stop_service(board); }
