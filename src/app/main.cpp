@@ -1,0 +1,77 @@
+// Start-up, in one fixed order: every later step may rely on the earlier ones.
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "app/application.h"
+#include "app/command_pipe.h"
+#include "app/redis_publisher.h"
+#include "app/trace.h"
+#include "base/json.h"
+#include "base/paths.h"
+#include "base/thread.h"
+#include "camera/controller.h"
+#include "camera/visca_thread.h"
+#include "http/routes.h"
+#include "power_board/power_board.h"
+#include "store/settings.h"
+
+namespace {
+
+orb_application application;
+orb_power_board power_board;
+
+bool is_advanced_model() {
+  const json_owner config = load_json_file(paths::kSystemConfig);
+  json_object* name = json_member(config.get(), "model_name");
+  return json_object_is_type(name, json_type_string) &&
+         strcmp(json_object_get_string(name), "ORB Advanced") == 0;
+}
+
+void* http_thread(void*) {
+  http_server_thread();
+  return nullptr;
+}
+
+// From the board to the end of the loop; returns the exit status.
+int run_unit(bool advanced) {
+  if (orb_power_board_init(&power_board, &application, advanced) < 0) return 1;
+  power_board_instance.store(&power_board, std::memory_order_release);
+  int refresh_suspended = 0;
+  orb_read_nv(kSettingPbSuspended, &refresh_suspended, sizeof refresh_suspended);
+  if (refresh_suspended != 0) orb_power_board_suspend_refresh(&power_board);
+  orb_power_board_start_service(&power_board);
+
+  if (start_command_pipe(&application, &power_board) != 0) return -1;
+  start_redis_publisher(&application);
+  orb_power_board_enable_camera_power(&power_board);
+  fputs("entering loop...\n", stderr);
+  orb_application_run(&application);
+  orb_power_board_destroy(&power_board);
+  return 0;
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+  signal(SIGPIPE, SIG_IGN);
+  const bool advanced = is_advanced_model();
+  init_trace();
+  orb_init_nv();
+  fputs("start\n", stderr);
+
+  visca_thread_data.address = addresses::kCamera;
+  start_thread(&visca_thread_data.thread, "camera", visca_thread_procedure, &visca_thread_data);
+  start_detached_thread("http", http_thread, nullptr);
+  orb_init_camera();
+  orb_create_focus_loop();
+  orb_create_intensity_loop();
+  orb_create_zoom_loop();
+
+  if (orb_application_init(&application, arguments[0]) != 0) return 1;
+  const int status = run_unit(advanced);
+  if (status < 0) return 1;  // no command pipe: the process ends without taking the board and the loop down
+  orb_application_destroy(&application);
+  return status;
+}

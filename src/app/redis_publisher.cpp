@@ -1,0 +1,43 @@
+#include "app/redis_publisher.h"
+
+#include <ev.h>
+
+#include "app/application.h"
+#include "base/redis.h"
+#include "power_board/power_board.h"
+
+namespace {
+
+constexpr double kPeriod_s = 1.0;
+
+ev_timer publish_timer;
+
+const char* motor_type_text(uint8_t motor_type) {
+  switch (motor_type) {
+    case 1:
+      return "height";
+    case 2:
+      return "pan";
+    default:
+      return "none";
+  }
+}
+
+}  // namespace
+
+void start_redis_publisher(orb_application* application) {
+  ev_timer_init(&publish_timer, on_redis_timeout, kPeriod_s, kPeriod_s);
+  ev_timer_start(application->loop, &publish_timer);
+}
+
+void on_redis_timeout(struct ev_loop*, ev_timer*, int) {
+  orb_power_board* board = power_board_instance.load(std::memory_order_acquire);
+  if (board == nullptr) return;
+  power_board_readings readings;
+  orb_power_board_load_registers(board, &readings);
+  const redis_connection connection = redis_connect();
+  if (!connection) return;
+  redis_command(connection, "SET avr-voltage %f", static_cast<double>(readings.monitor_vin_volts));
+  redis_command(connection, "SET avr-temperature %f", static_cast<double>(readings.bme280_temperature));
+  redis_command(connection, "SET orb-motor-type %s", motor_type_text(readings.motor_type));
+}

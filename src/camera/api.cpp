@@ -1,0 +1,420 @@
+// The handlers of "/api/camera": read the body, check it, queue a command or start a loop, answer at once.
+
+#include "camera/api.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+
+#include "app/trace.h"
+#include "base/json.h"
+#include "base/paths.h"
+#include "base/value_file.h"
+#include "camera/controller.h"
+#include "camera/depth_of_field.h"
+#include "camera/modes.h"
+#include "camera/speeds.h"
+#include "camera/visca_thread.h"
+#include "http/json_body.h"
+#include "http/response.h"
+
+namespace {
+
+constexpr int kHold_ms = 500;             // a button held sends its request again within this time
+constexpr int kPositionMaximum = 0xFFFF;  // what the direct commands can carry
+constexpr int kWordSize = 16;
+
+visca_camera* camera_now() { return visca_thread_data.camera; }
+
+json_object* new_string(const char* text) { return json_object_new_string(text); }
+
+void add(json_object* answer, const char* key, json_object* value) {
+  json_object_object_add(answer, key, value);
+}
+
+// {key: value}. Returns 0, the result of a handler.
+int send_value(http_connection* connection, const char* key, json_object* value) {
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) add(answer, key, value);
+  json_response_handler(connection, answer);
+  return 0;
+}
+
+// --- image settings
+// ---------------------------------------------------------------------------------------------
+
+struct image_route {
+  const char* key;
+  const char* message;  // takes the word
+  int (*set)(const char* text);
+  void (*load)(char* text, unsigned size);
+};
+
+constexpr image_route kInvertImage{"invert_image", "invert image '%s'", orb_set_camera_invert_image,
+                                   orb_load_camera_invert_image};
+constexpr image_route kImageStabilizer{"image_stabilizer", "image stabilizer '%s'",
+                                       orb_set_camera_image_stabilizer, orb_load_camera_image_stabilizer};
+constexpr image_route kSensitivity{"sensitivity", "sensitivity '%s'", orb_set_camera_sensitivity,
+                                   orb_load_camera_sensitivity};
+constexpr image_route kIrFilter{"ir_filter", "ir filter '%s'", orb_set_camera_ir_filter,
+                                orb_load_camera_ir_filter};
+constexpr image_route kDefog{"defog", "defog '%s'", orb_set_camera_defog, orb_load_camera_defog};
+
+int get_image(http_connection* connection, const image_route& route) {
+  char text[kWordSize];
+  route.load(text, sizeof text);
+  return send_value(connection, route.key, new_string(text));
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+
+// The word under `key`, traced; an empty word when the body does not hold one.
+body_word take_word(http_connection* connection, const char* body, unsigned long length, const char* key,
+                    const char* message) {
+  const json_owner object = read_json_body(connection, body, length);
+  const body_word word = body_text(object.get(), key).value_or(body_word{});
+  trace(kTraceApi, message, word.text);
+  return word;
+}
+
+// The number under `key`, traced with -1 when the body does not hold one.
+std::optional<int> take_number(http_connection* connection, const char* body, unsigned long length,
+                               const char* key, const char* message) {
+  const json_owner object = read_json_body(connection, body, length);
+  const std::optional<int> number = body_integer(object.get(), key);
+  trace(kTraceApi, message, number.value_or(-1));
+  return number;
+}
+
+// The same for the position routes, whose message also says whether there is one.
+std::optional<int> take_position(http_connection* connection, const char* body, unsigned long length,
+                                 const char* key, const char* message) {
+  const json_owner object = read_json_body(connection, body, length);
+  const std::optional<int> number = body_integer(object.get(), key);
+  trace(kTraceApi, message, number ? 1 : 0, number.value_or(-1));
+  return number;
+}
+
+#pragma GCC diagnostic pop
+
+int put_image(http_connection* connection, const char* body, unsigned long length, const image_route& route) {
+  const body_word word = take_word(connection, body, length, route.key, route.message);
+  return send_status(connection, route.set(word.text) == 0);
+}
+
+// --- exposure
+// ---------------------------------------------------------------------------------------------------
+
+// In manual exposure only. The stop routes send nothing: their steps end by themselves.
+int post_exposure(http_connection* connection, const char* message, int (*command)(visca_camera* camera)) {
+  trace(kTraceApi, "%s", message);
+  const bool manual = get_exposure_mode() == camera_mode::manual;
+  visca_camera* camera = camera_now();
+  if (manual && command != nullptr && camera != nullptr) command(camera);
+  return send_status(connection, manual);
+}
+
+// --- modes
+// ------------------------------------------------------------------------------------------------------
+
+struct mode_route {
+  const char* key;
+  const char* message;
+  int (*automatic)(visca_camera* camera);
+  int (*manual)(visca_camera* camera);
+  void (*keep)(camera_mode mode);
+};
+
+constexpr mode_route kFocusModeRoute{"focus_mode", "focus mode '%s'", visca_camera_auto_focus,
+                                     visca_camera_manual_focus, keep_focus_mode};
+constexpr mode_route kExposureModeRoute{"exposure_mode", "exposure mode '%s'",
+                                        visca_camera_exposure_mode_auto, visca_camera_exposure_mode_manual,
+                                        keep_exposure_mode};
+
+std::optional<camera_mode> find_mode(const char* word) {
+  for (const camera_mode mode : {camera_mode::automatic, camera_mode::manual}) {
+    if (strcmp(word, mode_text(mode)) == 0) return mode;
+  }
+  return std::nullopt;
+}
+
+int put_mode(http_connection* connection, const char* body, unsigned long length, const mode_route& route) {
+  const std::optional<camera_mode> mode =
+      find_mode(take_word(connection, body, length, route.key, route.message).text);
+  if (!mode) return send_status(connection, false);
+  visca_camera* camera = camera_now();
+  if (camera != nullptr) (*mode == camera_mode::manual ? route.manual : route.automatic)(camera);
+  route.keep(*mode);
+  return send_status(connection, true);
+}
+
+// --- speeds
+// -----------------------------------------------------------------------------------------------------
+
+struct speed_route {
+  const char* file;
+  int default_speed;
+  int missing_speed;  // what a missing file reads as
+  const char* key;
+  const char* put_message;
+  const char* operation_key;
+  const char* operation_message;
+};
+
+constexpr speed_route kZoomSpeedRoute{paths::kZoomSpeed,   kDefaultZoomSpeed, 0,
+                                      "zoom_speed",        "zoom speed %d",   "zoom_operation",
+                                      "zoom speed op '%s'"};
+constexpr speed_route kFocusSpeedRoute{paths::kFocusSpeed, kDefaultFocusSpeed, -1,
+                                       "focus_speed",      "focus speed %d",   "focus_operation",
+                                       "focus speed '%s'"};
+
+int get_speed(http_connection* connection, const speed_route& route) {
+  const int speed = read_value_file(route.file).value_or(route.missing_speed);
+  return send_value(connection, route.key, json_object_new_int(speed));
+}
+
+int put_speed(http_connection* connection, const char* body, unsigned long length, const speed_route& route) {
+  const std::optional<int> speed = take_number(connection, body, length, route.key, route.put_message);
+  const bool good = speed && *speed <= kMaximumSpeed;
+  if (good) write_value_file(route.file, *speed);
+  return send_status(connection, good);
+}
+
+// One step up or down between the limits.
+int post_speed(http_connection* connection, const char* body, unsigned long length,
+               const speed_route& route) {
+  const body_word word = take_word(connection, body, length, route.operation_key, route.operation_message);
+  const int step = strcmp(word.text, "increment") == 0 ? 1 : strcmp(word.text, "decrement") == 0 ? -1 : 0;
+  const int now = read_speed(route.file, route.default_speed);
+  const int next = std::clamp(now + step, 0, kMaximumSpeed);
+  if (next != now) write_value_file(route.file, next);
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) {
+    add(answer, route.key, json_object_new_int(next));
+    add_status(answer, step != 0);
+  }
+  json_response_handler(connection, answer);
+  return 0;
+}
+
+// --- zoom and focus
+// ---------------------------------------------------------------------------------------------
+
+void add_zoom(json_object* answer) {
+  int position = -1;
+  char magnification[kWordSize];
+  orb_load_camera_zoom_values(&position, nullptr, magnification, sizeof magnification);
+  add(answer, "zoom_position", json_object_new_int(position));
+  add(answer, "zoom_magnification", new_string(magnification));
+}
+
+int send_zoom(http_connection* connection) {
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) {
+    add_zoom(answer);
+    add_status(answer, true);
+  }
+  json_response_handler(connection, answer);
+  return 0;
+}
+
+void add_focus(json_object* answer) {
+  const visca_camera* camera = camera_now();
+  const int position = camera == nullptr ? -1 : static_cast<int>(camera->focus_position.load());
+  const depth_of_field field = load_depth_of_field(position);
+  add(answer, "focus_position", json_object_new_int(position));
+  add(answer, "max_depth_of_field", new_string(field.far_limit));
+  add(answer, "min_depth_of_field", new_string(field.near_limit));
+}
+
+int send_focus(http_connection* connection, bool good) {
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) {
+    add_focus(answer);
+    add_status(answer, good);
+  }
+  json_response_handler(connection, answer);
+  return 0;
+}
+
+// In manual focus only.
+int post_focus(http_connection* connection, const char* message, int direction) {
+  trace(kTraceApi, "%s", message);
+  const bool manual = get_focus_mode() == camera_mode::manual;
+  if (manual) orb_trigger_focus_loop(direction, kHold_ms);
+  return send_focus(connection, manual);
+}
+
+// "OK" only when the command was queued.
+int put_position(http_connection* connection, std::optional<int> position,
+                 int (*command)(visca_camera* camera, int position)) {
+  visca_camera* camera = camera_now();
+  const bool valid = position && *position >= 0 && *position <= kPositionMaximum;
+  return send_status(connection, valid && camera != nullptr && command(camera, *position) == 0);
+}
+
+}  // namespace
+
+int get_exposure_mode(http_connection* connection, const char*, unsigned long, void*) {
+  return send_value(connection, "exposure_mode", new_string(mode_text(get_exposure_mode())));
+}
+int put_exposure_mode(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_mode(connection, body, length, kExposureModeRoute);
+}
+
+int post_shutter_increment(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "shutter inc", visca_camera_shutter_up);
+}
+int post_shutter_decrement(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "shutter dec", visca_camera_shutter_down);
+}
+int post_shutter_reset(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "shutter reset", visca_camera_shutter_reset);
+}
+int post_shutter_stop(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "shutter stop", nullptr);
+}
+int post_iris_increment(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "iris inc", visca_camera_iris_up);
+}
+int post_iris_decrement(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "iris dec", visca_camera_iris_down);
+}
+int post_iris_reset(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "iris reset", visca_camera_iris_reset);
+}
+int post_iris_stop(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "iris stop", nullptr);
+}
+int post_gain_increment(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "gain inc", visca_camera_gain_up);
+}
+int post_gain_decrement(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "gain dec", visca_camera_gain_down);
+}
+int post_gain_reset(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "gain reset", visca_camera_gain_reset);
+}
+int post_gain_stop(http_connection* connection, const char*, unsigned long, void*) {
+  return post_exposure(connection, "gain stop", nullptr);
+}
+
+int get_focus_mode(http_connection* connection, const char*, unsigned long, void*) {
+  return send_value(connection, "focus_mode", new_string(mode_text(get_focus_mode())));
+}
+int put_focus_mode(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_mode(connection, body, length, kFocusModeRoute);
+}
+int get_focus_speed(http_connection* connection, const char*, unsigned long, void*) {
+  return get_speed(connection, kFocusSpeedRoute);
+}
+int put_focus_speed(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_speed(connection, body, length, kFocusSpeedRoute);
+}
+int post_focus_speed(http_connection* connection, const char* body, unsigned long length, void*) {
+  return post_speed(connection, body, length, kFocusSpeedRoute);
+}
+int get_focus_position(http_connection* connection, const char*, unsigned long, void*) {
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) add_focus(answer);
+  json_response_handler(connection, answer);
+  return 0;
+}
+int put_focus_position(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_position(connection,
+                      take_position(connection, body, length, "focus_position", "focus pos %d %d"),
+                      visca_camera_focus_direct);
+}
+int post_focus_increment(http_connection* connection, const char*, unsigned long, void*) {
+  return post_focus(connection, "focus inc", 1);
+}
+int post_focus_decrement(http_connection* connection, const char*, unsigned long, void*) {
+  return post_focus(connection, "focus dec", -1);
+}
+int post_focus_stop(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "focus stop");
+  if (get_focus_mode() == camera_mode::manual) orb_stop_focus_loop();
+  return send_focus(connection, true);
+}
+
+int post_zoom_reset(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "zoom reset");
+  write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
+  visca_camera* camera = camera_now();
+  if (camera != nullptr) visca_camera_zoom_direct(camera, 0);
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) {
+    add(answer, "zoom_speed", json_object_new_int(kDefaultZoomSpeed));
+    add_zoom(answer);
+    add_status(answer, true);
+  }
+  json_response_handler(connection, answer);
+  return 0;
+}
+int get_zoom_speed(http_connection* connection, const char*, unsigned long, void*) {
+  return get_speed(connection, kZoomSpeedRoute);
+}
+int put_zoom_speed(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_speed(connection, body, length, kZoomSpeedRoute);
+}
+int post_zoom_speed(http_connection* connection, const char* body, unsigned long length, void*) {
+  return post_speed(connection, body, length, kZoomSpeedRoute);
+}
+int get_zoom_position(http_connection* connection, const char*, unsigned long, void*) {
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) add_zoom(answer);
+  json_response_handler(connection, answer);
+  return 0;
+}
+int put_zoom_position(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_position(connection, take_position(connection, body, length, "zoom_position", "zoom pos %d %d"),
+                      visca_camera_zoom_direct);
+}
+int post_zoom_increment(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "zoom inc");
+  orb_trigger_zoom_loop(1, kHold_ms);
+  return send_zoom(connection);
+}
+int post_zoom_decrement(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "zoom dec");
+  orb_trigger_zoom_loop(-1, kHold_ms);
+  return send_zoom(connection);
+}
+int post_zoom_stop(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "zoom stop");
+  orb_stop_zoom_loop();
+  return send_zoom(connection);
+}
+
+int get_invert_image(http_connection* connection, const char*, unsigned long, void*) {
+  return get_image(connection, kInvertImage);
+}
+int put_invert_image(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_image(connection, body, length, kInvertImage);
+}
+int get_image_stabilizer(http_connection* connection, const char*, unsigned long, void*) {
+  return get_image(connection, kImageStabilizer);
+}
+int put_image_stabilizer(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_image(connection, body, length, kImageStabilizer);
+}
+int get_sensitivity(http_connection* connection, const char*, unsigned long, void*) {
+  return get_image(connection, kSensitivity);
+}
+int put_sensitivity(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_image(connection, body, length, kSensitivity);
+}
+int get_ir_filter(http_connection* connection, const char*, unsigned long, void*) {
+  return get_image(connection, kIrFilter);
+}
+int put_ir_filter(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_image(connection, body, length, kIrFilter);
+}
+int get_defog(http_connection* connection, const char*, unsigned long, void*) {
+  return get_image(connection, kDefog);
+}
+int put_defog(http_connection* connection, const char* body, unsigned long length, void*) {
+  return put_image(connection, body, length, kDefog);
+}

@@ -1,0 +1,58 @@
+// The camera's HTTP handlers, in the order of the route table. HTTP server thread; none waits for the camera.
+#pragma once
+
+#include "http/server.h"
+
+// Version-1.0 API; the user data is the camera thread's record.
+http_handler_function api_get_camera_zoom;
+http_handler_function api_get_camera_focus;
+http_handler_function api_get_camera;
+http_handler_function api_post_camera;
+
+http_handler_function get_exposure_mode;
+http_handler_function put_exposure_mode;
+
+http_handler_function post_shutter_increment;
+http_handler_function post_shutter_decrement;
+http_handler_function post_shutter_reset;
+http_handler_function post_shutter_stop;
+http_handler_function post_iris_increment;
+http_handler_function post_iris_decrement;
+http_handler_function post_iris_reset;
+http_handler_function post_iris_stop;
+http_handler_function post_gain_increment;
+http_handler_function post_gain_decrement;
+http_handler_function post_gain_reset;
+http_handler_function post_gain_stop;
+
+http_handler_function get_focus_mode;
+http_handler_function put_focus_mode;
+http_handler_function get_focus_speed;
+http_handler_function put_focus_speed;
+http_handler_function post_focus_speed;
+http_handler_function get_focus_position;
+http_handler_function put_focus_position;
+http_handler_function post_focus_increment;
+http_handler_function post_focus_decrement;
+http_handler_function post_focus_stop;
+
+http_handler_function post_zoom_reset;
+http_handler_function get_zoom_speed;
+http_handler_function put_zoom_speed;
+http_handler_function post_zoom_speed;
+http_handler_function get_zoom_position;
+http_handler_function put_zoom_position;
+http_handler_function post_zoom_increment;
+http_handler_function post_zoom_decrement;
+http_handler_function post_zoom_stop;
+
+http_handler_function get_invert_image;
+http_handler_function put_invert_image;
+http_handler_function get_image_stabilizer;
+http_handler_function put_image_stabilizer;
+http_handler_function get_sensitivity;
+http_handler_function put_sensitivity;
+http_handler_function get_ir_filter;
+http_handler_function put_ir_filter;
+http_handler_function get_defog;
+http_handler_function put_defog;

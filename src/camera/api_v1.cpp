@@ -1,0 +1,123 @@
+// The version-1.0 camera routes.
+
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+#include "base/json.h"
+#include "camera/api.h"
+#include "camera/visca_thread.h"
+#include "http/json_body.h"
+#include "http/response.h"
+
+namespace {
+
+struct camera_command {
+  const char* name;
+  int (*fixed)(visca_camera* camera);                 // without parameters
+  int (*variable)(visca_camera* camera, int speed);   // when the parameters hold "speed"
+  int (*direct)(visca_camera* camera, int position);  // with the parameter "position"
+};
+
+constexpr camera_command kCommands[] = {
+    {"power_on", visca_camera_power_on, nullptr, nullptr},
+    {"power_off", visca_camera_power_off, nullptr, nullptr},
+    {"zoom_tele", visca_camera_zoom_tele, visca_camera_zoom_tele_variable, nullptr},
+    {"zoom_wide", visca_camera_zoom_wide, visca_camera_zoom_wide_variable, nullptr},
+    {"zoom_stop", visca_camera_zoom_stop, nullptr, nullptr},
+    {"zoom_direct", nullptr, nullptr, visca_camera_zoom_direct},
+    {"digital_zoom_on", visca_camera_digital_zoom_on, nullptr, nullptr},
+    {"digital_zoom_off", visca_camera_digital_zoom_off, nullptr, nullptr},
+    {"focus_near", visca_camera_focus_near, visca_camera_focus_near_variable, nullptr},
+    {"focus_far", visca_camera_focus_far, visca_camera_focus_far_variable, nullptr},
+    {"focus_stop", visca_camera_focus_stop, nullptr, nullptr},
+    {"focus_direct", nullptr, nullptr, visca_camera_focus_direct},
+    {"focus_mode_auto", visca_camera_auto_focus, nullptr, nullptr},
+    {"focus_mode_manual", visca_camera_manual_focus, nullptr, nullptr},
+    {"iris_reset", visca_camera_iris_reset, nullptr, nullptr},
+    {"iris_down", visca_camera_iris_down, nullptr, nullptr},
+    {"iris_up", visca_camera_iris_up, nullptr, nullptr},
+    {"shutter_reset", visca_camera_shutter_reset, nullptr, nullptr},
+    {"shutter_down", visca_camera_shutter_down, nullptr, nullptr},
+    {"shutter_up", visca_camera_shutter_up, nullptr, nullptr},
+    {"exposure_mode_auto", visca_camera_exposure_mode_auto, nullptr, nullptr},
+    {"exposure_mode_manual", visca_camera_exposure_mode_manual, nullptr, nullptr},
+    {"exposure_mode_shutter_priority", visca_camera_exposure_mode_shutter_priority, nullptr, nullptr},
+    {"exposure_mode_iris_priority", visca_camera_exposure_mode_iris_priority, nullptr, nullptr},
+};
+
+const camera_command* find_command(const char* name) {
+  for (const camera_command& command : kCommands) {
+    if (strcmp(command.name, name) == 0) return &command;
+  }
+  return nullptr;
+}
+
+json_object* find_parameters(json_object* body) {
+  json_object* parameters = json_member(body, "parameters");
+  return parameters != nullptr ? parameters : json_member(body, "params");
+}
+
+int queue(visca_camera* camera, const camera_command& command, json_object* parameters) {
+  if (command.direct != nullptr) {
+    const std::optional<int> position = body_integer(parameters, "position");
+    if (!position) return -1;
+    printf("  position: %d\n", *position);
+    return camera == nullptr ? -1 : command.direct(camera, *position);
+  }
+  if (camera == nullptr) return -1;
+  const std::optional<int> speed =
+      command.variable != nullptr ? body_integer(parameters, "speed") : std::nullopt;
+  return speed ? command.variable(camera, *speed) : command.fixed(camera);
+}
+
+void obey(visca_camera* camera, json_object* body) {
+  json_object* name = json_member(body, "command");
+  if (!json_object_is_type(name, json_type_string)) return;
+  printf("%s\n", json_object_get_string(name));
+  const camera_command* command = find_command(json_object_get_string(name));
+  if (command == nullptr) return;
+  if (queue(camera, *command, find_parameters(body)) != 0 && command->fixed == visca_camera_zoom_stop) {
+    printf("zoom stop failed!\n");
+  }
+}
+
+// The positions that the camera of `user_data` last reported, -1 without a camera.
+void add_position(json_object* answer, void* user_data, const char* key,
+                  std::atomic<uint32_t> visca_camera::*position) {
+  const visca_camera* camera = static_cast<visca_thread_record*>(user_data)->camera;
+  const int reported = camera == nullptr ? -1 : static_cast<int>((camera->*position).load());
+  json_object_object_add(answer, key, json_object_new_int(reported));
+}
+
+int send_positions(http_connection* connection, void* user_data, bool zoom, bool focus) {
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr && zoom) add_position(answer, user_data, "zoom", &visca_camera::zoom_position);
+  if (answer != nullptr && focus) add_position(answer, user_data, "focus", &visca_camera::focus_position);
+  json_v1_response_handler(connection, answer);
+  return 0;
+}
+
+}  // namespace
+
+int api_get_camera_zoom(http_connection* connection, const char*, unsigned long, void* user_data) {
+  printf("Writing zoom response\n");
+  return send_positions(connection, user_data, true, false);
+}
+
+int api_get_camera_focus(http_connection* connection, const char*, unsigned long, void* user_data) {
+  printf("Writing focus response\n");
+  return send_positions(connection, user_data, false, true);
+}
+
+int api_get_camera(http_connection* connection, const char*, unsigned long, void* user_data) {
+  printf("Writing camera response\n");
+  return send_positions(connection, user_data, true, true);
+}
+
+int api_post_camera(http_connection* connection, const char* body, unsigned long length, void* user_data) {
+  const json_owner object = read_json_body(connection, body, length);
+  obey(static_cast<visca_thread_record*>(user_data)->camera, object.get());
+  empty_v1_response_handler(connection);
+  return 0;
+}

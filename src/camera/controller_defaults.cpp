@@ -1,0 +1,17 @@
+#include "app/trace.h"
+#include "base/paths.h"
+#include "base/value_file.h"
+#include "camera/controller.h"
+#include "camera/modes.h"
+#include "camera/speeds.h"
+#include "power_board/lighting.h"
+
+void restore_controller_defaults() {
+  trace(kTraceApi, "controller defaults");
+  orb_set_controller_defaults();
+  write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
+  keep_focus_mode(camera_mode::automatic);
+  write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);
+  keep_exposure_mode(camera_mode::automatic);
+  reset_lighting();
+}

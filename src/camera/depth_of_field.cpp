@@ -1,0 +1,65 @@
+#include "camera/depth_of_field.h"
+
+#include <cstdio>
+
+#include "base/text.h"
+#include "store/settings.h"
+
+namespace {
+
+struct focus_point {
+  int position;
+  double distance_m;
+};
+
+// Falling positions.
+constexpr focus_point kFocusCurve[] = {
+    {61440, 0.01}, {57344, 0.11}, {53248, 0.3},  {49152, 0.8}, {45056, 1.2},
+    {40960, 1.4},  {36864, 1.65}, {32768, 2.0},  {28672, 2.5}, {24576, 3.1},
+    {20480, 4.2},  {16384, 6.0},  {12288, 10.0}, {8192, 20.0}, {4096, 60.0},
+};
+
+constexpr int kNearest = 61440;  // from here on the nearest distance holds
+constexpr int kFarthest = 4096;  // below: infinity
+constexpr int kNotReported = -1;
+
+constexpr double kFeetPerMetre = 3.2808399;
+constexpr double kFar = 1.1;
+constexpr double kNear = 0.9;
+constexpr double kWholeNumbers = 99.5;  // from here on without decimals
+
+double distance_at(int position) {
+  if (position >= kNearest) return kFocusCurve[0].distance_m;
+  const focus_point* previous = &kFocusCurve[0];
+  for (const focus_point& point : kFocusCurve) {
+    if (position >= point.position) {
+      return point.distance_m + (previous->distance_m - point.distance_m) * (position - point.position) /
+                                    (previous->position - point.position);
+    }
+    previous = &point;
+  }
+  return previous->distance_m;
+}
+
+void format_distance(char* text, size_t size, double distance, const char* unit) {
+  snprintf(text, size, distance < kWholeNumbers ? "%.2g %s" : "%.0f %s", distance, unit);
+}
+
+}  // namespace
+
+depth_of_field load_depth_of_field(int focus_position) {
+  depth_of_field field;
+  if (focus_position < kFarthest) {
+    const char* text = focus_position == kNotReported ? "?" : "\u221E";
+    copy_text(field.far_limit, sizeof field.far_limit, text);
+    copy_text(field.near_limit, sizeof field.near_limit, text);
+    return field;
+  }
+  int units = 0;
+  orb_read_nv(kSettingUnits, &units, sizeof units);
+  const bool feet = units == 1;
+  const double distance = distance_at(focus_position) * (feet ? kFeetPerMetre : 1.0);
+  format_distance(field.far_limit, sizeof field.far_limit, distance * kFar, feet ? "ft" : "m");
+  format_distance(field.near_limit, sizeof field.near_limit, distance * kNear, feet ? "ft" : "m");
+  return field;
+}

@@ -1,0 +1,138 @@
+// The three hold-to-run loops: zoom, focus and LED intensity.
+
+#include <algorithm>
+
+#include "app/trace.h"
+#include "base/paths.h"
+#include "base/value_file.h"
+#include "camera/controller.h"
+#include "camera/hold_loop.h"
+#include "camera/speeds.h"
+#include "camera/visca_thread.h"
+#include "power_board/lighting.h"
+
+namespace {
+
+constexpr int kSpeedUp_ms = 2000;  // of holding, for each speed step
+
+// A motion of the camera that speeds up the longer it is held.
+struct motion {
+  int trace_level;
+  const char* speed_file;
+  int default_speed;
+  int (*positive)(visca_camera* camera, int speed);
+  int (*negative)(visca_camera* camera, int speed);
+  int (*stop)(visca_camera* camera);
+};
+
+constexpr motion kZoom{kTraceZoomLoop,
+                       paths::kZoomSpeed,
+                       kDefaultZoomSpeed,
+                       visca_camera_zoom_tele_variable,
+                       visca_camera_zoom_wide_variable,
+                       visca_camera_zoom_stop};
+constexpr motion kFocus{kTraceFocusLoop,
+                        paths::kFocusSpeed,
+                        kDefaultFocusSpeed,
+                        visca_camera_focus_far_variable,
+                        visca_camera_focus_near_variable,
+                        visca_camera_focus_stop};
+
+// Of the motion's loop thread.
+template <const motion& Motion>
+int start_speed = 0;
+
+template <const motion& Motion>
+void drive(visca_camera* camera, int direction, int speed) {
+  (direction > 0 ? Motion.positive : Motion.negative)(camera, speed);
+}
+
+template <const motion& Motion>
+void start_motion(int direction) {
+  const int speed = read_speed(Motion.speed_file, Motion.default_speed);
+  start_speed<Motion> = speed;
+  trace(Motion.trace_level, "start %d", speed);
+  visca_camera* camera = visca_thread_data.camera;
+  if (camera != nullptr) drive<Motion>(camera, direction, speed);
+}
+
+template <const motion& Motion>
+void step_motion(int direction, int held_ms) {
+  if (held_ms % kSpeedUp_ms != 0) return;
+  const int speed = read_speed(Motion.speed_file, Motion.default_speed);
+  visca_camera* camera = visca_thread_data.camera;
+  if (speed >= kMaximumSpeed || camera == nullptr) return;
+  trace(Motion.trace_level, "adjust %d %d", speed, speed + 1);
+  drive<Motion>(camera, direction, speed + 1);
+  write_value_file(Motion.speed_file, speed + 1);
+}
+
+// The stop is tried again while the link is up: a motion must not run on because the queue was full.
+template <const motion& Motion>
+bool end_motion() {
+  visca_camera* camera = visca_thread_data.camera;
+  if (camera != nullptr && Motion.stop(camera) != 0 &&
+      visca_connection_is_connected(visca_thread_data.connection) != 0) {
+    return false;
+  }
+  trace(Motion.trace_level, "end");
+  write_value_file(Motion.speed_file, start_speed<Motion>);  // the acceleration was for this hold only
+  return true;
+}
+
+constexpr int kIntensityPeriod_ms = 250;
+constexpr int kIntensityClock_ms = 6000;  // where the hold clock stops
+constexpr int kMaximumIntensity = 100;
+
+int intensity_step(int held_ms) {
+  const int clock = std::min(held_ms, kIntensityClock_ms);
+  return clock <= 2000 ? 1 : clock <= 4000 ? 3 : 5;
+}
+
+void start_intensity(int) { trace(kTraceIntensityLoop, "start"); }
+
+void step_intensity(int direction, int held_ms) {
+  if (held_ms % kIntensityPeriod_ms != 0) return;
+  const std::optional<int> value = read_value_file(paths::kIntensity);
+  if (!value) return;
+  const int step = intensity_step(held_ms);
+  const int now = std::clamp(*value, 0, kMaximumIntensity);
+  const int next = std::clamp(direction > 0 ? now + step : now - step, 0, kMaximumIntensity);
+  if (next == *value) return;
+  trace(kTraceIntensityLoop, "adjust %d %d", *value, next);
+  orb_set_api_led_intensity(next);
+}
+
+bool end_intensity() {
+  trace(kTraceIntensityLoop, "end");
+  return true;
+}
+
+constexpr hold_actions kZoomActions{"zoom-loop", start_motion<kZoom>, step_motion<kZoom>, end_motion<kZoom>};
+constexpr hold_actions kFocusActions{"focus-loop", start_motion<kFocus>, step_motion<kFocus>,
+                                     end_motion<kFocus>};
+constexpr hold_actions kIntensityActions{"intensity-loop", start_intensity, step_intensity, end_intensity};
+
+constinit hold_loop zoom_loop{kZoomActions};
+constinit hold_loop focus_loop{kFocusActions};
+constinit hold_loop intensity_loop{kIntensityActions};
+
+}  // namespace
+
+void orb_create_focus_loop() { create_hold_loop(&focus_loop); }
+int orb_trigger_focus_loop(int direction, int duration_ms) {
+  return trigger_hold_loop(&focus_loop, direction, duration_ms);
+}
+void orb_stop_focus_loop() { stop_hold_loop(&focus_loop); }
+
+void orb_create_zoom_loop() { create_hold_loop(&zoom_loop); }
+int orb_trigger_zoom_loop(int direction, int duration_ms) {
+  return trigger_hold_loop(&zoom_loop, direction, duration_ms);
+}
+void orb_stop_zoom_loop() { stop_hold_loop(&zoom_loop); }
+
+void orb_create_intensity_loop() { create_hold_loop(&intensity_loop); }
+int orb_trigger_intensity_loop(int direction, int duration_ms) {
+  return trigger_hold_loop(&intensity_loop, direction, duration_ms);
+}
+void orb_stop_intensity_loop() { stop_hold_loop(&intensity_loop); }

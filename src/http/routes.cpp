@@ -1,0 +1,86 @@
+#include "http/routes.h"
+
+#include "app/trace.h"
+#include "base/paths.h"
+#include "base/value_file.h"
+#include "camera/api.h"
+#include "camera/speeds.h"
+#include "camera/visca_thread.h"
+#include "power_board/lighting.h"
+
+namespace {
+
+constexpr int kEventWait_ms = 100;
+
+constexpr http_route_row kRoutes[] = {
+    {"GET", "/api/1.0/camera/zoom", api_get_camera_zoom, &visca_thread_data},
+    {"GET", "/api/1.0/camera/focus", api_get_camera_focus, &visca_thread_data},
+    {"GET", "/api/1.0/camera", api_get_camera, &visca_thread_data},
+    {"POST", "/api/1.0/camera", api_post_camera, &visca_thread_data},
+
+    {"GET", "/api/camera/exposure/mode", get_exposure_mode, nullptr},
+    {"PUT", "/api/camera/exposure/mode", put_exposure_mode, nullptr},
+    {"POST", "/api/camera/exposure/shutter/increment", post_shutter_increment, nullptr},
+    {"POST", "/api/camera/exposure/shutter/decrement", post_shutter_decrement, nullptr},
+    {"POST", "/api/camera/exposure/shutter/reset", post_shutter_reset, nullptr},
+    {"POST", "/api/camera/exposure/shutter/stop", post_shutter_stop, nullptr},
+    {"POST", "/api/camera/exposure/iris/increment", post_iris_increment, nullptr},
+    {"POST", "/api/camera/exposure/iris/decrement", post_iris_decrement, nullptr},
+    {"POST", "/api/camera/exposure/iris/reset", post_iris_reset, nullptr},
+    {"POST", "/api/camera/exposure/iris/stop", post_iris_stop, nullptr},
+    {"POST", "/api/camera/exposure/gain/increment", post_gain_increment, nullptr},
+    {"POST", "/api/camera/exposure/gain/decrement", post_gain_decrement, nullptr},
+    {"POST", "/api/camera/exposure/gain/reset", post_gain_reset, nullptr},
+    {"POST", "/api/camera/exposure/gain/stop", post_gain_stop, nullptr},
+    {"GET", "/api/camera/focus/mode", get_focus_mode, nullptr},
+    {"PUT", "/api/camera/focus/mode", put_focus_mode, nullptr},
+    {"GET", "/api/camera/focus/speed", get_focus_speed, nullptr},
+    {"PUT", "/api/camera/focus/speed", put_focus_speed, nullptr},
+    {"POST", "/api/camera/focus/speed", post_focus_speed, nullptr},
+    {"GET", "/api/camera/focus/position", get_focus_position, nullptr},
+    {"PUT", "/api/camera/focus/position", put_focus_position, nullptr},
+    {"POST", "/api/camera/focus/increment", post_focus_increment, nullptr},
+    {"POST", "/api/camera/focus/decrement", post_focus_decrement, nullptr},
+    {"POST", "/api/camera/focus/stop", post_focus_stop, nullptr},
+    {"POST", "/api/camera/zoom/reset", post_zoom_reset, nullptr},
+    {"GET", "/api/camera/zoom/speed", get_zoom_speed, nullptr},
+    {"PUT", "/api/camera/zoom/speed", put_zoom_speed, nullptr},
+    {"POST", "/api/camera/zoom/speed", post_zoom_speed, nullptr},
+    {"GET", "/api/camera/zoom/position", get_zoom_position, nullptr},
+    {"PUT", "/api/camera/zoom/position", put_zoom_position, nullptr},
+    {"POST", "/api/camera/zoom/increment", post_zoom_increment, nullptr},
+    {"POST", "/api/camera/zoom/decrement", post_zoom_decrement, nullptr},
+    {"POST", "/api/camera/zoom/stop", post_zoom_stop, nullptr},
+    {"GET", "/api/camera/invert_image", get_invert_image, nullptr},
+    {"PUT", "/api/camera/invert_image", put_invert_image, nullptr},
+    {"GET", "/api/camera/image_stabilizer", get_image_stabilizer, nullptr},
+    {"PUT", "/api/camera/image_stabilizer", put_image_stabilizer, nullptr},
+    {"GET", "/api/camera/sensitivity", get_sensitivity, nullptr},
+    {"PUT", "/api/camera/sensitivity", put_sensitivity, nullptr},
+    {"GET", "/api/camera/ir_filter", get_ir_filter, nullptr},
+    {"PUT", "/api/camera/ir_filter", put_ir_filter, nullptr},
+    {"GET", "/api/camera/defog", get_defog, nullptr},
+    {"PUT", "/api/camera/defog", put_defog, nullptr},
+};
+
+// The current values that other programs read start afresh with the daemon.
+void prepare_shared_state() {
+  write_value_file(paths::kIntensity, kStartIntensity);
+  write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);
+  write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
+}
+
+}  // namespace
+
+std::span<const http_route_row> http_routes() { return kRoutes; }
+
+int http_server_thread() {
+  trace(kTraceHttpServer, "thread start");
+  http_server* server = http_server_init(addresses::kApiPort, kHttpConnections);
+  if (server == nullptr) return -1;
+  prepare_shared_state();
+  for (const http_route_row& row : kRoutes) {
+    http_server_register_handler(server, row.method, row.path, row.handler, nullptr, row.user_data);
+  }
+  for (;;) http_server_process_events(server, kEventWait_ms);
+}
