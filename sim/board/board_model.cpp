@@ -232,7 +232,7 @@ const board_reading_field* find_reading(std::string_view name) {
   return found == std::end(kReadings) ? nullptr : found;
 }
 
-uint8_t reverse_bits(uint8_t byte) {
+uint8_t mirror_bits(uint8_t byte) {
   unsigned bits = byte;
   bits = (bits & 0x0F) << 4 | bits >> 4;
   bits = (bits & 0x33) << 2 | (bits & 0xCC) >> 2;
@@ -324,5 +324,5 @@ void board_answer(board_model& board, uint8_t read_command, std::span<uint8_t> w
   } else {
     ++board.counts.unknown_reads;
   }
-  for (size_t i = 0; i < wire.size(); ++i) wire[i] = i < size ? reverse_bits(frame[i]) : uint8_t{0};
+  for (size_t i = 0; i < wire.size(); ++i) wire[i] = i < size ? mirror_bits(frame[i]) : uint8_t{0};
 }

@@ -137,7 +137,7 @@ struct board_model {
 };
 
 // Swaps bit 0 with bit 7, 1 with 6 and so on: the board's bytes as the controller's bus shows them, and back.
-uint8_t reverse_bits(uint8_t byte);
+uint8_t mirror_bits(uint8_t byte);
 
 // Data bytes that a write to the register carries, or -1 for a register that the board has not.
 int register_length(uint8_t reg);

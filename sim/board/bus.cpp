@@ -145,7 +145,7 @@ void check_length(bus_state& bus, const char* what, unsigned number, size_t expe
 }
 
 void end_write(bus_state& bus, board_model& board, std::string& violation) {
-  const auto reg = static_cast<uint8_t>(reverse_bits(bus.command) & 0x7F);
+  const auto reg = static_cast<uint8_t>(mirror_bits(bus.command) & 0x7F);
   const int expected = register_length(reg);
   if (board.strict && expected >= 0 && bus.moved > 0) {
     check_length(bus, "write to register", reg, static_cast<size_t>(expected), violation);
@@ -197,7 +197,7 @@ void take_data(bus_state& bus, std::span<const uint8_t> out, std::string& violat
   }
   bus.now = phase::writing;
   for (const uint8_t byte : out) {
-    if (bus.moved < kMaxWriteData) bus.written[bus.moved] = reverse_bits(byte);
+    if (bus.moved < kMaxWriteData) bus.written[bus.moved] = mirror_bits(byte);
     ++bus.moved;
   }
 }

@@ -64,8 +64,8 @@ struct controller {
   }
 
   void write(uint8_t reg, bytes data) const {
-    for (uint8_t& byte : data) byte = reverse_bits(byte);
-    transaction(reverse_bits(reg | 0x80), [&] {
+    for (uint8_t& byte : data) byte = mirror_bits(byte);
+    transaction(mirror_bits(reg | 0x80), [&] {
       if (!data.empty()) mraa_spi_transfer_buf(spi, data.data(), nullptr, static_cast<int>(data.size()));
     });
   }
@@ -73,7 +73,7 @@ struct controller {
   bytes read(uint8_t command, int size) const {
     bytes frame(static_cast<size_t>(size), 0xEE);
     transaction(command, [&] { mraa_spi_transfer_buf(spi, nullptr, frame.data(), size); });
-    for (uint8_t& byte : frame) byte = reverse_bits(byte);
+    for (uint8_t& byte : frame) byte = mirror_bits(byte);
     return frame;
   }
 };
@@ -243,7 +243,7 @@ TEST_F(board, each_violation_is_reported_once) {
        }},
       {"one command byte",
        [](controller& c) {
-         uint8_t two[2] = {reverse_bits(0x86), 1};
+         uint8_t two[2] = {mirror_bits(0x86), 1};
          mraa_gpio_write(c.select, 0);
          mraa_spi_transfer_buf(c.spi, two, nullptr, 2);
          pause_us(10);
