@@ -197,6 +197,12 @@ std::vector<packet> block_take_output(block_model& block, int64_t now_ms) {
   return line_take(block.replies, block.faults, now_ms);
 }
 
+void block_place_zoom(block_model& block, int position, int64_t now_ms) {
+  block_advance(block, now_ms);
+  lens_place(block.lens, kZoom, position);
+  block.zoom_report.wanted = true;
+}
+
 void block_new_link(block_model& block) {
   block.receiving.clear();
   block.overlong = false;

@@ -113,6 +113,9 @@ std::vector<packet> block_take_output(block_model& block, int64_t now_ms);
 // Whether the lens moves or a socket waits, so that the owner must look again soon.
 bool block_active(const block_model& block);
 
+// Puts the zoom at a position at once and has it reported, as if somebody had turned the lens by hand.
+void block_place_zoom(block_model& block, int position, int64_t now_ms);
+
 // A new controller is connected: half a packet and answers that have not left are forgotten, the settings
 // stay.
 void block_new_link(block_model& block);
