@@ -21,18 +21,18 @@ constexpr unsigned kSessionSweep_s = 10;
 
 // The scene is checkers that drift, with a fixed target and a fixed scale in front: the frame of reference.
 constexpr char kPipeline[] =
-    "( videotestsrc is-live=true pattern=checkers-8 horizontal-speed=1 foreground-color=0xff8a7a5c "
-    "background-color=0xff4c5a66 ! video/x-raw,format=I420,width=640,height=360,framerate=15/1 "
-    "! textoverlay text=\"+\" font-desc=\"Monospace 40px\" valignment=center halignment=center "
-    "auto-resize=false "
-    "draw-shadow=false ! textoverlay text=\"8.7.6.5.4.3.2.1.0.1.2.3.4.5.6.7.8\" font-desc=\"Monospace 18px\" "
-    "valignment=position ypos=0.62 halignment=center auto-resize=false draw-shadow=false "
-    "! videocrop name=crop ! videoscale ! video/x-raw,width=640,height=360 ! videoflip name=flip "
-    "! videobalance name=balance ! textoverlay name=titles use-markup=true font-desc=\"Monospace Bold 26px\" "
-    "auto-resize=false wrap-mode=none valignment=top halignment=left line-alignment=left xpad=8 ypad=6 "
-    "draw-shadow=false ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=15 threads=1 "
-    "bitrate=1500 "
-    "! rtph264pay name=pay0 pt=96 )";
+    "( videotestsrc is-live=true pattern=checkers-8 horizontal-speed=1"
+    " ! video/x-raw,format=I420,width=640,height=360,framerate=15/1"
+    " ! textoverlay text=+ font-desc=\"Monospace 40px\" valignment=center halignment=center deltay=13"
+    " auto-resize=false draw-shadow=false"
+    " ! textoverlay text=8.7.6.5.4.3.2.1.0.1.2.3.4.5.6.7.8 font-desc=\"Monospace 18px\" valignment=center"
+    " halignment=center deltay=40 auto-resize=false draw-shadow=false"
+    " ! videocrop name=crop ! videoscale ! video/x-raw,width=640,height=360 ! videoflip name=flip"
+    " ! videobalance name=balance"
+    " ! textoverlay name=titles font-desc=\"Monospace Bold 26px\" valignment=top halignment=left"
+    " line-alignment=left xpad=8 ypad=6 wrap-mode=none auto-resize=false draw-shadow=false"
+    " ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=15 threads=1 bitrate=1500"
+    " ! rtph264pay name=pay0 pt=96 )";
 
 // Where the picture is served. The recorder asks for the first one.
 constexpr const char* kMounts[] = {"/vx-1.mp4", "/stream0", "/stream1"};
@@ -91,7 +91,7 @@ gboolean refresh(gpointer data) {
 
 void forget_picture(gpointer data) {
   auto* p = static_cast<running_picture*>(data);
-  for (GstElement* element : {p->crop, p->flip, p->balance, p->titles}) gst_object_unref(element);
+  for (GstElement* element : {p->crop, p->flip, p->balance, p->titles}) gst_clear_object(&element);
   delete p;
 }
 
@@ -113,6 +113,11 @@ void on_media_configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer shar
   p->balance = gst_bin_get_by_name(GST_BIN(bin), "balance");
   p->titles = gst_bin_get_by_name(GST_BIN(bin), "titles");
   gst_object_unref(bin);
+  if (p->crop == nullptr || p->flip == nullptr || p->balance == nullptr || p->titles == nullptr) {
+    std::fprintf(stderr, "sim_camera: a GStreamer element is missing, the picture cannot be made\n");
+    forget_picture(p);
+    return;
+  }
   refresh(p);
   GSource* source = g_timeout_source_new(kRefreshMs);
   g_source_set_callback(source, refresh, p, forget_picture);
