@@ -1,0 +1,178 @@
+#include "sim/camera/control_commands.h"
+
+#include <charconv>
+#include <cstdio>
+#include <optional>
+
+namespace sim_camera {
+namespace {
+
+constexpr char kOk[] = "ok\n";
+constexpr int kMaxDelayMs = 60000;
+
+enum class takes { nothing, on_off, number };
+
+struct control_row {
+  std::string_view name;
+  std::string_view help;
+  takes argument;
+  std::string (*act)(bench_camera&, int);
+  int top = 0;  // of a number; the lowest is 0
+};
+
+template <bool fault_switches::*fault>
+std::string set_fault(bench_camera& camera, int on) {
+  camera.block.faults.*fault = on != 0;
+  return kOk;
+}
+
+std::string set_ack_delay(bench_camera& camera, int ms) {
+  camera.block.faults.ack_delay_ms = ms;
+  return kOk;
+}
+
+std::string drop(bench_camera& camera, int) {
+  camera.drop_requested = true;
+  return kOk;
+}
+
+std::string refuse_connect(bench_camera& camera, int on) {
+  camera.refuse_connect = on != 0;
+  return kOk;
+}
+
+std::string set_light(bench_camera& camera, int percent) {
+  camera.light_percent = percent;
+  return kOk;
+}
+
+std::string set_zoom(bench_camera& camera, int position) {
+  block_place_zoom(camera.block, position, camera.now_ms);
+  return kOk;
+}
+
+std::string_view on_off(bool on) {
+  return on ? "on" : "off";
+}
+
+void append_row(std::string& text, std::string_view name, std::string_view value) {
+  text.append(name).append(" ").append(value).append("\n");
+}
+
+std::string show(bench_camera& camera, int) {
+  block_model& block = camera.block;
+  block_advance(block, camera.now_ms);
+  char line[96];
+  std::string text;
+  append_row(text, "power", on_off(block.power));
+  std::snprintf(line, sizeof line, "%d (%.1fx, digital value 0x%02X)", lens_position(block.lens, kZoom),
+                lens_magnification(block.lens), static_cast<unsigned>(lens_digital_value(block.lens)));
+  append_row(text, "zoom", line);
+  append_row(text, "digital_zoom",
+             block.lens.digital_on ? (block.lens.combined ? "combined" : "separate") : "off");
+  std::snprintf(line, sizeof line, "0x%04X %s", static_cast<unsigned>(lens_position(block.lens, kFocus)),
+                block.lens.auto_focus ? "auto" : "manual");
+  append_row(text, "focus", line);
+  for (size_t i = 0; i < kModes; ++i) append_row(text, kModeNames[i], block.settings.modes[i]);
+  for (size_t i = 0; i < kLevels; ++i) {
+    append_row(text, kLevelRanges[i].name, std::to_string(block.settings.levels[i]));
+  }
+  append_row(text, "zoom_report", on_off(block.zoom_report.on));
+  append_row(text, "focus_report", on_off(block.focus_report.on));
+  append_row(text, "socket_1", block.sockets[0].busy ? "busy" : "free");
+  append_row(text, "socket_2", block.sockets[1].busy ? "busy" : "free");
+  append_row(text, "light", std::to_string(camera.light_percent));
+  append_row(text, "silent", on_off(block.faults.silent));
+  append_row(text, "split", on_off(block.faults.split));
+  append_row(text, "merge", on_off(block.faults.merge));
+  append_row(text, "garble", on_off(block.faults.garble));
+  append_row(text, "full", on_off(block.faults.full));
+  append_row(text, "refuse_connect", on_off(camera.refuse_connect));
+  append_row(text, "ack_delay", std::to_string(block.faults.ack_delay_ms));
+  return text;
+}
+
+std::string list_titles(bench_camera& camera, int) {
+  return titles_listing(camera.block.titles);
+}
+
+std::string list_log(bench_camera& camera, int) {
+  std::string text;
+  for (const received_packet& received : camera.block.log) {
+    char digits[24];
+    std::snprintf(digits, sizeof digits, "%lld", static_cast<long long>(received.time_ms));
+    text += digits;
+    for (const uint8_t byte : received.bytes) {
+      std::snprintf(digits, sizeof digits, " %02X", byte);
+      text += digits;
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+std::string help(bench_camera&, int);
+
+constexpr control_row kControls[] = {
+    {"help", "this list", takes::nothing, help},
+    {"show", "power, lens, settings, sockets and faults", takes::nothing, show},
+    {"titles", "the title memory", takes::nothing, list_titles},
+    {"log", "received packets: ms since the start, bytes", takes::nothing, list_log},
+    {"silent", "swallow every packet and answer nothing", takes::on_off, set_fault<&fault_switches::silent>},
+    {"ack_delay", "ms before every answer", takes::number, set_ack_delay, kMaxDelayMs},
+    {"split", "send byte by byte", takes::on_off, set_fault<&fault_switches::split>},
+    {"merge", "send two packets together", takes::on_off, set_fault<&fault_switches::merge>},
+    {"garble", "send random bytes", takes::on_off, set_fault<&fault_switches::garble>},
+    {"full", "refuse every command: buffer full", takes::on_off, set_fault<&fault_switches::full>},
+    {"drop", "close the links now", takes::nothing, drop},
+    {"refuse_connect", "close the listening socket", takes::on_off, refuse_connect},
+    {"light", "brightness of the picture in percent", takes::number, set_light, 100},
+    {"zoom", "put the lens at a position at once", takes::number, set_zoom, kCombinedEnd},
+};
+
+std::string help(bench_camera&, int) {
+  constexpr std::string_view kArguments[] = {"", " on|off", " N"};
+  std::string text;
+  for (const control_row& row : kControls) {
+    std::string usage(row.name);
+    usage += kArguments[static_cast<size_t>(row.argument)];
+    if (usage.size() < 24) usage.resize(24, ' ');
+    append_row(text, usage, row.help);
+  }
+  return text;
+}
+
+std::optional<int> parse_argument(const control_row& row, std::string_view text) {
+  switch (row.argument) {
+    case takes::nothing:
+      return text.empty() ? std::optional(0) : std::nullopt;
+    case takes::on_off:
+      return text == "on" ? std::optional(1) : text == "off" ? std::optional(0) : std::nullopt;
+    case takes::number:
+      break;
+  }
+  int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size() || number < 0 || number > row.top)
+    return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+std::string control_execute(bench_camera& camera, std::string_view line) {
+  while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.remove_suffix(1);
+  const size_t space = line.find(' ');
+  const std::string_view name = line.substr(0, space);
+  const std::string_view argument = space == std::string_view::npos ? "" : line.substr(space + 1);
+  for (const control_row& row : kControls) {
+    if (row.name != name) continue;
+    const std::optional<int> value = parse_argument(row, argument);
+    if (!value)
+      return "error: " + std::string(name) + " does not take '" + std::string(argument) + "', see help\n";
+    return row.act(camera, *value);
+  }
+  return "error: unknown command '" + std::string(name) + "', see help\n";
+}
+
+}  // namespace sim_camera
