@@ -15,8 +15,8 @@ enum class takes { nothing, on_off, number };
 struct control_row {
   std::string_view name;
   std::string_view help;
-  takes argument;
   std::string (*act)(bench_camera&, int);
+  takes argument;
   int top = 0;  // of a number; the lowest is 0
 };
 
@@ -114,20 +114,20 @@ std::string list_log(bench_camera& camera, int) {
 std::string help(bench_camera&, int);
 
 constexpr control_row kControls[] = {
-    {"help", "this list", takes::nothing, help},
-    {"show", "power, lens, settings, sockets and faults", takes::nothing, show},
-    {"titles", "the title memory", takes::nothing, list_titles},
-    {"log", "received packets: ms since the start, bytes", takes::nothing, list_log},
-    {"silent", "swallow every packet and answer nothing", takes::on_off, set_fault<&fault_switches::silent>},
-    {"ack_delay", "ms before every answer", takes::number, set_ack_delay, kMaxDelayMs},
-    {"split", "send byte by byte", takes::on_off, set_fault<&fault_switches::split>},
-    {"merge", "send two packets together", takes::on_off, set_fault<&fault_switches::merge>},
-    {"garble", "send random bytes", takes::on_off, set_fault<&fault_switches::garble>},
-    {"full", "refuse every command: buffer full", takes::on_off, set_fault<&fault_switches::full>},
-    {"drop", "close the links now", takes::nothing, drop},
-    {"refuse_connect", "close the listening socket", takes::on_off, refuse_connect},
-    {"light", "brightness of the picture in percent", takes::number, set_light, 100},
-    {"zoom", "put the lens at a position at once", takes::number, set_zoom, kCombinedEnd},
+    {"help", "this list", help, takes::nothing},
+    {"show", "power, lens, settings, sockets and faults", show, takes::nothing},
+    {"titles", "the title memory", list_titles, takes::nothing},
+    {"log", "received packets: ms since the start, bytes", list_log, takes::nothing},
+    {"silent", "swallow every packet and answer nothing", set_fault<&fault_switches::silent>, takes::on_off},
+    {"ack_delay", "ms before every answer", set_ack_delay, takes::number, kMaxDelayMs},
+    {"split", "send byte by byte", set_fault<&fault_switches::split>, takes::on_off},
+    {"merge", "send two packets together", set_fault<&fault_switches::merge>, takes::on_off},
+    {"garble", "send random bytes", set_fault<&fault_switches::garble>, takes::on_off},
+    {"full", "refuse every command: buffer full", set_fault<&fault_switches::full>, takes::on_off},
+    {"drop", "close the links now", drop, takes::nothing},
+    {"refuse_connect", "close the listening socket", refuse_connect, takes::on_off},
+    {"light", "brightness of the picture in percent", set_light, takes::number, 100},
+    {"zoom", "put the lens at a position at once", set_zoom, takes::number, kCombinedEnd},
 };
 
 std::string help(bench_camera&, int) {
