@@ -214,17 +214,11 @@ void apply_write(board_model& board, uint8_t reg, std::span<const uint8_t> data)
 
 }  // namespace
 
-std::span<const board_reading_field> board_readings_table() {
-  return kReadings;
-}
+std::span<const board_reading_field> board_readings_table() { return kReadings; }
 
-double field_minimum(const board_reading_field& field) {
-  return range(field.type).minimum * field.scale;
-}
+double field_minimum(const board_reading_field& field) { return range(field.type).minimum * field.scale; }
 
-double field_maximum(const board_reading_field& field) {
-  return range(field.type).maximum * field.scale;
-}
+double field_maximum(const board_reading_field& field) { return range(field.type).maximum * field.scale; }
 
 const board_reading_field* find_reading(std::string_view name) {
   const auto* found = std::find_if(std::begin(kReadings), std::end(kReadings),
@@ -260,13 +254,9 @@ size_t frame_size(uint8_t read_command) {
   return read_command == kReadBasic ? kBasicFrameSize : 0;
 }
 
-bool camera_powered(const board_model& board) {
-  return (board.power_enable & kPowerCamera) != 0;
-}
+bool camera_powered(const board_model& board) { return (board.power_enable & kPowerCamera) != 0; }
 
-bool laser_powered(const board_model& board) {
-  return (board.power_enable & kPowerLaser) != 0;
-}
+bool laser_powered(const board_model& board) { return (board.power_enable & kPowerLaser) != 0; }
 
 void set_status_bit(board_model& board, int bit, bool on) {
   const auto mask = static_cast<uint8_t>(1U << (bit & 7));

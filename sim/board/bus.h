@@ -60,9 +60,7 @@ enum class bus_call {
 // `result`. The pin counts for the gpio calls only.
 void fail_next(bus_call call, mraa_result_t result = MRAA_ERROR_UNSPECIFIED, int pin = kAnyPin)
     EXCLUDES(board_mutex);
-inline void fail_next_gpio_init(int pin) {
-  fail_next(bus_call::gpio_init, MRAA_ERROR_UNSPECIFIED, pin);
-}
+inline void fail_next_gpio_init(int pin) { fail_next(bus_call::gpio_init, MRAA_ERROR_UNSPECIFIED, pin); }
 
 // GPIO lines and SPI buses that are initialised and not closed: 4 on a running bus.
 int open_bus_handles() EXCLUDES(board_mutex);

@@ -17,6 +17,4 @@ void motor_advance(board_motor& motor, double seconds) {
   motor.run_left_s = std::max(0.0, motor.run_left_s - seconds);
 }
 
-bool motor_running(const board_motor& motor) {
-  return motor.run_left_s > 0 && motor.pwm != 0;
-}
+bool motor_running(const board_motor& motor) { return motor.run_left_s > 0 && motor.pwm != 0; }

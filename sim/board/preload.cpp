@@ -37,9 +37,7 @@ void log_call(const std::string& line) {
   close(file);
 }
 
-const char* or_none(const char* text) {
-  return text == nullptr ? "none" : text;
-}
+const char* or_none(const char* text) { return text == nullptr ? "none" : text; }
 
 bool in_daemon() {
   char name[32] = "";

@@ -29,40 +29,24 @@ constexpr unsigned kAllTitles = 0x0F;  // line number that means every line
 unsigned value_of(const parsed_command& c, char letter) {
   return c.values[static_cast<size_t>(letter - 'a')];
 }
-axis_id axis_of(const parsed_command& c) {
-  return static_cast<axis_id>(c.row->subject);
-}
-constexpr unsigned axis_bit(axis_id id) {
-  return 1U << id;
-}
+axis_id axis_of(const parsed_command& c) { return static_cast<axis_id>(c.row->subject); }
+constexpr unsigned axis_bit(axis_id id) { return 1U << id; }
 
 // A drive, a stop or a jump takes the axis away from the direct moves under way: they complete.
 void release_axis(block_model& block, axis_id id) {
   for (command_socket& socket : block.sockets) socket.waits_for &= ~axis_bit(id);
 }
 
-bool manual_focus(const block_model& b) {
-  return !b.lens.auto_focus;
-}
-bool separate_zoom(const block_model& b) {
-  return b.lens.digital_on && !b.lens.combined;
-}
-bool manual_white_balance(const block_model& b) {
-  return b.settings.modes[kWhiteBalance] == "manual";
-}
+bool manual_focus(const block_model& b) { return !b.lens.auto_focus; }
+bool separate_zoom(const block_model& b) { return b.lens.digital_on && !b.lens.combined; }
+bool manual_white_balance(const block_model& b) { return b.settings.modes[kWhiteBalance] == "manual"; }
 bool exposure_is(const block_model& b, std::string_view priority) {
   const std::string_view mode = b.settings.modes[kExposure];
   return mode == "manual" || mode == priority;
 }
-bool manual_gain(const block_model& b) {
-  return exposure_is(b, "");
-}
-bool manual_iris(const block_model& b) {
-  return exposure_is(b, "iris");
-}
-bool manual_shutter(const block_model& b) {
-  return exposure_is(b, "shutter");
-}
+bool manual_gain(const block_model& b) { return exposure_is(b, ""); }
+bool manual_iris(const block_model& b) { return exposure_is(b, "iris"); }
+bool manual_shutter(const block_model& b) { return exposure_is(b, "shutter"); }
 
 command_outcome stop(block_model& block, const parsed_command& c) {
   release_axis(block, axis_of(c));
@@ -176,9 +160,7 @@ command_outcome set_level(block_model& block, const parsed_command& c) {
   return kDone;
 }
 
-command_outcome nothing_to_do(block_model&, const parsed_command&) {
-  return kDone;
-}
+command_outcome nothing_to_do(block_model&, const parsed_command&) { return kDone; }
 
 command_outcome set_power(block_model& block, const parsed_command& c) {
   block.power = c.row->value != 0;
@@ -350,23 +332,15 @@ bool match(std::string_view pattern, parsed_command& into) {
   return true;
 }
 
-packet version_answer(const block_model&) {
-  return {0x00, 0x20, 0x04, 0x05, 0x01, 0x23, 0x02};
-}
-packet power_answer(const block_model& b) {
-  return {static_cast<uint8_t>(b.power ? 0x02 : 0x03)};
-}
+packet version_answer(const block_model&) { return {0x00, 0x20, 0x04, 0x05, 0x01, 0x23, 0x02}; }
+packet power_answer(const block_model& b) { return {static_cast<uint8_t>(b.power ? 0x02 : 0x03)}; }
 
 packet axis_answer(const block_model& b, axis_id id) {
   const auto nibbles = position_nibbles(lens_position(b.lens, id));
   return {nibbles.begin(), nibbles.end()};
 }
-packet zoom_answer(const block_model& b) {
-  return axis_answer(b, kZoom);
-}
-packet focus_answer(const block_model& b) {
-  return axis_answer(b, kFocus);
-}
+packet zoom_answer(const block_model& b) { return axis_answer(b, kZoom); }
+packet focus_answer(const block_model& b) { return axis_answer(b, kFocus); }
 
 struct inquiry_row {
   uint8_t category;

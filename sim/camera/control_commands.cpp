@@ -51,9 +51,7 @@ std::string set_zoom(bench_camera& camera, int position) {
   return kOk;
 }
 
-std::string_view on_off(bool on) {
-  return on ? "on" : "off";
-}
+std::string_view on_off(bool on) { return on ? "on" : "off"; }
 
 void append_row(std::string& text, std::string_view name, std::string_view value) {
   text.append(name).append(" ").append(value).append("\n");
@@ -92,9 +90,7 @@ std::string show(bench_camera& camera, int) {
   return text;
 }
 
-std::string list_titles(bench_camera& camera, int) {
-  return titles_listing(camera.block.titles);
-}
+std::string list_titles(bench_camera& camera, int) { return titles_listing(camera.block.titles); }
 
 std::string list_log(bench_camera& camera, int) {
   std::string text;

@@ -25,9 +25,7 @@ constexpr curve_point kZoomCurve[] = {
     {30400, 210}, {30720, 240}, {30912, 270}, {31104, 300}, {31232, 330}, {31424, 360},
 };
 
-double low_end(axis_id id) {
-  return id == kFocus ? kFocusFar : 0;
-}
+double low_end(axis_id id) { return id == kFocus ? kFocusFar : 0; }
 
 double high_end(const lens_state& l, axis_id id) {
   if (id == kFocus) return l.near_limit;
@@ -63,9 +61,7 @@ double magnification_at(double position) {
 
 }  // namespace
 
-bool axis_busy(const axis& a) {
-  return a.rate > 0;
-}
+bool axis_busy(const axis& a) { return a.rate > 0; }
 
 void lens_drive(lens_state& l, axis_id id, int direction, int speed) {
   axis& a = l.axes[id];

@@ -100,9 +100,7 @@ void on_unprepared(GstRTSPMedia*, gpointer source) {
       static_cast<GSource*>(source));  // a refresh under way ends first, then the picture is freed
 }
 
-void unref_source(gpointer source, GClosure*) {
-  g_source_unref(static_cast<GSource*>(source));
-}
+void unref_source(gpointer source, GClosure*) { g_source_unref(static_cast<GSource*>(source)); }
 
 void on_media_configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer shared) {
   GstElement* bin = gst_rtsp_media_get_element(media);

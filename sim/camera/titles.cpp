@@ -23,9 +23,7 @@ constexpr std::array<char, 256> kCharacters = make_characters();
 
 }  // namespace
 
-char title_character(uint8_t code) {
-  return kCharacters[code];
-}
+char title_character(uint8_t code) { return kCharacters[code]; }
 
 void title_write(title_line& line, int first, std::span<const uint8_t> codes) {
   size_t at = static_cast<size_t>(first);
@@ -34,9 +32,7 @@ void title_write(title_line& line, int first, std::span<const uint8_t> codes) {
   }
 }
 
-std::string_view title_text(const title_line& line) {
-  return {line.text.data(), line.text.size()};
-}
+std::string_view title_text(const title_line& line) { return {line.text.data(), line.text.size()}; }
 
 std::string titles_listing(const title_memory& titles) {
   std::string listing;

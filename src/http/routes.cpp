@@ -1,6 +1,7 @@
 #include "http/routes.h"
 
 #include "app/trace.h"
+#include "base/clock.h"
 #include "base/paths.h"
 #include "base/value_file.h"
 #include "camera/api.h"
@@ -11,6 +12,11 @@
 namespace {
 
 constexpr int kEventWait_ms = 100;
+
+// The port lies among those that the kernel gives to outgoing connections, so something may hold it for a
+// moment at start; a unit without its API would be of no use until the next start.
+constexpr int kStartAttempts = 10;
+constexpr int64_t kStartPause_ms = 500;
 
 constexpr http_route_row kRoutes[] = {
     {"GET", "/api/1.0/camera/zoom", api_get_camera_zoom, &visca_thread_data},
@@ -70,13 +76,21 @@ void prepare_shared_state() {
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
 }
 
+http_server* start_server() {
+  for (int attempt = 1;; ++attempt) {
+    http_server* server = http_server_init(addresses::kApiPort, kHttpConnections);
+    if (server != nullptr || attempt == kStartAttempts) return server;
+    sleep_ms(kStartPause_ms);
+  }
+}
+
 }  // namespace
 
 std::span<const http_route_row> http_routes() { return kRoutes; }
 
 int http_server_thread() {
   trace(kTraceHttpServer, "thread start");
-  http_server* server = http_server_init(addresses::kApiPort, kHttpConnections);
+  http_server* server = start_server();
   if (server == nullptr) return -1;
   prepare_shared_state();
   for (const http_route_row& row : kRoutes) {

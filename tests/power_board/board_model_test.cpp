@@ -88,15 +88,9 @@ class board : public testing::Test {
   }
 };
 
-uint8_t sum(const bytes& frame) {
-  return std::accumulate(frame.begin(), frame.end(), uint8_t{0});
-}
-uint32_t u16(const bytes& f, size_t at) {
-  return f[at] + 256U * f[at + 1];
-}
-uint32_t u32(const bytes& f, size_t at) {
-  return u16(f, at) | u16(f, at + 2) << 16;
-}
+uint8_t sum(const bytes& frame) { return std::accumulate(frame.begin(), frame.end(), uint8_t{0}); }
+uint32_t u16(const bytes& f, size_t at) { return f[at] + 256U * f[at + 1]; }
+uint32_t u32(const bytes& f, size_t at) { return u16(f, at) | u16(f, at + 2) << 16; }
 
 TEST_F(board, advanced_frame_shows_what_was_set) {
   with_board([](board_model& b) {

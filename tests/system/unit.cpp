@@ -1,0 +1,134 @@
+#include "system/unit.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+namespace {
+
+const std::string kBuild = ORB_BUILD_FOLDER;
+
+std::string read_all(int fd) {
+  std::string text;
+  char block[4096];
+  for (ssize_t count; (count = read(fd, block, sizeof block)) > 0;)
+    text.append(block, static_cast<size_t>(count));
+  close(fd);
+  return text;
+}
+
+}  // namespace
+
+child::child(const std::vector<std::string>& command, const std::string& preload) {
+  std::vector<char*> arguments;
+  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  pid_ = fork();
+  if (pid_ != 0) return;
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const int log = open("/tmp/children.log", O_WRONLY | O_CREAT | O_APPEND, 0644);
+  dup2(log, 1);
+  dup2(log, 2);
+  if (!preload.empty()) setenv("LD_PRELOAD", preload.c_str(), 1);
+  execvp(arguments[0], arguments.data());
+  _exit(127);
+}
+
+child::child(child&& other) noexcept : pid_(std::exchange(other.pid_, 0)) {}
+
+child& child::operator=(child&& other) noexcept {
+  std::swap(pid_, other.pid_);
+  return *this;
+}
+
+child::~child() {
+  if (pid_ == 0) return;
+  signal(SIGKILL);
+  wait();
+}
+
+void child::signal(int number) const {
+  if (pid_ != 0) kill(pid_, number);
+}
+
+int child::wait() {
+  int status = 0;
+  waitpid(std::exchange(pid_, 0), &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+child start_redis() {
+  child redis({"redis-server", "--bind", "127.0.0.1", "--save", "", "--dir", "/tmp"});
+  await([] {
+    const int fd = connect_to("127.0.0.1", 6379);
+    if (fd >= 0) close(fd);
+    return fd >= 0;
+  });
+  return redis;
+}
+
+child start_camera() {
+  child camera({kBuild + "/sim_camera", "--no-picture"});
+  await([] { return access("/run/bench/camera.ctl", F_OK) == 0; });
+  return camera;
+}
+
+child start_daemon() { return child({kBuild + "/orbd"}, kBuild + "/libboard_preload.so"); }
+
+bool await_api() {
+  return await([] { return !http("GET", "/api/camera/zoom/speed").body.empty(); });
+}
+
+int connect_to(const char* address, unsigned short port) {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  inet_pton(AF_INET, address, &to.sin_addr);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) == 0) return fd;
+  close(fd);
+  return -1;
+}
+
+reply http(const std::string& method, const std::string& path, const std::string& body) {
+  const int fd = connect_to("127.0.0.1", 60102);
+  if (fd < 0) return {};
+  const std::string request =
+      method + " " + path + " HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+  const std::string text = read_all(fd);
+  const size_t end = text.find("\r\n\r\n");
+  return end == std::string::npos ? reply{text, ""} : reply{text.substr(0, end), text.substr(end + 4)};
+}
+
+std::string ctl(const std::string& device, const std::string& line) {
+  sockaddr_un to{};
+  to.sun_family = AF_UNIX;
+  snprintf(to.sun_path, sizeof to.sun_path, "/run/bench/%s.ctl", device.c_str());
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) return close(fd), "";
+  const std::string text = line + "\n";
+  send(fd, text.data(), text.size(), MSG_NOSIGNAL);
+  return read_all(fd);
+}
+
+double number_after(const std::string& text, std::string_view name) {
+  const size_t at = text.find(name);
+  return at == std::string::npos ? -1e9 : strtod(text.c_str() + at + name.size(), nullptr);
+}
+
+std::string read_text(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+void write_text(const std::string& path, const std::string& text) { std::ofstream(path) << text; }

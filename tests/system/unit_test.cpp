@@ -1,0 +1,168 @@
+// The daemon as a process, on the whole bench.
+
+#include "system/unit.h"
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <csignal>
+
+namespace {
+
+const std::string kZoomIn = R"("zoom_position":0,"zoom_magnification":"1.0x","status":"OK"})";
+
+double zoom_position() {
+  return number_after(http("GET", "/api/camera/zoom/position").body, "\"zoom_position\":");
+}
+
+long refreshes() { return static_cast<long>(number_after(ctl("board", "show"), "reads ")); }
+
+// The camera has been set up: the last step of the power-up sequence has been seen.
+bool await_set_up() {
+  return await([] { return ctl("camera", "log").find("81 01 04 37 02 02 FF") != std::string::npos; });
+}
+
+// User and system time of a process in milliseconds.
+double cpu_ms(pid_t pid) {
+  const std::string stat = read_text("/proc/" + std::to_string(pid) + "/stat");
+  std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+  std::string skipped;
+  double user = 0;
+  double system = 0;
+  for (int i = 0; i < 11; ++i) fields >> skipped;
+  fields >> user >> system;
+  return (user + system) * 1000 / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+TEST(unit, an_operator_zooms_the_camera_while_the_board_is_refreshed) {
+  const child redis = start_redis();
+  const child camera = start_camera();
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  ASSERT_TRUE(await_set_up());
+  ASSERT_EQ(zoom_position(), 0);
+
+  const long before = refreshes();
+  EXPECT_NE(http("POST", "/api/camera/zoom/increment").body.find(kZoomIn), std::string::npos);
+  usleep(250'000);
+  EXPECT_GT(zoom_position(), 0);
+  EXPECT_TRUE(await([] { return ctl("camera", "log").find("81 01 04 07 00 FF") != std::string::npos; }));
+  EXPECT_NE(ctl("camera", "log").find("81 01 04 07 23 FF"), std::string::npos);
+
+  ctl("board", "vin 18.5");
+  EXPECT_TRUE(await([before] { return refreshes() >= before + 12; }, 3));
+  EXPECT_TRUE(await([] {
+    const int fd = connect_to("127.0.0.1", 6379);
+    send(fd, "GET avr-voltage\r\n", 17, 0);
+    char text[64] = "";
+    const bool known = recv(fd, text, sizeof text - 1, 0) > 0 && strstr(text, "18.500000") != nullptr;
+    close(fd);
+    return known;
+  }));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_NE(read_text("/tmp/children.log").find("start\nentering loop...\n"), std::string::npos);
+}
+
+TEST(unit, settings_survive_a_kill_and_reach_the_camera_again) {
+  child camera = start_camera();
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  ASSERT_TRUE(await_set_up());
+  EXPECT_EQ(http("PUT", "/api/camera/defog", R"({"defog":"high"})").body, R"({"status":"OK"})");
+  EXPECT_EQ(http("PUT", "/api/camera/invert_image", R"({"invert_image":"on"})").body, R"({"status":"OK"})");
+  daemon.signal(SIGKILL);
+  EXPECT_EQ(daemon.wait(), -SIGKILL);
+  camera = start_camera();  // without a memory of the first run
+  daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  EXPECT_EQ(http("GET", "/api/camera/defog").body, R"({"defog":"high"})");
+  EXPECT_EQ(http("GET", "/api/camera/invert_image").body, R"({"invert_image":"on"})");
+  EXPECT_TRUE(await([] { return ctl("camera", "show").find("defog 3") != std::string::npos; }));
+  EXPECT_NE(ctl("camera", "show").find("flip on"), std::string::npos);
+}
+
+// The board is refreshed whatever the world around the unit does.
+TEST(unit, the_board_is_refreshed_in_a_broken_world) {
+  struct world {
+    const char* name;
+    void (*make)();
+  };
+  static child redis = start_redis();
+  static child camera = start_camera();
+  const world kWorlds[] = {
+      {"as it should be", [] {}},
+      {"a frozen redis", [] { redis.signal(SIGSTOP); }},
+      {"a silent camera", [] { ctl("camera", "silent on"); }},
+      {"a camera that sends garbage", [] { ctl("camera", "silent off"), ctl("camera", "garble on"); }},
+      {"no camera", [] { camera = child(); }},
+      {"no redis", [] { redis = child(); }},
+      {"a board that answers noise", [] { ctl("board", "frame noise"); }},
+      {"a board that answers nothing", [] { ctl("board", "frame zeros"); }},
+      {"a read-only store",
+       [] { mount(nullptr, "/home", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr); }},
+  };
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  for (const world& world : kWorlds) {
+    SCOPED_TRACE(world.name);
+    world.make();
+    const long before = refreshes();
+    for (int i = 0; i < 15; ++i) {
+      http("PUT", "/api/camera/defog", i % 2 == 0 ? R"({"defog":"low"})" : R"({"defog":"high"})");
+      http("POST", "/api/camera/zoom/increment");
+      usleep(100'000);
+    }
+    EXPECT_GE(refreshes() - before, 12);
+  }
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+// Requests, pipe lines and signals can come before the board and the camera are there.
+TEST(unit, nothing_that_comes_early_or_at_the_end_breaks_it) {
+  for (int round = 0; round < 10; ++round) {
+    child daemon = start_daemon();
+    for (int i = 0; i < 40 + 20 * round; ++i) {
+      http("POST", "/api/camera/focus/increment");
+      http("PUT", "/api/camera/zoom/position", R"({"zoom_position":100})");
+    }
+    ASSERT_TRUE(await([] { return access("/run/orb/api.fifo", F_OK) == 0; }));
+    ASSERT_TRUE(await([] { return ctl("board", "show").find("power 0x06") != std::string::npos; }));
+    daemon.signal(round % 2 == 0 ? SIGINT : SIGHUP);
+    EXPECT_EQ(daemon.wait(), 0);
+  }
+}
+
+TEST(unit, without_a_folder_for_its_pipe_it_says_so) {
+  rmdir("/run/orb");
+  child daemon = start_daemon();
+  EXPECT_EQ(daemon.wait(), 1);
+  EXPECT_NE(
+      read_text("/tmp/children.log").find("orbd: mkdifo() failed at line 208: No such file or directory\n"),
+      std::string::npos);
+}
+
+// Fifteen tablets that hold their connections: the sixteenth waits, and the unit does not spin meanwhile.
+TEST(unit, a_full_pool_waits_without_spinning) {
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  std::vector<int> held;
+  for (int i = 0; i < 16; ++i) held.push_back(connect_to("127.0.0.1", 60102));
+  usleep(100'000);
+  const std::string request = "GET /api/camera/zoom/speed HTTP/1.1\r\n\r\n";
+  send(held[15], request.data(), request.size(), 0);
+  const double before = cpu_ms(daemon.pid());
+  usleep(1'000'000);
+  EXPECT_LT(cpu_ms(daemon.pid()) - before, 200);
+  char text[256] = "";
+  EXPECT_LT(recv(held[15], text, sizeof text, MSG_DONTWAIT), 0);
+  close(held[3]);
+  EXPECT_GT(recv(held[15], text, sizeof text, 0), 0);
+  for (const int fd : held) close(fd);
+}
+
+}  // namespace
