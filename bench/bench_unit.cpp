@@ -1,0 +1,214 @@
+// Figures of the running daemon: how long a request takes to reach the camera, how steady the board's refresh
+// is, what the daemon costs when nothing happens. Plays the camera itself, so that it sees each byte as it
+// arrives.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+#include <thread>
+
+#include "base/clock.h"
+#include "system/unit.h"
+
+namespace {
+
+enum class manner { absent, answering, silent, flapping };
+
+std::atomic<manner> camera_manner = manner::answering;
+std::atomic<int64_t> zoom_arrived_ns = 0;
+
+void answer(int fd) {
+  unsigned char packet[256];
+  const ssize_t count = recv(fd, packet, sizeof packet, 0);
+  const int64_t now = monotonic_ns();
+  for (ssize_t i = 0; i + 5 < count; ++i) {
+    const bool zoom = packet[i + 2] == 0x04 && packet[i + 3] == 0x07 && (packet[i + 4] & 0xF0) == 0x20;
+    if (packet[i] == 0x81 && zoom) zoom_arrived_ns = now;
+  }
+  if (camera_manner == manner::answering) send(fd, "\x90\x41\xFF\x90\x51\xFF", 6, MSG_NOSIGNAL);
+}
+
+void serve_link(int fd) {
+  const manner now = camera_manner;
+  const int64_t start = monotonic_ns();
+  while (camera_manner == now && (now != manner::flapping || monotonic_ns() - start < 200'000'000)) {
+    pollfd wait{fd, POLLIN, 0};
+    if (poll(&wait, 1, 50) > 0) {
+      char byte;
+      if (recv(fd, &byte, 1, MSG_PEEK) <= 0) break;
+      answer(fd);
+    }
+  }
+  close(fd);
+}
+
+int listen_as_camera() {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(1000);
+  inet_pton(AF_INET, "192.168.0.127", &address.sin_addr);
+  bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  listen(fd, 4);
+  return fd;
+}
+
+void play_camera() {
+  for (;;) {
+    if (camera_manner == manner::absent) {
+      usleep(50'000);
+      continue;
+    }
+    const int listener = listen_as_camera();
+    while (camera_manner != manner::absent) {
+      pollfd wait{listener, POLLIN, 0};
+      if (poll(&wait, 1, 50) > 0) serve_link(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    }
+    close(listener);
+  }
+}
+
+double percentile(std::vector<double> values, double part) {
+  if (values.empty()) return NAN;
+  std::sort(values.begin(), values.end());
+  return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1))];
+}
+
+void measure_request_to_camera() {
+  std::vector<double> times_ms;
+  for (int i = 0; i < 50; ++i) {
+    zoom_arrived_ns = 0;
+    const int64_t start = monotonic_ns();
+    http("POST", "/api/camera/zoom/increment");
+    await([] { return zoom_arrived_ns != 0; }, 1);
+    times_ms.push_back(static_cast<double>(zoom_arrived_ns - start) * 1e-6);
+    http("POST", "/api/camera/zoom/stop");
+    usleep(350'000);  // acknowledged, nothing outstanding
+  }
+  printf("request to the first VISCA byte: median %.3f ms, 90 %% %.3f ms\n", percentile(times_ms, 0.5),
+         percentile(times_ms, 0.9));
+}
+
+// Times of the refresh lines of the last `seconds`, from the service log.
+std::vector<double> refresh_times_ms(size_t from) {
+  std::vector<double> times;
+  std::istringstream trace(read_text("/media/usb99/trace").substr(from));
+  for (std::string line; std::getline(trace, line);) {
+    int h = 0, m = 0, s = 0, ms = 0;
+    const size_t at = line.rfind('[');
+    if (line.rfind("PBRF: refresh", 0) == 0 && at != std::string::npos &&
+        sscanf(line.c_str() + at, "[%d:%d:%d.%d]", &h, &m, &s, &ms) == 4) {
+      times.push_back(((h * 60.0 + m) * 60 + s) * 1000 + ms);
+    }
+  }
+  return times;
+}
+
+// How far each refresh lies from a steady 100 ms grid.
+void print_refreshes(const char* world, const std::vector<double>& times) {
+  std::vector<double> offsets;
+  for (size_t i = 0; i < times.size(); ++i)
+    offsets.push_back(times[i] - times[0] - 100.0 * static_cast<double>(i));
+  const double middle = percentile(offsets, 0.5);
+  for (double& offset : offsets) offset = std::fabs(offset - middle);
+  const auto good = std::count_if(offsets.begin(), offsets.end(), [](double offset) { return offset <= 5; });
+  printf("refreshes, camera %-10s %4zu, %5.1f %% within 5 ms of their time, worst %.0f ms\n", world,
+         times.size(), 100.0 * static_cast<double>(good) / static_cast<double>(times.size()),
+         percentile(offsets, 1));
+}
+
+// Eight clients read as fast as they can and write a hundred times a second together.
+void measure_refreshes(const char* world, manner manner, double seconds) {
+  camera_manner = manner;
+  usleep(500'000);
+  const size_t from = read_text("/media/usb99/trace").size();
+  std::atomic<bool> ended = false;
+  std::atomic<long> requests = 0;
+  std::vector<std::thread> clients;
+  for (int i = 0; i < 8; ++i) {
+    clients.emplace_back([&ended, &requests] {
+      int64_t next_write = monotonic_ns();
+      while (!ended) {
+        if (monotonic_ns() >= next_write) {
+          http("PUT", "/api/camera/zoom/speed", R"({"zoom_speed":4})");
+          next_write += 80'000'000;
+        }
+        http("GET", "/api/camera/zoom/position");
+        ++requests;
+      }
+    });
+  }
+  usleep(static_cast<useconds_t>(seconds * 1e6));
+  ended = true;
+  for (std::thread& client : clients) client.join();
+  print_refreshes(world, refresh_times_ms(from));
+  printf("  meanwhile %.0f reads a second\n", static_cast<double>(requests) / seconds);
+}
+
+double cpu_s(pid_t pid) {
+  std::istringstream fields(read_text("/proc/" + std::to_string(pid) + "/stat"));
+  std::string skipped;
+  double user = 0;
+  double system = 0;
+  for (int i = 0; i < 13; ++i) fields >> skipped;
+  fields >> user >> system;
+  return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+double resident_mib(pid_t pid) {
+  return number_after(read_text("/proc/" + std::to_string(pid) + "/status"), "VmRSS:") / 1024;
+}
+
+void measure_idle(pid_t pid) {
+  const double before = cpu_s(pid);
+  usleep(10'000'000);
+  printf("idle: %.2f %% of a core, %.1f MiB resident\n", (cpu_s(pid) - before) * 10, resident_mib(pid));
+}
+
+void measure_growth(pid_t pid) {
+  for (int i = 0; i < 1000; ++i) http("GET", "/api/camera/zoom/position");
+  const double before = resident_mib(pid);
+  const int64_t start = monotonic_ns();
+  for (int i = 0; i < 100'000; ++i) {
+    if (i % 4 == 0) {
+      http("PUT", "/api/camera/zoom/speed", R"({"zoom_speed":4})");
+    } else {
+      http("GET", "/api/camera/focus/position");
+    }
+  }
+  const double seconds = static_cast<double>(monotonic_ns() - start) * 1e-9;
+  printf("100000 requests one after the other: %.0f a second, resident %.1f MiB before, %.1f MiB after\n",
+         1e5 / seconds, before, resident_mib(pid));
+}
+
+}  // namespace
+
+int main() {
+  signal(SIGPIPE, SIG_IGN);
+  write_text("/media/usb99/trace_mask", "0x00010000");
+  const child redis = start_redis();
+  std::thread(play_camera).detach();
+  const child daemon = start_daemon();
+  if (!await_api()) return 1;
+  usleep(3'000'000);
+  measure_request_to_camera();
+  measure_idle(daemon.pid());
+  measure_refreshes("answering", manner::answering, 10);
+  measure_refreshes("absent", manner::absent, 10);
+  measure_refreshes("silent", manner::silent, 10);
+  measure_refreshes("flapping", manner::flapping, 10);
+  measure_growth(daemon.pid());
+  return 0;
+}
