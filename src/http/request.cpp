@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "app/trace.h"
 
@@ -29,18 +30,31 @@ constexpr known_header kKnownHeaders[] = {
     {"X-Requested-With", &http_request::x_requested_with},
 };
 
-// Methods and header names: visible characters but the separators of RFC 2616, 2.2.
-bool is_token(char byte) {
-  return byte > 0x20 && byte < 0x7F && strchr("\"(),/:;<=>?@[\\]{}", byte) == nullptr;
+// What each byte may be part of.
+constexpr uint8_t kToken =
+    1;  // methods and header names: visible characters but the separators of RFC 2616, 2.2
+constexpr uint8_t kPath = 2;
+constexpr uint8_t kValue = 4;  // any text; a bare line feed must not hide a second header line
+constexpr uint8_t kDigit = 8;
+
+constexpr std::array<uint8_t, 256> make_byte_classes() {
+  std::array<uint8_t, 256> classes{};
+  for (size_t byte = 0x20; byte < classes.size(); ++byte) classes[byte] = kValue;
+  for (size_t byte = 0x21; byte < 0x7F; ++byte) classes[byte] |= kToken | kPath;
+  for (size_t byte = '0'; byte <= '9'; ++byte) classes[byte] |= kDigit;
+  for (const char separator : std::string_view("\"(),/:;<=>?@[\\]{}")) {
+    classes[static_cast<size_t>(separator)] &= static_cast<uint8_t>(~kToken);
+  }
+  classes['\t'] = kValue;
+  classes[0x7F] = 0;
+  return classes;
 }
 
-bool is_path(char byte) { return byte > 0x20 && byte < 0x7F; }
+constexpr std::array<uint8_t, 256> kByteClasses = make_byte_classes();
 
-bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
-
-// Any text; control characters but the tab are refused, so that a bare line feed cannot hide a second header
-// line.
-bool is_value(char byte) { return static_cast<unsigned char>(byte) >= 0x20 ? byte != 0x7F : byte == '\t'; }
+bool is(char byte, uint8_t byte_class) {
+  return (kByteClasses[static_cast<unsigned char>(byte)] & byte_class) != 0;
+}
 
 int malformed(http_request* request) {
   request->state = kHttpMalformed;
@@ -103,7 +117,7 @@ bool parse_method(http_request* request, char byte) {
   if (request->state == kHttpMethodStart) {
     char* start = nullptr;
     request->state = kHttpMethod;
-    const bool stored = is_token(byte) && start_text(request, &start, byte);
+    const bool stored = is(byte, kToken) && start_text(request, &start, byte);
     request->method = start;
     return stored;
   }
@@ -111,14 +125,14 @@ bool parse_method(http_request* request, char byte) {
     request->state = kHttpPathStart;
     return store(request, '\0');
   }
-  return is_token(byte) && store(request, byte);
+  return is(byte, kToken) && store(request, byte);
 }
 
 bool parse_path(http_request* request, char byte) {
   if (request->state == kHttpPathStart) {
     char* start = nullptr;
     request->state = kHttpPath;
-    const bool stored = is_path(byte) && start_text(request, &start, byte);
+    const bool stored = is(byte, kPath) && start_text(request, &start, byte);
     request->path = start;
     return stored;
   }
@@ -126,29 +140,29 @@ bool parse_path(http_request* request, char byte) {
     request->state = kHttpProtocolH;
     return store(request, '\0');
   }
-  return is_path(byte) && store(request, byte);
+  return is(byte, kPath) && store(request, byte);
 }
 
 bool parse_version(http_request* request, char byte) {
   switch (request->state) {
     case kHttpMajorStart:
       request->state = kHttpMajor;
-      return is_digit(byte) && add_digit(&request->major_version, byte);
+      return is(byte, kDigit) && add_digit(&request->major_version, byte);
     case kHttpMajor:
       if (byte == '.') {
         request->state = kHttpMinorStart;
         return true;
       }
-      return is_digit(byte) && add_digit(&request->major_version, byte);
+      return is(byte, kDigit) && add_digit(&request->major_version, byte);
     case kHttpMinorStart:
       request->state = kHttpMinor;
-      return is_digit(byte) && add_digit(&request->minor_version, byte);
+      return is(byte, kDigit) && add_digit(&request->minor_version, byte);
     default:  // kHttpMinor
       if (byte == '\r') {
         request->state = kHttpLineFeed;
         return true;
       }
-      return is_digit(byte) && add_digit(&request->minor_version, byte);
+      return is(byte, kDigit) && add_digit(&request->minor_version, byte);
   }
 }
 
@@ -160,13 +174,13 @@ bool parse_header(http_request* request, char byte) {
         return true;
       }
       request->state = kHttpHeaderName;
-      return is_token(byte) && start_text(request, &request->header_name, byte);
+      return is(byte, kToken) && start_text(request, &request->header_name, byte);
     case kHttpHeaderName:
       if (byte == ':') {
         request->state = kHttpHeaderColon;
         return store(request, '\0');
       }
-      return is_token(byte) && store(request, byte);
+      return is(byte, kToken) && store(request, byte);
     case kHttpHeaderColon:
     case kHttpHeaderBlank:
       if (byte == ' ' || byte == '\t') {
@@ -181,7 +195,7 @@ bool parse_header(http_request* request, char byte) {
         request->state = kHttpLineFeed;
         return record_header(request);
       }
-      return is_value(byte) && store(request, byte);
+      return is(byte, kValue) && store(request, byte);
   }
 }
 
