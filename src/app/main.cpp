@@ -56,6 +56,7 @@ int run_unit(bool advanced) {
 
 int main(int, char** arguments) {
   signal(SIGPIPE, SIG_IGN);
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   const bool advanced = is_advanced_model();
   init_trace();
   orb_init_nv();
