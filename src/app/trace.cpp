@@ -18,6 +18,7 @@
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "base/thread.h"
 
 namespace {
@@ -71,7 +72,7 @@ void write_line(const char* tag, const char* format, va_list arguments) {
   const mutex_lock lock(trace_lock);
   format_suffix();
   size_t used = strlen(tag);
-  memcpy(line, tag, used);
+  copy_text(line, sizeof line, tag);
   vsnprintf(line + used, kMessageSize - used, format, arguments);
   used = strlen(line);
   snprintf(line + used, sizeof line - used, "%s\n", suffix);

@@ -43,7 +43,7 @@ constexpr std::array<uint8_t, 256> make_byte_classes() {
   for (size_t byte = 0x21; byte < 0x7F; ++byte) classes[byte] |= kToken | kPath;
   for (size_t byte = '0'; byte <= '9'; ++byte) classes[byte] |= kDigit;
   for (const char separator : std::string_view("\"(),/:;<=>?@[\\]{}")) {
-    classes[static_cast<size_t>(separator)] &= static_cast<uint8_t>(~kToken);
+    classes[static_cast<unsigned char>(separator)] &= static_cast<uint8_t>(~kToken);
   }
   classes['\t'] = kValue;
   classes[0x7F] = 0;

@@ -265,7 +265,7 @@ void http_server_destroy(http_server* server) {
   while (server->active != nullptr) close_connection(server->active);
   while (server->free != nullptr) {
     http_connection* connection = server->free;
-    unlink_record(connection);
+    server->free = connection->next;
     delete connection;
   }
   while (server->routes != nullptr) {

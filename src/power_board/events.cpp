@@ -90,7 +90,7 @@ void average_pressure(orb_power_board* board, const power_board_readings& readin
   }
   pressure.sum += readings.bme280_pressure;
   if (++pressure.count < kAverageSamples) return;
-  const double average = pressure.sum / pressure.count;  // whole units
+  const auto average = static_cast<double>(pressure.sum / pressure.count);  // in whole units
   pressure.sum = 0;
   pressure.count = 0;
   if (average > kHighPressure || average < kNormalPressure) {

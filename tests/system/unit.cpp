@@ -29,6 +29,7 @@ std::string read_all(int fd) {
 
 child::child(const std::vector<std::string>& command, const std::string& preload) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   pid_ = fork();

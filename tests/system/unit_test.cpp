@@ -7,8 +7,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstring>
+#include <sstream>
 
 namespace {
 
@@ -150,8 +152,8 @@ TEST(unit, without_a_folder_for_its_pipe_it_says_so) {
 TEST(unit, a_full_pool_waits_without_spinning) {
   child daemon = start_daemon();
   ASSERT_TRUE(await_api());
-  std::vector<int> held;
-  for (int i = 0; i < 16; ++i) held.push_back(connect_to("127.0.0.1", 60102));
+  std::array<int, 16> held;
+  for (int& fd : held) fd = connect_to("127.0.0.1", 60102);
   usleep(100'000);
   const std::string request = "GET /api/camera/zoom/speed HTTP/1.1\r\n\r\n";
   send(held[15], request.data(), request.size(), 0);
