@@ -6,12 +6,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <deque>
-#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/clock.h"
 #include "http/routes.h"
@@ -25,85 +23,67 @@ struct client {
   bool ended = false;  // the server has closed
   bool reset = false;  // not in order
 
-  explicit client(unsigned short port = kTestPort) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << errno;
+  explicit client(std::string_view request = "", unsigned short port = kTestPort) {
+    sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    send(request);
   }
-  explicit client(std::string_view text) : client() { send(text); }
   client(const client&) = delete;
-  ~client() { close_now(); }
+  ~client() { drop(false); }
 
   void send(std::string_view text) const {
     EXPECT_EQ(::send(fd, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
   }
-  void end_sending() const { shutdown(fd, SHUT_WR); }
-  void close_now() {
+  void drop(bool with_reset) {
+    const linger at_once{with_reset, 0};
+    setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     if (fd >= 0) close(fd);
     fd = -1;
   }
-  void reset_now() {
-    const linger at_once{1, 0};
-    setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-    close_now();
-  }
-  void receive(size_t limit = SIZE_MAX) {
-    char buffer[65536];
-    while (!ended && limit > 0) {
-      const ssize_t count = recv(fd, buffer, std::min(limit, sizeof buffer), MSG_DONTWAIT);
-      if (count < 0 && errno == EAGAIN) return;
+  // Takes what is there, in reads of 64 KiB. True when that was the last of it.
+  bool receive(int reads = 1000) {
+    std::vector<char> buffer(65536);
+    for (; !ended && reads > 0; --reads) {
+      const ssize_t count = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
+      if (count < 0 && errno == EAGAIN) break;
       reset = count < 0;
       ended = count <= 0;
-      if (count > 0) received.append(buffer, static_cast<size_t>(count));
-      if (count > 0) limit -= static_cast<size_t>(count);
+      if (!ended) received.append(buffer.data(), static_cast<size_t>(count));
     }
+    return ended;
   }
 };
 
-using test_handler = std::function<int(http_connection*, std::string_view)>;
-
 struct test_server {
   http_server* server = http_server_init(kTestPort, kHttpConnections);
-  std::deque<test_handler> handlers;
 
   ~test_server() { http_server_destroy(server); }
 
-  void route(const char* method, const char* path, test_handler handler, http_close_handler close = nullptr) {
-    handlers.push_back(std::move(handler));
-    const auto call = [](http_connection* connection, const char* body, unsigned long length, void* data) {
-      return (*static_cast<test_handler*>(data))(connection, {body == nullptr ? "" : body, length});
-    };
-    EXPECT_EQ(http_server_register_handler(server, method, path, call, close, &handlers.back()), 0);
+  void route(const char* method, const char* path, http_handler handler, const void* data = nullptr) const {
+    EXPECT_EQ(http_server_register_handler(server, method, path, handler, nullptr, const_cast<void*>(data)),
+              0);
   }
-
   // Serves until `done`; false when that takes more than 5 s.
   template <typename Done>
   bool serve_until(Done done) const {
     const int64_t limit_ns = monotonic_ns() + 5'000 * kNanosecondsPerMillisecond;
-    while (!done()) {
-      if (monotonic_ns() > limit_ns) return false;
-      EXPECT_EQ(http_server_process_events(server, 1), 0);
-    }
-    return true;
+    while (!done() && monotonic_ns() < limit_ns) http_server_process_events(server, 1);
+    return done();
   }
-  // Serves what there is to do.
-  void settle() const {
-    for (int i = 0; i < 20; ++i) http_server_process_events(server, 0);
+  // What the client gets until the server closes.
+  std::string reply_to(client* one) const {
+    EXPECT_TRUE(serve_until([&] { return one->receive(); }));
+    return one->reset ? "reset" : one->received;
   }
-  // Whether it sleeps while nothing happens.
-  [[nodiscard]] bool is_idle() const {
-    settle();
-    const int64_t start_ns = monotonic_ns();
-    for (int i = 0; i < 3; ++i) http_server_process_events(server, 50);
-    return monotonic_ns() - start_ns > 100 * kNanosecondsPerMillisecond;
-  }
-  // What a client gets until the server closes.
   [[nodiscard]] std::string ask(std::string_view request) const {
     client one(request);
-    EXPECT_TRUE(serve_until([&] { return one.receive(), one.ended; })) << request;
-    EXPECT_FALSE(one.reset) << request;
-    return one.received;
+    return reply_to(&one);
+  }
+  // Serves what there is to do; whether it then sleeps most of the time.
+  bool settle(int wait_ms = 0) const {
+    for (int i = 0; i < 20; ++i) http_server_process_events(server, 0);
+    const int64_t start_ns = monotonic_ns();
+    for (int i = 0; i < 8; ++i) http_server_process_events(server, wait_ms);
+    return monotonic_ns() - start_ns > 3 * wait_ms * kNanosecondsPerMillisecond;
   }
 };
