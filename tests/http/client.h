@@ -50,7 +50,11 @@ struct client {
       ended = count <= 0;
       if (!ended) received.append(buffer.data(), static_cast<size_t>(count));
     }
-    return ended;
+    if (!ended) return false;
+    int error = 0;  // a reset behind the end shows nowhere else
+    socklen_t size = sizeof error;
+    reset = getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0 || reset;
+    return true;
   }
 };
 
