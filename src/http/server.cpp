@@ -189,7 +189,9 @@ void serve_connection(http_connection* connection, uint32_t events) {
 void accept_waiting(http_server* server) {
   while (server->free != nullptr) {
     if (http_server_accept_connection(server) != nullptr) continue;
-    if (errno != EAGAIN) trace_failure("accept error");
+    if (errno == EAGAIN) return;
+    trace_failure("accept error");
+    set_accepting(server, false);  // for one wait: the connection still waits, and so would not this thread
     return;
   }
 }
@@ -325,6 +327,7 @@ http_connection* http_server_accept_connection(http_server* server) {
 }
 
 int http_server_process_events(http_server* server, int timeout_ms) {
+  const bool accepting = server->accepting;
   const int count = epoll_wait(server->epoll_fd, server->events, server->maximum_connections + 1, timeout_ms);
   if (count < 0 && errno != EINTR) {
     trace_failure("bad wait");
@@ -339,6 +342,7 @@ int http_server_process_events(http_server* server, int timeout_ms) {
     }
   }
   close_stalled(server);
+  if (!accepting && server->free != nullptr) set_accepting(server, true);
   return 0;
 }
 
