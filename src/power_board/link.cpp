@@ -60,6 +60,17 @@ void close_line(mraa_gpio_context* line) {
   *line = nullptr;
 }
 
+void close_lines(orb_power_board* board) {
+  close_line(&board->chip_select);
+  close_line(&board->boot_line);
+  close_line(&board->reset_line);
+}
+
+void close_spi(orb_power_board* board) {
+  if (board->spi != nullptr) mraa_spi_stop(board->spi);
+  board->spi = nullptr;
+}
+
 bool open_line(const orb_power_board* board, int pin, int level, mraa_gpio_context* line) {
   *line = mraa_gpio_init(pin);
   if (*line == nullptr) {
@@ -109,17 +120,16 @@ int open_bus(orb_power_board* board) {
       open_line(board, kResetPin, 0, &board->reset_line) && open_spi(board)) {
     return 0;
   }
-  close_bus(board);
+  // Without a last word to chip select, which may not be an output yet.
+  close_spi(board);
+  close_lines(board);
   return -1;
 }
 
 void close_bus(orb_power_board* board) {
-  if (board->spi != nullptr) mraa_spi_stop(board->spi);
-  board->spi = nullptr;
-  if (board->chip_select != nullptr) mraa_gpio_write(board->chip_select, kDeselected);
-  close_line(&board->chip_select);
-  close_line(&board->boot_line);
-  close_line(&board->reset_line);
+  close_spi(board);
+  mraa_gpio_write(board->chip_select, kDeselected);
+  close_lines(board);
 }
 
 void write_register(orb_power_board* board, const work_item& item) {
