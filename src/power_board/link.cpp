@@ -150,13 +150,13 @@ void write_register(orb_power_board* board, const work_item& item) {
 
 void read_status(orb_power_board* board) {
   const uint8_t command = board->read_command;
-  const bool zero_buffer = board->zero_buffer != 0;
+  const uint8_t zero_buffer = board->zero_buffer;
   trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
   // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
   begin_transaction(board, command);
   mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
   end_transaction(board);
-  if (zero_buffer) {
+  if (zero_buffer != 0) {
     trace(kTraceRefresh, "zero buffer");
     board->raw_frame = {};
   }
