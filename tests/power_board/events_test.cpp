@@ -4,17 +4,17 @@
 namespace {
 
 class events : public rig {
- protected:
+ public:
   void status(int value, int times = 1) {
     const power_board_readings readings{.status = static_cast<uint8_t>(value)};
     for (int i = 0; i < times; ++i) detect_events(&board_, readings);
   }
-  void pressure(uint32_t value, int times) {
-    const power_board_readings readings{.bme280_pressure = value};
+  void pressure(int value, int times) {
+    const power_board_readings readings{.bme280_pressure = static_cast<uint32_t>(value)};
     for (int i = 0; i < times; ++i) average_pressure(&board_, readings);
   }
-  void humidity(float value, int times) {
-    const power_board_readings readings{.bme280_humidity = value};
+  void humidity(int value, int times) {
+    const power_board_readings readings{.bme280_humidity = static_cast<float>(value)};
     for (int i = 0; i < times; ++i) average_humidity(&board_, readings);
   }
   int battery(float volts, int times = 64) {
@@ -76,43 +76,37 @@ TEST_F(events, the_battery_level_has_hysteresis) {
   }
 }
 
-TEST_F(events, pressure_warns_above_1200_and_ends_below_1100) {
-  traced();
-  pressure(60'000, 150);  // the start delay: not counted
-  pressure(1200, 49);
-  pressure(1201, 50);  // one of them in a period of 1200.02, the rest in the next one
-  pressure(1152, 1);
-  EXPECT_EQ(traced(), texts{});  // averages 1200 in whole units, both
-  pressure(1201, 50);
-  EXPECT_EQ(traced(), texts{"PWRB: high pressure begin"});
-  pressure(1099, 10 * 50);
-  pressure(1100, 50);
-  pressure(1200, 50);  // neither raises nor counts down
-  EXPECT_EQ(board_.high_pressure_hold, 20);
-  pressure(1201, 50);
-  pressure(1099, 30 * 50 - 1);
-  EXPECT_EQ(traced(), texts{});
-  pressure(1099, 1);
-  EXPECT_EQ(traced(), texts{"PWRB: high pressure end"});
-}
-
-TEST_F(events, humidity_warns_above_9500_and_ends_below_9000) {
-  traced();
-  humidity(60'000, 150);
-  humidity(9500, 50);
-  humidity(9501, 49);
-  EXPECT_EQ(traced(), texts{});
-  humidity(9501, 1);
-  EXPECT_EQ(traced(), texts{"PWRB: high rh begin"});
-  humidity(8999, 10 * 50);
-  humidity(9000, 50);
-  humidity(9500, 50);
-  EXPECT_EQ(board_.high_humidity_hold, 20);
-  humidity(9501, 50);
-  humidity(8999, 30 * 50 - 1);
-  EXPECT_EQ(traced(), texts{});
-  humidity(8999, 1);
-  EXPECT_EQ(traced(), texts{"PWRB: high rh end"});
+// Above `high` begins, below `low` counts down, in periods of 50 refreshes after a delay of 150.
+TEST_F(events, pressure_and_humidity_warn_with_a_hold) {
+  struct average {
+    void (events::*feed)(int value, int times);
+    const std::atomic<int>& hold;
+    int high, low;
+    std::string name;
+  };
+  for (const auto& [feed, hold, high, low, name] :
+       {average{&events::pressure, board_.high_pressure_hold, 1200, 1100, "PWRB: high pressure"},
+        average{&events::humidity, board_.high_humidity_hold, 9500, 9000, "PWRB: high rh"}}) {
+    traced();
+    (this->*feed)(60'000, 150);  // not counted
+    (this->*feed)(high, 50);
+    (this->*feed)(high + 1, 49);
+    EXPECT_EQ(traced(), texts{});
+    (this->*feed)(high + 1, 1);
+    EXPECT_EQ(traced(), texts{name + " begin"});
+    (this->*feed)(low - 1, 10 * 50);
+    (this->*feed)(low, 50);
+    (this->*feed)(high, 50);  // neither raises nor counts down
+    EXPECT_EQ(hold, 20);
+    (this->*feed)(high + 1, 50);
+    (this->*feed)(low - 1, 30 * 50 - 1);
+    EXPECT_EQ(traced(), texts{});
+    (this->*feed)(low - 1, 1);
+    EXPECT_EQ(traced(), texts{name + " end"});
+  }
+  pressure(1201, 49);
+  pressure(1200, 1);
+  EXPECT_EQ(traced(), texts{});  // an average of 1200 in whole units
 }
 
 }  // namespace

@@ -83,9 +83,12 @@ class rig : public testing::Test {
     ASSERT_TRUE(wait_until([&] { return markers() > before; }));
   }
 
+  static unsigned long reads() {
+    return with_board([](auto& b) { return b.counts.reads; });
+  }
+
   // Ticks once, and returns how many refreshes came of it.
   unsigned long refreshes_of_tick() {
-    const auto reads = [] { return with_board([](auto& b) { return b.counts.reads; }); };
     const auto before = reads();
     tick();
     settle();
@@ -98,8 +101,9 @@ class rig : public testing::Test {
     for (const register_write& one : with_board([](auto& b) { return b.log; })) {
       if (one.reg == kMarker) continue;
       std::string text = std::to_string(one.reg) + ":";
-      for (int i = 0; i < one.size; ++i)
-        text += "0123456789abcdef"[one.data[i] >> 4], text += "0123456789abcdef"[one.data[i] & 15];
+      for (size_t i = 0; i < one.size; ++i) {
+        text += {"0123456789abcdef"[one.data[i] >> 4], "0123456789abcdef"[one.data[i] & 15]};
+      }
       result.push_back(text);
     }
     return result;
