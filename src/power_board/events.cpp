@@ -76,8 +76,10 @@ void average_battery(orb_power_board* board, const power_board_readings& reading
   battery.sum = battery.sum + volts - battery.samples[battery.index];
   battery.samples[battery.index] = volts;
   battery.index = (battery.index + 1) % battery.samples.size();
-  if (battery.warm_up > 0) --battery.warm_up;
-  if (battery.warm_up != 0) return;
+  if (battery.warm_up > 0) {
+    --battery.warm_up;
+    return;
+  }
   battery.volts = battery.sum * kBatteryScale;
   board->battery_level = next_battery_level(board->battery_level, battery.volts, *board->battery_thresholds);
 }

@@ -60,6 +60,17 @@ void close_line(mraa_gpio_context* line) {
   *line = nullptr;
 }
 
+void close_lines(orb_power_board* board) {
+  close_line(&board->chip_select);
+  close_line(&board->boot_line);
+  close_line(&board->reset_line);
+}
+
+void close_spi(orb_power_board* board) {
+  if (board->spi != nullptr) mraa_spi_stop(board->spi);
+  board->spi = nullptr;
+}
+
 bool open_line(const orb_power_board* board, int pin, int level, mraa_gpio_context* line) {
   *line = mraa_gpio_init(pin);
   if (*line == nullptr) {
@@ -109,17 +120,16 @@ int open_bus(orb_power_board* board) {
       open_line(board, kResetPin, 0, &board->reset_line) && open_spi(board)) {
     return 0;
   }
-  close_bus(board);
+  // Without a last word to chip select, which may not be an output yet.
+  close_spi(board);
+  close_lines(board);
   return -1;
 }
 
 void close_bus(orb_power_board* board) {
-  if (board->spi != nullptr) mraa_spi_stop(board->spi);
-  board->spi = nullptr;
-  if (board->chip_select != nullptr) mraa_gpio_write(board->chip_select, kDeselected);
-  close_line(&board->chip_select);
-  close_line(&board->boot_line);
-  close_line(&board->reset_line);
+  close_spi(board);
+  mraa_gpio_write(board->chip_select, kDeselected);
+  close_lines(board);
 }
 
 void write_register(orb_power_board* board, const work_item& item) {
@@ -140,13 +150,13 @@ void write_register(orb_power_board* board, const work_item& item) {
 
 void read_status(orb_power_board* board) {
   const uint8_t command = board->read_command;
-  const bool zero_buffer = board->zero_buffer != 0;
+  const uint8_t zero_buffer = board->zero_buffer;
   trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
   // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
   begin_transaction(board, command);
   mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
   end_transaction(board);
-  if (zero_buffer) {
+  if (zero_buffer != 0) {
     trace(kTraceRefresh, "zero buffer");
     board->raw_frame = {};
   }
