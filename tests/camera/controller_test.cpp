@@ -14,14 +14,6 @@
 
 namespace {
 
-// A stepped link that the controller takes for the camera thread's.
-struct controlled_link : stepped_link {
-  controlled_link() {
-    visca_thread_data.connection = connection;
-    visca_thread_data.camera = camera;
-  }
-};
-
 void start_camera_thread() { start_detached_thread("camera", visca_thread_procedure, &visca_thread_data); }
 
 bool is_link_up() { return visca_connection_is_connected(visca_thread_data.connection) == 1; }
@@ -155,21 +147,21 @@ TEST(ImageSettings, AreSentKeptAndStored) {
     uint32_t key;
     const char* word;
     int value;
-    const char* packet;
+    const char* bytes;
   } cases[] = {
-      {orb_set_camera_invert_image, orb_load_camera_invert_image, 8, "on", 1, "8101046602FF"},
-      {orb_set_camera_invert_image, orb_load_camera_invert_image, 8, "off", 0, "8101046603FF"},
-      {orb_set_camera_image_stabilizer, orb_load_camera_image_stabilizer, 9, "off", 0, "8101043403FF"},
-      {orb_set_camera_image_stabilizer, orb_load_camera_image_stabilizer, 9, "on", 1, "8101043402FF"},
-      {orb_set_camera_sensitivity, orb_load_camera_sensitivity, 10, "normal", 0, "8101045E03FF"},
-      {orb_set_camera_sensitivity, orb_load_camera_sensitivity, 10, "high", 1, "8101045E02FF"},
+      {orb_set_camera_invert_image, orb_load_camera_invert_image, 8, "on", 1, "6602"},
+      {orb_set_camera_invert_image, orb_load_camera_invert_image, 8, "off", 0, "6603"},
+      {orb_set_camera_image_stabilizer, orb_load_camera_image_stabilizer, 9, "off", 0, "3403"},
+      {orb_set_camera_image_stabilizer, orb_load_camera_image_stabilizer, 9, "on", 1, "3402"},
+      {orb_set_camera_sensitivity, orb_load_camera_sensitivity, 10, "normal", 0, "5E03"},
+      {orb_set_camera_sensitivity, orb_load_camera_sensitivity, 10, "high", 1, "5E02"},
       {orb_set_camera_ir_filter, orb_load_camera_ir_filter, 11, "off", 0, ""},  // the worker sends these
       {orb_set_camera_ir_filter, orb_load_camera_ir_filter, 11, "on", 1, ""},
       {orb_set_camera_ir_filter, orb_load_camera_ir_filter, 11, "auto", 2, ""},
-      {orb_set_camera_defog, orb_load_camera_defog, 12, "off", 0, "810104370300FF"},
-      {orb_set_camera_defog, orb_load_camera_defog, 12, "low", 1, "810104370201FF"},
-      {orb_set_camera_defog, orb_load_camera_defog, 12, "mid", 2, "810104370202FF"},
-      {orb_set_camera_defog, orb_load_camera_defog, 12, "high", 3, "810104370203FF"},
+      {orb_set_camera_defog, orb_load_camera_defog, 12, "off", 0, "370300"},
+      {orb_set_camera_defog, orb_load_camera_defog, 12, "low", 1, "370201"},
+      {orb_set_camera_defog, orb_load_camera_defog, 12, "mid", 2, "370202"},
+      {orb_set_camera_defog, orb_load_camera_defog, 12, "high", 3, "370203"},
   };
   orb_init_nv();
   load_image_settings();
@@ -177,7 +169,7 @@ TEST(ImageSettings, AreSentKeptAndStored) {
   for (const auto& row : cases) {
     const int before = stored(row.key);
     for (const char* word : {"", "medium", "ON", "offx", "o"}) EXPECT_EQ(row.set(word), -1) << row.key;
-    if (*row.packet != '\0') {
+    if (*row.bytes != '\0') {
       visca_thread_data.camera = nullptr;
       EXPECT_EQ(row.set(row.word), -1);
       EXPECT_EQ(stored(row.key), before);
@@ -185,7 +177,7 @@ TEST(ImageSettings, AreSentKeptAndStored) {
     }
     EXPECT_EQ(row.set(row.word), 0);
     EXPECT_EQ(stored(row.key), row.value);
-    EXPECT_EQ(link.obey(*row.packet == '\0' ? 20 : 3000), row.packet);
+    link.expect(row.bytes);
     EXPECT_EQ(row.set(row.word), 0);  // unchanged: sends nothing
     char text[16];
     row.load(text, sizeof text);
@@ -201,7 +193,7 @@ struct power_up_case {
   strings packets;
 };
 
-void PrintTo(const power_up_case& row, std::ostream* out) { *out << "ir filter " << row.settings[3]; }
+void PrintTo(const power_up_case& row, std::ostream* out) { *out << "ir_filter_" << row.settings[3]; }
 
 class PowerUp : public testing::TestWithParam<power_up_case> {};
 
@@ -222,11 +214,11 @@ TEST_P(PowerUp, SetsTheCameraUp) {
   orb_init_camera();
   EXPECT_EQ(link.block.packet(50), "");
   visca_thread_data.camera = link.camera;
-  EXPECT_EQ(link.obey(), "8101044700000000FF");
+  link.expect("4700000000");
   EXPECT_TRUE(eventually([] { return traced("CMRA", "zoom actual 12288"); }));
   link.camera->zoom_position = 0x10;  // still moving: two equal readings end the wait
-  for (const char* bytes : {"3802", "3900"}) EXPECT_EQ(link.obey(), std::string("810104") + bytes + "FF");
-  for (const std::string& bytes : GetParam().packets) EXPECT_EQ(link.obey(), "810104" + bytes + "FF");
+  for (const char* bytes : {"3802", "3900"}) link.expect(bytes);
+  for (const std::string& bytes : GetParam().packets) link.expect(bytes);
   const strings begin = {"power up defaults", "power up set",   "zoom direct 0",
                          "zoom actual 12288", "zoom actual 16", "zoom actual 16",
                          "zoom done",         "auto focus",     "auto exposure"};
@@ -237,13 +229,12 @@ TEST_P(PowerUp, SetsTheCameraUp) {
   link.camera->zoom_position = 0;
   ASSERT_EQ(orb_set_camera_ir_filter(image_ir_filter() == 1 ? "auto" : "on"), 0);
   const bool automatic = image_ir_filter() == 2;
-  EXPECT_EQ(link.obey(), automatic ? "8101040103FF" : "8101045103FF");
-  EXPECT_EQ(link.obey(), automatic ? "8101045102FF" : "8101040102FF");
+  link.expect(automatic ? "0103" : "5103");
+  link.expect(automatic ? "5102" : "0102");
   keep_focus_mode(camera_mode::manual);
   keep_exposure_mode(camera_mode::manual);
   restore_controller_defaults();
-  for (const char* packet : {"8101044700000000FF", "8101043802FF", "8101043900FF"})
-    EXPECT_EQ(link.obey(), packet);
+  for (const char* bytes : {"4700000000", "3802", "3900"}) link.expect(bytes);
   EXPECT_EQ(get_focus_mode(), camera_mode::automatic);
   EXPECT_EQ(get_exposure_mode(), camera_mode::automatic);
   EXPECT_EQ(file_text("/tmp/zoom_speed") + file_text("/tmp/focus_mode") + file_text("/tmp/focus_speed") +
@@ -301,32 +292,29 @@ TEST(HoldLoops, StopTurnAndExtend) {
   orb_create_zoom_loop();
   orb_create_focus_loop();
   orb_create_intensity_loop();
-  const auto expect = [&](const char* bytes) {
-    EXPECT_EQ(link.obey(), std::string("810104") + bytes + "FF");
-  };
   for (const char* text : {"", "8", "-1", "99999999999999999999"}) {  // the first: no file
     if (*text != '\0') {
       write_value_file(paths::kZoomSpeed, text);
       write_value_file(paths::kFocusSpeed, text);
     }
     EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
-    expect("0723");
+    link.expect("0723");
     orb_stop_zoom_loop();
     EXPECT_EQ(orb_trigger_zoom_loop(-1, 60000), 1);  // at once, the other way
-    expect("0700");
-    expect("0733");
+    link.expect("0700");
+    link.expect("0733");
     orb_stop_zoom_loop();
-    expect("0700");
+    link.expect("0700");
     EXPECT_EQ(orb_trigger_focus_loop(1, 5), 1);
-    expect("0822");
-    expect("0800");
+    link.expect("0822");
+    link.expect("0800");
   }
   int64_t start = monotonic_ns();
   EXPECT_EQ(orb_trigger_zoom_loop(1, 200), 1);
   sleep_ms(100);
   EXPECT_EQ(orb_trigger_zoom_loop(1, 300), 1);
-  expect("0723");
-  expect("0700");
+  link.expect("0723");
+  link.expect("0700");
   EXPECT_GE(monotonic_ns() - start, 395 * kNanosecondsPerMillisecond);
 
   write_value_file(paths::kIntensity, 99);

@@ -19,6 +19,7 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "camera/visca_connection.h"
+#include "camera/visca_thread.h"
 
 using strings = std::vector<std::string>;
 
@@ -174,5 +175,20 @@ struct stepped_link {
     std::string packet = block.packet(timeout_ms);
     if (!packet.empty()) hear("9041FF");
     return packet;
+  }
+};
+
+// One that the controller and the API take for the camera thread's.
+struct controlled_link : stepped_link {
+  controlled_link() {
+    visca_thread_data.connection = connection;
+    visca_thread_data.camera = camera;
+  }
+
+  // The next packet, between 8x 01 04 and FF; nothing is awaited for "".
+  void expect(const std::string& bytes) {
+    if (!bytes.empty()) {
+      EXPECT_EQ(obey(), "810104" + bytes + "FF");
+    }
   }
 };
