@@ -309,9 +309,12 @@ uint32_t visca_connection_is_connected(const visca_connection* connection) {
 
 visca_camera* visca_connection_add_camera(visca_connection* connection, int address, uint64_t user) {
   visca_camera* camera = &connection->records[static_cast<size_t>(address)];
-  camera->connection = connection;
-  camera->address = static_cast<uint8_t>(address);
-  camera->user = user;
+  {
+    const mutex_lock lock(camera->lock);  // a producer may still hold the record of a link that has gone
+    camera->connection = connection;
+    camera->address = static_cast<uint8_t>(address);
+    camera->user = user;
+  }
   visca_camera_reset(camera);
   connection->cameras[static_cast<size_t>(address)] = camera;
   ev_timer_init(&camera->command_timer, on_command_timer, 0.0, kCommandTimeout_s);
