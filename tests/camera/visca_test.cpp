@@ -171,7 +171,7 @@ TEST(ViscaQueue, HoldsCommandsUpToItsSize) {
 // Four producers against a camera thread that retires as fast as it can.
 TEST(ViscaQueue, ProducersOnFourThreads) {
   constexpr int kProducers = 4;
-  constexpr int kEach = 600;
+  constexpr int kEach = 4000;
   stepped_link link;
   std::atomic<int> running = kProducers;
   std::vector<std::thread> producers;
@@ -185,7 +185,7 @@ TEST(ViscaQueue, ProducersOnFourThreads) {
   }
   strings sent;
   while (running > 0 || !visca_camera_is_idle(link.camera)) {
-    visca_camera_complete_command(link.camera, 0);
+    for (int i = 0; i < 200; ++i) visca_camera_complete_command(link.camera, 0);
     for (std::string packet; !(packet = link.block.packet(0)).empty();) sent.push_back(packet);
   }
   for (std::thread& producer : producers) producer.join();
