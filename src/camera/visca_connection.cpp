@@ -200,15 +200,17 @@ void clear_interface(visca_camera* camera) {
 void on_command_timer(struct ev_loop* loop, ev_timer* timer, int) {
   auto* camera = static_cast<visca_camera*>(timer->data);
   timer->repeat = kCommandTimeout_s;
+  const bool outstanding = camera->busy != 0;
   const int64_t since = camera->outstanding_since_ns;
-  const int64_t left = camera->busy == 0 ? 0
-                       : since == 0      ? kCommandTimeout_ns
-                                         : since + kCommandTimeout_ns - monotonic_ns();
+  const int64_t left = !outstanding ? 0
+                       : since == 0 ? kCommandTimeout_ns
+                                    : since + kCommandTimeout_ns - monotonic_ns();
   if (left > 0) {
     timer->repeat = std::max(static_cast<double>(left) * 1e-9, 0.001);
   } else {
     clear_interface(camera);
-    visca_camera_complete_command(camera, kViscaTimedOut);
+    // Not one that a producer has sent since the look at `busy`.
+    if (outstanding) visca_camera_complete_command(camera, kViscaTimedOut);
   }
   ev_timer_again(loop, timer);
 }
@@ -309,9 +311,12 @@ uint32_t visca_connection_is_connected(const visca_connection* connection) {
 
 visca_camera* visca_connection_add_camera(visca_connection* connection, int address, uint64_t user) {
   visca_camera* camera = &connection->records[static_cast<size_t>(address)];
-  camera->connection = connection;
-  camera->address = static_cast<uint8_t>(address);
-  camera->user = user;
+  {
+    const mutex_lock lock(camera->lock);  // a producer may still hold the record of a link that has gone
+    camera->connection = connection;
+    camera->address = static_cast<uint8_t>(address);
+    camera->user = user;
+  }
   visca_camera_reset(camera);
   connection->cameras[static_cast<size_t>(address)] = camera;
   ev_timer_init(&camera->command_timer, on_command_timer, 0.0, kCommandTimeout_s);

@@ -64,7 +64,9 @@ int visca_camera_queue_command(visca_camera* camera, std::span<const uint8_t> pa
   return 0;
 }
 
+// Under the lock: a late completion must not retire a command that a producer is about to write.
 void visca_camera_complete_command(visca_camera* camera, int status) {
+  const mutex_lock lock(camera->lock);
   if (camera->busy != 1) return;
   const int32_t head = camera->extract_index;
   trace(kTraceVisca, "complete %d %d", head, status);
