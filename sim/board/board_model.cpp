@@ -142,7 +142,7 @@ void build_advanced(const board_model& board, std::span<uint8_t> frame) {
 }
 
 void build_basic(const board_model& board, std::span<uint8_t> frame) {
-  const bool extended = (board.status & kStatusExtended) != 0;
+  const bool extended = (board.status & kBoardExtended) != 0;
   put_registers(board, frame);
   for (const board_reading_field& field : kReadings) {
     const bool there = field.basic_at >= 0 && (extended || field.basic_at < kBasicIdentity);

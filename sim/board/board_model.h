@@ -24,10 +24,10 @@ inline constexpr uint8_t kPowerMain = 0x02;
 inline constexpr uint8_t kPowerCamera = 0x04;
 inline constexpr uint8_t kPowerLaser = 0x08;
 
-inline constexpr uint8_t kStatusExtended = 0x01;  // bits of the status byte
-inline constexpr uint8_t kStatusShutdown = 0x02;
-inline constexpr uint8_t kStatusTiltOvercurrent = 0x04;
-inline constexpr uint8_t kStatusDriveOvercurrent = 0x08;
+inline constexpr uint8_t kBoardExtended = 0x01;  // bits of the status byte
+inline constexpr uint8_t kBoardShutdown = 0x02;
+inline constexpr uint8_t kBoardTiltOvercurrent = 0x04;
+inline constexpr uint8_t kBoardDriveOvercurrent = 0x08;
 
 // What the board measures and counts. All are doubles, so that one table (board_readings_table) serves the
 // frames and the control commands; a value that does not fit its frame field is clamped to it.
@@ -119,7 +119,7 @@ struct board_counts {
 
 struct board_model {
   board_readings readings;
-  uint8_t status = kStatusExtended;
+  uint8_t status = kBoardExtended;
   uint8_t power_enable = kPowerMain;  // register 0
   uint8_t led_enable = 0;             // register 1: mask, 0..255
   uint8_t led_pwm = 0;

@@ -75,7 +75,7 @@ std::string strict_command(board_model& board, const words& arguments) {
 
 std::string defaults_command(board_model& board, const words&) {
   board.readings = board_readings{};
-  board.status = kStatusExtended;
+  board.status = kBoardExtended;
   board.mode = frame_mode::good;
   return kOk;
 }
