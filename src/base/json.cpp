@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -34,6 +35,9 @@ int save_json_file(const char* path, json_object* object) {
   if (!fd) return -1;
   if (json_object_to_fd(fd.get(), object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE) != 0 ||
       fsync(fd.get()) != 0 || (is_new && !flush_folder(path))) {
+    const int error = errno;
+    if (is_new) unlink(path);  // else the next save would take its name for flushed
+    errno = error;
     return -1;
   }
   return 0;

@@ -1,0 +1,21 @@
+// A real Redis for the rest of the test; it ends with the box.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "base/clock.h"
+#include "base/redis.h"
+
+inline void start_redis() {
+  ASSERT_EQ(
+      system("redis-server --bind 127.0.0.1 --save '' --daemonize yes --pidfile /run/redis.pid >/dev/null"),
+      0);
+  for (int i = 0; i < 1000 && !redis_command(redis_connect(), "PING"); ++i) sleep_ms(5);
+}
+
+inline void signal_redis(const std::string& name) {
+  ASSERT_EQ(system(("kill -" + name + " $(cat /run/redis.pid)").c_str()), 0);
+}
