@@ -91,13 +91,12 @@ void write_mask_line(const char* word) {
 // Takes the mask from its file. A text that does not parse leaves the mask as it is. False when the file
 // cannot be opened.
 bool read_mask_file() {
-  const unique_file file(fopen(paths::kTraceMask, "re"));
-  if (!file) return false;
+  const unique_fd fd(open(paths::kTraceMask, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd) return false;
   char text[kMaskCharacters + 1] = "";
   unsigned value = 0;
   // %X takes an optional 0x; an over-long number wraps, which only ever selects other levels.
-  if (fgets(text, sizeof text, file.get()) != nullptr &&
-      sscanf(text, "%X", &value) == 1) {  // NOLINT(cert-err34-c)
+  if (read(fd.get(), text, kMaskCharacters) > 0 && sscanf(text, "%X", &value) == 1) {  // NOLINT(cert-err34-c)
     mask.store(value, std::memory_order_relaxed);
   }
   return true;
@@ -113,13 +112,15 @@ void* monitor_mask(void*) {
   trace(kTraceMaskMonitor, "monitor fd %d", monitor.get());
   if (!monitor) return nullptr;
   if (inotify_add_watch(monitor.get(), paths::kTraceMask, IN_MODIFY | IN_CREATE) < 0) return nullptr;
+  read_mask_file();  // once more: it may have changed before it was watched
   trace(kTraceMaskMonitor, "monitoring trace mask");
 
   alignas(inotify_event) char buffer[4112];
   for (;;) {
     const ssize_t count = read(monitor.get(), buffer, sizeof buffer);
+    const int error = count < 0 ? errno : 0;
     trace(kTraceMaskMonitor, "notify %d", static_cast<int>(count));
-    if (count < 0 && errno != EINTR) return nullptr;
+    if (error != 0 && error != EINTR) return nullptr;
     for (ssize_t at = 0; at < count;) {
       inotify_event event{};
       memcpy(&event, buffer + at, sizeof event);
@@ -178,7 +179,7 @@ void trace_data(int level, const char* label, const void* bytes, long length) {
 
 int set_trace_mask(uint32_t new_mask) {
   // Overwritten, not truncated first: one event for the monitor, and never an empty file.
-  const unique_fd fd(open(paths::kTraceMask, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+  const unique_fd fd(open(paths::kTraceMask, O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0644));
   if (!fd) return -1;
   char text[16];
   const int length = snprintf(text, sizeof text, "0x%08X", new_mask);

@@ -32,3 +32,10 @@ bool write_all(int fd, std::string_view data) {
   }
   return true;
 }
+
+bool flush_folder_of(const char* path) {
+  const std::string file = path;
+  const std::string folder = file.substr(0, file.find_last_of('/') + 1);
+  const unique_fd fd(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return fd && fsync(fd.get()) == 0;
+}

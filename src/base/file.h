@@ -50,3 +50,6 @@ std::optional<std::string> read_file(const char* path, size_t limit);
 
 // Writes all of `data`, over short writes and interruptions. False at the first error (errno tells).
 bool write_all(int fd, std::string_view data);
+
+// Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
+bool flush_folder_of(const char* path);

@@ -13,14 +13,6 @@ namespace {
 
 constexpr size_t kFileLimit = 1 << 20;
 
-// Flushes the folder that holds `path`, so that the name of a new file survives a power cut.
-bool flush_folder(const char* path) {
-  const std::string file = path;
-  const std::string folder = file.substr(0, file.find_last_of('/') + 1);
-  const unique_fd fd(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return fd && fsync(fd.get()) == 0;
-}
-
 }  // namespace
 
 json_owner load_json_file(const char* path) {
@@ -34,7 +26,7 @@ int save_json_file(const char* path, json_object* object) {
   const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd) return -1;
   if (json_object_to_fd(fd.get(), object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE) != 0 ||
-      fsync(fd.get()) != 0 || (is_new && !flush_folder(path))) {
+      fsync(fd.get()) != 0 || (is_new && !flush_folder_of(path))) {
     const int error = errno;
     if (is_new) unlink(path);  // else the next save would take its name for flushed
     errno = error;

@@ -1,5 +1,6 @@
 #include "base/redis.h"
 
+#include <fcntl.h>
 #include <sys/time.h>
 
 #include <cstdarg>
@@ -17,6 +18,7 @@ redis_connection redis_connect() {
   redis_connection connection(redisConnectWithTimeout(addresses::kRedis, addresses::kRedisPort, kTimeout));
   if (!connection || connection->err != 0 || redisSetTimeout(connection.get(), kTimeout) != REDIS_OK)
     return nullptr;
+  fcntl(connection->fd, F_SETFD, FD_CLOEXEC);
   return connection;
 }
 

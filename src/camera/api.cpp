@@ -20,8 +20,7 @@
 
 namespace {
 
-constexpr int kHold_ms = 500;             // a button held sends its request again within this time
-constexpr int kPositionMaximum = 0xFFFF;  // what the direct commands can carry
+constexpr int kHold_ms = 500;  // a button held sends its request again within this time
 constexpr int kWordSize = 16;
 
 visca_camera* camera_now() { return visca_thread_data.camera; }
@@ -251,7 +250,7 @@ int post_focus(http_connection* connection, const char* message, int direction) 
 int put_position(http_connection* connection, std::optional<int> position,
                  int (*command)(visca_camera* camera, int position)) {
   visca_camera* camera = camera_now();
-  const bool valid = position && *position >= 0 && *position <= kPositionMaximum;
+  const bool valid = position && is_position(*position);
   return send_status(connection, valid && camera != nullptr && command(camera, *position) == 0);
 }
 

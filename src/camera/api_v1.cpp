@@ -1,11 +1,13 @@
 // The version-1.0 camera routes.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <optional>
 
 #include "base/json.h"
 #include "camera/api.h"
+#include "camera/speeds.h"
 #include "camera/visca_thread.h"
 #include "http/json_body.h"
 #include "http/response.h"
@@ -63,12 +65,12 @@ int queue(visca_camera* camera, const camera_command& command, json_object* para
     const std::optional<int> position = body_integer(parameters, "position");
     if (!position) return -1;
     printf("  position: %d\n", *position);
-    return camera == nullptr ? -1 : command.direct(camera, *position);
+    return camera == nullptr || !is_position(*position) ? -1 : command.direct(camera, *position);
   }
   if (camera == nullptr) return -1;
   const std::optional<int> speed =
       command.variable != nullptr ? body_integer(parameters, "speed") : std::nullopt;
-  return speed ? command.variable(camera, *speed) : command.fixed(camera);
+  return speed ? command.variable(camera, std::clamp(*speed, 0, kMaximumSpeed)) : command.fixed(camera);
 }
 
 void obey(visca_camera* camera, json_object* body) {

@@ -64,6 +64,8 @@ void close_socket(visca_connection* connection) {
 // One write under send_lock; a failure shuts the link down.
 int send_bytes(visca_connection* connection, const uint8_t* bytes, size_t length) {
   const mutex_lock lock(connection->send_lock);
+  // Looked at again under the lock: the record may have been recycled for a link that is still connecting.
+  if (connection->connected == 0) return -1;
   const int fd = connection->fd;
   // A short write would leave half a packet on the stream: it counts as a failure too. A closed socket is
   // EBADF.
@@ -186,12 +188,14 @@ void take_packet(visca_connection* connection, std::span<const uint8_t> packet, 
   }
 }
 
+// Under the lock, so that the slot of a command that is being sent meanwhile stays.
 void clear_interface(visca_camera* camera) {
+  const mutex_lock lock(camera->lock);
   visca_socket_slot& pending = camera->sockets[0];
   if (pending.state == 0 || monotonic_ns() - pending.sent_at_ns <= kCommandTimeout_ns) return;
   trace(kTraceVisca, "if clear");
   const uint8_t packet[] = {static_cast<uint8_t>(0x80 | camera->address), 0x01, 0x00, 0x01, kViscaTerminator};
-  if (camera->connection->connected != 0) send_bytes(camera->connection, packet, sizeof packet);
+  send_bytes(camera->connection, packet, sizeof packet);
   pending.state = 0;
 }
 

@@ -18,10 +18,11 @@ constexpr double kCollectInterval_s = 0.1;
 enum class link_end { lost, idle, update };
 
 // Takes the link down. The pointers are cleared first, so that nobody finds a camera that is going.
-void destroy_link(visca_thread_record* data, struct ev_loop* loop, visca_connection* connection) {
+void destroy_link(visca_thread_record* data, visca_connection* connection) {
+  struct ev_loop* loop = connection->loop;
   data->camera = nullptr;
   data->connection = nullptr;
-  if (connection != nullptr) visca_connection_destroy(connection);
+  visca_connection_destroy(connection);
   ev_loop_destroy(loop);
 }
 
@@ -70,12 +71,12 @@ void wait_for_resume(visca_thread_record* data) {
   data->resumed = false;
 }
 
-// Lets the link go, says so, and parks until the update has ended.
-void suspend(visca_thread_record* data, struct ev_loop* loop, visca_connection* connection) {
-  data->suspended = 1;
-  data->update_requested = 0;
-  trace(kTraceVisca, "suspending for update");
-  destroy_link(data, loop, connection);
+// Says that there is no link any more, and parks until the update has ended.
+void park(visca_thread_record* data) {
+  {
+    const mutex_lock lock(data->resume_lock);
+    data->resumed = false;
+  }
   {
     const mutex_lock lock(data->suspend_lock);
     data->released = true;
@@ -85,6 +86,15 @@ void suspend(visca_thread_record* data, struct ev_loop* loop, visca_connection* 
   wait_for_resume(data);
   data->suspended = 0;
   trace(kTraceVisca, "wait end");
+}
+
+// Lets the link, if there is one, go to the update.
+void suspend(visca_thread_record* data, visca_connection* connection) {
+  data->suspended = 1;
+  data->update_requested = 0;
+  trace(kTraceVisca, "suspending for update");
+  if (connection != nullptr) destroy_link(data, connection);
+  park(data);
 }
 
 }  // namespace
@@ -99,21 +109,21 @@ void* visca_thread_procedure(void* argument) {
     visca_connection* connection = build_link(data);
     if (connection == nullptr) {
       sleep_ms(kRetry_ms);
+      if (data->update_requested != 0) suspend(data, nullptr);
       continue;
     }
-    struct ev_loop* loop = connection->loop;
     switch (run_link(data, connection)) {
       case link_end::idle:
         trace(kTraceVisca, "event 0");
-        destroy_link(data, loop, connection);
+        destroy_link(data, connection);
         sleep_ms(kRetry_ms);
         break;
       case link_end::update:
-        suspend(data, loop, connection);
+        suspend(data, connection);
         break;
       case link_end::lost:
         sleep_ms(kReconnect_ms);
-        destroy_link(data, loop, connection);
+        destroy_link(data, connection);
         break;
     }
   }

@@ -7,7 +7,7 @@
 
 struct http_connection;
 
-// The object in the body; null when the body is not JSON or not valid UTF-8.
+// The object in the body; null when the body is not JSON, not valid UTF-8 or larger than 1 MiB.
 json_owner read_json_body(http_connection* connection, const char* body, unsigned long length);
 
 // A text of at most 15 characters, the longest word that a route takes; longer ones are cut.

@@ -96,5 +96,7 @@ int http_server_thread() {
   for (const http_route_row& row : kRoutes) {
     http_server_register_handler(server, row.method, row.path, row.handler, nullptr, row.user_data);
   }
-  for (;;) http_server_process_events(server, kEventWait_ms);
+  for (;;) {
+    if (http_server_process_events(server, kEventWait_ms) != 0) sleep_ms(kEventWait_ms);
+  }
 }

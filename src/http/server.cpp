@@ -135,7 +135,7 @@ bool answer_request(http_connection* connection) {
   connection->route = route;
   const int result = route->handler(connection, request.content,
                                     static_cast<unsigned long>(request.content_length), route->user_data);
-  if (result <= 0) {
+  if (result <= 0 || connection->unsent != nullptr) {
     finish_connection(connection);
     return true;
   }

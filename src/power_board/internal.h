@@ -8,8 +8,8 @@
 int open_bus(orb_power_board* board);
 void close_bus(orb_power_board* board);
 
-// The two transactions on the wire. Both do nothing while writes are suspended (a write traces that it was
-// dropped).
+// The two transactions on the wire. While writes are suspended a write only traces that it was dropped, and
+// the refresh that would read the status is skipped.
 void write_register(orb_power_board* board, const work_item& item);
 void read_status(orb_power_board* board);
 

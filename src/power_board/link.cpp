@@ -154,8 +154,13 @@ void read_status(orb_power_board* board) {
   trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
   // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
   begin_transaction(board, command);
-  mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
+  const mraa_result_t transfer =
+      mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
   end_transaction(board);
+  if (transfer != MRAA_SUCCESS) {  // no frame: the last one must not pass for a new one
+    trace(kTraceRefresh, "refresh failed %d", transfer);
+    return;
+  }
   if (zero_buffer != 0) {
     trace(kTraceRefresh, "zero buffer");
     board->raw_frame = {};

@@ -80,7 +80,8 @@ struct orb_power_board {
   work_queue queue GUARDED_BY(queue_lock);
   bool stopping GUARDED_BY(queue_lock) = false;
   bool shutdown_queued GUARDED_BY(queue_lock) = false;
-  std::atomic<bool> refresh_queued = false;  // keeps the timer from queueing a second refresh
+  bool refresh_waiting GUARDED_BY(queue_lock) = false;  // one refresh in the queue at most
+  std::atomic<bool> refresh_queued = false;             // keeps the timer from queueing a second refresh
   std::atomic<bool> refresh_suspended = false;
   ev_timer refresh_timer{};  // main loop
 
@@ -128,11 +129,11 @@ struct orb_power_board {
 extern std::atomic<orb_power_board*> power_board_instance;
 
 // Clears the record and sets its defaults for the advanced or the basic model; asks Redis for the battery
-// type. Returns 0. Main thread.
+// type. Returns 0. Main thread, once: the update thread of a service that ran lives on in the record.
 int orb_power_board_init(orb_power_board* board, orb_application* application, int advanced);
 
 // Starts the service thread and the refresh timer (0.1 s). Returns 0, or -1 with a message when it runs
-// already. Main thread.
+// already or cannot be started. Main thread.
 int orb_power_board_start_service(orb_power_board* board);
 
 // Lets the service end after the work that waits, and joins it; later work is refused. Main thread.

@@ -53,7 +53,9 @@ void signal_shutdown(orb_power_board* board) {
 work_item take_work(orb_power_board* board) {
   const mutex_lock lock(board->queue_lock);
   while (board->queue.empty()) board->queue_ready.wait(board->queue_lock);
-  return board->queue.take();
+  const work_item item = board->queue.take();
+  if (item.kind == work_kind::refresh) board->refresh_waiting = false;
+  return item;
 }
 
 void serve(orb_power_board* board) {
@@ -99,7 +101,8 @@ void on_refresh_timer(struct ev_loop*, ev_timer* timer, int) {
   auto* board = static_cast<orb_power_board*>(timer->data);
   if (board->refresh_queued) return;
   const mutex_lock lock(board->queue_lock);
-  if (board->stopping || !board->queue.append({.kind = work_kind::refresh})) return;
+  if (board->stopping || board->refresh_waiting) return;
+  board->refresh_waiting = board->queue.append({.kind = work_kind::refresh});
   board->refresh_queued = true;
   board->queue_ready.signal();
 }
@@ -118,7 +121,13 @@ int orb_power_board_start_service(orb_power_board* board) {
     board->stopping = false;
   }
   board->refresh_queued = board->refresh_suspended.load();
-  board->thread_started = start_thread(&board->thread, "power-board", service_thread, board) == 0;
+  const int error = start_thread(&board->thread, "power-board", service_thread, board);
+  if (error != 0) {
+    fprintf(stderr, "%s: pthread_create() failed at line %d: %s\n", board->application->program_name,
+            __LINE__, strerror(error));
+    return -1;
+  }
+  board->thread_started = true;
   ev_timer_init(&board->refresh_timer, on_refresh_timer, kRefreshPeriod_s, kRefreshPeriod_s);
   board->refresh_timer.data = board;
   ev_timer_start(board->application->loop, &board->refresh_timer);

@@ -39,7 +39,7 @@ void start_update_thread(orb_power_board* board) {
 }
 
 void hand_over_to_update(orb_power_board* board, const void* request) {
-  if (board->write_suspended != 0) {
+  if (board->write_suspended != 0 || !board->update_thread_started) {
     trace(kTracePowerBoard, "update dropped");
     return;
   }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "app/trace.h"
+#include "base/file.h"
 #include "base/json.h"
 #include "base/mutex.h"
 #include "base/paths.h"
@@ -175,7 +176,7 @@ void orb_init_nv() {
   struct stat info {};
   if (stat(paths::kSettingsFolder, &info) != 0) {
     trace(kTraceSettings, "create '%s'", paths::kSettingsFolder);
-    mkdir(paths::kSettingsFolder, 0755);
+    if (mkdir(paths::kSettingsFolder, 0755) == 0) flush_folder_of(paths::kSettingsFolder);
   }
   const json_owner record = load_alternating_file(&nv_files);
   if (record) {

@@ -111,7 +111,7 @@ TEST_F(settings, saves_alternate_and_are_flushed) {
   EXPECT_EQ(traced(), "create '/home/orb/nv'|set defaults|stored 1 to file 1|");
   EXPECT_EQ(content(1), record(0, 1));
   EXPECT_EQ(content(0), "nothing");
-  EXPECT_EQ(flushed, (names{"nv01.json", "nv"}));
+  EXPECT_EQ(flushed, (names{"orb", "nv01.json", "nv"}));
   set(kSettingViewerSeats, 7);
   EXPECT_EQ(content(0), record(1, 2, R"(seats":5>seats":7)"));
   EXPECT_EQ(content(1), record(0, 1));
@@ -119,7 +119,7 @@ TEST_F(settings, saves_alternate_and_are_flushed) {
   EXPECT_EQ(content(1), record(2, 3, R"(seats":5>seats":7|ASSET>N/S \"1\")"));
   set(kSettingCount, 1), set(UINT32_MAX, 1);
   EXPECT_EQ(traced(), "stored 2 to file 0|stored 3 to file 1|stored 4 to file 0|");
-  EXPECT_EQ(flushed, (names{"nv01.json", "nv", "nv00.json", "nv", "nv01.json", "nv00.json"}));
+  EXPECT_EQ(flushed, (names{"orb", "nv01.json", "nv", "nv00.json", "nv", "nv01.json", "nv00.json"}));
 }
 
 TEST_F(settings, newer_file_is_found_by_the_chain) {
