@@ -1,0 +1,85 @@
+// Whole sessions: a client's requests, what they were answered, what the devices saw and what was traced,
+// kept as text and replayed. "> METHOD path body" is a request; everything else is what the unit made of it.
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "system/unit.h"
+
+namespace {
+
+constexpr char kTraceMask[] = "0x00001190";  // API, focus and zoom loops, camera controller
+
+// Lines that were added to a growing text, each behind `mark`.
+class follower {
+ public:
+  follower(std::string mark, std::string (*read)()) : mark_(std::move(mark)), read_(read) {}
+
+  std::string added() {
+    const std::string text = read_();
+    std::istringstream lines(text.substr(std::min(seen_, text.size())));
+    seen_ = text.size();
+    std::string result;
+    for (std::string line; std::getline(lines, line);) result += mark_ + line + "\n";
+    return result;
+  }
+
+ private:
+  std::string mark_;
+  std::string (*read_)();
+  size_t seen_ = 0;
+};
+
+// Times, and positions of lenses that are moving, are not the same twice.
+std::string without_chance(std::string text) {
+  static const std::pair<std::regex, const char*> kRules[] = {
+      {std::regex(R"re((zoom|focus|_position)":-?\d+)re"), "$1\":N"},
+      {std::regex(R"re((magnification|depth_of_field)":"[^"]*")re"), "$1\":\"T\""},
+      {std::regex(R"( \[\d\d:\d\d:\d\d\.\d\d\d\])"), ""},
+  };
+  for (const auto& [pattern, with] : kRules) text = std::regex_replace(text, pattern, with);
+  return text;
+}
+
+std::string camera_log() { return std::regex_replace(ctl("camera", "log"), std::regex("(^|\n)\\d+ "), "$1"); }
+
+std::string trace_log() { return read_text("/media/usb99/trace"); }
+
+std::string replay(const std::string& session) {
+  follower camera("camera ", camera_log);
+  follower trace("trace ", trace_log);
+  camera.added();
+  trace.added();
+  std::string result;
+  std::istringstream lines(session);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("> ", 0) != 0) continue;
+    std::istringstream words(line.substr(2));
+    std::string method;
+    std::string path;
+    std::string body;
+    words >> method >> path >> std::ws;
+    std::getline(words, body);
+    result += line + "\n< " + without_chance(http(method, path, body).body) + "\n";
+    usleep(350'000);  // the camera thread looks at the acknowledges ten times a second
+    result += without_chance(trace.added()) + camera.added();
+  }
+  return result;
+}
+
+TEST(session, an_operator_sets_up_looks_around_and_leaves) {
+  write_text("/media/usb99/trace_mask", kTraceMask);
+  const child camera = start_camera();
+  const child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  ASSERT_TRUE(await([] { return camera_log().find("81 09 00 02 FF") != std::string::npos; }));
+  usleep(500'000);
+  const std::string session = read_text(ORB_SESSIONS_FOLDER "/camera.txt");
+  const std::string now = replay(session);
+  write_text("/run/bench/session.txt", now);  // with sim/box --share: the text to keep after a wanted change
+  EXPECT_EQ(now, session);
+}
+
+}  // namespace
