@@ -26,6 +26,7 @@ namespace {
 constexpr std::array kTags{
     "SUPV: ", "CPNG: ", "CPST: ", "ITLP: ", "HAPI: ", "PWRB: ", "VSIO: ", "FSLP: ", "ZMLP: ",
     "RCDR: ", "ISTR: ", "OSDP: ", "CMRA: ", "NVPC: ", "LGGR: ", "HTMT: ", "PBRF: ", "HSRV: "};
+static_assert(kTags.size() == kTraceHttpServer + 1);
 constexpr const char* kMonitorTag = "TMSK: ";
 constexpr const char* kNoTag = "";
 

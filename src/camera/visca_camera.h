@@ -47,17 +47,16 @@ struct visca_camera {
   uint8_t address = 0;                     // 1 for the single camera
   uint64_t user = 0;
 
-  // The ring. Entries are written under `lock` and read by whoever has set `busy`; the indexes and `busy`
-  // order that (sequentially consistent). Full when insert_index equals last_completed_index, empty when it
-  // equals extract_index.
+  // The ring, changed under `lock`; the indexes and `busy` may be read without it. Full when insert_index
+  // equals last_completed_index, empty when it equals extract_index.
   std::array<visca_command, kViscaRingSize> commands{};
   std::atomic<int32_t> insert_index = 1;
   std::atomic<int32_t> extract_index = 1;
   std::atomic<int32_t> last_completed_index = 0;
   std::atomic<uint32_t> busy = 0;  // 1 while a command is on the wire; changed by compare-and-swap
   std::atomic<int64_t> outstanding_since_ns = 0;  // 0: nothing sent since the last command was retired
-  mutex lock;                                     // serialises producers
-  ev_timer command_timer{};                       // camera thread
+  mutex lock;
+  ev_timer command_timer{};  // camera thread
 
   std::array<visca_socket_slot, kViscaSocketCount> sockets{};
   std::atomic<uint8_t> digital_zoom = 0;

@@ -215,9 +215,9 @@ int visca_camera_icr_off(visca_camera* camera) { return send_fixed(camera, 0x01,
 int visca_camera_auto_icr_on(visca_camera* camera) { return send_fixed(camera, 0x51, 0x02); }
 int visca_camera_auto_icr_off(visca_camera* camera) { return send_fixed(camera, 0x51, 0x03); }
 
-int visca_camera_title_clear_all(visca_camera* camera) { return send_fixed(camera, 0x74, 0x1F); }
-int visca_camera_title_turn_all_on(visca_camera* camera) { return send_fixed(camera, 0x74, 0x2F); }
-int visca_camera_title_turn_all_off(visca_camera* camera) { return send_fixed(camera, 0x74, 0x3F); }
+int visca_camera_title_clear_all(visca_camera* camera) { return send_fixed(camera, kTitleControl, 0x1F); }
+int visca_camera_title_turn_all_on(visca_camera* camera) { return send_fixed(camera, kTitleControl, 0x2F); }
+int visca_camera_title_turn_all_off(visca_camera* camera) { return send_fixed(camera, kTitleControl, 0x3F); }
 
 int visca_camera_version_inq(visca_camera* camera) { return send(camera, kInquiry, 0x00, 0x02); }
 

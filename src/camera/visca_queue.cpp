@@ -13,11 +13,6 @@ constexpr uint8_t kAddressFlag = 0x80;
 
 int32_t next_index(int32_t index) { return index + 1 == kViscaRingSize ? 0 : index + 1; }
 
-bool take_busy(visca_camera* camera) {
-  uint32_t idle = 0;
-  return camera->busy.compare_exchange_strong(idle, 1);
-}
-
 bool is_ring_empty(const visca_camera* camera) { return camera->extract_index == camera->insert_index; }
 
 // Sends the head command; the caller has set `busy`. A failed send leaves it outstanding until the camera
@@ -33,17 +28,10 @@ void send_head(visca_camera* camera) {
   visca_connection_send_command(camera->connection, command.packet.data(), command.length);
 }
 
-// Sends the head command unless one is outstanding. Both sides call it, and exactly one of them sends: the
-// ring is looked at again under `busy`, because the other side may have sent and retired the command in
-// between.
+// Sends the head command unless one is outstanding. The camera's lock is held.
 void send_if_idle(visca_camera* camera) {
-  while (!is_ring_empty(camera) && take_busy(camera)) {
-    if (!is_ring_empty(camera)) {
-      send_head(camera);
-      return;
-    }
-    camera->busy = 0;
-  }
+  uint32_t idle = 0;
+  if (!is_ring_empty(camera) && camera->busy.compare_exchange_strong(idle, 1)) send_head(camera);
 }
 
 }  // namespace

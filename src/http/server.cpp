@@ -162,7 +162,7 @@ bool read_connection(http_connection* connection, bool hung_up) {
     } else if (http_request_parse_http_header(&connection->request, buffer, static_cast<size_t>(count),
                                               nullptr) == 0) {
       if (answer_request(connection)) return true;
-    }
+    }  // else more is needed, or it is malformed: that gets no answer, and its peer has to hang up
   } while (hung_up && count > 0);
   return false;
 }
@@ -191,7 +191,9 @@ void accept_waiting(http_server* server) {
     if (http_server_accept_connection(server) != nullptr) continue;
     if (errno == EAGAIN) return;
     trace_failure("accept error");
-    set_accepting(server, false);  // for one wait: the connection still waits, and so would not this thread
+    // Out of descriptors, say: not to be asked again for one wait, or epoll_wait would return at once for
+    // ever.
+    set_accepting(server, false);
     return;
   }
 }

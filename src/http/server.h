@@ -78,7 +78,8 @@ int http_server_process_events(http_server* server, int timeout_ms);
 // Accepts one connection into a free record; null when none waits, none is free or it failed (errno tells).
 http_connection* http_server_accept_connection(http_server* server);
 
-// Sends header and body, all of it: what the socket does not take now goes out when it is writable again. A
-// reply that cannot be kept is cut off by closing the connection.
+// Sends header and body, all of it: what the socket does not take now goes out when it is writable again; a
+// client that takes nothing for 5 s is closed. A reply that cannot be kept is cut off by closing the
+// connection.
 void http_connection_send(http_connection* connection, const char* header, size_t header_length,
                           const char* body, size_t body_length);

@@ -75,7 +75,7 @@ struct orb_power_board {
   bool thread_started = false;  // main thread
   std::atomic<int> service_state = kServiceStopped;
 
-  mutex queue_lock;  // held only to link or unlink an item
+  mutex queue_lock;  // held only to append or take an item, and for the flags below
   condition queue_ready;
   work_queue queue GUARDED_BY(queue_lock);
   bool stopping GUARDED_BY(queue_lock) = false;

@@ -1,4 +1,5 @@
-// The service thread's work queue: a bounded ring, first in, first out. Its lock belongs to the power board.
+// The service thread's work queue: a bounded ring, first in, first out. Guarded by queue_lock of the power
+// board.
 #pragma once
 
 #include <array>

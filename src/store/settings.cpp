@@ -19,6 +19,7 @@ namespace {
 enum class setting_type { integer, text, real };
 
 struct setting {
+  uint32_t index;
   const char* key;
   setting_type type;
   size_t size;  // bytes that read and write move
@@ -26,50 +27,61 @@ struct setting {
   const char* default_text;
 };
 
-constexpr setting integer(const char* key, int32_t value) {
-  return {key, setting_type::integer, sizeof(int32_t), value, nullptr};
+constexpr setting integer(uint32_t index, const char* key, int32_t value) {
+  return {index, key, setting_type::integer, sizeof(int32_t), value, nullptr};
 }
-constexpr setting text(const char* key, size_t size, const char* value) {
-  return {key, setting_type::text, size, 0, value};
+constexpr setting text(uint32_t index, const char* key, size_t size, const char* value) {
+  return {index, key, setting_type::text, size, 0, value};
 }
-constexpr setting real(const char* key) { return {key, setting_type::real, sizeof(double), 0, nullptr}; }
+constexpr setting real(uint32_t index, const char* key) {
+  return {index, key, setting_type::real, sizeof(double), 0, nullptr};
+}
 
+// Key, size of a text, default (0.0 for the doubles), in the order of the indexes.
 constexpr std::array<setting, kSettingCount> kSettings{
-    integer("date_time_osd", 1),
-    integer("operator_id_osd", 0),
-    integer("title_osd", 0),
-    integer("flow_direction_osd", 0),
-    integer("zoom_osd", 0),
-    integer("compass_direction_osd", 0),
-    integer("viewer_seats", 5),
-    text("language", 3, "ENG"),
-    integer("camera_invert_image", 0),
-    integer("camera_stabilize_image", 1),
-    integer("camera_sensitivity", 1),
-    integer("camera_ir_filter", 2),
-    integer("camera_defog", 2),
-    text("operator_id", 41, "ORB"),
-    text("title", 41, "ASSET"),
-    text("flow_direction", 19, "UPSTREAM"),
-    integer("osd_color", 0),
-    integer("osd_delay", 0),
-    integer("high_beam_time", 15),  // setting 18
-    integer("pb_suspended", 0),
-    integer("units", 1),
-    integer("magnetometer_calibrated", 0),
-    real("magnetometer_calibration_x"),
-    real("magnetometer_calibration_y"),
-    real("magnetometer_calibration_z"),
-    real("magnetometer_ellipsoid_00"),
-    real("magnetometer_ellipsoid_01"),
-    real("magnetometer_ellipsoid_02"),
-    real("magnetometer_ellipsoid_10"),
-    real("magnetometer_ellipsoid_11"),
-    real("magnetometer_ellipsoid_12"),
-    real("magnetometer_ellipsoid_20"),
-    real("magnetometer_ellipsoid_21"),
-    real("magnetometer_ellipsoid_22"),
+    integer(kSettingDateTimeOsd, "date_time_osd", 1),
+    integer(kSettingOperatorIdOsd, "operator_id_osd", 0),
+    integer(kSettingTitleOsd, "title_osd", 0),
+    integer(kSettingFlowDirectionOsd, "flow_direction_osd", 0),
+    integer(kSettingZoomOsd, "zoom_osd", 0),
+    integer(kSettingCompassOsd, "compass_direction_osd", 0),
+    integer(kSettingViewerSeats, "viewer_seats", 5),
+    text(kSettingLanguage, "language", 3, "ENG"),
+    integer(kSettingInvertImage, "camera_invert_image", 0),
+    integer(kSettingStabilizeImage, "camera_stabilize_image", 1),
+    integer(kSettingSensitivity, "camera_sensitivity", 1),
+    integer(kSettingIrFilter, "camera_ir_filter", 2),
+    integer(kSettingDefog, "camera_defog", 2),
+    text(kSettingOperatorId, "operator_id", 41, "ORB"),
+    text(kSettingTitle, "title", 41, "ASSET"),
+    text(kSettingFlowDirection, "flow_direction", 19, "UPSTREAM"),
+    integer(kSettingOsdColor, "osd_color", 0),
+    integer(kSettingOsdDelay, "osd_delay", 0),
+    integer(kSettingHighBeamTime, "high_beam_time", 15),
+    integer(kSettingPbSuspended, "pb_suspended", 0),
+    integer(kSettingUnits, "units", 1),
+    integer(kSettingMagnetometerCalibrated, "magnetometer_calibrated", 0),
+    real(kSettingMagnetometerX, "magnetometer_calibration_x"),
+    real(kSettingMagnetometerX + 1, "magnetometer_calibration_y"),
+    real(kSettingMagnetometerX + 2, "magnetometer_calibration_z"),
+    real(kSettingMagnetometerX + 3, "magnetometer_ellipsoid_00"),
+    real(kSettingMagnetometerX + 4, "magnetometer_ellipsoid_01"),
+    real(kSettingMagnetometerX + 5, "magnetometer_ellipsoid_02"),
+    real(kSettingMagnetometerX + 6, "magnetometer_ellipsoid_10"),
+    real(kSettingMagnetometerX + 7, "magnetometer_ellipsoid_11"),
+    real(kSettingMagnetometerX + 8, "magnetometer_ellipsoid_12"),
+    real(kSettingMagnetometerX + 9, "magnetometer_ellipsoid_20"),
+    real(kSettingMagnetometerX + 10, "magnetometer_ellipsoid_21"),
+    real(kSettingMagnetometerX + 11, "magnetometer_ellipsoid_22"),
 };
+
+constexpr bool are_in_order() {
+  for (uint32_t i = 0; i < kSettings.size(); ++i) {
+    if (kSettings[i].index != i) return false;
+  }
+  return true;
+}
+static_assert(are_in_order());
 
 // One setting's bytes in the record. The largest is a text of 41 bytes and the zero byte after it that ends a
 // text which fills its whole size.

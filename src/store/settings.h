@@ -23,8 +23,8 @@ enum setting_index : uint32_t {
   kSettingTitle = 14,          // text, 41 bytes
   kSettingFlowDirection = 15,  // text, 19 bytes
   kSettingOsdColor = 16,
-  kSettingOsdDelay = 17,
-  kSettingHighBeamTime = 18,
+  kSettingOsdDelay = 17,      // seconds
+  kSettingHighBeamTime = 18,  // seconds
   kSettingPbSuspended = 19,
   kSettingUnits = 20,  // 1 imperial, else metric
   kSettingMagnetometerCalibrated = 21,
