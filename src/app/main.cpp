@@ -1,7 +1,12 @@
 // Start-up, in one fixed order: every later step may rely on the earlier ones.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "app/application.h"
@@ -29,6 +34,24 @@ bool is_advanced_model() {
          strcmp(json_object_get_string(name), "ORB Advanced") == 0;
 }
 
+// Until the loop has its watchers a signal waits: by its default it would end the process half-started.
+sigset_t block_signals() {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  return before;
+}
+
+// A console that nobody reads must not hold the unit: what a pipe does not take is lost.
+void prepare_console() {
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+    struct stat info {};
+    if (fstat(fd, &info) == 0 && !S_ISCHR(info.st_mode)) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+  }
+}
+
 void* http_thread(void*) {
   http_server_thread();
   return nullptr;
@@ -43,7 +66,8 @@ int run_unit(bool advanced) {
   if (refresh_suspended != 0) orb_power_board_suspend_refresh(&power_board);
   orb_power_board_start_service(&power_board);
 
-  if (start_command_pipe(&application, &power_board) != 0) return -1;
+  // The process ends as it stands, board and loop with it.
+  if (start_command_pipe(&application, &power_board) != 0) exit(EXIT_FAILURE);
   start_redis_publisher(&application);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
@@ -55,8 +79,9 @@ int run_unit(bool advanced) {
 }  // namespace
 
 int main(int, char** arguments) {
+  const sigset_t signals = block_signals();
   signal(SIGPIPE, SIG_IGN);
-  setvbuf(stdout, nullptr, _IOLBF, 0);
+  prepare_console();
   const bool advanced = is_advanced_model();
   init_trace();
   orb_init_nv();
@@ -71,8 +96,8 @@ int main(int, char** arguments) {
   orb_create_zoom_loop();
 
   if (orb_application_init(&application, arguments[0]) != 0) return 1;
+  pthread_sigmask(SIG_SETMASK, &signals, nullptr);
   const int status = run_unit(advanced);
-  if (status < 0) return 1;  // no command pipe: the process ends without taking the board and the loop down
   orb_application_destroy(&application);
   return status;
 }

@@ -45,7 +45,7 @@ std::atomic<FILE*> stream = nullptr;
 std::atomic<uint32_t> mask = 0;
 
 bool is_enabled(int level) {
-  return stream.load(std::memory_order_relaxed) != nullptr &&
+  return stream.load(std::memory_order_acquire) != nullptr &&
          (mask.load(std::memory_order_relaxed) >> (static_cast<unsigned>(level) % 32) & 1) != 0;
 }
 
@@ -81,9 +81,7 @@ void write_line(const char* tag, const char* format, va_list arguments) {
 }
 
 // The line that is written whatever the mask: at the start and at every change.
-void write_mask_line(const char* word) {
-  const mutex_lock lock(trace_lock);
-  if (stream.load(std::memory_order_relaxed) == nullptr) return;
+void put_mask_line(const char* word) REQUIRES(trace_lock) {
   format_suffix();
   snprintf(line, sizeof line, "%s mask 0x%08X%s\n", word, mask.load(std::memory_order_relaxed), suffix);
   put_line();
@@ -105,7 +103,9 @@ bool read_mask_file() {
 
 void take_mask_change() {
   trace(kTraceMaskMonitor, "modified");
-  if (read_mask_file()) write_mask_line("modify");
+  if (!read_mask_file()) return;
+  const mutex_lock lock(trace_lock);
+  if (stream.load(std::memory_order_relaxed) != nullptr) put_mask_line("modify");
 }
 
 void* monitor_mask(void*) {
@@ -143,8 +143,9 @@ void init_trace() {
 
   FILE* opened = fopen(paths::kTrace, "we");
   if (opened == nullptr) return;
-  stream.store(opened, std::memory_order_relaxed);
-  write_mask_line("start");
+  const mutex_lock lock(trace_lock);  // nobody's line comes before the first
+  stream.store(opened, std::memory_order_release);
+  put_mask_line("start");
 }
 
 void trace(int level, const char* format, ...) {

@@ -1,10 +1,8 @@
-// Owners of descriptors and streams, and reads and writes of whole small files. Any thread.
+// Owners of descriptors, and reads and writes of whole small files. Any thread.
 #pragma once
 
 #include <unistd.h>
 
-#include <cstdio>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,11 +36,6 @@ class unique_fd {
  private:
   int fd_ = -1;
 };
-
-struct file_closer {
-  void operator()(FILE* stream) const { fclose(stream); }
-};
-using unique_file = std::unique_ptr<FILE, file_closer>;
 
 // The content of a regular file of at most `limit` bytes; nothing when it cannot be read, is not a regular
 // file or is larger.

@@ -23,7 +23,7 @@ json_owner load_json_file(const char* path) {
 
 int save_json_file(const char* path, json_object* object) {
   const bool is_new = access(path, F_OK) != 0;
-  const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0644));
   if (!fd) return -1;
   if (json_object_to_fd(fd.get(), object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE) != 0 ||
       fsync(fd.get()) != 0 || (is_new && !flush_folder_of(path))) {

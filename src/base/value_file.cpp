@@ -35,7 +35,8 @@ bool write_value_file(const char* path, int value) {
 bool write_value_file(const char* path, const char* word) {
   char temporary[128];
   snprintf(temporary, sizeof temporary, "%s.%d", path, gettid());
-  unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+  unlink(temporary);
+  unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!fd) return false;
   const bool written = write_all(fd.get(), word);
   fd.reset();

@@ -39,8 +39,7 @@ int send_value(http_connection* connection, const char* key, json_object* value)
   return 0;
 }
 
-// --- image settings
-// ---------------------------------------------------------------------------------------------
+// --- image settings ---
 
 struct image_route {
   const char* key;
@@ -103,8 +102,7 @@ int put_image(http_connection* connection, const char* body, unsigned long lengt
   return send_status(connection, route.set(word.text) == 0);
 }
 
-// --- exposure
-// ---------------------------------------------------------------------------------------------------
+// --- exposure ---
 
 // In manual exposure only. The stop routes send nothing: their steps end by themselves.
 int post_exposure(http_connection* connection, const char* message, int (*command)(visca_camera* camera)) {
@@ -115,8 +113,7 @@ int post_exposure(http_connection* connection, const char* message, int (*comman
   return send_status(connection, manual);
 }
 
-// --- modes
-// ------------------------------------------------------------------------------------------------------
+// --- modes ---
 
 struct mode_route {
   const char* key;
@@ -149,8 +146,7 @@ int put_mode(http_connection* connection, const char* body, unsigned long length
   return send_status(connection, true);
 }
 
-// --- speeds
-// -----------------------------------------------------------------------------------------------------
+// --- speeds ---
 
 struct speed_route {
   const char* file;
@@ -198,8 +194,7 @@ int post_speed(http_connection* connection, const char* body, unsigned long leng
   return 0;
 }
 
-// --- zoom and focus
-// ---------------------------------------------------------------------------------------------
+// --- zoom and focus ---
 
 void add_zoom(json_object* answer) {
   int position = -1;

@@ -30,9 +30,8 @@ constexpr known_header kKnownHeaders[] = {
     {"X-Requested-With", &http_request::x_requested_with},
 };
 
-// What each byte may be part of.
-constexpr uint8_t kToken =
-    1;  // methods and header names: visible characters but the separators of RFC 2616, 2.2
+// What each byte may be part of. A token (methods, header names) has no separators: RFC 2616, 2.2.
+constexpr uint8_t kToken = 1;
 constexpr uint8_t kPath = 2;
 constexpr uint8_t kValue = 4;  // any text; a bare line feed must not hide a second header line
 constexpr uint8_t kDigit = 8;

@@ -10,6 +10,7 @@
 
 #include "app/application.h"
 #include "app/trace.h"
+#include "base/text.h"
 #include "power_board/internal.h"
 #include "supervisor/identity.h"
 
@@ -21,7 +22,6 @@ constinit std::atomic<orb_power_board*> power_board_instance = nullptr;
 
 namespace {
 
-constexpr uint8_t kPowerRegister = 0;
 constexpr uint8_t kLedRegister = 1;
 constexpr uint32_t kRegisterCount = 128;
 
@@ -35,7 +35,7 @@ int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_
   const int result =
       orb_power_board_issue_write(board, number, data.begin(), static_cast<uint32_t>(data.size()));
   if (result != 0) {
-    fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->application->program_name, __LINE__,
+    fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->program_name.data(), __LINE__,
             strerror(ENOMEM));
     return -1;
   }
@@ -60,6 +60,8 @@ int orb_power_board_init(orb_power_board* board, orb_application* application, i
   std::destroy_at(board);
   new (board) orb_power_board;
   board->application = application;
+  copy_text(board->program_name.data(), board->program_name.size(),
+            application->program_name == nullptr ? "" : application->program_name);
   board->advanced = advanced;
   char battery_type[kBatteryTypeSize];
   orb_load_supervisor_battery_type(battery_type, sizeof battery_type);

@@ -3,6 +3,8 @@
 
 #include "power_board/power_board.h"
 
+inline constexpr uint8_t kPowerRegister = 0;  // power enable mask
+
 // Brings GPIO lines and SPI bus up; on failure says why on standard error, closes what was opened and returns
 // -1.
 int open_bus(orb_power_board* board);

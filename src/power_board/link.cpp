@@ -46,7 +46,7 @@ const char* result_text(mraa_result_t result) {
   return code < kResultTexts.size() ? kResultTexts[code] : "Unspecified error";
 }
 
-const char* program_name(const orb_power_board* board) { return board->application->program_name; }
+const char* program_name(const orb_power_board* board) { return board->program_name.data(); }
 
 // False after saying which call failed.
 bool check(const orb_power_board* board, const char* call, int line, mraa_result_t result) {

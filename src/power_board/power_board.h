@@ -69,7 +69,8 @@ struct firmware_update_status {
 };
 
 struct orb_power_board {
-  orb_application* application = nullptr;  // its loop carries the refresh timer, its name the error messages
+  orb_application* application = nullptr;  // its loop carries the refresh timer
+  std::array<char, 64> program_name{};     // starts the error messages, also when the application has gone
   int advanced = 0;                        // set once at init
   pthread_t thread{};
   bool thread_started = false;  // main thread

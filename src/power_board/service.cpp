@@ -16,7 +16,6 @@ namespace {
 constexpr double kRefreshPeriod_s = 0.1;
 constexpr int64_t kShutdownDelay_ms = 50;
 
-constexpr uint8_t kPowerRegister = 0;
 constexpr uint8_t kPowerCut = 0x01;  // asks the board to cut the power
 
 void run_refresh(orb_power_board* board) {
@@ -112,8 +111,8 @@ void on_refresh_timer(struct ev_loop*, ev_timer* timer, int) {
 int orb_power_board_start_service(orb_power_board* board) {
   trace(kTracePowerBoard, "start");
   if (board->service_state != kServiceStopped || board->thread_started) {
-    fprintf(stderr, "%s: orb_power_board_start_service() failed at line %d: %s\n",
-            board->application->program_name, __LINE__, strerror(EALREADY));
+    fprintf(stderr, "%s: orb_power_board_start_service() failed at line %d: %s\n", board->program_name.data(),
+            __LINE__, strerror(EALREADY));
     return -1;
   }
   {
@@ -123,8 +122,8 @@ int orb_power_board_start_service(orb_power_board* board) {
   board->refresh_queued = board->refresh_suspended.load();
   const int error = start_thread(&board->thread, "power-board", service_thread, board);
   if (error != 0) {
-    fprintf(stderr, "%s: pthread_create() failed at line %d: %s\n", board->application->program_name,
-            __LINE__, strerror(error));
+    fprintf(stderr, "%s: pthread_create() failed at line %d: %s\n", board->program_name.data(), __LINE__,
+            strerror(error));
     return -1;
   }
   board->thread_started = true;

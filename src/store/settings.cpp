@@ -127,7 +127,7 @@ nv_values default_values() {
   return values;
 }
 
-// Keys that are absent or null keep their defaults.
+// Keys that are absent or null, and texts that are not UTF-8, keep their defaults.
 nv_values parse_values(json_object* record) {
   nv_values values = default_values();
   for (size_t i = 0; i < kSettings.size(); ++i) {
@@ -138,7 +138,9 @@ nv_values parse_values(json_object* record) {
         put_number(values[i], json_object_get_int(value));
         break;
       case setting_type::text:
-        put_text(values[i], kSettings[i].size, json_object_get_string(value));
+        if (is_utf8(json_object_get_string(value))) {
+          put_text(values[i], kSettings[i].size, json_object_get_string(value));
+        }
         break;
       case setting_type::real:
         put_number(values[i], json_object_get_double(value));
