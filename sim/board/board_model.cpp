@@ -188,7 +188,7 @@ void log_write(board_model& board, uint8_t reg, std::span<const uint8_t> data) {
 
 void write_power(board_model& board, uint8_t mask) {
   board.power_enable = mask;
-  if ((mask & kPowerCut) != 0 && !board.power_cut) {
+  if ((mask & kBoardPowerCut) != 0 && !board.power_cut) {
     board.power_cut = true;
     board.power_cut_time_s = board.time_s;
   }
@@ -254,9 +254,9 @@ size_t frame_size(uint8_t read_command) {
   return read_command == kReadBasic ? kBasicFrameSize : 0;
 }
 
-bool camera_powered(const board_model& board) { return (board.power_enable & kPowerCamera) != 0; }
+bool camera_powered(const board_model& board) { return (board.power_enable & kBoardPowerCamera) != 0; }
 
-bool laser_powered(const board_model& board) { return (board.power_enable & kPowerLaser) != 0; }
+bool laser_powered(const board_model& board) { return (board.power_enable & kBoardPowerLaser) != 0; }
 
 void set_status_bit(board_model& board, int bit, bool on) {
   const auto mask = static_cast<uint8_t>(1U << (bit & 7));

@@ -19,10 +19,10 @@ inline constexpr size_t kBasicFrameSize = 64;
 inline constexpr size_t kMaxWriteData = 16;
 inline constexpr size_t kMaxLoggedWrites = 256;
 
-inline constexpr uint8_t kPowerCut = 0x01;  // bits of register 0
-inline constexpr uint8_t kPowerMain = 0x02;
-inline constexpr uint8_t kPowerCamera = 0x04;
-inline constexpr uint8_t kPowerLaser = 0x08;
+inline constexpr uint8_t kBoardPowerCut = 0x01;  // bits of register 0
+inline constexpr uint8_t kBoardPowerMain = 0x02;
+inline constexpr uint8_t kBoardPowerCamera = 0x04;
+inline constexpr uint8_t kBoardPowerLaser = 0x08;
 
 inline constexpr uint8_t kBoardExtended = 0x01;  // bits of the status byte
 inline constexpr uint8_t kBoardShutdown = 0x02;
@@ -120,8 +120,8 @@ struct board_counts {
 struct board_model {
   board_readings readings;
   uint8_t status = kBoardExtended;
-  uint8_t power_enable = kPowerMain;  // register 0
-  uint8_t led_enable = 0;             // register 1: mask, 0..255
+  uint8_t power_enable = kBoardPowerMain;  // register 0
+  uint8_t led_enable = 0;                  // register 1: mask, 0..255
   uint8_t led_pwm = 0;
   board_motor motor;  // registers 3 and 6
   frame_mode mode = frame_mode::good;

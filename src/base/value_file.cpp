@@ -22,7 +22,10 @@ std::optional<int> read_value_file(const char* path) {
   if (!fd) return std::nullopt;
   char text[kReadCharacters + 1] = "";
   if (read(fd.get(), text, kReadCharacters) < 0) return std::nullopt;
-  return static_cast<int>(std::clamp(strtol(text, nullptr, 10), long{INT_MIN}, long{INT_MAX}));
+  char* end = nullptr;
+  const long value = strtol(text, &end, 10);
+  if (end == text) return std::nullopt;
+  return static_cast<int>(std::clamp(value, long{INT_MIN}, long{INT_MAX}));
 }
 
 bool write_value_file(const char* path, int value) {

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <optional>
 
-// The number at the start of the file's first 14 characters, 0 when there is none (as strtol reads, kept
-// inside an int); nothing when the file cannot be opened.
+// The number at the start of the file's first 14 characters (as strtol reads, kept inside an int); nothing
+// when the file cannot be opened or does not begin with a number.
 std::optional<int> read_value_file(const char* path);
 
 // False when the file could not be written; it then holds what it held.

@@ -33,10 +33,7 @@ void add(json_object* answer, const char* key, json_object* value) {
 
 // {key: value}. Returns 0, the result of a handler.
 int send_value(http_connection* connection, const char* key, json_object* value) {
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) add(answer, key, value);
-  json_response_handler(connection, answer);
-  return 0;
+  return send_object(connection, [&](json_object* answer) { add(answer, key, value); });
 }
 
 // --- image settings ---
@@ -107,7 +104,7 @@ int put_image(http_connection* connection, const char* body, unsigned long lengt
 // In manual exposure only. The stop routes send nothing: their steps end by themselves.
 int post_exposure(http_connection* connection, const char* message, int (*command)(visca_camera* camera)) {
   trace(kTraceApi, "%s", message);
-  const bool manual = get_exposure_mode() == camera_mode::manual;
+  const bool manual = kept_exposure_mode() == camera_mode::manual;
   visca_camera* camera = camera_now();
   if (manual && command != nullptr && camera != nullptr) command(camera);
   return send_status(connection, manual);
@@ -166,7 +163,8 @@ constexpr speed_route kFocusSpeedRoute{paths::kFocusSpeed, kDefaultFocusSpeed, -
                                        "focus speed '%s'"};
 
 int get_speed(http_connection* connection, const speed_route& route) {
-  const int speed = read_value_file(route.file).value_or(route.missing_speed);
+  const bool missing = !read_value_file(route.file);
+  const int speed = missing ? route.missing_speed : read_speed(route.file, route.default_speed);
   return send_value(connection, route.key, json_object_new_int(speed));
 }
 
@@ -185,13 +183,10 @@ int post_speed(http_connection* connection, const char* body, unsigned long leng
   const int now = read_speed(route.file, route.default_speed);
   const int next = std::clamp(now + step, 0, kMaximumSpeed);
   if (next != now) write_value_file(route.file, next);
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) {
+  return send_object(connection, [&](json_object* answer) {
     add(answer, route.key, json_object_new_int(next));
     add_status(answer, step != 0);
-  }
-  json_response_handler(connection, answer);
-  return 0;
+  });
 }
 
 // --- zoom and focus ---
@@ -205,13 +200,10 @@ void add_zoom(json_object* answer) {
 }
 
 int send_zoom(http_connection* connection) {
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) {
+  return send_object(connection, [](json_object* answer) {
     add_zoom(answer);
     add_status(answer, true);
-  }
-  json_response_handler(connection, answer);
-  return 0;
+  });
 }
 
 void add_focus(json_object* answer) {
@@ -224,19 +216,16 @@ void add_focus(json_object* answer) {
 }
 
 int send_focus(http_connection* connection, bool good) {
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) {
+  return send_object(connection, [good](json_object* answer) {
     add_focus(answer);
     add_status(answer, good);
-  }
-  json_response_handler(connection, answer);
-  return 0;
+  });
 }
 
 // In manual focus only.
 int post_focus(http_connection* connection, const char* message, int direction) {
   trace(kTraceApi, "%s", message);
-  const bool manual = get_focus_mode() == camera_mode::manual;
+  const bool manual = kept_focus_mode() == camera_mode::manual;
   if (manual) orb_trigger_focus_loop(direction, kHold_ms);
   return send_focus(connection, manual);
 }
@@ -245,14 +234,14 @@ int post_focus(http_connection* connection, const char* message, int direction) 
 int put_position(http_connection* connection, std::optional<int> position,
                  int (*command)(visca_camera* camera, int position)) {
   visca_camera* camera = camera_now();
-  const bool valid = position && is_position(*position);
+  const bool valid = position && is_visca_position(*position);
   return send_status(connection, valid && camera != nullptr && command(camera, *position) == 0);
 }
 
 }  // namespace
 
 int get_exposure_mode(http_connection* connection, const char*, unsigned long, void*) {
-  return send_value(connection, "exposure_mode", new_string(mode_text(get_exposure_mode())));
+  return send_value(connection, "exposure_mode", new_string(mode_text(kept_exposure_mode())));
 }
 int put_exposure_mode(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_mode(connection, body, length, kExposureModeRoute);
@@ -296,7 +285,7 @@ int post_gain_stop(http_connection* connection, const char*, unsigned long, void
 }
 
 int get_focus_mode(http_connection* connection, const char*, unsigned long, void*) {
-  return send_value(connection, "focus_mode", new_string(mode_text(get_focus_mode())));
+  return send_value(connection, "focus_mode", new_string(mode_text(kept_focus_mode())));
 }
 int put_focus_mode(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_mode(connection, body, length, kFocusModeRoute);
@@ -311,10 +300,7 @@ int post_focus_speed(http_connection* connection, const char* body, unsigned lon
   return post_speed(connection, body, length, kFocusSpeedRoute);
 }
 int get_focus_position(http_connection* connection, const char*, unsigned long, void*) {
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) add_focus(answer);
-  json_response_handler(connection, answer);
-  return 0;
+  return send_object(connection, add_focus);
 }
 int put_focus_position(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_position(connection,
@@ -329,7 +315,7 @@ int post_focus_decrement(http_connection* connection, const char*, unsigned long
 }
 int post_focus_stop(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "focus stop");
-  if (get_focus_mode() == camera_mode::manual) orb_stop_focus_loop();
+  if (kept_focus_mode() == camera_mode::manual) orb_stop_focus_loop();
   return send_focus(connection, true);
 }
 
@@ -338,14 +324,11 @@ int post_zoom_reset(http_connection* connection, const char*, unsigned long, voi
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
   visca_camera* camera = camera_now();
   if (camera != nullptr) visca_camera_zoom_direct(camera, 0);
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) {
+  return send_object(connection, [](json_object* answer) {
     add(answer, "zoom_speed", json_object_new_int(kDefaultZoomSpeed));
     add_zoom(answer);
     add_status(answer, true);
-  }
-  json_response_handler(connection, answer);
-  return 0;
+  });
 }
 int get_zoom_speed(http_connection* connection, const char*, unsigned long, void*) {
   return get_speed(connection, kZoomSpeedRoute);
@@ -357,10 +340,7 @@ int post_zoom_speed(http_connection* connection, const char* body, unsigned long
   return post_speed(connection, body, length, kZoomSpeedRoute);
 }
 int get_zoom_position(http_connection* connection, const char*, unsigned long, void*) {
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) add_zoom(answer);
-  json_response_handler(connection, answer);
-  return 0;
+  return send_object(connection, add_zoom);
 }
 int put_zoom_position(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_position(connection, take_position(connection, body, length, "zoom_position", "zoom pos %d %d"),

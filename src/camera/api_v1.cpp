@@ -55,17 +55,23 @@ const camera_command* find_command(const char* name) {
   return nullptr;
 }
 
+// Control characters, which could forge lines of the console, become dots.
+void print_name(const char* name) {
+  for (; *name != '\0'; ++name) putchar(static_cast<unsigned char>(*name) < 0x20 ? '.' : *name);
+  putchar('\n');
+}
+
 json_object* find_parameters(json_object* body) {
   json_object* parameters = json_member(body, "parameters");
   return parameters != nullptr ? parameters : json_member(body, "params");
 }
 
-int queue(visca_camera* camera, const camera_command& command, json_object* parameters) {
+int queue_once(visca_camera* camera, const camera_command& command, json_object* parameters) {
   if (command.direct != nullptr) {
     const std::optional<int> position = body_integer(parameters, "position");
     if (!position) return -1;
     printf("  position: %d\n", *position);
-    return camera == nullptr || !is_position(*position) ? -1 : command.direct(camera, *position);
+    return camera == nullptr || !is_visca_position(*position) ? -1 : command.direct(camera, *position);
   }
   if (camera == nullptr) return -1;
   const std::optional<int> speed =
@@ -76,10 +82,10 @@ int queue(visca_camera* camera, const camera_command& command, json_object* para
 void obey(visca_camera* camera, json_object* body) {
   json_object* name = json_member(body, "command");
   if (!json_object_is_type(name, json_type_string)) return;
-  printf("%s\n", json_object_get_string(name));
+  print_name(json_object_get_string(name));
   const camera_command* command = find_command(json_object_get_string(name));
   if (command == nullptr) return;
-  if (queue(camera, *command, find_parameters(body)) != 0 && command->fixed == visca_camera_zoom_stop) {
+  if (queue_once(camera, *command, find_parameters(body)) != 0 && command->fixed == visca_camera_zoom_stop) {
     printf("zoom stop failed!\n");
   }
 }

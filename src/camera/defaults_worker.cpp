@@ -37,7 +37,7 @@ void request(bool worker_requests::*flag) {
 
 // Queues a command until the queue takes it, however long the camera stays away.
 template <typename... Arguments>
-void queue(int (*command)(visca_camera*, Arguments...), Arguments... arguments) {
+void queue_until_taken(int (*command)(visca_camera*, Arguments...), Arguments... arguments) {
   for (;;) {
     visca_camera* camera = visca_thread_data.camera;
     if (camera == nullptr) {
@@ -52,7 +52,7 @@ void queue(int (*command)(visca_camera*, Arguments...), Arguments... arguments) 
 
 void queue_traced(const char* message, int (*command)(visca_camera*)) {
   trace(kTraceCamera, "%s", message);
-  queue(command);
+  queue_until_taken(command);
 }
 
 // False when the link has not come up within the 90 s.
@@ -68,7 +68,7 @@ bool wait_for_link() {
 // Zooms out and waits until the camera has arrived or stands still.
 void reset_zoom() {
   trace(kTraceCamera, "zoom direct %d", 0);
-  queue(visca_camera_zoom_direct, 0);
+  queue_until_taken(visca_camera_zoom_direct, 0);
   int previous = 0;
   for (;;) {
     sleep_ms(kZoomWatch_ms);
@@ -105,21 +105,17 @@ void send_ir_filter() {
   }
 }
 
+// Each command is chosen when the queue takes it: a request may change the value while it waits.
 void send_image_settings() {
   trace(kTraceCamera, "invert image %d", image_invert());
-  queue(image_invert() == 1 ? visca_camera_picture_flip_on : visca_camera_picture_flip_off);
+  queue_until_taken(send_image_invert);
   trace(kTraceCamera, "stabilize image %d", image_stabilizer());
-  queue(image_stabilizer() == 1 ? visca_camera_stabilizer_on : visca_camera_stabilizer_off);
+  queue_until_taken(send_image_stabilizer);
   trace(kTraceCamera, "sensitivity %d", image_sensitivity());
-  queue(image_sensitivity() == 1 ? visca_camera_high_sensitivity_on : visca_camera_high_sensitivity_off);
+  queue_until_taken(send_image_sensitivity);
   send_ir_filter();
-  const int defog = image_defog();
-  trace(kTraceCamera, "defog %d", defog);
-  if (defog >= 1 && defog <= 3) {
-    queue(visca_camera_defog_level, defog);
-  } else {
-    queue(visca_camera_defog_off);
-  }
+  trace(kTraceCamera, "defog %d", image_defog());
+  queue_until_taken(send_image_defog);
 }
 
 void set_up_camera() {

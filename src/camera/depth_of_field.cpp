@@ -1,6 +1,7 @@
 #include "camera/depth_of_field.h"
 
 #include <cstdio>
+#include <iterator>
 
 #include "base/text.h"
 #include "store/settings.h"
@@ -19,8 +20,8 @@ constexpr focus_point kFocusCurve[] = {
     {20480, 4.2},  {16384, 6.0},  {12288, 10.0}, {8192, 20.0}, {4096, 60.0},
 };
 
-constexpr int kNearest = 61440;  // from here on the nearest distance holds
-constexpr int kFarthest = 4096;  // below: infinity
+constexpr const focus_point& kNearest = *std::begin(kFocusCurve);
+constexpr const focus_point& kFarthest = *std::prev(std::end(kFocusCurve));  // below: infinity
 constexpr int kNotReported = -1;
 
 constexpr double kFeetPerMetre = 3.2808399;
@@ -29,8 +30,8 @@ constexpr double kNear = 0.9;
 constexpr double kWholeNumbers = 99.5;  // from here on without decimals
 
 double distance_at(int position) {
-  if (position >= kNearest) return kFocusCurve[0].distance_m;
-  const focus_point* previous = &kFocusCurve[0];
+  const focus_point* previous = &kNearest;
+  if (position >= previous->position) return previous->distance_m;
   for (const focus_point& point : kFocusCurve) {
     if (position >= point.position) {
       return point.distance_m + (previous->distance_m - point.distance_m) * (position - point.position) /
@@ -38,7 +39,7 @@ double distance_at(int position) {
     }
     previous = &point;
   }
-  return previous->distance_m;
+  return kFarthest.distance_m;
 }
 
 void format_distance(char* text, size_t size, double distance, const char* unit) {
@@ -49,7 +50,7 @@ void format_distance(char* text, size_t size, double distance, const char* unit)
 
 depth_of_field load_depth_of_field(int focus_position) {
   depth_of_field field;
-  if (focus_position < kFarthest) {
+  if (focus_position < kFarthest.position) {
     const char* text = focus_position == kNotReported ? "?" : "\u221E";
     copy_text(field.far_limit, sizeof field.far_limit, text);
     copy_text(field.near_limit, sizeof field.near_limit, text);

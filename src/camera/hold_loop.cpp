@@ -1,6 +1,7 @@
 #include "camera/hold_loop.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/clock.h"
 #include "base/thread.h"
@@ -8,24 +9,32 @@
 namespace {
 
 constexpr int64_t kTick_ns = kHoldTick_ms * kNanosecondsPerMillisecond;
+constexpr int64_t kSettlePause_ms = 250;
 
 struct hold_run {
   int direction = 0;
   unsigned number = 0;
 };
 
-hold_run wait_for_trigger(hold_loop* loop) {
+bool has_expired(const hold_loop* loop) REQUIRES(loop->lock) { return monotonic_ns() >= loop->hold_until_ns; }
+
+// The run that a trigger has started and that is still held; nothing when the loop has something to settle
+// first.
+std::optional<hold_run> wait_for_trigger(hold_loop* loop, bool settled) {
   const mutex_lock lock(loop->lock);
-  while (loop->direction == 0) loop->wake.wait(loop->lock);
-  return {loop->direction, loop->run};
+  for (;;) {
+    if (loop->direction != 0 && has_expired(loop)) loop->direction = 0;
+    if (loop->direction != 0) return hold_run{loop->direction, loop->run};
+    if (!settled) return std::nullopt;
+    loop->wake.wait(loop->lock);
+  }
 }
 
-// One tick less to hold; true while this run goes on.
-bool count_down(hold_loop* loop, const hold_run& run) {
+// True while this run goes on.
+bool is_held(hold_loop* loop, const hold_run& run) {
   const mutex_lock lock(loop->lock);
   if (loop->direction == 0 || loop->run != run.number) return false;
-  loop->remaining_ms -= kHoldTick_ms;
-  if (loop->remaining_ms < 1) loop->direction = 0;
+  if (has_expired(loop)) loop->direction = 0;
   return loop->direction != 0;
 }
 
@@ -35,7 +44,7 @@ void hold(hold_loop* loop, const hold_run& run) {
   for (int held_ms = kHoldTick_ms;; held_ms += kHoldTick_ms) {
     next = std::max(next + kTick_ns, monotonic_ns());  // a missed tick is not made up for
     sleep_until_ns(next);
-    if (!count_down(loop, run)) break;
+    if (!is_held(loop, run)) break;
     loop->actions.step(run.direction, held_ms);
   }
   while (!loop->actions.end()) sleep_ms(kHoldTick_ms);
@@ -43,7 +52,14 @@ void hold(hold_loop* loop, const hold_run& run) {
 
 void* hold_thread(void* argument) {
   auto* loop = static_cast<hold_loop*>(argument);
-  for (;;) hold(loop, wait_for_trigger(loop));
+  for (;;) {
+    const bool settled = loop->actions.settle == nullptr || loop->actions.settle();
+    if (const std::optional<hold_run> run = wait_for_trigger(loop, settled)) {
+      hold(loop, *run);
+    } else {
+      sleep_ms(kSettlePause_ms);
+    }
+  }
 }
 
 }  // namespace
@@ -61,7 +77,7 @@ int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms) {
     ++loop->run;
     loop->wake.signal();
   }
-  loop->remaining_ms = duration_ms;
+  loop->hold_until_ns = monotonic_ns() + duration_ms * kNanosecondsPerMillisecond;
   return 1;
 }
 

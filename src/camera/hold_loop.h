@@ -2,6 +2,8 @@
 // more; a stop, or the end of that time, ends it. One thread a loop.
 #pragma once
 
+#include <cstdint>
+
 #include "base/mutex.h"
 
 struct hold_loop;
@@ -14,6 +16,7 @@ struct hold_actions {
   void (*start)(int direction);
   void (*step)(int direction, int held_ms);  // every 5 ms while held
   bool (*end)();                             // false: not yet; it is called again after 5 ms
+  bool (*settle)();  // what the end still owes; false: not yet, it is called again after 250 ms. May be null
 };
 
 struct hold_loop {
@@ -23,7 +26,7 @@ struct hold_loop {
   mutex lock;
   condition wake;
   int direction GUARDED_BY(lock) = 0;  // 0 idle
-  int remaining_ms GUARDED_BY(lock) = 0;
+  int64_t hold_until_ns GUARDED_BY(lock) = 0;
   unsigned run GUARDED_BY(lock) = 0;  // counts the starts, so that a stop and a new start are not one motion
 };
 

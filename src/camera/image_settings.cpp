@@ -4,6 +4,7 @@
 #include <cstring>
 #include <span>
 
+#include "base/mutex.h"
 #include "base/text.h"
 #include "camera/controller.h"
 #include "camera/defaults_worker.h"
@@ -21,7 +22,7 @@ struct image_setting {
   setting_index key;
   std::span<const image_value> values;  // by stored value
   int default_value;                    // also for a stored number that is none
-  std::atomic<int> value = 0;
+  std::atomic<int> value = default_value;
 
   bool has(int number) const { return number >= 0 && static_cast<size_t>(number) < values.size(); }
 };
@@ -50,7 +51,10 @@ constinit image_setting sensitivity{kSettingSensitivity, kSensitivity, 1};
 constinit image_setting ir_filter{kSettingIrFilter, kIrFilter, 2};
 constinit image_setting defog{kSettingDefog, kDefog, 2};
 
+mutex values_lock;  // keeps memory and store the same when a request comes while the settings are loaded
+
 void load_setting(image_setting& setting) {
+  const mutex_lock lock(values_lock);
   int stored = setting.default_value;
   orb_read_nv(setting.key, &stored, sizeof stored);
   setting.value = setting.has(stored) ? stored : setting.default_value;
@@ -69,8 +73,13 @@ int find_value(const image_setting& setting, const char* text) {
 }
 
 void keep_value(image_setting& setting, int value) {
+  const mutex_lock lock(values_lock);
   setting.value = value;
   orb_write_nv(setting.key, &value, sizeof value);
+}
+
+int send_value(const image_setting& setting, visca_camera* camera) {
+  return setting.values[static_cast<size_t>(setting.value.load())].command(camera);
 }
 
 int set_value(image_setting& setting, const char* text) {
@@ -96,6 +105,11 @@ int image_stabilizer() { return stabilizer.value; }
 int image_sensitivity() { return sensitivity.value; }
 int image_ir_filter() { return ir_filter.value; }
 int image_defog() { return defog.value; }
+
+int send_image_invert(visca_camera* camera) { return send_value(invert, camera); }
+int send_image_stabilizer(visca_camera* camera) { return send_value(stabilizer, camera); }
+int send_image_sensitivity(visca_camera* camera) { return send_value(sensitivity, camera); }
+int send_image_defog(visca_camera* camera) { return send_value(defog, camera); }
 
 void orb_load_camera_invert_image(char* text, unsigned size) { load_word(invert, text, size); }
 void orb_load_camera_image_stabilizer(char* text, unsigned size) { load_word(stabilizer, text, size); }

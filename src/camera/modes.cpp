@@ -12,9 +12,9 @@ std::atomic<camera_mode> exposure_mode = camera_mode::automatic;
 
 }  // namespace
 
-camera_mode get_focus_mode() { return focus_mode; }
+camera_mode kept_focus_mode() { return focus_mode; }
 
-camera_mode get_exposure_mode() { return exposure_mode; }
+camera_mode kept_exposure_mode() { return exposure_mode; }
 
 const char* mode_text(camera_mode mode) { return mode == camera_mode::manual ? "manual" : "auto"; }
 

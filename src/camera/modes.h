@@ -3,8 +3,8 @@
 
 enum class camera_mode { automatic, manual };
 
-camera_mode get_focus_mode();
-camera_mode get_exposure_mode();
+camera_mode kept_focus_mode();
+camera_mode kept_exposure_mode();
 
 // "auto" or "manual".
 const char* mode_text(camera_mode mode);

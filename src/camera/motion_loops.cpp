@@ -41,6 +41,8 @@ constexpr motion kFocus{kTraceFocusLoop,
 // Of the motion's loop thread.
 template <const motion& Motion>
 int start_speed = 0;
+template <const motion& Motion>
+bool stop_owed = false;  // the link went before the camera was told to stop
 
 template <const motion& Motion>
 void drive(visca_camera* camera, int direction, int speed) {
@@ -67,17 +69,28 @@ void step_motion(int direction, int held_ms) {
   write_value_file(Motion.speed_file, speed + 1);
 }
 
-// The stop is tried again while the link is up: a motion must not run on because the queue was full.
+// True when the stop was queued on a link that is still up.
+template <const motion& Motion>
+bool queue_stop() {
+  visca_camera* camera = visca_thread_data.camera;
+  return camera != nullptr && Motion.stop(camera) == 0 && visca_link_is_up(&visca_thread_data);
+}
+
+// A lens must not run on because the queue was full: the stop is tried again while the link is up.
 template <const motion& Motion>
 bool end_motion() {
-  visca_camera* camera = visca_thread_data.camera;
-  if (camera != nullptr && Motion.stop(camera) != 0 &&
-      visca_connection_is_connected(visca_thread_data.connection) != 0) {
-    return false;
-  }
+  stop_owed<Motion> = !queue_stop<Motion>();
+  if (stop_owed<Motion> && visca_link_is_up(&visca_thread_data)) return false;
   trace(Motion.trace_level, "end");
   write_value_file(Motion.speed_file, start_speed<Motion>);  // the acceleration was for this hold only
   return true;
+}
+
+// Nor because the link went: the camera, which drives on without one, is told when there is a link again.
+template <const motion& Motion>
+bool settle_motion() {
+  if (stop_owed<Motion> && visca_link_is_up(&visca_thread_data)) stop_owed<Motion> = !queue_stop<Motion>();
+  return !stop_owed<Motion>;
 }
 
 constexpr int kIntensityPeriod_ms = 250;
@@ -108,10 +121,12 @@ bool end_intensity() {
   return true;
 }
 
-constexpr hold_actions kZoomActions{"zoom-loop", start_motion<kZoom>, step_motion<kZoom>, end_motion<kZoom>};
+constexpr hold_actions kZoomActions{"zoom-loop", start_motion<kZoom>, step_motion<kZoom>, end_motion<kZoom>,
+                                    settle_motion<kZoom>};
 constexpr hold_actions kFocusActions{"focus-loop", start_motion<kFocus>, step_motion<kFocus>,
-                                     end_motion<kFocus>};
-constexpr hold_actions kIntensityActions{"intensity-loop", start_intensity, step_intensity, end_intensity};
+                                     end_motion<kFocus>, settle_motion<kFocus>};
+constexpr hold_actions kIntensityActions{"intensity-loop", start_intensity, step_intensity, end_intensity,
+                                         nullptr};
 
 constinit hold_loop zoom_loop{kZoomActions};
 constinit hold_loop focus_loop{kFocusActions};

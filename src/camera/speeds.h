@@ -1,4 +1,4 @@
-// What the camera's motions take: speeds 0 to 7, as the speed files hold them, and positions.
+// The operator's focus and zoom speeds, 0 to 7, as the speed files hold them.
 #pragma once
 
 inline constexpr int kMaximumSpeed = 7;
@@ -7,6 +7,3 @@ inline constexpr int kDefaultFocusSpeed = 2;
 
 // The speed in `path`; `absent` when the file is missing or holds a number outside 0 to 7. Any thread.
 int read_speed(const char* path, int absent);
-
-// The direct commands carry positions of 16 bits.
-constexpr bool is_position(int number) { return number >= 0 && number <= 0xFFFF; }

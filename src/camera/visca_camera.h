@@ -49,13 +49,13 @@ struct visca_camera {
 
   // The ring, changed under `lock`; the indexes and `busy` may be read without it. Full when insert_index
   // equals last_completed_index, empty when it equals extract_index.
-  std::array<visca_command, kViscaRingSize> commands{};
   std::atomic<int32_t> insert_index = 1;
   std::atomic<int32_t> extract_index = 1;
   std::atomic<int32_t> last_completed_index = 0;
   std::atomic<uint32_t> busy = 0;  // 1 while a command is on the wire; changed by compare-and-swap
   std::atomic<int64_t> outstanding_since_ns = 0;  // 0: nothing sent since the last command was retired
   mutex lock;
+  std::array<visca_command, kViscaRingSize> commands GUARDED_BY(lock){};
   ev_timer command_timer{};  // camera thread
 
   std::array<visca_socket_slot, kViscaSocketCount> sockets{};
@@ -82,6 +82,9 @@ void visca_camera_complete_command(visca_camera* camera, int status);
 
 // Empties the ring and forgets what was reported, for a new link. Camera thread.
 void visca_camera_reset(visca_camera* camera);
+
+// The direct commands carry positions of 16 bits.
+constexpr bool is_visca_position(int number) { return number >= 0 && number <= 0xFFFF; }
 
 // Nothing waits and nothing is outstanding.
 bool visca_camera_is_idle(const visca_camera* camera);

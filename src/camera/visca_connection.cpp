@@ -69,7 +69,9 @@ int send_bytes(visca_connection* connection, const uint8_t* bytes, size_t length
   const int fd = connection->fd;
   // A short write would leave half a packet on the stream: it counts as a failure too. A closed socket is
   // EBADF.
-  if (send(fd, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT) == static_cast<ssize_t>(length)) return 0;
+  const ssize_t count = send(fd, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (count == static_cast<ssize_t>(length)) return 0;
+  if (count >= 0) errno = EMSGSIZE;
   trace(kTraceVisca, "send failure '%s'", strerror(errno));
   connection->connected = 0;
   connection->send_failed = true;
@@ -279,10 +281,13 @@ visca_connection* visca_connection_create(struct ev_loop* loop, const char* addr
     return nullptr;
   }
   connection->loop = loop;
-  connection->connected = 0;
-  connection->send_failed = false;
   connection->parser = {};
-  connection->fd = open_socket();
+  {
+    const mutex_lock lock(connection->send_lock);  // a producer may still hold a record of the link before
+    connection->connected = 0;
+    connection->send_failed = false;
+    connection->fd = open_socket();
+  }
   if (connection->fd >= 0 && set_remote(connection, address, port) &&
       start_connect(connection, connect_timeout_ms)) {
     return connection;
@@ -299,7 +304,10 @@ void visca_connection_destroy(visca_connection* connection) {
     visca_connection_remove_camera(connection, address);
   }
   close_socket(connection);
-  connection->connected = 0;
+  {
+    const mutex_lock lock(connection->send_lock);
+    connection->connected = 0;
+  }
   recycle_connection(connection);
 }
 

@@ -17,7 +17,7 @@ bool is_ring_empty(const visca_camera* camera) { return camera->extract_index ==
 
 // Sends the head command; the caller has set `busy`. A failed send leaves it outstanding until the camera
 // thread retires it.
-void send_head(visca_camera* camera) {
+void send_head(visca_camera* camera) REQUIRES(camera->lock) {
   const int32_t head = camera->extract_index;
   trace(kTraceVisca, "extract %d", head);
   const int64_t now = monotonic_ns();
@@ -28,8 +28,8 @@ void send_head(visca_camera* camera) {
   visca_connection_send_command(camera->connection, command.packet.data(), command.length);
 }
 
-// Sends the head command unless one is outstanding. The camera's lock is held.
-void send_if_idle(visca_camera* camera) {
+// Sends the head command unless one is outstanding.
+void send_if_idle(visca_camera* camera) REQUIRES(camera->lock) {
   uint32_t idle = 0;
   if (!is_ring_empty(camera) && camera->busy.compare_exchange_strong(idle, 1)) send_head(camera);
 }

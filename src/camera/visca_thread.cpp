@@ -99,6 +99,11 @@ void suspend(visca_thread_record* data, visca_connection* connection) {
 
 }  // namespace
 
+bool visca_link_is_up(const visca_thread_record* data) {
+  const visca_connection* connection = data->connection;
+  return visca_connection_is_connected(connection) != 0 && connection->fd >= 0 && !connection->send_failed;
+}
+
 void* visca_thread_procedure(void* argument) {
   auto* data = static_cast<visca_thread_record*>(argument);
   trace(kTraceVisca, "thread start");

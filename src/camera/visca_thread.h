@@ -35,6 +35,9 @@ struct visca_thread_record {
 
 extern visca_thread_record visca_thread_data;
 
+// Whether what is queued now can reach the camera. Any thread.
+bool visca_link_is_up(const visca_thread_record* data);
+
 // The thread's body; the argument is the record. Never returns.
 void* visca_thread_procedure(void* data);
 

@@ -20,7 +20,7 @@ void send_body(http_connection* connection, const char* format, const char* body
   http_connection_send(connection, header, static_cast<size_t>(header_length), body, length);
 }
 
-void send_object(http_connection* connection, const char* format, json_object* object) {
+void send_form(http_connection* connection, const char* format, json_object* object) {
   const json_owner owner(object);
   if (!owner) return;
   size_t length = 0;
@@ -36,22 +36,19 @@ constexpr char kCloseForm[] =
 }  // namespace
 
 void json_response_handler(http_connection* connection, json_object* object) {
-  send_object(connection, kJsonForm, object);
+  send_form(connection, kJsonForm, object);
 }
 
 void response_handler(http_connection* connection) { send_body(connection, kCloseForm, nullptr, 0); }
 
 void json_v1_response_handler(http_connection* connection, json_object* object) {
-  send_object(connection, kCloseForm, object);
+  send_form(connection, kCloseForm, object);
 }
 
 void empty_v1_response_handler(http_connection* connection) { send_body(connection, kCloseForm, "{}", 2); }
 
 int send_status(http_connection* connection, bool good) {
-  json_object* answer = json_object_new_object();
-  if (answer != nullptr) add_status(answer, good);
-  json_response_handler(connection, answer);
-  return 0;
+  return send_object(connection, [good](json_object* answer) { add_status(answer, good); });
 }
 
 void add_status(json_object* answer, bool good) {

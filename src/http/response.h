@@ -21,3 +21,12 @@ int send_status(http_connection* connection, bool good);
 
 // Adds {"status": "OK"} or {"status": "BAD_REQUEST"} to an answer that has other members too.
 void add_status(json_object* answer, bool good);
+
+// 200 with an object that `fill` adds its members to. Returns 0.
+template <typename Fill>
+int send_object(http_connection* connection, Fill fill) {
+  json_object* object = json_object_new_object();
+  if (object != nullptr) fill(object);
+  json_response_handler(connection, object);
+  return 0;
+}

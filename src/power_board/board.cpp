@@ -22,24 +22,24 @@ constinit std::atomic<orb_power_board*> power_board_instance = nullptr;
 
 namespace {
 
-constexpr uint8_t kLedRegister = 1;
 constexpr uint32_t kRegisterCount = 128;
 
-constexpr uint8_t kPowerAlways = 0x02;  // set in every write
-constexpr uint8_t kPowerCamera = 0x04;
-constexpr uint8_t kPowerLaser = 0x08;
-
 constexpr size_t kBatteryTypeSize = 32;
+
+bool is_stopping(orb_power_board* board) {
+  const mutex_lock lock(board->queue_lock);
+  return board->stopping;
+}
 
 int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_list<uint8_t> data) {
   const int result =
       orb_power_board_issue_write(board, number, data.begin(), static_cast<uint32_t>(data.size()));
-  if (result != 0) {
+  if (result == 0) return 0;
+  if (!is_stopping(board)) {
     fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->program_name.data(), __LINE__,
             strerror(ENOMEM));
-    return -1;
   }
-  return 0;
+  return -1;
 }
 
 uint8_t power_enable(orb_power_board* board) {

@@ -3,7 +3,15 @@
 
 #include "power_board/power_board.h"
 
+// Registers.
 inline constexpr uint8_t kPowerRegister = 0;  // power enable mask
+inline constexpr uint8_t kLedRegister = 1;    // LED enable mask, LED pwm
+
+// Bits of the power enable mask.
+inline constexpr uint8_t kPowerCut = 0x01;     // asks the board to cut the power
+inline constexpr uint8_t kPowerAlways = 0x02;  // set in every write
+inline constexpr uint8_t kPowerCamera = 0x04;
+inline constexpr uint8_t kPowerLaser = 0x08;
 
 // Brings GPIO lines and SPI bus up; on failure says why on standard error, closes what was opened and returns
 // -1.

@@ -106,6 +106,11 @@ void end_transaction(orb_power_board* board) {
   sleep_ns(kDeselectGap_ns);
 }
 
+frame_check keep_frame(orb_power_board* board) {
+  const mutex_lock lock(board->readings_lock);
+  return take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
+}
+
 void print_write(const work_item& item) {
   char text[2 * kWriteDataSize + 1] = "";
   for (size_t i = 0; i < item.length; ++i) snprintf(text + 2 * i, 3, "%02x", item.data[i]);
@@ -165,9 +170,7 @@ void read_status(orb_power_board* board) {
     trace(kTraceRefresh, "zero buffer");
     board->raw_frame = {};
   }
-  const mutex_lock lock(board->readings_lock);
-  const frame_check result =
-      take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
+  const frame_check result = keep_frame(board);
   board->all_zero = result.all_zero ? 1 : 0;
   if (result.sum != 0) trace(kTraceRefresh, "*** bad refresh %02X ***", result.sum);
 }

@@ -16,8 +16,6 @@ namespace {
 constexpr double kRefreshPeriod_s = 0.1;
 constexpr int64_t kShutdownDelay_ms = 50;
 
-constexpr uint8_t kPowerCut = 0x01;  // asks the board to cut the power
-
 void run_refresh(orb_power_board* board) {
   read_status(board);
   power_board_readings readings;

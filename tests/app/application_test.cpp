@@ -91,7 +91,7 @@ TEST_F(unit, signals) {
 
 TEST_F(unit, command_pipe) {
   with_board([](board_model& model) {
-    model.power_enable = kPowerMain | 0x40;
+    model.power_enable = kBoardPowerMain | 0x40;
     model.led_enable = 0x12;
     model.led_pwm = 40;
   });

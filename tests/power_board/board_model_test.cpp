@@ -94,7 +94,7 @@ uint32_t u32(const bytes& f, size_t at) { return u16(f, at) | u16(f, at + 2) << 
 
 TEST_F(board, advanced_frame_shows_what_was_set) {
   with_board([](board_model& b) {
-    b.power_enable = kPowerMain | kPowerCamera | kPowerLaser;
+    b.power_enable = kBoardPowerMain | kBoardPowerCamera | kBoardPowerLaser;
     b.status = 0x25;
     auto& in = b.readings;
     in.vin_volts = 18.25, in.vin_amps = -1.5, in.camera_volts = 12.1, in.motor_amps = 0.125;
