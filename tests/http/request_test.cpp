@@ -102,7 +102,7 @@ TEST(HttpRequest, StandsHostileInput) {
   const std::tuple<const char*, std::string, int> cases[] = {
       {"slash in the method", "GE/T / HTTP/1.1\r\n\r\n", -1},
       {"zero byte in the path", "GET /\0 HTTP/1.1\r\n\r\n"s, -1},
-      {"version beyond an int", "GET / HTTP/99999999999999999999.1\r\n\r\n", -1},
+      {"version beyond an int", "GET / HTTP/9999999999.1\r\n\r\n", -1},
       {"header without a colon", with_line("Name"), -1},
       {"line feed in a value", with_line("A: b\nHost: c"), -1},
       {"second length negative", with_line("Content-Length: 4\r\nContent-Length: -4"), -1},
@@ -123,34 +123,26 @@ TEST(HttpRequest, StandsHostileInput) {
   }
 }
 
-std::string found_in(const std::string& body) {
+std::optional<int> integer_in(const std::string& body) {
   http_connection connection;
   connection.request.content_length = static_cast<long>(body.size());
   const std::vector<char> exact(body.begin(), body.end());
   const json_owner parsed = read_json_body(&connection, exact.data(), exact.size());
   http_request_context_free(&connection.request);
-  if (!parsed) return "not JSON";
-  const std::optional<body_word> text = body_text(parsed.get(), "v");
-  const std::optional<int> integer = body_integer(parsed.get(), "v");
-  return (text ? "'" + std::string(text->text) + "'" : "") + (integer ? std::to_string(*integer) : "");
+  return body_integer(parsed.get(), "v");
 }
 
 TEST(HttpJsonBody, TakesOnlyWhatItCanUse) {
-  const std::pair<std::string, const char*> texts_and_numbers[] = {
-      {R"({"v":"1234567890123456"})", "'123456789012345'"},
-      {R"({"v":-2.9})", "-2"},
-      {R"({"v":true})", "1"},
-      {R"({"v":99999999999999999999})", "2147483647"},
-      {R"({"v":-1e300})", "-2147483648"}};
-  for (const auto& [body, found] : texts_and_numbers) EXPECT_EQ(found_in(body), found);
-  for (const char* body : {R"({"v":NaN})", R"({"v":null})", R"({"v":[1]})", R"([{"v":1}])"})
-    EXPECT_EQ(found_in(body), "") << body;
-  const std::string blanks((1 << 20) - 2, ' ');
-  EXPECT_EQ(found_in("{" + blanks + "}"), "") << "1 MiB";
+  const std::string blanks((1 << 20) - 8, ' ');
+  EXPECT_EQ(integer_in(R"({"v":-2.9})"), -2);
+  EXPECT_EQ(integer_in(R"({"v":true})"), 1);
+  EXPECT_EQ(integer_in(R"({"v":99999999999999999999})"), 2147483647);
+  EXPECT_EQ(integer_in(R"({"v":-1e300})"), -2147483648);
+  EXPECT_EQ(integer_in("{\"v\":1 " + blanks + "}"), 1) << "1 MiB";
   for (const std::string& body :
-       {std::string(), std::string(1, '\0'), std::string("null"), std::string("{\"v\":\"on"),
-        std::string("{\"v\":\"\xFF\"}"), std::string(100'000, '['), "{" + blanks + " }"})
-    EXPECT_EQ(found_in(body), "not JSON") << body.substr(0, 40);
+       {"{\"v\":1  " + blanks + "}", std::string("{\"v\":NaN}"), std::string("[1]"), std::string("{\"v\":1"),
+        std::string("{\"v\":1,\"w\":\"\xFF\"}"), std::string(1, '\0'), std::string(100'000, '[')})
+    EXPECT_EQ(integer_in(body), std::nullopt) << body.substr(0, 40);
 }
 
 }  // namespace

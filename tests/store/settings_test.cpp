@@ -3,17 +3,18 @@
 #include "store/settings.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <random>
 #include <sstream>
 
@@ -62,6 +63,11 @@ void start_without(const fs::path& what) {
   fs::remove_all(what);
   orb_init_nv();
 }
+std::string bytes_of(uint32_t index, int length) {
+  std::string bytes(48, '#');
+  orb_read_nv(index, bytes.data(), length);
+  return bytes.substr(0, static_cast<size_t>(length) + 1);
+}
 int number(uint32_t index) {
   int value = -77;
   orb_read_nv(index, &value, sizeof value);
@@ -87,105 +93,66 @@ TEST(settings, saves_alternate_and_are_flushed) {
 TEST(settings, newer_file_is_found_by_the_chain) {
   start_without(paths::kSettingsFolder);
   using ids = std::pair<int, int>;
-  const struct {
-    ids file[2];  // {0, 0}: no file
-    int live;
-    ids next;
-  } rows[] = {{{{6, 7}, {7, 8}}, 1, {8, 9}},
-              {{{8, 9}, {7, 8}}, 0, {9, 10}},
-              {{{5, 6}, {100, 101}}, 0, {6, 7}},
-              {{{INT_MAX - 1, INT_MAX}, {INT_MAX, INT_MIN}}, 1, {INT_MIN, INT_MIN + 1}},
-              {{{INT_MAX - 1, INT_MAX}, {}}, 0, {INT_MAX, INT_MIN}},
-              {{{}, {-2, -1}}, 1, {-1, 0}}};
-  for (const auto& [file, live, next] : rows) {
-    for (const int i : {0, 1}) {
-      fs::remove(kFile[i]);
-      const std::string seats = "seats\":5>seats\":" + std::to_string(i);
-      if (file[i] != ids{}) put(kFile[i], record(file[i].first, file[i].second, seats));
-    }
+  const std::tuple<ids, ids, int> rows[] = {{{6, 7}, {7, 8}, 1},  // {0, 0}: no file
+                                            {{8, 9}, {7, 8}, 0},
+                                            {{5, 6}, {100, 101}, 0},
+                                            {{INT_MAX - 1, INT_MAX}, {INT_MAX, INT_MIN}, 1},
+                                            {{INT_MAX - 1, INT_MAX}, {0, 0}, 0},
+                                            {{0, 0}, {-2, -1}, 1}};
+  for (const auto& [first, second, newer] : rows) {
+    fs::remove(kFile[0]), fs::remove(kFile[1]);
+    if (first != ids{}) put(kFile[0], record(first.first, first.second, R"(seats":5>seats":0)"));
+    if (second != ids{}) put(kFile[1], record(second.first, second.second, R"(seats":5>seats":1)"));
     orb_init_nv();
-    EXPECT_EQ(number(kSettingViewerSeats), live);
+    EXPECT_EQ(number(kSettingViewerSeats), newer);
     set(kSettingViewerSeats, 5);
-    EXPECT_EQ(content(1 - live), record(next.first, next.second));
+    const int id = newer == 0 ? first.second : second.second;
+    EXPECT_EQ(content(1 - newer), record(id, id == INT_MAX ? INT_MIN : id + 1));
   }
 }
 
 TEST(settings, files_that_are_not_valid_are_ignored) {
-  const std::string whole = record(0, 1);
-  std::vector<std::function<void(const char*)>> makers{
-      [](const char* path) { mkfifo(path, 0600); }, [](const char* path) { fs::create_directory(path); },
-      [](const char* path) { fs::create_symlink(path, path); }};
+  start_without(paths::kSettingsFolder);
+  const std::string whole = record(6, 7, R"(seats":5>seats":2)");
   for (const std::string& text :
-       {std::string(), std::string("[1]"), std::string(900, '\0'), whole.substr(0, 500),
+       {std::string("a pipe"), std::string(), std::string("[1]"), std::string(900, '\0'),
         std::string(2 << 20, ' ') + whole, whole.substr(0, whole.size() - 1),
-        record(0, 1, R"(valid":1>valid":0)"), record(0, 1, "values_valid>valid")})
-    makers.emplace_back([text](const char* path) { put(path, text); });
-  start_without(paths::kSettingsFolder);
-  for (size_t i = 0; i < makers.size(); ++i) {
-    fs::remove(kFile[0]);
-    makers[i](kFile[0]);
-    start_without(kFile[1]);
-    EXPECT_EQ(content(1), whole) << i;
-    fs::remove(kFile[0]), fs::remove(kFile[1]);
-    put(kFile[0], record(8, 9, R"(seats":5>seats":3)"));
-    makers[i](kFile[1]);
-    orb_init_nv();
-    EXPECT_EQ(number(kSettingViewerSeats), 3) << i;
-    fs::remove(kFile[1]);
-  }
-}
-
-// The next save shows what was made of them.
-TEST(settings, members_of_other_types_and_sizes) {
-  fs::create_directory(paths::kSettingsFolder);
-  const std::string t(41, 't');
-  put(kFile[0],
-      record(8, 9,
-             R"(title_osd":0>title_osd":3.9|seats":5>seats":null|ENG>ENGLISH|fog":2>fog":"x"|"ORB">12|)"
-             R"(delay":0>delay":1e20|,"pb_suspended":0>|_x":0.0>_x":"1.5"|ASSET>)" +
-                 t + "more"));
-  orb_init_nv();
-  set(kSettingUnits, 1);
-  EXPECT_EQ(content(1), record(9, 10,
-                               R"(title_osd":0>title_osd":3|fog":2>fog":0|ORB>12|delay":0>delay":2147483647|)"
-                               R"(_x":0.0>_x":1.5|ASSET>)" +
-                                   t));
-}
-
-TEST(settings, shorter_and_longer_buffers) {
-  const std::string full(41, 'T'), third("UUUUUU\xD5?", 8);  // 1/3
-  const struct {
-    uint32_t index;
-    std::string given, kept;  // kept: the setting's bytes
-  } rows[] = {{kSettingLanguage, "FR", {"FR\0", 3}},
-              {kSettingLanguage, "DEU!", "DEU"},
-              {kSettingTitle, full + "rest", full},
-              {kSettingUnits, "\x02", {"\2\0\0\0", 4}},
-              {kSettingCount - 1, third, third}};
-  start_without(paths::kSettingsFolder);
-  for (const auto& [index, given, kept] : rows) {
-    set(index, std::string(41, '~'));  // nothing of it may be left
-    set(index, given);
-    orb_init_nv();  // as the file gives it back
-    for (const size_t length : {size_t{1}, kept.size(), kept.size() + 7}) {
-      std::string wanted = kept, bytes(60, '#');
-      wanted.resize(length, '\0'), wanted.resize(60, '#');
-      orb_read_nv(index, bytes.data(), static_cast<int>(length));
-      EXPECT_EQ(bytes, wanted) << given;
+        record(6, 7, R"(valid":1>valid":0)"), record(6, 7, "values_valid>valid")}) {
+    for (const int bad : {0, 1}) {
+      fs::remove(kFile[0]), fs::remove(kFile[1]);
+      text == "a pipe" ? static_cast<void>(mkfifo(kFile[bad], 0600)) : put(kFile[bad], text);
+      if (bad == 1) put(kFile[0], record(8, 9, R"(seats":5>seats":3)"));
+      orb_init_nv();
+      EXPECT_EQ(number(kSettingViewerSeats), bad == 1 ? 3 : 5) << text.substr(0, 80);
+      EXPECT_EQ(content(1) == record(0, 1), bad == 0) << "the defaults are saved";
     }
   }
+}
+
+TEST(settings, values_of_other_types_and_sizes) {
+  start_without(paths::kSettingsFolder);
+  put(kFile[1], record(0, 1, R"(ENG>ENGLISH|seats":5>seats":null|delay":0>delay":1e20|"ORB">12)"));
+  orb_init_nv();
+  set(kSettingZoomOsd, 0);  // shows what was made of that
+  EXPECT_EQ(content(0), record(1, 2, R"(delay":0>delay":2147483647|ORB>12)"));
+  const std::string full(41, 'T'), third("UUUUUU\xD5?", 8);  // 1/3
+  set(kSettingTitle, full + "rest");
+  set(kSettingCount - 1, third);
+  set(kSettingUnits, std::string("\x02\x01\0\0rest", 8)), set(kSettingUnits, "\x03");
   set(kSettingCount, 1);
-  EXPECT_EQ(number(kSettingCount), -77);
+  orb_init_nv();  // as the file gives it back
+  EXPECT_EQ(bytes_of(kSettingTitle, 46), full + std::string(5, '\0') + "#");
+  EXPECT_EQ(bytes_of(kSettingTitle, 2), "TT#");
+  EXPECT_EQ(bytes_of(kSettingCount - 1, 8), third + "#");
+  EXPECT_EQ(number(kSettingUnits), 3);
+  EXPECT_EQ(number(kSettingCount), -77) << "untouched";
 }
 
 TEST(settings, failed_save_is_repeated_with_the_same_id) {
   ASSERT_EQ(mount("small", "/home/orb", "tmpfs", 0, "size=16k"), 0);
-  const std::pair<const char*, void (*)(bool)> rows[] = {
-      {"flush", [](bool on) { flush_fails = on; }},
-      {"full", [](bool on) { put("/home/orb/filler", std::string(on ? 20'000 : 0, 'x')); }},
-      {"a folder in its place", [](bool on) { on ? fs::create_directory(kFile[0]) : fs::remove(kFile[0]); }}};
-  for (const auto& [what, spoil] : rows) {
-    SCOPED_TRACE(what);
+  for (void (*spoil)(bool) : {+[](bool on) { flush_fails = on; },
+                              +[](bool on) { put("/home/orb/filler", std::string(on ? 20'000 : 0, 'x')); },
+                              +[](bool on) { on ? fs::create_directory(kFile[0]) : fs::remove(kFile[0]); }}) {
     start_without(paths::kSettingsFolder);
     spoil(true);
     set(kSettingViewerSeats, 9), set(kSettingZoomOsd, 1);
@@ -205,29 +172,23 @@ void save_number(int k) { set(k % 2 == 0 ? kSettingViewerSeats : kSettingOsdDela
 TEST(settings, acknowledged_saves_survive_a_kill) {
   start_without(paths::kSettingsFolder);
   save_number(2), save_number(3);
+  auto* acknowledged = static_cast<std::atomic<int>*>(
+      mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  *acknowledged = 3;
   std::minstd_rand random(7);
-  int saved = 3;
   for (int round = 0; round < 60; ++round) {
-    int progress[2];
-    ASSERT_EQ(pipe(progress), 0);
+    const int before = *acknowledged;
     const pid_t child = fork();
-    for (int k = saved + 1; child == 0; ++k) {
-      save_number(k);
-      if (write(progress[1], &k, sizeof k) < 0) _exit(1);
-    }
-    close(progress[1]);
-    int acknowledged = saved;
-    for (auto left = 20 + random() % 60; left > 0; --left)
-      ASSERT_GT(read(progress[0], &acknowledged, sizeof acknowledged), 0);
-    for (auto spin = random() % 50'000; spin > 0; --spin) asm volatile("");
+    for (int k = before + 1; child == 0; ++k) save_number(k), *acknowledged = k;
+    while (*acknowledged < before + 20) continue;
+    usleep(static_cast<unsigned>(random() % 1000));
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
-    while (read(progress[0], &acknowledged, sizeof acknowledged) > 0) continue;
-    close(progress[0]);
     orb_init_nv();
-    saved = std::max(number(kSettingViewerSeats), number(kSettingOsdDelay));
-    ASSERT_TRUE(saved == acknowledged || saved == acknowledged + 1) << saved << " after " << acknowledged;
+    const int saved = std::max(number(kSettingViewerSeats), number(kSettingOsdDelay));
+    ASSERT_TRUE(saved == *acknowledged || saved == *acknowledged + 1) << saved << " of " << *acknowledged;
     ASSERT_EQ(number(kSettingViewerSeats) + number(kSettingOsdDelay), 2 * saved - 1);
+    *acknowledged = saved;
   }
 }
 
