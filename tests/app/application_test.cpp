@@ -31,11 +31,13 @@ class unit : public testing::Test {
 
   // Runs the loop for so long; false when it was ended before that.
   static bool run(double seconds) {
-    static bool expired;
-    expired = false;
-    const auto end = [](int, void*) { expired = true, ev_break(application.loop, EVBREAK_ONE); };
-    ev_once(application.loop, -1, 0, seconds, end, nullptr);
+    ev_timer timer{};
+    const auto end = [](struct ev_loop* loop, ev_timer*, int) { ev_break(loop, EVBREAK_ONE); };
+    ev_timer_init(&timer, end, seconds, 0.);
+    ev_timer_start(application.loop, &timer);
     orb_application_run(&application);
+    const bool expired = !ev_is_active(&timer);
+    ev_timer_stop(application.loop, &timer);
     return expired;
   }
 
@@ -97,9 +99,12 @@ TEST_F(unit, publishes_what_the_board_reads) {
   start_redis();
   const char* const motors[] = {"none", "height", "pan", "none"};
   for (uint8_t motor = 0; motor < 4; ++motor) {
-    board.readings.monitor_vin_volts = 19.999F;  // no other thread is there
-    board.readings.bme280_temperature = -10.5F;
-    board.readings.motor_type = motor;
+    {
+      const mutex_lock lock(board.readings_lock);
+      board.readings.monitor_vin_volts = 19.999F;
+      board.readings.bme280_temperature = -10.5F;
+      board.readings.motor_type = motor;
+    }
     on_redis_timeout(nullptr, nullptr, 0);
     const redis_reply all = redis_command(redis_connect(), "MGET avr-voltage avr-temperature orb-motor-type");
     EXPECT_EQ(std::string(all->element[0]->str) + " " + all->element[1]->str + " " + all->element[2]->str,

@@ -179,7 +179,8 @@ TEST(settings, acknowledged_saves_survive_a_kill) {
   for (int round = 0; round < 60; ++round) {
     const int before = *acknowledged;
     const pid_t child = fork();
-    for (int k = before + 1; child == 0; ++k) save_number(k), *acknowledged = k;
+    if (child == 0)
+      for (int k = before + 1;; ++k) save_number(k), *acknowledged = k;
     while (*acknowledged < before + 20) continue;
     usleep(static_cast<unsigned>(random() % 1000));
     kill(child, SIGKILL);
