@@ -75,8 +75,6 @@ inline bool traced(const std::string& tag, const std::string& messages) {
 class fake_camera {
  public:
   explicit fake_camera(int backlog = 4) : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const int on = 1;
-    setsockopt(listener_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in at{AF_INET, htons(addresses::kCameraPort), {inet_addr(addresses::kCamera)}, {}};
     EXPECT_EQ(bind(listener_.get(), reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
     EXPECT_EQ(listen(listener_.get(), backlog), 0);
