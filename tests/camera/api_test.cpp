@@ -55,36 +55,25 @@ const std::string kOk = "{'status':'OK'}", kBad = "{'status':'BAD_REQUEST'}", kA
                       "{'focus_position':4096,'max_depth_of_field':'217 ft','min_depth_of_field':'177 ft'";
 
 TEST_F(CameraApi, ImageSettings) {
-  const struct {
-    uint32_t key;
-    std::string name, word, bytes;  // the worker sends those of the filter
-    int value;
-  } rows[] = {
-      {8, "invert_image", "on", "6602", 1},
-      {8, "invert_image", "off", "6603", 0},
-      {9, "image_stabilizer", "off", "3403", 0},
-      {9, "image_stabilizer", "on", "3402", 1},
-      {10, "sensitivity", "normal", "5E03", 0},
-      {10, "sensitivity", "high", "5E02", 1},
-      {11, "ir_filter", "on", "", 1},
-      {11, "ir_filter", "auto", "", 2},
-      {12, "defog", "off", "370300", 0},
-      {12, "defog", "low", "370201", 1},
-      {12, "defog", "mid", "370202", 2},
-      {12, "defog", "high", "370203", 3},
-  };
-  for (const auto& row : rows) {
-    const std::string put = "PUT " + row.name, body = "{'" + row.name + "':'" + row.word + "'}";
-    expect(put, "{'" + row.name + "':'" + row.word + "x'}", kBad);
+  const strings rows =
+      words(  // key in the store, name, word, stored value, bytes; the worker sends the filter's
+          "8 invert_image on 1 6602       8 invert_image off 0 6603   9 image_stabilizer off 0 3403 "
+          "9 image_stabilizer on 1 3402   10 sensitivity normal 0 5E03   10 sensitivity high 1 5E02 "
+          "11 ir_filter on 1 -   11 ir_filter auto 2 -   12 defog off 0 370300   12 defog low 1 370201 "
+          "12 defog mid 2 370202   12 defog high 3 370203");
+  for (auto row = rows.begin(); row != rows.end(); row += 5) {
+    const std::string put = "PUT " + row[1], key = "{'" + row[1] + "':'", body = key + row[2] + "'}";
+    const std::string bytes = row[4] == "-" ? "" : row[4];
+    expect(put, key + row[2] + "x'}", kBad);
     visca_thread_data.camera = nullptr;
-    if (!row.bytes.empty()) expect(put, body, kBad);
+    if (!bytes.empty()) expect(put, body, kBad);
     visca_thread_data.camera = link.camera;
-    expect(put, body, kOk, row.bytes);
+    expect(put, body, kOk, bytes);
     expect(put, body, kOk);  // unchanged: sends nothing
-    expect("GET " + row.name, "", body);
+    expect("GET " + row[1], "", body);
     int stored = -1;
-    orb_read_nv(row.key, &stored, sizeof stored);
-    EXPECT_EQ(stored, row.value) << body;
+    orb_read_nv(static_cast<uint32_t>(std::stoi(row[0])), &stored, sizeof stored);
+    EXPECT_EQ(std::to_string(stored), row[3]) << body;
   }
   for (const char* body : {"", "defog", "['defog']", "{'Defog':'low'}", "{'defog':3}", "{'defog':null}"})
     expect("PUT defog", body, kBad);
