@@ -101,7 +101,7 @@ TEST(ViscaReplies, AdvanceTheQueue) {
       {"906141FF", "error 1 65;complete 1 2;extract 2;"},
       {"9041030405060708090A0B0C0D0E0FFF", taken},  // 16 bytes, the longest
       {"90410304050607 08090A0B0C0D0E0F10FF", "overrun;"},
-      {"90000102030405060708090A0B0C0D0E 0F10 4041FF9041FF", "overrun;" + taken},
+      {"90000102030405060708090A0B0C0D0E 90 42FF9041FF", "overrun;" + taken},
       {"FFFF90FF 41FF9041FF", taken},  // too short to be any
       {"9038FF 9038FF9038FF", "rx network change;rx network change;"},
       {"A041FF 9007FF 900704FF 9030FF", ""},  // another camera's, and unknown ones
