@@ -89,13 +89,13 @@ TEST_F(CameraApi, Zoom) {
   expect("PUT zoom/speed", "{'zoom_speed':7}", kOk);
   expect("POST zoom/speed", "{'zoom_operation':'decrement'}", "{'zoom_speed':6" + kAndOk);
   expect("POST zoom/speed", "{'zoom_operation':'up'}", "{'zoom_speed':6,'status':'BAD_REQUEST'}");
-  expect("POST zoom/increment", "", kZoom + kAndOk, "0726");
-  expect("POST zoom/stop", "", kZoom + kAndOk, "0700");
-  expect("POST zoom/decrement", "", kZoom + kAndOk, "0736");
-  EXPECT_EQ(link.block.packet(350), "");
-  link.expect("0700");  // not held again within half a second
   expect("POST zoom/reset", "", "{'zoom_speed':3," + kZoom.substr(1) + kAndOk, "4700000000");
   expect("GET zoom/speed", "", "{'zoom_speed':3}");
+  expect("POST zoom/increment", "", kZoom + kAndOk, "0723");
+  expect("POST zoom/stop", "", kZoom + kAndOk, "0700");
+  expect("POST zoom/decrement", "", kZoom + kAndOk, "0733");
+  EXPECT_EQ(link.block.packet(350), "");
+  link.expect("0700");  // not held again within half a second
   visca_thread_data.camera = nullptr;
   expect("POST zoom/stop", "", "{'zoom_position':-1,'zoom_magnification':'?'" + kAndOk);
   expect("PUT zoom/position", "{'zoom_position':1}", kBad);
@@ -105,9 +105,9 @@ TEST_F(CameraApi, FocusAndExposure) {
   expect("GET focus/mode", "", "{'focus_mode':'auto'}");
   expect("POST focus/increment", "", kFocus + ",'status':'BAD_REQUEST'}");
   expect("PUT focus/mode", "{'focus_mode':'manual'}", kOk, "3803");
-  expect("POST focus/increment", "", kFocus + kAndOk, "0822");
-  expect("POST focus/stop", "", kFocus + kAndOk, "0800");
   expect("PUT focus/speed", "{'focus_speed':0}", kOk);
+  expect("POST focus/increment", "", kFocus + kAndOk, "0820");
+  expect("POST focus/stop", "", kFocus + kAndOk, "0800");
   expect("POST focus/decrement", "", kFocus + kAndOk, "0830");
   expect("POST focus/stop", "", kFocus + kAndOk, "0800");
   expect("POST focus/speed", "{'focus_operation':'decrement'}", "{'focus_speed':0" + kAndOk);
