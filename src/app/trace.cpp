@@ -180,15 +180,17 @@ void trace_data(int level, const char* label, const void* bytes, long length) {
 }
 
 int set_trace_mask(uint32_t new_mask) {
-  // Overwritten, not truncated first: one event for the monitor, and never an empty file.
   const unique_fd fd(open(paths::kTraceMask, O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0644));
   if (!fd) return -1;
-  char text[16];
+  // Written over what the monitor reads, not truncated first: it never finds an empty file, nor digits of an
+  // older and longer text behind the new ones.
+  char text[kMaskCharacters + 1];
   const int length = snprintf(text, sizeof text, "0x%08X", new_mask);
-  write_all(fd.get(), {text, static_cast<size_t>(length)});
+  memset(text + length, '\n', kMaskCharacters - static_cast<size_t>(length));
   struct stat info {};
-  if (fstat(fd.get(), &info) == 0 && info.st_size > length && ftruncate(fd.get(), length) != 0) return 0;
-  return 0;
+  const bool longer = fstat(fd.get(), &info) == 0 && info.st_size > length;
+  write_all(fd.get(), {text, longer ? kMaskCharacters : static_cast<size_t>(length)});
+  return longer && ftruncate(fd.get(), length) != 0 ? -1 : 0;
 }
 
 uint32_t get_trace_mask() { return mask.load(std::memory_order_relaxed); }
