@@ -118,8 +118,7 @@ TEST_F(service, any_thread_may_call) {
     }
   };
   {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < 3; ++t) threads.emplace_back(call_all, static_cast<uint8_t>(32 + t));
+    const std::jthread a(call_all, uint8_t{32}), b(call_all, uint8_t{33}), c(call_all, uint8_t{34});
     for (int i = 0; i < 100; ++i) tick(), sleep_ns(100'000);
   }
   orb_power_board_stop_service(&board_);
