@@ -26,10 +26,11 @@ TEST(value_file, texts_as_numbers) {
   EXPECT_EQ(read_value_file("/tmp"), std::nullopt);
   write_value_file(kPath, INT_MIN);
   EXPECT_EQ(read_file(kPath, 100), "-2147483648");
-  const std::pair<const char*, std::optional<int>> rows[] = {{"auto", std::nullopt},
-                                              {" -5 and more\n", -5},
-                                              {"0000000000001234", 12},  // only 14 characters count
-                                              {"9999999999", INT_MAX}};
+  const std::pair<const char*, std::optional<int>> rows[] = {
+      {"auto", std::nullopt},
+      {" -5 and more\n", -5},
+      {"0000000000001234", 12},  // only 14 characters count
+      {"9999999999", INT_MAX}};
   for (const auto& [text, value] : rows) {
     std::ofstream(kPath) << text;
     EXPECT_EQ(read_value_file(kPath), value) << text;

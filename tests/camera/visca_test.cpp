@@ -6,10 +6,93 @@
 
 namespace {
 
-TEST(ViscaCommands, Bytes) {
+TEST(ViscaCommands, BytesWithoutArguments) {
+  const std::pair<int (*)(visca_camera*), const char*> rows[] = {
+      {visca_camera_power_on, "0002"},
+      {visca_camera_power_off, "0003"},
+      {visca_camera_zoom_stop, "0700"},
+      {visca_camera_zoom_tele, "0702"},
+      {visca_camera_zoom_wide, "0703"},
+      {visca_camera_digital_zoom_on, "0602"},
+      {visca_camera_digital_zoom_off, "0603"},
+      {visca_camera_digital_zoom_combine_mode, "3600"},
+      {visca_camera_digital_zoom_separate_mode, "3601"},
+      {visca_camera_digital_zoom_stop, "0600"},
+      {visca_camera_focus_stop, "0800"},
+      {visca_camera_focus_far, "0802"},
+      {visca_camera_focus_near, "0803"},
+      {visca_camera_auto_focus, "3802"},
+      {visca_camera_manual_focus, "3803"},
+      {visca_camera_auto_focus_trigger, "1801"},
+      {visca_camera_auto_focus_trigger_full_scan, "1803"},
+      {visca_camera_auto_focus_sensitivity_normal, "5802"},
+      {visca_camera_auto_focus_sensitivity_low, "5803"},
+      {visca_camera_auto_focus_mode_normal, "5700"},
+      {visca_camera_auto_focus_mode_interval, "5701"},
+      {visca_camera_auto_focus_mode_zoom_trigger, "5702"},
+      {visca_camera_ir_correction_standard, "1100"},
+      {visca_camera_ir_correction_ir_light, "1101"},
+      {visca_camera_initialize_lens, "1901"},
+      {visca_camera_initialize_camera, "1903"},
+      {visca_camera_white_balance_auto, "3500"},
+      {visca_camera_white_balance_indoor, "3501"},
+      {visca_camera_white_balance_outdoor, "3502"},
+      {visca_camera_white_balance_one_push, "3503"},
+      {visca_camera_white_balance_auto_tracing, "3504"},
+      {visca_camera_white_balance_manual, "3505"},
+      {visca_camera_white_balance_one_push_trigger, "1005"},
+      {visca_camera_white_balance_outdoor_auto, "3506"},
+      {visca_camera_white_balance_sodium_lamp_auto, "3507"},
+      {visca_camera_white_balance_sodium_lamp, "3508"},
+      {visca_camera_white_balance_sodium_lamp_outdoor_auto, "3509"},
+      {visca_camera_red_gain_reset, "0300"},
+      {visca_camera_red_gain_up, "0302"},
+      {visca_camera_red_gain_down, "0303"},
+      {visca_camera_blue_gain_reset, "0400"},
+      {visca_camera_blue_gain_up, "0402"},
+      {visca_camera_blue_gain_down, "0403"},
+      {visca_camera_gain_reset, "0C00"},
+      {visca_camera_gain_up, "0C02"},
+      {visca_camera_gain_down, "0C03"},
+      {visca_camera_iris_reset, "0B00"},
+      {visca_camera_iris_up, "0B02"},
+      {visca_camera_iris_down, "0B03"},
+      {visca_camera_shutter_reset, "0A00"},
+      {visca_camera_shutter_up, "0A02"},
+      {visca_camera_shutter_down, "0A03"},
+      {visca_camera_exposure_mode_auto, "3900"},
+      {visca_camera_exposure_mode_manual, "3903"},
+      {visca_camera_exposure_mode_shutter_priority, "390A"},
+      {visca_camera_exposure_mode_iris_priority, "390B"},
+      {visca_camera_continuous_zoom_position_on, "6902"},
+      {visca_camera_continuous_zoom_position_off, "6903"},
+      {visca_camera_continuous_focus_position_on, "1602"},
+      {visca_camera_continuous_focus_position_off, "1603"},
+      {visca_camera_picture_flip_on, "6602"},
+      {visca_camera_picture_flip_off, "6603"},
+      {visca_camera_stabilizer_on, "3402"},
+      {visca_camera_stabilizer_off, "3403"},
+      {visca_camera_high_sensitivity_on, "5E02"},
+      {visca_camera_high_sensitivity_off, "5E03"},
+      {visca_camera_icr_on, "0102"},
+      {visca_camera_icr_off, "0103"},
+      {visca_camera_auto_icr_on, "5102"},
+      {visca_camera_auto_icr_off, "5103"},
+      {visca_camera_title_clear_all, "741F"},
+      {visca_camera_title_turn_all_on, "742F"},
+      {visca_camera_title_turn_all_off, "743F"},
+      {visca_camera_defog_off, "370300"},
+  };
+  stepped_link link;
+  for (const auto& [command, bytes] : rows) {
+    command(link.camera);
+    link.expect(bytes);
+  }
+}
+
+TEST(ViscaCommands, BytesWithArguments) {
   stepped_link link;
   visca_camera* camera = link.camera;
-  // The commands with a fixed parameter are tested where a route, a setting or the camera thread sends them.
   for (const auto& set :
        {visca_camera_digital_zoom_direct, visca_camera_red_gain_direct, visca_camera_blue_gain_direct,
         visca_camera_gain_direct, visca_camera_iris_direct, visca_camera_shutter_direct})

@@ -129,4 +129,20 @@ TEST_F(service, any_thread_may_call) {
   EXPECT_EQ(next, (std::array{60, 60, 60}));
 }
 
+TEST_F(service, an_idle_board_is_selected_within_a_millisecond) {
+  set_wire_time(true);
+  set_real_time(true);
+  start();
+  std::vector<double> latencies_s;
+  for (int i = 0; i < 50; ++i) {
+    sleep_ms(2);
+    const double issued = with_board([](auto& b) { return b.time_s; });
+    settle();
+    latencies_s.push_back(with_board([](auto& b) { return b.log.back().time_s; }) - issued);
+  }
+  std::nth_element(latencies_s.begin(), latencies_s.begin() + 25, latencies_s.end());
+  // The log has the end of the transaction, at least one byte (80 us) and two pauses after the select.
+  EXPECT_LT(latencies_s[25], 0.001 + 0.0001);
+}
+
 }  // namespace

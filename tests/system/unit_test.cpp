@@ -167,4 +167,36 @@ TEST(unit, a_full_pool_waits_without_spinning) {
   for (const int fd : held) close(fd);
 }
 
+// From the moment that it has a log, a signal ends the unit in order.
+TEST(unit, a_signal_during_the_start_ends_it_in_order) {
+  for (int round = 0; round < 20; ++round) {
+    unlink("/media/usb99/trace");
+    child daemon = start_daemon();
+    while (access("/media/usb99/trace", F_OK) != 0) usleep(100);
+    usleep(static_cast<useconds_t>(round) * 500);
+    daemon.signal(SIGUSR1);
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 0);
+  }
+}
+
+TEST(unit, a_console_that_nobody_reads_holds_nobody) {
+  const std::string build = ORB_BUILD_FOLDER;
+  const child shell({"sh", "-c", "exec " + build + "/orbd | sleep 60"}, build + "/libboard_preload.so");
+  ASSERT_TRUE(await_api());
+  for (int i = 0; i < 4000; ++i) ASSERT_FALSE(http("GET", "/api/1.0/camera/zoom").body.empty()) << i;
+}
+
+// A lens drives on without its link: the stop that could not be sent is sent when the camera is there again.
+TEST(unit, a_zoom_whose_link_is_lost_is_stopped_later) {
+  const child camera = start_camera();
+  const child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  ASSERT_TRUE(await_set_up());
+  http("POST", "/api/camera/zoom/increment");
+  ASSERT_TRUE(await([] { return ctl("camera", "log").find("81 01 04 07 23 FF") != std::string::npos; }));
+  ctl("camera", "drop");
+  EXPECT_TRUE(await([] { return ctl("camera", "log").find("81 01 04 07 00 FF") != std::string::npos; }));
+}
+
 }  // namespace
