@@ -8,8 +8,8 @@ namespace {
 constexpr int kHold = 30;  // refreshes for the drives, averaging periods for pressure and humidity
 constexpr int kAverageSamples = 50;
 
-constexpr double kHighPressure = 1200.0;
-constexpr double kNormalPressure = 1100.0;
+constexpr uint32_t kHighPressure = 1200;  // averages are whole numbers
+constexpr uint32_t kNormalPressure = 1100;
 // As they stand: the humidity that they are compared with is in whole percent.
 constexpr float kHighHumidity = 9500.0F;
 constexpr float kNormalHumidity = 9000.0F;
@@ -92,7 +92,7 @@ void average_pressure(orb_power_board* board, const power_board_readings& readin
   }
   pressure.sum += readings.bme280_pressure;
   if (++pressure.count < kAverageSamples) return;
-  const auto average = static_cast<double>(pressure.sum / pressure.count);  // in whole units
+  const uint32_t average = pressure.sum / pressure.count;
   pressure.sum = 0;
   pressure.count = 0;
   if (average > kHighPressure || average < kNormalPressure) {

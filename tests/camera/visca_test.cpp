@@ -150,6 +150,7 @@ TEST(ViscaQueue, ProducersOnFourThreads) {
   constexpr int kEach = 4000;
   stepped_link link;
   std::vector<std::jthread> producers;
+  producers.reserve(4);
   for (int producer = 0; producer < 4; ++producer) {
     producers.emplace_back([&, producer] {
       for (int i = 0; i < kEach; ++i) {

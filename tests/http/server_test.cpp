@@ -105,7 +105,7 @@ struct test_server {
     for (int i = 0; i < 20; ++i) http_server_process_events(server, 0);
     const int64_t start_ns = monotonic_ns();
     for (int i = 0; i < 8; ++i) http_server_process_events(server, wait_ms);
-    return monotonic_ns() - start_ns > 3 * wait_ms * kNanosecondsPerMillisecond;
+    return monotonic_ns() - start_ns > 3 * kNanosecondsPerMillisecond * wait_ms;
   }
 };
 
