@@ -35,12 +35,10 @@ bool is_advanced_model() {
 }
 
 // Until the loop has its watchers a signal waits: by its default it would end the process half-started.
-sigset_t block_signals() {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  return before;
+void block_signals(bool block) {
+  sigset_t signals;
+  sigfillset(&signals);
+  pthread_sigmask(block ? SIG_BLOCK : SIG_UNBLOCK, &signals, nullptr);
 }
 
 // A console that nobody reads must not hold the unit: what a pipe does not take is lost.
@@ -79,7 +77,7 @@ int run_unit(bool advanced) {
 }  // namespace
 
 int main(int, char** arguments) {
-  const sigset_t signals = block_signals();
+  block_signals(true);
   signal(SIGPIPE, SIG_IGN);
   prepare_console();
   const bool advanced = is_advanced_model();
@@ -96,7 +94,7 @@ int main(int, char** arguments) {
   orb_create_zoom_loop();
 
   if (orb_application_init(&application, arguments[0]) != 0) return 1;
-  pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+  block_signals(false);
   const int status = run_unit(advanced);
   orb_application_destroy(&application);
   return status;
