@@ -8,7 +8,7 @@ void motor_set_speed(board_motor& motor, int8_t pwm, uint16_t duration_ms) {
 }
 
 void motor_run(board_motor& motor, uint8_t command) {
-  const bool run = command == kMotorTilt || command == kMotorDrive;
+  const bool run = command == kBoardMotorTilt || command == kBoardMotorDrive;
   motor.command = command;
   motor.run_left_s = run ? motor.duration_ms / 1000.0 : 0;
 }

@@ -4,12 +4,13 @@
 
 #include <cstdint>
 
-inline constexpr uint8_t kMotorTilt = 1;
-inline constexpr uint8_t kMotorDrive = 2;  // the mast or the pan drive
-inline constexpr uint8_t kMotorStop = 0xFF;
+inline constexpr uint8_t kBoardMotorTilt = 1;
+inline constexpr uint8_t kBoardMotorDrive = 2;  // the mast or the pan drive
+inline constexpr uint8_t kBoardMotorStop = 0xFF;
 
 struct board_motor {
-  uint8_t command = 0;       // last one received: kMotorTilt, kMotorDrive, kMotorStop; 0 before the first
+  uint8_t command =
+      0;  // last one received: kBoardMotorTilt, kBoardMotorDrive, kBoardMotorStop; 0 before the first
   int8_t pwm = 0;            // -100..100, negative is "in"
   uint16_t duration_ms = 0;  // how long one run command lasts
   double run_left_s = 0;     // what is left of the last run command

@@ -2,6 +2,7 @@
 
 #include "power_board/power_board.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -26,20 +27,19 @@ constexpr uint32_t kRegisterCount = 128;
 
 constexpr size_t kBatteryTypeSize = 32;
 
-bool is_stopping(orb_power_board* board) {
-  const mutex_lock lock(board->queue_lock);
-  return board->stopping;
+int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_list<uint8_t> data) {
+  if (queue_work(board, write_item(number, {data.begin(), data.size()}))) return 0;
+  report_refused_write(board, __LINE__);
+  return -1;
 }
 
-int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_list<uint8_t> data) {
-  const int result =
-      orb_power_board_issue_write(board, number, data.begin(), static_cast<uint32_t>(data.size()));
-  if (result == 0) return 0;
-  if (!is_stopping(board)) {
-    fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->program_name.data(), __LINE__,
-            strerror(ENOMEM));
-  }
-  return -1;
+// A write to the speed register stands in place of its reading from now on.
+void note_speed(speed_register* speed, const work_item& item) {
+  if (item.kind != work_kind::write || item.number != kSpeedRegister) return;
+  speed->written = true;
+  speed->length = item.length;
+  std::copy_n(item.data.begin(), speed->data.size(), speed->data.begin());
+  ++speed->queued;
 }
 
 uint8_t power_enable(orb_power_board* board) {
@@ -67,24 +67,46 @@ int orb_power_board_init(orb_power_board* board, orb_application* application, i
   orb_load_supervisor_battery_type(battery_type, sizeof battery_type);
   board->battery_thresholds = strcmp(battery_type, "Indipro") == 0 ? &orb_power_board_indepro_thresholds
                                                                    : &orb_power_board_dewalt_thresholds;
+  if (advanced == 0) board->motors.homing_state = kHomed;  // no mast
   board->read_command = advanced != 0 ? kAdvancedReadCommand : kBasicReadCommand;
   board->read_length = advanced != 0 ? kAdvancedFrameLength : kBasicFrameLength;
   return 0;
 }
 
-bool queue_work(orb_power_board* board, const work_item& item) {
+work_item write_item(uint8_t number, std::span<const uint8_t> data) {
+  work_item item{.kind = work_kind::write, .number = number, .length = static_cast<uint8_t>(data.size())};
+  std::copy(data.begin(), data.end(), item.data.begin());
+  return item;
+}
+
+void note_speed_write(orb_power_board* board, const work_item& item) {
   const mutex_lock lock(board->queue_lock);
-  if (board->stopping || !board->queue.append(item)) return false;
+  note_speed(&board->speed, item);
+}
+
+bool queue_work(orb_power_board* board, std::span<const work_item> items) {
+  const mutex_lock lock(board->queue_lock);
+  if (board->stopping || (items.size() > 1 && !board->queue.has_room(items.size()))) return false;
+  for (const work_item& item : items) {
+    if (!board->queue.append(item)) return false;
+    note_speed(&board->speed, item);
+  }
   board->queue_ready.signal();
   return true;
+}
+
+bool queue_work(orb_power_board* board, const work_item& item) { return queue_work(board, {&item, 1}); }
+
+void report_refused_write(orb_power_board* board, int line) {
+  const mutex_lock lock(board->queue_lock);
+  if (board->stopping) return;
+  fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->program_name.data(), line, strerror(ENOMEM));
 }
 
 int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const uint8_t* data,
                                 uint32_t length) {
   if (number >= kRegisterCount || length > kWriteDataSize) return -2;
-  work_item item{.kind = work_kind::write, .number = number, .length = static_cast<uint8_t>(length)};
-  if (length != 0) memcpy(item.data.data(), data, length);
-  return queue_work(board, item) ? 0 : -1;
+  return queue_work(board, write_item(number, {data, length})) ? 0 : -1;
 }
 
 void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination) {

@@ -1,6 +1,7 @@
 // What each refresh derives from the readings: the board's requests and warnings, and the averages.
 
 #include "app/trace.h"
+#include "base/text.h"
 #include "power_board/internal.h"
 
 namespace {
@@ -115,4 +116,9 @@ void average_humidity(orb_power_board* board, const power_board_readings& readin
   if (average > kHighHumidity || average < kNormalHumidity) {
     hold_event(board->high_humidity_hold, average > kHighHumidity, "high rh begin", "high rh end");
   }
+}
+
+void orb_power_board_load_battery_level(const orb_power_board* board, char* text, size_t size) {
+  static constexpr const char* kLevels[] = {"?", "25%", "50%", "75%", "100%"};
+  copy_text(text, size, kLevels[board->battery_level]);
 }

@@ -6,6 +6,8 @@
 // Registers.
 inline constexpr uint8_t kPowerRegister = 0;  // power enable mask
 inline constexpr uint8_t kLedRegister = 1;    // LED enable mask, LED pwm
+inline constexpr uint8_t kSpeedRegister = 3;  // motor pwm, signed; duration, low and high byte
+inline constexpr uint8_t kMotorRegister = 6;  // motor command
 
 // Bits of the power enable mask.
 inline constexpr uint8_t kPowerCut = 0x01;     // asks the board to cut the power
@@ -28,9 +30,22 @@ void detect_events(orb_power_board* board, const power_board_readings& readings)
 void average_battery(orb_power_board* board, const power_board_readings& readings);
 void average_pressure(orb_power_board* board, const power_board_readings& readings);
 void average_humidity(orb_power_board* board, const power_board_readings& readings);
+void run_motors(orb_power_board* board, const power_board_readings& readings);
+void update_laser(orb_power_board* board, const power_board_readings& readings);
 
-// Appends an item and wakes the service; false when the queue refuses it. Any thread.
+// Appends items, all or none, and wakes the service; false when the queue refuses them. Any thread.
+bool queue_work(orb_power_board* board, std::span<const work_item> items);
 bool queue_work(orb_power_board* board, const work_item& item);
+
+// Says on standard error that the queue has refused a setter's write; nothing once the service is stopping.
+// Any thread.
+void report_refused_write(orb_power_board* board, int line);
+
+// Notes a write to the speed register that is about to be made; others are ignored. Any thread.
+void note_speed_write(orb_power_board* board, const work_item& item);
+
+// The write of a register item.
+work_item write_item(uint8_t number, std::span<const uint8_t> data);
 
 // Starts the update thread, once, and resets the update's texts.
 void start_update_thread(orb_power_board* board);

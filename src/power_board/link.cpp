@@ -111,6 +111,35 @@ frame_check keep_frame(orb_power_board* board) {
   return take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
 }
 
+// Counts a write to the speed register as performed, also one that was dropped, when it goes.
+class speed_write_done {
+ public:
+  speed_write_done(orb_power_board* board, const work_item& item)
+      : board_(item.number == kSpeedRegister ? board : nullptr) {}
+  ~speed_write_done() {
+    if (board_ == nullptr) return;
+    const mutex_lock lock(board_->queue_lock);
+    ++board_->speed.performed;
+  }
+  speed_write_done(const speed_write_done&) = delete;
+  speed_write_done& operator=(const speed_write_done&) = delete;
+
+ private:
+  orb_power_board* board_;
+};
+
+unsigned performed_speed_writes(orb_power_board* board) {
+  const mutex_lock lock(board->queue_lock);
+  return board->speed.performed;
+}
+
+// After a good frame: its reading of the speed register holds again when every write was performed before the
+// frame.
+void trust_speed_reading(orb_power_board* board, unsigned performed_before) {
+  const mutex_lock lock(board->queue_lock);
+  if (board->speed.queued == performed_before) board->speed.written = false;
+}
+
 void print_write(const work_item& item) {
   char text[2 * kWriteDataSize + 1] = "";
   for (size_t i = 0; i < item.length; ++i) snprintf(text + 2 * i, 3, "%02x", item.data[i]);
@@ -138,6 +167,7 @@ void close_bus(orb_power_board* board) {
 }
 
 void write_register(orb_power_board* board, const work_item& item) {
+  const speed_write_done done(board, item);
   if (board->write_suspended != 0) {
     trace(kTraceRefresh, "write dropped %d", item.number);
     trace_data(kTraceRefresh, "write", item.data.data(), item.length);
@@ -157,6 +187,7 @@ void read_status(orb_power_board* board) {
   const uint8_t command = board->read_command;
   const uint8_t zero_buffer = board->zero_buffer;
   trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
+  const unsigned performed = performed_speed_writes(board);
   // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
   begin_transaction(board, command);
   const mraa_result_t transfer =
@@ -172,5 +203,9 @@ void read_status(orb_power_board* board) {
   }
   const frame_check result = keep_frame(board);
   board->all_zero = result.all_zero ? 1 : 0;
-  if (result.sum != 0) trace(kTraceRefresh, "*** bad refresh %02X ***", result.sum);
+  if (result.sum != 0) {
+    trace(kTraceRefresh, "*** bad refresh %02X ***", result.sum);
+  } else {
+    trust_speed_reading(board, performed);
+  }
 }

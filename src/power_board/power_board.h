@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "base/mutex.h"
+#include "power_board/motor.h"
 #include "power_board/readings.h"
 #include "power_board/work_queue.h"
 
@@ -61,6 +62,27 @@ struct humidity_average {
   int count = 0;
 };
 
+// What the speed register holds, as far as the writes to it tell: a reading is older than a write that was
+// queued after its frame.
+struct speed_register {
+  bool written = false;  // `data` stands in place of the reading
+  uint8_t length = 0;
+  std::array<uint8_t, 3> data{};
+  unsigned queued = 0;  // writes, counted when they are queued and when they are done
+  unsigned performed = 0;
+};
+
+// Laser range finder. Flags and modes are set by any thread, readings by the service thread.
+struct laser_state {
+  std::atomic<int> mode = 0;   // 0 off, 1 manual, 2 picture, 3 auto
+  std::atomic<int> speed = 2;  // 0 slow, 1 fast, 2 auto
+  std::atomic<int> trigger = 0;
+  std::atomic<int> clear = 0;
+  std::atomic<double> distance = 0;    // metres, the last valid reading
+  std::atomic<int> invalid_count = 1;  // refreshes since it; not 0 until there is one
+  std::atomic<double> shown = -1;      // last put on the overlay in auto mode; -1 none
+};
+
 // Texts of the firmware update.
 struct firmware_update_status {
   char progress[32] = "";
@@ -82,7 +104,8 @@ struct orb_power_board {
   bool stopping GUARDED_BY(queue_lock) = false;
   bool shutdown_queued GUARDED_BY(queue_lock) = false;
   bool refresh_waiting GUARDED_BY(queue_lock) = false;  // one refresh in the queue at most
-  std::atomic<bool> refresh_queued = false;             // keeps the timer from queueing a second refresh
+  speed_register speed GUARDED_BY(queue_lock);
+  std::atomic<bool> refresh_queued = false;  // keeps the timer from queueing a second refresh
   std::atomic<bool> refresh_suspended = false;
   ev_timer refresh_timer{};  // main loop
 
@@ -99,17 +122,20 @@ struct orb_power_board {
   mraa_gpio_context reset_line = nullptr;
   mraa_spi_context spi = nullptr;
   int shutdown_requested = 0;  // latched: the board asks once per run
-  int overcurrent = 0;
   battery_average battery;
   pressure_average pressure;
   humidity_average humidity;
 
   // Written by the service thread, read by anyone.
+  std::atomic<int> overcurrent = 0;            // 1 while a drive is
   std::atomic<int> tilt_overcurrent_hold = 0;  // refreshes
   std::atomic<int> drive_overcurrent_hold = 0;
   std::atomic<int> high_pressure_hold = 0;  // averaging periods
   std::atomic<int> high_humidity_hold = 0;
   std::atomic<int> battery_level = 0;  // 0 unknown, 1 to 4
+
+  motor_state motors;
+  laser_state laser;
 
   const battery_threshold_table* battery_thresholds = nullptr;  // set once at init
 
@@ -173,6 +199,19 @@ int orb_power_board_disable_camera_power(orb_power_board* board);
 int orb_power_board_enable_laser_power(orb_power_board* board);
 int orb_power_board_disable_laser_power(orb_power_board* board);
 int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm);
+
+// Laser modes: 0 off, 1 manual, 2 picture, 3 auto; each switches the laser's supply. Other values change
+// nothing. Returns 0.
+int orb_power_board_set_laser_mode(orb_power_board* board, int mode);
+// 0 slow, 1 fast, 2 auto; stored only.
+void orb_power_board_set_laser_speed(orb_power_board* board, int speed);
+// Asks for the next valid reading to be shown. -1 unless the mode is manual or picture.
+int orb_power_board_trigger_laser_reading(orb_power_board* board);
+// Takes the shown reading away at the next refresh; tolerates a null board. Returns 0.
+int orb_power_board_clear_laser_reading(orb_power_board* board);
+
+// "25%" to "100%", "?" while the level is not known.
+void orb_power_board_load_battery_level(const orb_power_board* board, char* text, size_t size);
 
 // Hands the bus to the update thread with `request`: until that thread has ended the update, refreshes are
 // skipped and writes dropped. Returns 0, or -1 when the queue refuses it.

@@ -24,6 +24,8 @@ void run_refresh(orb_power_board* board) {
   average_battery(board, readings);
   average_pressure(board, readings);
   average_humidity(board, readings);
+  if (board->advanced != 0) run_motors(board, readings);
+  update_laser(board, readings);
   if (!board->refresh_suspended) board->refresh_queued = false;
 }
 

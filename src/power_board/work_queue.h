@@ -1,5 +1,5 @@
-// The service thread's work queue: a bounded ring, first in, first out. Guarded by queue_lock of the power
-// board.
+// The service thread's work queue: a bounded ring, first in, first out, in which a motor stop always has a
+// place. Guarded by queue_lock of the power board.
 #pragma once
 
 #include <array>
@@ -24,6 +24,11 @@ struct work_item {
   const void* request = nullptr;  // of a firmware update
 };
 
+// A stop of all motors: register 6, 0xFF.
+inline bool is_motor_stop(const work_item& item) {
+  return item.kind == work_kind::write && item.number == 6 && item.length != 0 && item.data[0] == 0xFF;
+}
+
 class work_queue {
  public:
   // Writes and updates beyond this many waiting items are refused.
@@ -31,11 +36,19 @@ class work_queue {
 
   bool empty() const { return count_ == 0; }
 
-  // False when the queue is full for this kind: stop, refresh and signal_shutdown, which their senders queue
-  // once at a time, always have a place.
+  // Whether `count` ordinary items can be appended.
+  bool has_room(size_t count) const { return count_ + count <= kLimit; }
+
+  // False when the queue is full for this kind. Stop, refresh and signal_shutdown, which their senders queue
+  // once at a time, always have a place. So has a motor stop: beyond the limit nothing that runs a motor is
+  // appended, so a stop right behind another is the same stop.
   bool append(const work_item& item) {
-    const bool limited = item.kind == work_kind::write || item.kind == work_kind::firmware_update;
-    if (count_ >= (limited ? kLimit : items_.size())) return false;
+    if (is_motor_stop(item)) {
+      if (!has_room(1) && is_motor_stop(last())) return true;
+    } else if (is_limited(item) && !has_room(1)) {
+      return false;
+    }
+    if (count_ == items_.size()) return false;
     items_[(first_ + count_) % items_.size()] = item;
     ++count_;
     return true;
@@ -50,7 +63,16 @@ class work_queue {
   }
 
  private:
-  std::array<work_item, kLimit + 3> items_{};
+  static constexpr size_t kUnlimited = 3;           // stop, refresh, signal_shutdown
+  static constexpr size_t kStops = kUnlimited + 1;  // one before, between and behind them
+
+  static bool is_limited(const work_item& item) {
+    return item.kind == work_kind::write || item.kind == work_kind::firmware_update;
+  }
+
+  const work_item& last() const { return items_[(first_ + count_ - 1) % items_.size()]; }
+
+  std::array<work_item, kLimit + kUnlimited + kStops> items_{};
   size_t first_ = 0;
   size_t count_ = 0;
 };

@@ -1,0 +1,70 @@
+// The laser range finder: modes, and which reading the operator is shown.
+
+#include "power_board/internal.h"
+
+namespace {
+
+constexpr double kShortest_m = 0.05;  // up to here a reading is none
+
+constexpr int kLaserOff = 0;
+constexpr int kLaserManual = 1;
+constexpr int kLaserPicture = 2;
+constexpr int kLaserAuto = 3;
+
+// A trigger waits while readings are invalid; a clear waits for the trigger.
+void show_on_trigger(laser_state& laser, bool valid) {
+  if (laser.trigger != 0) {
+    if (valid) laser.trigger = 0;
+  } else if (laser.clear != 0) {
+    laser.clear = 0;
+  }
+}
+
+}  // namespace
+
+int orb_power_board_set_laser_mode(orb_power_board* board, int mode) {
+  switch (mode) {
+    case kLaserOff:
+      orb_power_board_disable_laser_power(board);
+      break;
+    case kLaserAuto:
+      board->laser.shown = -1.0;  // the next valid reading is a new one
+      [[fallthrough]];
+    case kLaserManual:
+    case kLaserPicture:
+      orb_power_board_enable_laser_power(board);
+      break;
+    default:
+      return 0;
+  }
+  board->laser.mode = mode;
+  return 0;
+}
+
+void orb_power_board_set_laser_speed(orb_power_board* board, int speed) { board->laser.speed = speed; }
+
+int orb_power_board_trigger_laser_reading(orb_power_board* board) {
+  const int mode = board->laser.mode;
+  if (mode != kLaserManual && mode != kLaserPicture) return -1;
+  board->laser.trigger = 1;
+  return 0;
+}
+
+int orb_power_board_clear_laser_reading(orb_power_board* board) {
+  if (board != nullptr) board->laser.clear = 1;
+  return 0;
+}
+
+void update_laser(orb_power_board* board, const power_board_readings& readings) {
+  laser_state& laser = board->laser;
+  const bool valid = readings.laser_distance > kShortest_m;
+  if (valid) {
+    laser.distance = readings.laser_distance;
+    laser.invalid_count = 0;
+  } else {
+    ++laser.invalid_count;
+  }
+  const int mode = laser.mode;
+  if (mode == kLaserManual || mode == kLaserPicture) show_on_trigger(laser, valid);
+  if (mode == kLaserAuto && valid) laser.shown = laser.distance.load();
+}
