@@ -19,6 +19,7 @@ inline constexpr char kSettingsFile1[] = "/home/orb/nv/nv01.json";
 
 // Current values, mirrored for other local programs.
 inline constexpr char kIntensity[] = "/tmp/intensity";
+inline constexpr char kLighting[] = "/tmp/lighting";
 inline constexpr char kFocusMode[] = "/tmp/focus_mode";
 inline constexpr char kFocusSpeed[] = "/tmp/focus_speed";
 inline constexpr char kZoomSpeed[] = "/tmp/zoom_speed";

@@ -17,6 +17,7 @@
 #include "camera/visca_thread.h"
 #include "http/json_body.h"
 #include "http/response.h"
+#include "power_board/power_board.h"
 
 namespace {
 
@@ -29,11 +30,6 @@ json_object* new_string(const char* text) { return json_object_new_string(text);
 
 void add(json_object* answer, const char* key, json_object* value) {
   json_object_object_add(answer, key, value);
-}
-
-// {key: value}. Returns 0, the result of a handler.
-int send_value(http_connection* connection, const char* key, json_object* value) {
-  return send_object(connection, [&](json_object* answer) { add(answer, key, value); });
 }
 
 // --- image settings ---
@@ -58,32 +54,14 @@ constexpr image_route kDefog{"defog", "defog '%s'", orb_set_camera_defog, orb_lo
 int get_image(http_connection* connection, const image_route& route) {
   char text[kWordSize];
   route.load(text, sizeof text);
-  return send_value(connection, route.key, new_string(text));
+  return send_member(connection, route.key, new_string(text));
 }
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
 
-// The word under `key`, traced; an empty word when the body does not hold one.
-body_word take_word(http_connection* connection, const char* body, unsigned long length, const char* key,
-                    const char* message) {
-  const json_owner object = read_json_body(connection, body, length);
-  const body_word word = body_text(object.get(), key).value_or(body_word{});
-  trace(kTraceApi, message, word.text);
-  return word;
-}
-
-// The number under `key`, traced with -1 when the body does not hold one.
-std::optional<int> take_number(http_connection* connection, const char* body, unsigned long length,
-                               const char* key, const char* message) {
-  const json_owner object = read_json_body(connection, body, length);
-  const std::optional<int> number = body_integer(object.get(), key);
-  trace(kTraceApi, message, number.value_or(-1));
-  return number;
-}
-
-// The same for the position routes, whose message also says whether there is one.
+// The number under `key`, traced with whether there is one.
 std::optional<int> take_position(http_connection* connection, const char* body, unsigned long length,
                                  const char* key, const char* message) {
   const json_owner object = read_json_body(connection, body, length);
@@ -165,7 +143,7 @@ constexpr speed_route kFocusSpeedRoute{paths::kFocusSpeed, kDefaultFocusSpeed, -
 int get_speed(http_connection* connection, const speed_route& route) {
   const bool missing = !read_value_file(route.file);
   const int speed = missing ? route.missing_speed : read_speed(route.file, route.default_speed);
-  return send_value(connection, route.key, json_object_new_int(speed));
+  return send_member(connection, route.key, json_object_new_int(speed));
 }
 
 int put_speed(http_connection* connection, const char* body, unsigned long length, const speed_route& route) {
@@ -241,7 +219,7 @@ int put_position(http_connection* connection, std::optional<int> position,
 }  // namespace
 
 int get_exposure_mode(http_connection* connection, const char*, unsigned long, void*) {
-  return send_value(connection, "exposure_mode", new_string(mode_text(kept_exposure_mode())));
+  return send_member(connection, "exposure_mode", new_string(mode_text(kept_exposure_mode())));
 }
 int put_exposure_mode(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_mode(connection, body, length, kExposureModeRoute);
@@ -285,7 +263,7 @@ int post_gain_stop(http_connection* connection, const char*, unsigned long, void
 }
 
 int get_focus_mode(http_connection* connection, const char*, unsigned long, void*) {
-  return send_value(connection, "focus_mode", new_string(mode_text(kept_focus_mode())));
+  return send_member(connection, "focus_mode", new_string(mode_text(kept_focus_mode())));
 }
 int put_focus_mode(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_mode(connection, body, length, kFocusModeRoute);
@@ -343,17 +321,20 @@ int get_zoom_position(http_connection* connection, const char*, unsigned long, v
   return send_object(connection, add_zoom);
 }
 int put_zoom_position(http_connection* connection, const char* body, unsigned long length, void*) {
+  orb_power_board_clear_laser_reading(power_board_instance);
   return put_position(connection, take_position(connection, body, length, "zoom_position", "zoom pos %d %d"),
                       visca_camera_zoom_direct);
 }
 int post_zoom_increment(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom inc");
   orb_trigger_zoom_loop(1, kHold_ms);
+  orb_power_board_clear_laser_reading(power_board_instance);
   return send_zoom(connection);
 }
 int post_zoom_decrement(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom dec");
   orb_trigger_zoom_loop(-1, kHold_ms);
+  orb_power_board_clear_laser_reading(power_board_instance);
   return send_zoom(connection);
 }
 int post_zoom_stop(http_connection* connection, const char*, unsigned long, void*) {

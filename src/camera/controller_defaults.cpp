@@ -5,6 +5,7 @@
 #include "camera/modes.h"
 #include "camera/speeds.h"
 #include "power_board/lighting.h"
+#include "power_board/power_board.h"
 
 void restore_controller_defaults() {
   trace(kTraceApi, "controller defaults");
@@ -14,4 +15,8 @@ void restore_controller_defaults() {
   write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);
   keep_exposure_mode(camera_mode::automatic);
   reset_lighting();
+  if (orb_power_board* board = power_board_instance) {
+    orb_power_board_set_laser_mode(board, 0);
+    orb_power_board_clear_laser_reading(board);
+  }
 }

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "app/trace.h"
 #include "base/text.h"
 #include "http/server.h"
 
@@ -53,3 +54,25 @@ std::optional<int> body_integer(json_object* object, const char* key) {
       return std::nullopt;
   }
 }
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+
+body_word take_word(http_connection* connection, const char* body, unsigned long length, const char* key,
+                    const char* message) {
+  const json_owner object = read_json_body(connection, body, length);
+  const body_word word = body_text(object.get(), key).value_or(body_word{});
+  trace(kTraceApi, message, word.text);
+  return word;
+}
+
+std::optional<int> take_number(http_connection* connection, const char* body, unsigned long length,
+                               const char* key, const char* message) {
+  const json_owner object = read_json_body(connection, body, length);
+  const std::optional<int> number = body_integer(object.get(), key);
+  trace(kTraceApi, message, number.value_or(-1));
+  return number;
+}
+
+#pragma GCC diagnostic pop

@@ -21,3 +21,10 @@ std::optional<body_word> body_text(json_object* object, const char* key);
 // The member as an integer (json-c's reading of numbers and booleans, kept inside an int); nothing when it is
 // missing, null or of another type.
 std::optional<int> body_integer(json_object* object, const char* key);
+
+// The whole way of a handler that takes one member: reads the body and traces `message` with the member at
+// the API's level; an empty word, or -1, stands for a missing one.
+body_word take_word(http_connection* connection, const char* body, unsigned long length, const char* key,
+                    const char* message);
+std::optional<int> take_number(http_connection* connection, const char* body, unsigned long length,
+                               const char* key, const char* message);

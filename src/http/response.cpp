@@ -54,3 +54,7 @@ int send_status(http_connection* connection, bool good) {
 void add_status(json_object* answer, bool good) {
   json_object_object_add(answer, "status", json_object_new_string(good ? "OK" : "BAD_REQUEST"));
 }
+
+int send_member(http_connection* connection, const char* key, json_object* value) {
+  return send_object(connection, [&](json_object* answer) { json_object_object_add(answer, key, value); });
+}

@@ -30,3 +30,6 @@ int send_object(http_connection* connection, Fill fill) {
   json_response_handler(connection, object);
   return 0;
 }
+
+// 200 with {key: value}; takes ownership of the value. Returns 0.
+int send_member(http_connection* connection, const char* key, json_object* value);

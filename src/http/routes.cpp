@@ -7,6 +7,7 @@
 #include "camera/api.h"
 #include "camera/speeds.h"
 #include "camera/visca_thread.h"
+#include "power_board/api.h"
 #include "power_board/lighting.h"
 
 namespace {
@@ -23,6 +24,16 @@ constexpr http_route_row kRoutes[] = {
     {"GET", "/api/1.0/camera/focus", api_get_camera_focus, &visca_thread_data},
     {"GET", "/api/1.0/camera", api_get_camera, &visca_thread_data},
     {"POST", "/api/1.0/camera", api_post_camera, &visca_thread_data},
+
+    {"GET", "/api/led/mode", get_led_mode, nullptr},
+    {"PUT", "/api/led/mode", put_led_mode, nullptr},
+    {"POST", "/api/led/high_beam/on", post_high_beam_on, nullptr},
+    {"POST", "/api/led/high_beam/off", post_high_beam_off, nullptr},
+    {"GET", "/api/led/intensity", get_led_intensity, nullptr},
+    {"PUT", "/api/led/intensity", put_led_intensity, nullptr},
+    {"POST", "/api/led/intensity/increment", post_led_intensity_increment, nullptr},
+    {"POST", "/api/led/intensity/decrement", post_led_intensity_decrement, nullptr},
+    {"POST", "/api/led/intensity/stop", post_led_intensity_stop, nullptr},
 
     {"GET", "/api/camera/exposure/mode", get_exposure_mode, nullptr},
     {"PUT", "/api/camera/exposure/mode", put_exposure_mode, nullptr},
@@ -67,10 +78,43 @@ constexpr http_route_row kRoutes[] = {
     {"PUT", "/api/camera/ir_filter", put_ir_filter, nullptr},
     {"GET", "/api/camera/defog", get_defog, nullptr},
     {"PUT", "/api/camera/defog", put_defog, nullptr},
+
+    {"GET", "/api/laser/status", get_laser_status, nullptr},
+    {"GET", "/api/laser/distance", get_laser_distance, nullptr},
+    {"GET", "/api/laser/speed", get_laser_speed, nullptr},
+    {"PUT", "/api/laser/speed", put_laser_speed, nullptr},
+    {"GET", "/api/laser/mode", get_laser_mode, nullptr},
+    {"PUT", "/api/laser/mode", put_laser_mode, nullptr},
+    {"POST", "/api/laser/execute", post_laser_execute, nullptr},
+
+    {"POST", "/api/motor/tilt/increment", post_tilt_increment, nullptr},
+    {"POST", "/api/motor/tilt/decrement", post_tilt_decrement, nullptr},
+    {"POST", "/api/motor/tilt/stop", post_motor_stop, nullptr},
+    {"POST", "/api/motor/height/increment", post_drive_increment, nullptr},
+    {"POST", "/api/motor/height/decrement", post_drive_decrement, nullptr},
+    {"POST", "/api/motor/height/stop", post_motor_stop, nullptr},
+    {"POST", "/api/motor/height/findhome", post_height_findhome, nullptr},
+    {"GET", "/api/height/extension", get_height_extension, nullptr},
+    {"PUT", "/api/height/extension", put_height_extension, nullptr},
+    {"GET", "/api/height/preset", get_height_preset, nullptr},
+    {"PUT", "/api/height/preset", put_height_preset, nullptr},
+    {"POST", "/api/motor/pan/increment", post_drive_increment, nullptr},
+    {"POST", "/api/motor/pan/decrement", post_drive_decrement, nullptr},
+    {"POST", "/api/motor/pan/stop", post_motor_stop, nullptr},
+
+    {"GET", "/api/power_board/readings", get_readings, nullptr},
+    {"GET", "/api/power_board/read_command", get_read_command, nullptr},
+    {"PUT", "/api/power_board/read_command", put_read_command, nullptr},
+    {"POST", "/api/power_board/suspend", post_suspend, nullptr},
+    {"POST", "/api/power_board/resume", post_resume, nullptr},
+    {"POST", "/api/power_board/trigger", post_trigger, nullptr},
+    {"POST", "/api/power_board/write", post_write, nullptr},
+    {"PUT", "/api/power_board/zero_buffer", put_zero_buffer, nullptr},
 };
 
 // The current values that other programs read start afresh with the daemon.
 void prepare_shared_state() {
+  init_lighting();
   write_value_file(paths::kIntensity, kStartIntensity);
   write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);

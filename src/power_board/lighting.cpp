@@ -1,31 +1,173 @@
 #include "power_board/lighting.h"
 
+#include <ev.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "app/main_loop.h"
+#include "app/trace.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/value_file.h"
 #include "power_board/power_board.h"
+#include "store/settings.h"
 
 namespace {
 
+constexpr double kTick_s = 1.0;
+constexpr uint8_t kHighBeamPwm = 100;
+
+struct led_mode {
+  const char* name;
+  uint8_t mask;
+};
+
+constexpr led_mode kModes[] = {
+    {"off", kLedOff}, {"low", kLedLow}, {"medium", kLedMedium}, {"high", kLedHigh}, {"strip", kLedStrip}};
+constexpr led_mode kHighBeam{"all", kLedAll};
+
+struct lighting_state {
+  const led_mode* mode = &kModes[0];
+  uint8_t pwm = kStartIntensity;
+  const led_mode* saved_mode = &kModes[0];  // what comes back after the high beam
+  uint8_t saved_pwm = kStartIntensity;
+  int countdown_s = 0;
+};
+
 mutex lighting_lock;
-uint8_t led_setting GUARDED_BY(lighting_lock) = kLedOff;  // LED mask last selected
+lighting_state lighting GUARDED_BY(lighting_lock);
+int high_beam_time_s GUARDED_BY(lighting_lock) = 15;
+
+ev_timer high_beam_timer;     // main loop
+bool is_timer_ready = false;  // main loop
+
+bool is_high_beam() REQUIRES(lighting_lock) { return lighting.mode == &kHighBeam; }
+
+void write_leds() REQUIRES(lighting_lock) {
+  orb_power_board* board = power_board_instance.load(std::memory_order_acquire);
+  if (board != nullptr) orb_power_board_enable_led_power(board, lighting.mode->mask, lighting.pwm);
+}
+
+void show_mode(const led_mode* mode, uint8_t pwm) REQUIRES(lighting_lock) {
+  lighting.mode = mode;
+  lighting.pwm = pwm;
+  write_leds();
+  write_value_file(paths::kLighting, mode->name);
+}
+
+// The timer belongs to the main loop: it is brought in line with the state there.
+void follow_high_beam();
+
+void end_high_beam() REQUIRES(lighting_lock) {
+  lighting.countdown_s = 0;
+  post_to_main_loop(follow_high_beam);
+}
+
+void restore_lights() REQUIRES(lighting_lock) {
+  end_high_beam();
+  show_mode(lighting.saved_mode, lighting.saved_pwm);
+}
+
+void on_high_beam_timer(struct ev_loop*, ev_timer*, int) { tick_high_beam(); }
+
+void follow_high_beam() {
+  if (!is_timer_ready) {
+    ev_timer_init(&high_beam_timer, on_high_beam_timer, kTick_s, kTick_s);
+    is_timer_ready = true;
+  }
+  struct ev_loop* loop = ev_default_loop(0);
+  ev_timer_stop(loop, &high_beam_timer);
+  const mutex_lock lock(lighting_lock);
+  if (!is_high_beam()) return;
+  ev_timer_set(&high_beam_timer, kTick_s, kTick_s);
+  ev_timer_start(loop, &high_beam_timer);
+}
+
+const led_mode* find_mode(const char* name) {
+  for (const led_mode& mode : kModes) {
+    if (strcmp(mode.name, name) == 0) return &mode;
+  }
+  return nullptr;
+}
+
+// The intensity for a mode: the operator's, or what the board last reported.
+uint8_t current_intensity() {
+  if (const std::optional<int> value = read_value_file(paths::kIntensity)) {
+    return static_cast<uint8_t>(std::clamp(*value, 0, kMaximumIntensity));
+  }
+  orb_power_board* board = power_board_instance.load(std::memory_order_acquire);
+  if (board == nullptr) return kStartIntensity;
+  power_board_readings readings;
+  orb_power_board_load_registers(board, &readings);
+  return readings.led_pwm;
+}
 
 void apply_intensity(int value) REQUIRES(lighting_lock) {
-  orb_power_board* board = power_board_instance.load(std::memory_order_acquire);
-  if (board != nullptr)
-    orb_power_board_enable_led_power(board, led_setting, static_cast<uint8_t>(value & 0xFF));
+  lighting.pwm = static_cast<uint8_t>(value & 0xFF);
+  write_leds();
   write_value_file(paths::kIntensity, value);
 }
 
 }  // namespace
+
+lighting_values load_lighting() {
+  const mutex_lock lock(lighting_lock);
+  return {lighting.mode->name, lighting.countdown_s};
+}
+
+int set_led_mode(const char* name) {
+  const led_mode* mode = find_mode(name);
+  if (mode == nullptr) return -1;
+  const mutex_lock lock(lighting_lock);
+  if (is_high_beam()) end_high_beam();
+  show_mode(mode, current_intensity());
+  return 0;
+}
 
 void orb_set_api_led_intensity(int value) {
   const mutex_lock lock(lighting_lock);
   apply_intensity(value);
 }
 
+void set_high_beam(bool on) {
+  const mutex_lock lock(lighting_lock);
+  if (on == is_high_beam()) return;
+  if (!on) {
+    restore_lights();
+    return;
+  }
+  lighting.saved_mode = lighting.mode;
+  lighting.saved_pwm = lighting.pwm;
+  lighting.countdown_s = high_beam_time_s;
+  show_mode(&kHighBeam, kHighBeamPwm);
+  post_to_main_loop(follow_high_beam);
+}
+
+void set_high_beam_time(int seconds) {
+  const mutex_lock lock(lighting_lock);
+  high_beam_time_s = seconds;
+}
+
+void tick_high_beam() {
+  const mutex_lock lock(lighting_lock);
+  if (!is_high_beam()) return;
+  if (--lighting.countdown_s > 0) return;
+  trace(kTracePowerBoard, "high beam timeout");
+  restore_lights();
+}
+
 void reset_lighting() {
   const mutex_lock lock(lighting_lock);
-  led_setting = kLedOff;
+  if (is_high_beam()) end_high_beam();
+  lighting.mode = &kModes[0];
   apply_intensity(kStartIntensity);
+}
+
+void init_lighting() {
+  int seconds = 0;
+  orb_read_nv(kSettingHighBeamTime, &seconds, sizeof seconds);
+  const mutex_lock lock(lighting_lock);
+  lighting = {};
+  high_beam_time_s = seconds;
 }

@@ -1,0 +1,183 @@
+// The handlers of "/api/led" and "/api/laser".
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <span>
+
+#include "app/trace.h"
+#include "base/paths.h"
+#include "base/value_file.h"
+#include "camera/controller.h"
+#include "http/json_body.h"
+#include "http/response.h"
+#include "power_board/api.h"
+#include "power_board/lighting.h"
+#include "power_board/power_board.h"
+#include "store/settings.h"
+
+namespace {
+
+constexpr int kHold_ms = 500;
+constexpr double kFeetPerMetre = 3.2808399200439453;
+constexpr double kWholeNumbers = 99.5;  // from here on without decimals
+
+orb_power_board* board_now() { return power_board_instance.load(std::memory_order_acquire); }
+
+// The place of `word` among `words`, or nothing.
+std::optional<int> find_word(std::span<const char* const> words, const char* word) {
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (strcmp(words[i], word) == 0) return static_cast<int>(i);
+  }
+  return std::nullopt;
+}
+
+constexpr const char* kLaserModes[] = {"off", "manual", "picture", "auto"};
+constexpr const char* kLaserSpeeds[] = {"slow", "fast", "auto"};
+
+struct short_text {
+  char text[24] = "";
+};
+
+short_text intensity_text() {
+  short_text result;
+  const std::optional<int> value = read_value_file(paths::kIntensity);
+  if (value) snprintf(result.text, sizeof result.text, "%d%%", *value);
+  return result;
+}
+
+int send_intensity(http_connection* connection) {
+  return send_object(connection, [](json_object* answer) {
+    json_object_object_add(answer, "led_intensity", json_object_new_string(intensity_text().text));
+    add_status(answer, true);
+  });
+}
+
+// Empty while the laser reads nothing.
+short_text distance_text(const orb_power_board* board) {
+  short_text result;
+  if (board == nullptr || board->laser.invalid_count != 0) return result;
+  int units = 0;
+  orb_read_nv(kSettingUnits, &units, sizeof units);
+  const bool feet = units == 1;
+  const double distance = board->laser.distance * (feet ? kFeetPerMetre : 1.0);
+  snprintf(result.text, sizeof result.text, distance < kWholeNumbers ? "%.1f %s" : "%.0f %s", distance,
+           feet ? "ft" : "m");
+  return result;
+}
+
+void add_integer(json_object* answer, const char* key, int64_t value) {
+  json_object_object_add(answer, key, json_object_new_int64(value));
+}
+
+}  // namespace
+
+int get_led_mode(http_connection* connection, const char*, unsigned long, void*) {
+  return send_member(connection, "led_mode", json_object_new_string(load_lighting().mode));
+}
+
+int put_led_mode(http_connection* connection, const char* body, unsigned long length, void*) {
+  const body_word mode = take_word(connection, body, length, "led_mode", "led mode '%s'");
+  return send_status(connection, set_led_mode(mode.text) == 0);
+}
+
+int post_high_beam_on(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "high beam on");
+  set_high_beam(true);
+  return send_status(connection, true);
+}
+
+int post_high_beam_off(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "high beam off");
+  set_high_beam(false);
+  return send_status(connection, true);
+}
+
+int get_led_intensity(http_connection* connection, const char*, unsigned long, void*) {
+  return send_member(connection, "led_intensity", json_object_new_string(intensity_text().text));
+}
+
+int put_led_intensity(http_connection* connection, const char* body, unsigned long length, void*) {
+  const body_word word = take_word(connection, body, length, "led_intensity", "led intensity '%s'");
+  char* end = nullptr;
+  const long value = strtol(word.text, &end, 10);
+  if (end == word.text) return send_status(connection, false);
+  orb_set_api_led_intensity(static_cast<int>(std::clamp(value, 0L, long{kMaximumIntensity})));
+  return send_status(connection, true);
+}
+
+int post_led_intensity_increment(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "led intensity inc");
+  orb_trigger_intensity_loop(1, kHold_ms);
+  return send_intensity(connection);
+}
+
+int post_led_intensity_decrement(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "led intensity dec");
+  orb_trigger_intensity_loop(-1, kHold_ms);
+  return send_intensity(connection);
+}
+
+int post_led_intensity_stop(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "led intensity stop");
+  orb_stop_intensity_loop();
+  return send_intensity(connection);
+}
+
+int get_laser_status(http_connection* connection, const char*, unsigned long, void*) {
+  orb_power_board* board = board_now();
+  power_board_readings readings;
+  if (board != nullptr) orb_power_board_load_registers(board, &readings);
+  return send_object(connection, [&](json_object* answer) {
+    add_integer(answer, "laser_hw_version", readings.laser_hardware_version);
+    add_integer(answer, "laser_sw_version", readings.laser_software_version);
+    add_integer(answer, "laser_sn", readings.laser_serial_number);
+    add_integer(answer, "laser_sample_count", readings.laser_sample_count);
+    add_integer(answer, "laser_error_code", readings.laser_error_code);
+    add_integer(answer, "laser_quality", readings.laser_quality);
+    json_object_object_add(answer, "laser_distance", json_object_new_string(distance_text(board).text));
+  });
+}
+
+int get_laser_distance(http_connection* connection, const char*, unsigned long, void*) {
+  return send_member(connection, "laser_distance", json_object_new_string(distance_text(board_now()).text));
+}
+
+int get_laser_speed(http_connection* connection, const char*, unsigned long, void*) {
+  const orb_power_board* board = board_now();
+  const int speed = board == nullptr ? -1 : board->laser.speed.load();
+  const char* text = speed == 0 || speed == 1 ? kLaserSpeeds[speed] : "auto";
+  return send_member(connection, "laser_speed", json_object_new_string(text));
+}
+
+int put_laser_speed(http_connection* connection, const char* body, unsigned long length, void*) {
+  const body_word word = take_word(connection, body, length, "laser_speed", "laser speed '%s'");
+  const std::optional<int> speed = find_word(kLaserSpeeds, word.text);
+  orb_power_board* board = board_now();
+  if (!speed || board == nullptr) return send_status(connection, false);
+  orb_power_board_set_laser_speed(board, *speed);
+  return send_status(connection, true);
+}
+
+int get_laser_mode(http_connection* connection, const char*, unsigned long, void*) {
+  const orb_power_board* board = board_now();
+  const int mode = board == nullptr ? 0 : board->laser.mode.load();
+  return send_member(connection, "laser_mode", json_object_new_string(kLaserModes[mode]));
+}
+
+int put_laser_mode(http_connection* connection, const char* body, unsigned long length, void*) {
+  const body_word word = take_word(connection, body, length, "laser_mode", "laser mode '%s'");
+  const std::optional<int> mode = find_word(kLaserModes, word.text);
+  orb_power_board* board = board_now();
+  if (!mode || board == nullptr) return send_status(connection, false);
+  orb_power_board_set_laser_mode(board, *mode);
+  return send_status(connection, true);
+}
+
+int post_laser_execute(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "laser execute");
+  orb_power_board* board = board_now();
+  return send_status(connection, board != nullptr && orb_power_board_trigger_laser_reading(board) == 0);
+}

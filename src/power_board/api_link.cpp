@@ -1,0 +1,225 @@
+// The handlers of "/api/power_board": diagnostics of the link.
+
+#include <cctype>
+#include <concepts>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "app/trace.h"
+#include "base/json.h"
+#include "http/json_body.h"
+#include "http/response.h"
+#include "power_board/api.h"
+#include "power_board/power_board.h"
+#include "store/settings.h"
+
+namespace {
+
+orb_power_board* board_now() { return power_board_instance.load(std::memory_order_acquire); }
+
+using print_function = void (*)(char* text, size_t size, const char* format,
+                                const power_board_readings& readings);
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+template <auto Member>
+void print(char* text, size_t size, const char* format, const power_board_readings& readings) {
+  const auto value = readings.*Member;
+  if constexpr (std::floating_point<decltype(value)>) {
+    snprintf(text, size, format, static_cast<double>(value));
+  } else {
+    snprintf(text, size, format, value);
+  }
+}
+
+#pragma GCC diagnostic pop
+
+struct reading_row {
+  const char* key;
+  const char* format;
+  print_function print;
+};
+
+using r = power_board_readings;
+
+constexpr reading_row kReadings[] = {
+    {"pb_power_enable", "0x%02X", print<&r::power_enable>},
+    {"pb_led_enable", "0x%02X", print<&r::led_enable>},
+    {"pb_led_pwm", "%u", print<&r::led_pwm>},
+    {"pb_board_revision", "%u", print<&r::board_revision>},
+    {"pb_build_number", "%u", print<&r::build_number>},
+    {"pb_status", "0x%02X", print<&r::status>},
+    {"pb_local_time", "%u", print<&r::local_time>},
+    {"pb_motor_command", "%u", print<&r::motor_command>},
+    {"pb_motor_pwm", "%d", print<&r::motor_pwm>},
+    {"pb_motor_duration", "%u", print<&r::motor_duration>},
+    {"pb_bme280_pressure", "%u", print<&r::bme280_pressure>},
+    {"pb_bme280_humidity", "%.2f", print<&r::bme280_humidity>},
+    {"pb_bme280_temperature", "%.2f", print<&r::bme280_temperature>},
+    {"pb_imu_gyroscope_0", "%.2f", print<&r::imu_gyroscope_0>},
+    {"pb_imu_gyroscope_1", "%.2f", print<&r::imu_gyroscope_1>},
+    {"pb_imu_gyroscope_2", "%.2f", print<&r::imu_gyroscope_2>},
+    {"pb_imu_accelerometer_0", "%.3f", print<&r::imu_accelerometer_0>},
+    {"pb_imu_accelerometer_1", "%.3f", print<&r::imu_accelerometer_1>},
+    {"pb_imu_accelerometer_2", "%.3f", print<&r::imu_accelerometer_2>},
+    {"pb_imu_magnetometer_0", "%d", print<&r::imu_magnetometer_0>},
+    {"pb_imu_magnetometer_1", "%d", print<&r::imu_magnetometer_1>},
+    {"pb_imu_magnetometer_2", "%d", print<&r::imu_magnetometer_2>},
+    {"pb_imu_temperature", "%.2f", print<&r::imu_temperature>},
+    {"pb_imu_sample_count", "%u", print<&r::imu_sample_count>},
+    {"pb_status_period", "%u", print<&r::status_period>},
+    {"pb_board_time", "%u", print<&r::board_time>},
+    {"pb_up_time", "%u", print<&r::up_time>},
+    {"pb_motor_time", "%u", print<&r::motor_time>},
+    {"pb_camera_time", "%u", print<&r::camera_time>},
+    {"pb_laser_time", "%u", print<&r::laser_time>},
+    {"pb_led_time", "%u", print<&r::led_time>},
+    {"pb_over_temperature_events", "%u", print<&r::over_temperature_events>},
+    {"pb_under_temperature_events", "%u", print<&r::under_temperature_events>},
+    {"pb_over_voltage_events", "%u", print<&r::over_voltage_events>},
+    {"pb_under_voltage_events", "%u", print<&r::under_voltage_events>},
+    {"pb_power_on_events", "%u", print<&r::power_on_events>},
+    {"pb_monitor_vin_volts", "%.3f", print<&r::monitor_vin_volts>},
+    {"pb_monitor_vin_amps", "%.3f", print<&r::monitor_vin_amps>},
+    {"pb_monitor_vin_power", "%.3f", print<&r::monitor_vin_power>},
+    {"pb_monitor_camera_volts", "%.3f", print<&r::monitor_camera_volts>},
+    {"pb_monitor_camera_amps", "%.3f", print<&r::monitor_camera_amps>},
+    {"pb_monitor_camera_power", "%.3f", print<&r::monitor_camera_power>},
+    {"pb_monitor_motor_volts", "%.3f", print<&r::monitor_motor_volts>},
+    {"pb_monitor_motor_amps", "%.3f", print<&r::monitor_motor_amps>},
+    {"pb_monitor_motor_power", "%.3f", print<&r::monitor_motor_power>},
+    {"pb_encoder_count_0", "%d", print<&r::encoder_count_0>},
+    {"pb_encoder_count_1", "%d", print<&r::encoder_count_1>},
+    {"pb_encoder_speed_0", "%d", print<&r::encoder_speed_0>},
+    {"pb_encoder_speed_1", "%d", print<&r::encoder_speed_1>},
+    {"pb_laser_distance", "%.3f", print<&r::laser_distance>},
+    {"pb_laser_quality", "%u", print<&r::laser_quality>},
+    {"pb_laser_error_code", "%u", print<&r::laser_error_code>},
+    {"pb_laser_serial_number", "%u", print<&r::laser_serial_number>},
+    {"pb_laser_software_version", "%u", print<&r::laser_software_version>},
+    {"pb_laser_hardware_version", "%u", print<&r::laser_hardware_version>},
+    {"pb_laser_sample_count", "%u", print<&r::laser_sample_count>},
+    {"pb_checksum", "0x%04X", print<&r::checksum>},
+    {"pb_motor_type", "%u", print<&r::motor_type>},
+};
+
+bool is_hex(const char* text) {
+  for (; *text != '\0'; ++text) {
+    if (isxdigit(static_cast<unsigned char>(*text)) == 0) return false;
+  }
+  return true;
+}
+
+// A register below 0x80 in hexadecimal.
+std::optional<uint8_t> parse_register(const char* text) {
+  if (*text == '\0' || !is_hex(text)) return std::nullopt;
+  const unsigned long value = strtoul(text, nullptr, 16);
+  return value < 0x80 ? std::optional(static_cast<uint8_t>(value)) : std::nullopt;
+}
+
+struct write_data {
+  uint8_t bytes[kWriteDataSize] = {};
+  uint32_t length = 0;
+};
+
+// Two digits a byte, at most 16 bytes.
+std::optional<write_data> parse_data(const char* text) {
+  const size_t digits = strlen(text);
+  if (digits % 2 != 0 || digits > 2 * kWriteDataSize || !is_hex(text)) return std::nullopt;
+  write_data data;
+  for (; *text != '\0'; text += 2) {
+    const char byte[] = {text[0], text[1], '\0'};
+    data.bytes[data.length++] = static_cast<uint8_t>(strtoul(byte, nullptr, 16));
+  }
+  return data;
+}
+
+const char* member_text(json_object* object, const char* key) {
+  json_object* value = json_member(object, key);
+  return json_object_is_type(value, json_type_string) ? json_object_get_string(value) : nullptr;
+}
+
+// False when a text is no register or no data, or the board's queue refuses the write.
+bool write_texts(const char* number_text, const char* data_text) {
+  if (number_text == nullptr || data_text == nullptr) return false;
+  const std::optional<uint8_t> number = parse_register(number_text);
+  const std::optional<write_data> data = parse_data(data_text);
+  orb_power_board* board = board_now();
+  if (!number || !data || board == nullptr) return false;
+  trace(kTraceApi, "write pb reg %02X %d", *number, data->length);
+  for (uint32_t i = 0; i < data->length; ++i)
+    trace(kTraceApi, "write pb reg data[%d] %02X", i, data->bytes[i]);
+  return orb_power_board_issue_write(board, *number, data->bytes, data->length) == 0;
+}
+
+void keep_suspended(int suspended) { orb_write_nv(kSettingPbSuspended, &suspended, sizeof suspended); }
+
+}  // namespace
+
+int get_readings(http_connection* connection, const char*, unsigned long, void*) {
+  power_board_readings readings;
+  orb_power_board* board = board_now();
+  if (board != nullptr) orb_power_board_load_registers(board, &readings);
+  return send_object(connection, [&](json_object* answer) {
+    for (const reading_row& row : kReadings) {
+      char text[32];
+      row.print(text, sizeof text, row.format, readings);
+      json_object_object_add(answer, row.key, json_object_new_string(text));
+    }
+  });
+}
+
+int get_read_command(http_connection* connection, const char*, unsigned long, void*) {
+  const orb_power_board* board = board_now();
+  const int command = board == nullptr ? 0 : orb_power_board_get_read_command(board);
+  return send_member(connection, "read_command", json_object_new_int(command));
+}
+
+int put_read_command(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  const std::optional<int> command = body_integer(object.get(), "read_command");
+  orb_power_board* board = board_now();
+  if (!command || *command < 0 || *command > 0xFF || board == nullptr) return send_status(connection, false);
+  trace(kTraceApi, "pb read command %d 0x%02X", *command, *command);
+  orb_power_board_set_read_command(board, static_cast<uint8_t>(*command));
+  return send_status(connection, true);
+}
+
+int post_suspend(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "suspend pb");
+  keep_suspended(1);
+  if (orb_power_board* board = board_now()) orb_power_board_suspend_refresh(board);
+  return send_status(connection, true);
+}
+
+int post_resume(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "resume pb");
+  keep_suspended(0);
+  if (orb_power_board* board = board_now()) orb_power_board_resume_refresh(board);
+  return send_status(connection, true);
+}
+
+int post_trigger(http_connection* connection, const char*, unsigned long, void*) {
+  trace(kTraceApi, "trigger pb");
+  if (orb_power_board* board = board_now()) orb_power_board_trigger_refresh(board);
+  return send_status(connection, true);
+}
+
+int post_write(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  const char* number = member_text(object.get(), "register");
+  const char* data = member_text(object.get(), "data");
+  trace(kTraceApi, "write pb '%s' '%s'", number == nullptr ? "" : number, data == nullptr ? "" : data);
+  return send_status(connection, write_texts(number, data));
+}
+
+int put_zero_buffer(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  const int flag = body_integer(object.get(), "zero_buffer").value_or(0) != 0 ? 1 : 0;
+  trace(kTraceApi, "pb zero buffer %d", flag);
+  if (orb_power_board* board = board_now()) orb_power_board_set_zero_buffer(board, flag);
+  return send_status(connection, true);
+}
