@@ -82,7 +82,8 @@ struct orb_power_board {
   bool stopping GUARDED_BY(queue_lock) = false;
   bool shutdown_queued GUARDED_BY(queue_lock) = false;
   bool refresh_waiting GUARDED_BY(queue_lock) = false;  // one refresh in the queue at most
-  std::atomic<bool> refresh_queued = false;             // keeps the timer from queueing a second refresh
+  std::atomic<bool> refresh_queued =
+      false;  // the timer has nothing to queue: one waits or runs, or all are suspended
   std::atomic<bool> refresh_suspended = false;
   ev_timer refresh_timer{};  // main loop
 
@@ -119,8 +120,8 @@ struct orb_power_board {
   mutex update_lock;
   condition update_ready;
   bool update_requested GUARDED_BY(update_lock) = false;
-  const void* update_request GUARDED_BY(update_lock) = nullptr;
-  bool update_thread_started = false;  // service thread
+  const void* update_request GUARDED_BY(update_lock) = nullptr;  // for the update itself
+  bool update_thread_started = false;                            // service thread
 
   mutex update_status_lock;
   firmware_update_status update_status GUARDED_BY(update_status_lock);
@@ -161,7 +162,7 @@ void orb_power_board_signal_shutdown(orb_power_board* board);
 // 1 when the board reports the extended frame, else 0.
 int orb_power_board_get_board_type(orb_power_board* board);
 
-// Refresh control: while suspended, each trigger yields one refresh.
+// Refresh control: while suspended, each trigger yields one refresh (two within a tick of 0.1 s are one).
 void orb_power_board_suspend_refresh(orb_power_board* board);
 void orb_power_board_resume_refresh(orb_power_board* board);
 void orb_power_board_trigger_refresh(orb_power_board* board);
