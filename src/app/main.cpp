@@ -13,6 +13,7 @@
 #include "app/command_pipe.h"
 #include "app/redis_publisher.h"
 #include "app/trace.h"
+#include "base/file.h"
 #include "base/json.h"
 #include "base/paths.h"
 #include "base/thread.h"
@@ -41,13 +42,21 @@ void block_signals(bool block) {
   pthread_sigmask(block ? SIG_BLOCK : SIG_UNBLOCK, &signals, nullptr);
 }
 
-// A console that nobody reads must not hold the unit: what a pipe does not take is lost.
+// A console that nobody reads must not hold the unit: what it does not take is lost. Opened afresh, because
+// the flag would be that of every other program on the same pipe or terminal.
+void unblock_console(int fd) {
+  struct stat info {};
+  if (fstat(fd, &info) != 0 || S_ISREG(info.st_mode)) return;
+  char path[32];
+  snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+  const unique_fd fresh(open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!fresh || dup2(fresh.get(), fd) < 0) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
+
 void prepare_console() {
   setvbuf(stdout, nullptr, _IOLBF, 0);
-  for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-    struct stat info {};
-    if (fstat(fd, &info) == 0 && !S_ISCHR(info.st_mode)) fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-  }
+  unblock_console(STDOUT_FILENO);
+  unblock_console(STDERR_FILENO);
 }
 
 void* http_thread(void*) {

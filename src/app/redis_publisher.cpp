@@ -14,9 +14,9 @@ ev_timer publish_timer;
 
 const char* motor_type_text(uint8_t motor_type) {
   switch (motor_type) {
-    case 1:
+    case kMotorHeight:
       return "height";
-    case 2:
+    case kMotorPan:
       return "pan";
     default:
       return "none";

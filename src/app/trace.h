@@ -42,7 +42,7 @@ void trace(int level, const char* format, ...) __attribute__((format(printf, 2, 
 void trace_data(int level, const char* label, const void* bytes, long length);
 
 // Writes the mask file in place (a rename would end the monitor's watch); the monitor then takes the mask up.
-// Returns 0, or -1 when the file cannot be opened.
+// Returns 0, or -1 when the file cannot be written.
 int set_trace_mask(uint32_t mask);
 
 uint32_t get_trace_mask();

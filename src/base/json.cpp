@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -22,17 +21,13 @@ json_owner load_json_file(const char* path) {
 }
 
 int save_json_file(const char* path, json_object* object) {
-  const bool is_new = access(path, F_OK) != 0;
   const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0644));
   if (!fd) return -1;
-  if (json_object_to_fd(fd.get(), object, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE) != 0 ||
-      fsync(fd.get()) != 0 || (is_new && !flush_folder_of(path))) {
-    const int error = errno;
-    if (is_new) unlink(path);  // else the next save would take its name for flushed
-    errno = error;
-    return -1;
-  }
-  return 0;
+  constexpr int kForm = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
+  // The folder each time: whether the file's name has ever reached the disk cannot be seen from here.
+  const bool saved =
+      json_object_to_fd(fd.get(), object, kForm) == 0 && fsync(fd.get()) == 0 && flush_folder_of(path);
+  return saved ? 0 : -1;
 }
 
 json_object* json_member(json_object* object, const char* key) {

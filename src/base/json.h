@@ -13,10 +13,9 @@ using json_owner = std::unique_ptr<json_object, json_releaser>;
 // The value of a file of at most 1 MiB that holds JSON; null when it cannot be read or does not parse.
 json_owner load_json_file(const char* path);
 
-// Writes `object` to `path` in place, in json-c's plain form with slashes unescaped, and flushes it to the
-// disk (the folder too when the file is new): after 0 the content survives a power cut. The target must not
-// be the only good copy. Returns 0, or -1 with errno set; the file is then undefined, a new
-// one removed.
+// Writes `object` to `path` in place, in json-c's plain form with slashes unescaped, and flushes file and
+// folder: after 0 the content survives a power cut. The target must not be the only good copy. Returns 0, or
+// -1 with errno set; the file is then undefined.
 int save_json_file(const char* path, json_object* object);
 
 // The member `key`, or null when `object` is no object, the key is missing or its value is null. Borrowed.

@@ -71,6 +71,7 @@ void create_hold_loop(hold_loop* loop) {
 int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms) {
   if (direction == 0) return 0;
   const mutex_lock lock(loop->lock);
+  if (has_expired(loop)) loop->direction = 0;  // the thread may be busy with an end and not know yet
   if (loop->direction != 0 && (loop->direction > 0) != (direction > 0)) return 0;
   if (loop->direction == 0) {
     loop->direction = direction;

@@ -6,8 +6,6 @@
 
 #include "base/mutex.h"
 
-struct hold_loop;
-
 inline constexpr int kHoldTick_ms = 5;
 
 // What a loop does. The functions run on the loop's thread, without its lock.

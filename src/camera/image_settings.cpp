@@ -51,7 +51,8 @@ constinit image_setting sensitivity{kSettingSensitivity, kSensitivity, 1};
 constinit image_setting ir_filter{kSettingIrFilter, kIrFilter, 2};
 constinit image_setting defog{kSettingDefog, kDefog, 2};
 
-mutex values_lock;  // keeps memory and store the same when a request comes while the settings are loaded
+// Held while a value is loaded, sent, or sent and kept: memory, store and camera end on the same one.
+mutex values_lock;
 
 void load_setting(image_setting& setting) {
   const mutex_lock lock(values_lock);
@@ -72,19 +73,20 @@ int find_value(const image_setting& setting, const char* text) {
   return -1;
 }
 
-void keep_value(image_setting& setting, int value) {
-  const mutex_lock lock(values_lock);
+void keep_value(image_setting& setting, int value) REQUIRES(values_lock) {
   setting.value = value;
   orb_write_nv(setting.key, &value, sizeof value);
 }
 
 int send_value(const image_setting& setting, visca_camera* camera) {
+  const mutex_lock lock(values_lock);
   return setting.values[static_cast<size_t>(setting.value.load())].command(camera);
 }
 
 int set_value(image_setting& setting, const char* text) {
   const int value = find_value(setting, text);
   if (value < 0) return -1;
+  const mutex_lock lock(values_lock);
   if (value == setting.value) return 0;
   visca_camera* camera = visca_thread_data.camera;
   if (camera == nullptr) return -1;
@@ -125,6 +127,7 @@ int orb_set_camera_defog(const char* text) { return set_value(defog, text); }
 int orb_set_camera_ir_filter(const char* text) {
   const int value = find_value(ir_filter, text);
   if (value < 0) return -1;
+  const mutex_lock lock(values_lock);
   if (value == ir_filter.value) return 0;
   keep_value(ir_filter, value);
   request_ir_filter();

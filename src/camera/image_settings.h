@@ -5,7 +5,7 @@ struct visca_camera;
 
 void load_image_settings();  // from the settings store
 
-// The values as they stand in the settings store: 0 off and up.
+// The values as they stand in the settings store: 0 is off or normal.
 int image_invert();
 int image_stabilizer();
 int image_sensitivity();

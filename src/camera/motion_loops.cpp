@@ -38,15 +38,15 @@ constexpr motion kFocus{kTraceFocusLoop,
                         visca_camera_focus_near_variable,
                         visca_camera_focus_stop};
 
-// Of the motion's loop thread.
+// Touched by the motion's own thread only.
 template <const motion& Motion>
 int start_speed = 0;
 template <const motion& Motion>
-bool stop_owed = false;  // the link went before the camera was told to stop
+bool moving = false;  // the camera has been told to move and not yet to stop
 
 template <const motion& Motion>
 void drive(visca_camera* camera, int direction, int speed) {
-  (direction > 0 ? Motion.positive : Motion.negative)(camera, speed);
+  if ((direction > 0 ? Motion.positive : Motion.negative)(camera, speed) == 0) moving<Motion> = true;
 }
 
 template <const motion& Motion>
@@ -73,34 +73,30 @@ void step_motion(int direction, int held_ms) {
 template <const motion& Motion>
 bool queue_stop() {
   visca_camera* camera = visca_thread_data.camera;
-  return camera != nullptr && Motion.stop(camera) == 0 && visca_link_is_up(&visca_thread_data);
+  if (camera == nullptr || Motion.stop(camera) != 0 || !visca_link_is_up(&visca_thread_data)) return false;
+  moving<Motion> = false;
+  return true;
 }
 
 // A lens must not run on because the queue was full: the stop is tried again while the link is up.
 template <const motion& Motion>
 bool end_motion() {
-  stop_owed<Motion> = !queue_stop<Motion>();
-  if (stop_owed<Motion> && visca_link_is_up(&visca_thread_data)) return false;
+  if (!queue_stop<Motion>() && visca_link_is_up(&visca_thread_data)) return false;
   trace(Motion.trace_level, "end");
   write_value_file(Motion.speed_file, start_speed<Motion>);  // the acceleration was for this hold only
   return true;
 }
 
-// Nor because the link went: the camera, which drives on without one, is told when there is a link again.
+// A lens must not run on because the link went: a camera that was moving is told to stop on the next link.
 template <const motion& Motion>
 bool settle_motion() {
-  if (stop_owed<Motion> && visca_link_is_up(&visca_thread_data)) stop_owed<Motion> = !queue_stop<Motion>();
-  return !stop_owed<Motion>;
+  return !moving<Motion> || (visca_link_is_up(&visca_thread_data) && queue_stop<Motion>());
 }
 
 constexpr int kIntensityPeriod_ms = 250;
-constexpr int kIntensityClock_ms = 6000;  // where the hold clock stops
 constexpr int kMaximumIntensity = 100;
 
-int intensity_step(int held_ms) {
-  const int clock = std::min(held_ms, kIntensityClock_ms);
-  return clock <= 2000 ? 1 : clock <= 4000 ? 3 : 5;
-}
+int intensity_step(int held_ms) { return held_ms <= 2000 ? 1 : held_ms <= 4000 ? 3 : 5; }
 
 void start_intensity(int) { trace(kTraceIntensityLoop, "start"); }
 

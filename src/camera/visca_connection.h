@@ -55,5 +55,5 @@ visca_camera* visca_connection_get_camera(const visca_connection* connection, in
 // ev_run returns: 0 when no watcher is active.
 int visca_connection_poll(visca_connection* connection);
 
-// Takes received bytes as if they had come over the link.
+// Takes the bytes of one read.
 void visca_connection_receive(visca_connection* connection, const uint8_t* bytes, size_t count);

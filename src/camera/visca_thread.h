@@ -11,11 +11,11 @@
 #include "camera/visca_connection.h"
 
 struct visca_thread_record {
-  const char* address = nullptr;  // "192.168.0.127"
+  const char* address = nullptr;  // "192.168.0.127", for others: the thread connects to the constant
   pthread_t thread{};
   std::atomic<visca_connection*> connection = nullptr;  // null while there is none
   std::atomic<visca_camera*> camera = nullptr;          // of address 1; what callers pass to visca_camera_*
-  std::atomic<uint32_t> link_number = 0;                // counts the links up: a reader notices a reconnect
+  std::atomic<uint32_t> link_number = 0;  // one more with each link that is built, connected or not
   std::atomic<uint32_t> update_requested = 0;
   std::atomic<uint32_t> suspended = 0;
 

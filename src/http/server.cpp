@@ -329,7 +329,7 @@ http_connection* http_server_accept_connection(http_server* server) {
 }
 
 int http_server_process_events(http_server* server, int timeout_ms) {
-  const bool accepting = server->accepting;
+  const bool accepting = server->accepting;  // a listener disarmed during this call stays so for one wait
   const int count = epoll_wait(server->epoll_fd, server->events, server->maximum_connections + 1, timeout_ms);
   if (count < 0 && errno != EINTR) {
     trace_failure("bad wait");

@@ -11,7 +11,7 @@ constexpr int kAverageSamples = 50;
 
 constexpr uint32_t kHighPressure = 1200;  // averages are whole numbers
 constexpr uint32_t kNormalPressure = 1100;
-// As they stand: the humidity that they are compared with is in whole percent.
+// As they stand: the humidity that they are compared with is in percent, not in hundredths.
 constexpr float kHighHumidity = 9500.0F;
 constexpr float kNormalHumidity = 9000.0F;
 

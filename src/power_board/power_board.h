@@ -105,7 +105,8 @@ struct orb_power_board {
   bool shutdown_queued GUARDED_BY(queue_lock) = false;
   bool refresh_waiting GUARDED_BY(queue_lock) = false;  // one refresh in the queue at most
   speed_register speed GUARDED_BY(queue_lock);
-  std::atomic<bool> refresh_queued = false;  // keeps the timer from queueing a second refresh
+  // The timer has nothing to queue: a refresh waits or runs, or all are suspended.
+  std::atomic<bool> refresh_queued = false;
   std::atomic<bool> refresh_suspended = false;
   ev_timer refresh_timer{};  // main loop
 
@@ -145,8 +146,8 @@ struct orb_power_board {
   mutex update_lock;
   condition update_ready;
   bool update_requested GUARDED_BY(update_lock) = false;
-  const void* update_request GUARDED_BY(update_lock) = nullptr;
-  bool update_thread_started = false;  // service thread
+  const void* update_request GUARDED_BY(update_lock) = nullptr;  // for the update itself
+  bool update_thread_started = false;                            // service thread
 
   mutex update_status_lock;
   firmware_update_status update_status GUARDED_BY(update_status_lock);
@@ -187,7 +188,7 @@ void orb_power_board_signal_shutdown(orb_power_board* board);
 // 1 when the board reports the extended frame, else 0.
 int orb_power_board_get_board_type(orb_power_board* board);
 
-// Refresh control: while suspended, each trigger yields one refresh.
+// Refresh control: while suspended, each trigger yields one refresh (two within a tick of 0.1 s are one).
 void orb_power_board_suspend_refresh(orb_power_board* board);
 void orb_power_board_resume_refresh(orb_power_board* board);
 void orb_power_board_trigger_refresh(orb_power_board* board);

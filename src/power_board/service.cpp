@@ -102,7 +102,7 @@ void on_refresh_timer(struct ev_loop*, ev_timer* timer, int) {
   const mutex_lock lock(board->queue_lock);
   if (board->stopping || board->refresh_waiting) return;
   board->refresh_waiting = board->queue.append({.kind = work_kind::refresh});
-  board->refresh_queued = true;
+  board->refresh_queued = board->refresh_waiting;
   board->queue_ready.signal();
 }
 

@@ -178,6 +178,10 @@ TEST_F(HoldLoops, TheStopWaitsForRoomWhileTheLinkIsUp) {
   orb_stop_zoom_loop();
   sleep_ms(30);
   EXPECT_EQ(traces("ZMLP"), "start 3;");
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 50), 1);  // over before the stop gets through
+  sleep_ms(100);
+  EXPECT_EQ(orb_trigger_zoom_loop(-1, 5), 1);
+  sleep_ms(20);
   link.hear("9041FF");
   EXPECT_TRUE(traced("ZMLP", "end;"));
   for (int i = 0; i < 126; ++i) link.expect("3802");
@@ -187,6 +191,17 @@ TEST_F(HoldLoops, TheStopWaitsForRoomWhileTheLinkIsUp) {
   link.block.hang_up(true);
   orb_stop_zoom_loop();  // this stop breaks the link
   EXPECT_TRUE(traced("ZMLP", "end;start 3;end;"));
+}
+
+// A camera that was not told to move gets no stop when it comes.
+TEST_F(HoldLoops, NoStopIsOwedForAMotionThatNeverBegan) {
+  visca_camera* camera = visca_thread_data.camera.exchange(nullptr);
+  visca_connection* connection = visca_thread_data.connection.exchange(nullptr);
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 20), 1);
+  EXPECT_TRUE(traced("ZMLP", "start 3;end;"));
+  visca_thread_data.connection = connection;
+  visca_thread_data.camera = camera;
+  EXPECT_EQ(link.block.packet(600), "");
 }
 
 }  // namespace

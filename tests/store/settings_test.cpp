@@ -87,7 +87,7 @@ TEST(settings, saves_alternate_and_are_flushed) {
   EXPECT_EQ(content(1), record(0, 1));
   for (int i = 0; i < 2; ++i) set(kSettingTitle, "N/S \"1\"");  // a save each, changed or not
   EXPECT_EQ(content(1), record(2, 3, R"(seats":5>seats":7|ASSET>N/S \"1\")"));
-  EXPECT_EQ(flushed, "orb nv01.json nv nv00.json nv nv01.json nv00.json ");
+  EXPECT_EQ(flushed, "orb nv01.json nv nv00.json nv nv01.json nv nv00.json nv ");
 }
 
 TEST(settings, newer_file_is_found_by_the_chain) {
