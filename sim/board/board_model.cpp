@@ -263,6 +263,53 @@ void set_status_bit(board_model& board, int bit, bool on) {
   board.status = static_cast<uint8_t>(on ? board.status | mask : board.status & ~mask);
 }
 
+namespace {
+
+// A reading that was set from outside moves the drive there.
+void adopt_count(board_drive& drive, double reading, double shown) {
+  if (reading == shown) return;
+  drive.count = reading;
+  drive.position = std::clamp(reading, drive.low_stop, drive.high_stop);
+}
+
+void advance_drive(board_model& board, board_drive& drive, uint8_t command, double seconds) {
+  const bool runs = board.motor.command == command && motor_running(board.motor);
+  const double powered = runs ? std::min(seconds, board.motor.run_left_s) : 0;
+  drive_advance(drive, board.motor.pwm, powered);
+  const bool overcurrent = drive.overcurrent;
+  const double amps = drive.amps;
+  if (powered < seconds) drive_advance(drive, 0, seconds - powered);
+  if (runs && powered == seconds) {
+    drive.overcurrent = overcurrent;
+    drive.amps = amps;
+  }
+}
+
+void trip(board_model& board, uint8_t bit, bool on) {
+  if (on == ((board.tripped & bit) != 0)) return;
+  board.tripped = static_cast<uint8_t>(board.tripped ^ bit);
+  board.status = static_cast<uint8_t>(on ? board.status | bit : board.status & ~bit);
+}
+
+void advance_drives(board_model& board, double seconds) {
+  board_readings& now = board.readings;
+  adopt_count(board.tilt, now.encoder_0, board.shown_0);
+  adopt_count(board.mast, now.encoder_1, board.shown_1);
+  const bool ran = board.motor_ran;
+  board.motor_ran = motor_running(board.motor);
+  advance_drive(board, board.tilt, kBoardMotorTilt, seconds);
+  advance_drive(board, board.mast, kBoardMotorDrive, seconds);
+  now.encoder_0 = board.shown_0 = drive_count(board.tilt);
+  now.encoder_1 = board.shown_1 = drive_count(board.mast);
+  now.encoder_speed_0 = board.tilt.speed;
+  now.encoder_speed_1 = board.mast.speed;
+  if (board.motor_ran || ran) now.motor_amps = board.tilt.amps + board.mast.amps;
+  trip(board, kBoardTiltOvercurrent, board.tilt.overcurrent);
+  trip(board, kBoardDriveOvercurrent, board.mast.overcurrent);
+}
+
+}  // namespace
+
 void board_advance(board_model& board, double seconds) {
   board_readings& now = board.readings;
   board.time_s += seconds;
@@ -277,6 +324,7 @@ void board_advance(board_model& board, double seconds) {
     now.laser_time += seconds;
     now.laser_samples = std::fmod(now.laser_samples + seconds * kLaserSamplesPerSecond, 256);
   }
+  advance_drives(board, seconds);
   motor_advance(board.motor, seconds);
 }
 

@@ -10,6 +10,7 @@
 #include <span>
 #include <string_view>
 
+#include "sim/board/drive.h"
 #include "sim/board/motor.h"
 
 inline constexpr uint8_t kReadAdvanced = 0x88;
@@ -29,6 +30,8 @@ inline constexpr uint8_t kBoardShutdown = 0x02;
 inline constexpr uint8_t kBoardTiltOvercurrent = 0x04;
 inline constexpr uint8_t kBoardDriveOvercurrent = 0x08;
 
+inline constexpr double kMastHome = 100000;  // counts of the retracted mast
+
 // What the board measures and counts. All are doubles, so that one table (board_readings_table) serves the
 // frames and the control commands; a value that does not fit its frame field is clamped to it.
 struct board_readings {
@@ -45,7 +48,7 @@ struct board_readings {
   double gyro_x = 0, gyro_y = 0, gyro_z = 0;            // degrees per second
   double accel_x = 0, accel_y = 0, accel_z = 1.0;       // g
   double mag_x = 220.0, mag_y = -40.0, mag_z = -410.0;  // raw counts
-  double encoder_0 = 0, encoder_1 = 0;                  // counts
+  double encoder_0 = 0, encoder_1 = kMastHome;          // counts
   double encoder_speed_0 = 0, encoder_speed_1 = 0;      // counts per second
   double laser_distance = 1.5;                          // m; the frame shows 0 while the laser supply is off
   double laser_quality = 100;
@@ -123,7 +126,13 @@ struct board_model {
   uint8_t power_enable = kBoardPowerMain;  // register 0
   uint8_t led_enable = 0;                  // register 1: mask, 0..255
   uint8_t led_pwm = 0;
-  board_motor motor;  // registers 3 and 6
+  board_motor motor;   // registers 3 and 6
+  board_drive tilt;    // encoder 0
+  double shown_0 = 0;  // the encoders as last shown: another reading was set from outside
+  double shown_1 = kMastHome;
+  bool motor_ran = false;                   // at the last step
+  uint8_t tripped = 0;                      // over-current bits that the drives have set
+  board_drive mast = make_mast(kMastHome);  // encoder 1; with motor type 2 it is a pan drive without stops
   frame_mode mode = frame_mode::good;
   // While set, the bus takes a write or read of the wrong length for a violation. A unit whose diagnostic
   // requests send such things on purpose clears it.

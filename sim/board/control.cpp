@@ -119,11 +119,32 @@ std::string log_command(board_model& board, const words&) {
 
 std::string help_command(board_model& board, const words&);
 
+constexpr std::string_view kEncoderNames[] = {"good", "frozen", "slipping",
+                                              "noisy"};  // in the order of encoder_fault
+
+std::string jam_command(board_model& board, const words& arguments) {
+  const auto on = arguments.size() == 1 ? on_or_off(arguments[0]) : std::nullopt;
+  if (!on) return error("jam", "on|off");
+  board.mast.jammed = *on;
+  return kOk;
+}
+
+std::string encoder_command(board_model& board, const words& arguments) {
+  const auto* fault = arguments.size() == 1
+                          ? std::find(std::begin(kEncoderNames), std::end(kEncoderNames), arguments[0])
+                          : std::end(kEncoderNames);
+  if (fault == std::end(kEncoderNames)) return error("encoder", "good|frozen|slipping|noisy");
+  board.mast.fault = static_cast<encoder_fault>(fault - std::begin(kEncoderNames));
+  return kOk;
+}
+
 constexpr command kCommands[] = {
     {"help", "", help_command},
     {"show", "everything that is set, written and counted", show_command},
     {"log", "the last register writes: time in s, register, data", log_command},
     {"status", "BIT on|off", status_command},
+    {"jam", "on|off  of the mast or pan drive", jam_command},
+    {"encoder", "good|frozen|slipping|noisy  of the same drive", encoder_command},
     {"frame", "good|noise|zeros|badsum", frame_command},
     {"strict", "on|off  wrong lengths, as diagnostic requests can send them, are violations", strict_command},
     {"defaults", "readings, status and frame as at the start", defaults_command},
