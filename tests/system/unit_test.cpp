@@ -209,11 +209,13 @@ TEST(unit, a_zoom_survives_the_loss_of_its_link) {
   EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 1; }));
 
   http("PUT", "/api/camera/zoom/speed", R"({"zoom_speed":7})");
+  constexpr std::string_view kWide = "81 01 04 07 37 FF";
   http("POST", "/api/camera/zoom/decrement");
+  ASSERT_TRUE(await([&] { return count_in_camera_log(kWide) == 1; }));
   ctl("camera", "drop");
   EXPECT_TRUE(await([&] {
     http("POST", "/api/camera/zoom/decrement");
-    return count_in_camera_log("81 01 04 07 37 FF") == 2;
+    return count_in_camera_log(kWide) == 2;
   }));
   EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 2; }));
 }
