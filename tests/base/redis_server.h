@@ -10,11 +10,15 @@
 #include "base/redis.h"
 
 // One command on a connection of its own.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 template <typename... Arguments>
 redis_reply ask_redis(const char* format, Arguments... arguments) {
   redis_connection connection = redis_connect();
   return redis_command(connection, format, arguments...);
 }
+#pragma GCC diagnostic pop
 
 inline void start_redis() {
   ASSERT_EQ(
