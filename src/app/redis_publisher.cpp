@@ -35,8 +35,7 @@ void on_redis_timeout(struct ev_loop*, ev_timer*, int) {
   if (board == nullptr) return;
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
-  const redis_connection connection = redis_connect();
-  if (!connection) return;
+  redis_connection connection = redis_connect();
   redis_command(connection, "SET avr-voltage %f", static_cast<double>(readings.monitor_vin_volts));
   redis_command(connection, "SET avr-temperature %f", static_cast<double>(readings.bme280_temperature));
   redis_command(connection, "SET orb-motor-type %s", motor_type_text(readings.motor_type));

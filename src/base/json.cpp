@@ -1,9 +1,12 @@
 #include "base/json.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <cerrno>
+#include <cstdio>
+#include <optional>
 #include <string>
 
 #include "base/file.h"
@@ -11,6 +14,27 @@
 namespace {
 
 constexpr size_t kFileLimit = 1 << 20;
+
+// A regular file to write, or nothing.
+unique_fd open_regular(const char* path) {
+  unique_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0644));
+  struct stat info {};
+  if (fd && (fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))) {
+    fd.reset();
+    errno = EINVAL;
+  }
+  return fd;
+}
+
+// Anything else that stands in the file's place goes: it would keep every other save from the disk.
+unique_fd open_target(const char* path) {
+  unique_fd fd = open_regular(path);
+  if (fd || errno == EROFS || errno == ENOSPC) return fd;
+  const int error = errno;
+  if (remove(path) == 0) return open_regular(path);
+  errno = error;
+  return fd;
+}
 
 }  // namespace
 
@@ -21,7 +45,7 @@ json_owner load_json_file(const char* path) {
 }
 
 int save_json_file(const char* path, json_object* object) {
-  const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0644));
+  const unique_fd fd = open_target(path);
   if (!fd) return -1;
   constexpr int kForm = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
   // The folder each time: whether the file's name has ever reached the disk cannot be seen from here.

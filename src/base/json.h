@@ -14,8 +14,9 @@ using json_owner = std::unique_ptr<json_object, json_releaser>;
 json_owner load_json_file(const char* path);
 
 // Writes `object` to `path` in place, in json-c's plain form with slashes unescaped, and flushes file and
-// folder: after 0 the content survives a power cut. The target must not be the only good copy. Returns 0, or
-// -1 with errno set; the file is then undefined.
+// folder: after 0 the content survives a power cut. The target must not be the only good copy; what is no
+// regular file, or cannot be opened, is replaced. Returns 0, or -1 with errno set; the file is then
+// undefined.
 int save_json_file(const char* path, json_object* object);
 
 // The member `key`, or null when `object` is no object, the key is missing or its value is null. Borrowed.

@@ -43,10 +43,14 @@ template <const motion& Motion>
 int start_speed = 0;
 template <const motion& Motion>
 bool moving = false;  // the camera has been told to move and not yet to stop
+template <const motion& Motion>
+uint32_t driven_link = 0;  // the link that it was told on
 
 template <const motion& Motion>
 void drive(visca_camera* camera, int direction, int speed) {
-  if ((direction > 0 ? Motion.positive : Motion.negative)(camera, speed) == 0) moving<Motion> = true;
+  if ((direction > 0 ? Motion.positive : Motion.negative)(camera, speed) != 0) return;
+  moving<Motion> = true;
+  driven_link<Motion> = visca_thread_data.link_number;
 }
 
 template <const motion& Motion>
@@ -58,12 +62,15 @@ void start_motion(int direction) {
   if (camera != nullptr) drive<Motion>(camera, direction, speed);
 }
 
+// A hold goes on over a lost link: the camera is told again on the next one. Without a link nothing speeds
+// up.
 template <const motion& Motion>
 void step_motion(int direction, int held_ms) {
-  if (held_ms % kSpeedUp_ms != 0) return;
-  const int speed = read_speed(Motion.speed_file, Motion.default_speed);
   visca_camera* camera = visca_thread_data.camera;
-  if (speed >= kMaximumSpeed || camera == nullptr) return;
+  if (camera == nullptr || !visca_link_is_up(&visca_thread_data)) return;
+  const int speed = read_speed(Motion.speed_file, Motion.default_speed);
+  if (driven_link<Motion> != visca_thread_data.link_number) drive<Motion>(camera, direction, speed);
+  if (held_ms % kSpeedUp_ms != 0 || speed >= kMaximumSpeed) return;
   trace(Motion.trace_level, "adjust %d %d", speed, speed + 1);
   drive<Motion>(camera, direction, speed + 1);
   write_value_file(Motion.speed_file, speed + 1);

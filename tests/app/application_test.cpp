@@ -106,7 +106,7 @@ TEST_F(unit, publishes_what_the_board_reads) {
       board.readings.motor_type = motor;
     }
     on_redis_timeout(nullptr, nullptr, 0);
-    const redis_reply all = redis_command(redis_connect(), "MGET avr-voltage avr-temperature orb-motor-type");
+    const redis_reply all = ask_redis("MGET avr-voltage avr-temperature orb-motor-type");
     EXPECT_EQ(std::string(all->element[0]->str) + " " + all->element[1]->str + " " + all->element[2]->str,
               std::string("19.999001 -10.500000 ") + motors[motor]);
   }

@@ -9,11 +9,22 @@
 #include "base/clock.h"
 #include "base/redis.h"
 
+// One command on a connection of its own.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+template <typename... Arguments>
+redis_reply ask_redis(const char* format, Arguments... arguments) {
+  redis_connection connection = redis_connect();
+  return redis_command(connection, format, arguments...);
+}
+#pragma GCC diagnostic pop
+
 inline void start_redis() {
   ASSERT_EQ(
       system("redis-server --bind 127.0.0.1 --save '' --daemonize yes --pidfile /run/redis.pid >/dev/null"),
       0);
-  for (int i = 0; i < 1000 && !redis_command(redis_connect(), "PING"); ++i) sleep_ms(5);
+  for (int i = 0; i < 1000 && !ask_redis("PING"); ++i) sleep_ms(5);
 }
 
 inline void signal_redis(const std::string& name) {

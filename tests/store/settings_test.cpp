@@ -152,7 +152,10 @@ TEST(settings, failed_save_is_repeated_with_the_same_id) {
   ASSERT_EQ(mount("small", "/home/orb", "tmpfs", 0, "size=16k"), 0);
   for (void (*spoil)(bool) : {+[](bool on) { flush_fails = on; },
                               +[](bool on) { put("/home/orb/filler", std::string(on ? 20'000 : 0, 'x')); },
-                              +[](bool on) { on ? fs::create_directory(kFile[0]) : fs::remove(kFile[0]); }}) {
+                              +[](bool on) {
+                                on ? fs::create_directories(kFile[0] + std::string("/full"))
+                                   : fs::remove_all(kFile[0]) > 0;
+                              }}) {
     start_without(paths::kSettingsFolder);
     spoil(true);
     set(kSettingViewerSeats, 9), set(kSettingZoomOsd, 1);
@@ -163,6 +166,18 @@ TEST(settings, failed_save_is_repeated_with_the_same_id) {
     set(kSettingUnits, 0);
     EXPECT_EQ(flushed, "nv00.json nv ") << "the name may not be on the disk yet";
     EXPECT_EQ(content(0), record(1, 2, R"(seats":5>seats":9|zoom_osd":0>zoom_osd":1|units":1>units":0)"));
+  }
+}
+
+TEST(settings, what_is_no_file_is_replaced) {
+  start_without(paths::kSettingsFolder);
+  for (void (*place)() : {+[] { mkfifo(kFile[0], 0644); }, +[] { fs::create_directory(kFile[0]); },
+                          +[] { fs::create_symlink("/dev/full", kFile[0]); }}) {
+    fs::remove(kFile[0]), fs::remove(kFile[1]);
+    place();
+    orb_init_nv();  // saves to file 1
+    set(kSettingUnits, 0);
+    EXPECT_EQ(content(0), record(1, 2, R"(units":1>units":0)"));
   }
 }
 

@@ -187,16 +187,37 @@ TEST(unit, a_console_that_nobody_reads_holds_nobody) {
   for (int i = 0; i < 4000; ++i) ASSERT_FALSE(http("GET", "/api/1.0/camera/zoom").body.empty()) << i;
 }
 
-// A lens drives on without its link: the stop that could not be sent is sent when the camera is there again.
-TEST(unit, a_zoom_whose_link_is_lost_is_stopped_later) {
+size_t count_in_camera_log(std::string_view packet) {
+  const std::string log = ctl("camera", "log");
+  size_t count = 0;
+  for (size_t at = 0; (at = log.find(packet, at)) != std::string::npos; at += packet.size()) ++count;
+  return count;
+}
+
+// A lens drives on without its link. The stop that could not be sent is sent when the camera is there again,
+// and a hold that goes on over the gap drives the camera again.
+TEST(unit, a_zoom_survives_the_loss_of_its_link) {
+  constexpr std::string_view kTele = "81 01 04 07 23 FF";
+  constexpr std::string_view kStop = "81 01 04 07 00 FF";
   const child camera = start_camera();
   const child daemon = start_daemon();
   ASSERT_TRUE(await_api());
   ASSERT_TRUE(await_set_up());
   http("POST", "/api/camera/zoom/increment");
-  ASSERT_TRUE(await([] { return ctl("camera", "log").find("81 01 04 07 23 FF") != std::string::npos; }));
+  ASSERT_TRUE(await([&] { return count_in_camera_log(kTele) == 1; }));
   ctl("camera", "drop");
-  EXPECT_TRUE(await([] { return ctl("camera", "log").find("81 01 04 07 00 FF") != std::string::npos; }));
+  EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 1; }));
+
+  http("PUT", "/api/camera/zoom/speed", R"({"zoom_speed":7})");
+  constexpr std::string_view kWide = "81 01 04 07 37 FF";
+  http("POST", "/api/camera/zoom/decrement");
+  ASSERT_TRUE(await([&] { return count_in_camera_log(kWide) == 1; }));
+  ctl("camera", "drop");
+  EXPECT_TRUE(await([&] {
+    http("POST", "/api/camera/zoom/decrement");
+    return count_in_camera_log(kWide) == 2;
+  }));
+  EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 2; }));
 }
 
 }  // namespace
