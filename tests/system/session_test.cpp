@@ -37,6 +37,7 @@ std::string without_chance(std::string text) {
   static const std::pair<std::regex, const char*> kRules[] = {
       {std::regex(R"re((zoom|focus|_position)":-?\d+)re"), "$1\":N"},
       {std::regex(R"re((magnification|depth_of_field)":"[^"]*")re"), "$1\":\"T\""},
+      {std::regex(R"re(sample_count":\d+)re"), "sample_count\":N"},
       {std::regex(R"( \[\d\d:\d\d:\d\d\.\d\d\d\])"), ""},
   };
   for (const auto& [pattern, with] : kRules) text = std::regex_replace(text, pattern, with);
@@ -45,16 +46,28 @@ std::string without_chance(std::string text) {
 
 std::string camera_log() { return std::regex_replace(ctl("camera", "log"), std::regex("(^|\n)\\d+ "), "$1"); }
 
+std::string board_log() {
+  return std::regex_replace(ctl("board", "log"), std::regex("(^|\n)[\\d.]+ "), "$1");
+}
+
 std::string trace_log() { return read_text("/media/usb99/trace"); }
 
 std::string replay(const std::string& session) {
   follower camera("camera ", camera_log);
+  follower board("board ", board_log);
   follower trace("trace ", trace_log);
   camera.added();
+  board.added();
   trace.added();
   std::string result;
   std::istringstream lines(session);
   for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("! ", 0) == 0) {  // a word to a simulated device: "! board laser 1.25"
+      const size_t blank = line.find(' ', 2);
+      ctl(line.substr(2, blank - 2), line.substr(blank + 1));
+      usleep(700'000);
+      result += line + "\n";
+    }
     if (line.rfind("> ", 0) != 0) continue;
     std::istringstream words(line.substr(2));
     std::string method;
@@ -64,22 +77,28 @@ std::string replay(const std::string& session) {
     std::getline(words, body);
     result += line + "\n< " + without_chance(http(method, path, body).body) + "\n";
     usleep(350'000);  // the camera thread looks at the acknowledges ten times a second
-    result += without_chance(trace.added()) + camera.added();
+    result += without_chance(trace.added()) + camera.added() + board.added();
   }
   return result;
 }
 
-TEST(session, an_operator_sets_up_looks_around_and_leaves) {
+class session : public testing::TestWithParam<const char*> {};
+
+TEST_P(session, is_as_it_was) {
   write_text("/media/usb99/trace_mask", kTraceMask);
   const child camera = start_camera();
   const child daemon = start_daemon();
   ASSERT_TRUE(await_api());
   ASSERT_TRUE(await([] { return camera_log().find("81 09 00 02 FF") != std::string::npos; }));
   usleep(500'000);
-  const std::string session = read_text(ORB_SESSIONS_FOLDER "/camera.txt");
-  const std::string now = replay(session);
-  write_text("/run/bench/session.txt", now);  // with sim/box --share: the text to keep after a wanted change
-  EXPECT_EQ(now, session);
+  const std::string kept = read_text(std::string(ORB_SESSIONS_FOLDER "/") + GetParam() + ".txt");
+  const std::string now = replay(kept);
+  // With sim/box --share: the text to keep after a wanted change.
+  write_text(std::string("/run/bench/") + GetParam() + ".txt", now);
+  EXPECT_EQ(now, kept);
 }
+
+INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board"),
+                         [](const auto& file) { return file.param; });
 
 }  // namespace
