@@ -43,7 +43,7 @@ bool has_speed(orb_power_board* board, const motor_write& wanted) {
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
   const mutex_lock lock(board->queue_lock);
-  const speed_register& speed = board->speed;
+  const speed_register speed = board->speed;
   if (speed.written) return speed.length == wanted.length && speed.data == wanted.data;
   return motor_speed_write(readings.motor_pwm, readings.motor_duration).data == wanted.data;
 }
