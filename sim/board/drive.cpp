@@ -54,7 +54,8 @@ board_drive make_mast(double home) {
 }
 
 void drive_advance(board_drive& drive, double pwm, double seconds) {
-  for (double left = seconds; left > 0; left -= kStep_s) step(drive, pwm, std::min(left, kStep_s));
+  const int steps = static_cast<int>(std::ceil(seconds / kStep_s));
+  for (int i = 0; i < steps; ++i) step(drive, pwm, seconds / steps);
   const bool powered = pwm != 0 && !is_at_stop(drive, pwm);
   drive.overcurrent = powered && drive.jammed;
   drive.amps = !powered       ? 0

@@ -255,11 +255,11 @@ TEST_F(mast, shows_its_height) {
   orb_power_board_set_height_preset(&board_, 24);
   EXPECT_EQ(height(), "SETTING");
   run_to_rest();
-  EXPECT_NEAR(atof(height().c_str()), 24, 0.5);
+  EXPECT_NEAR(strtod(height().c_str(), nullptr), 24, 0.5);
   orb_power_board_set_height_extension(&board_, 1);
   const int metric = 0;
   orb_write_nv(kSettingUnits, &metric, sizeof metric);
-  EXPECT_NEAR(atof(height().c_str()), 48 * 2.54, 1.3);
+  EXPECT_NEAR(strtod(height().c_str(), nullptr), 48 * 2.54, 1.3);
   EXPECT_NE(height().find(" cm"), std::string::npos);
 }
 
