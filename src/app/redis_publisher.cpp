@@ -31,7 +31,7 @@ void start_redis_publisher(orb_application* application) {
 }
 
 void on_redis_timeout(struct ev_loop*, ev_timer*, int) {
-  orb_power_board* board = power_board_instance.load(std::memory_order_acquire);
+  orb_power_board* board = power_board_now();
   if (board == nullptr) return;
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);

@@ -321,20 +321,20 @@ int get_zoom_position(http_connection* connection, const char*, unsigned long, v
   return send_object(connection, add_zoom);
 }
 int put_zoom_position(http_connection* connection, const char* body, unsigned long length, void*) {
-  orb_power_board_clear_laser_reading(power_board_instance);
+  orb_power_board_clear_laser_reading(power_board_now());
   return put_position(connection, take_position(connection, body, length, "zoom_position", "zoom pos %d %d"),
                       visca_camera_zoom_direct);
 }
 int post_zoom_increment(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom inc");
   orb_trigger_zoom_loop(1, kHold_ms);
-  orb_power_board_clear_laser_reading(power_board_instance);
+  orb_power_board_clear_laser_reading(power_board_now());
   return send_zoom(connection);
 }
 int post_zoom_decrement(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom dec");
   orb_trigger_zoom_loop(-1, kHold_ms);
-  orb_power_board_clear_laser_reading(power_board_instance);
+  orb_power_board_clear_laser_reading(power_board_now());
   return send_zoom(connection);
 }
 int post_zoom_stop(http_connection* connection, const char*, unsigned long, void*) {

@@ -15,7 +15,7 @@ void restore_controller_defaults() {
   write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);
   keep_exposure_mode(camera_mode::automatic);
   reset_lighting();
-  if (orb_power_board* board = power_board_instance) {
+  if (orb_power_board* board = power_board_now()) {
     orb_power_board_set_laser_mode(board, 0);
     orb_power_board_clear_laser_reading(board);
   }

@@ -24,8 +24,6 @@ constexpr int kHold_ms = 500;
 constexpr double kFeetPerMetre = 3.2808399200439453;
 constexpr double kWholeNumbers = 99.5;  // from here on without decimals
 
-orb_power_board* board_now() { return power_board_instance.load(std::memory_order_acquire); }
-
 // The place of `word` among `words`, or nothing.
 std::optional<int> find_word(std::span<const char* const> words, const char* word) {
   for (size_t i = 0; i < words.size(); ++i) {
@@ -127,7 +125,7 @@ int post_led_intensity_stop(http_connection* connection, const char*, unsigned l
 }
 
 int get_laser_status(http_connection* connection, const char*, unsigned long, void*) {
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   power_board_readings readings;
   if (board != nullptr) orb_power_board_load_registers(board, &readings);
   return send_object(connection, [&](json_object* answer) {
@@ -142,11 +140,12 @@ int get_laser_status(http_connection* connection, const char*, unsigned long, vo
 }
 
 int get_laser_distance(http_connection* connection, const char*, unsigned long, void*) {
-  return send_member(connection, "laser_distance", json_object_new_string(distance_text(board_now()).text));
+  return send_member(connection, "laser_distance",
+                     json_object_new_string(distance_text(power_board_now()).text));
 }
 
 int get_laser_speed(http_connection* connection, const char*, unsigned long, void*) {
-  const orb_power_board* board = board_now();
+  const orb_power_board* board = power_board_now();
   const int speed = board == nullptr ? -1 : board->laser.speed.load();
   const char* text = speed == 0 || speed == 1 ? kLaserSpeeds[speed] : "auto";
   return send_member(connection, "laser_speed", json_object_new_string(text));
@@ -155,14 +154,14 @@ int get_laser_speed(http_connection* connection, const char*, unsigned long, voi
 int put_laser_speed(http_connection* connection, const char* body, unsigned long length, void*) {
   const body_word word = take_word(connection, body, length, "laser_speed", "laser speed '%s'");
   const std::optional<int> speed = find_word(kLaserSpeeds, word.text);
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (!speed || board == nullptr) return send_status(connection, false);
   orb_power_board_set_laser_speed(board, *speed);
   return send_status(connection, true);
 }
 
 int get_laser_mode(http_connection* connection, const char*, unsigned long, void*) {
-  const orb_power_board* board = board_now();
+  const orb_power_board* board = power_board_now();
   const int mode = board == nullptr ? 0 : board->laser.mode.load();
   return send_member(connection, "laser_mode", json_object_new_string(kLaserModes[mode]));
 }
@@ -170,7 +169,7 @@ int get_laser_mode(http_connection* connection, const char*, unsigned long, void
 int put_laser_mode(http_connection* connection, const char* body, unsigned long length, void*) {
   const body_word word = take_word(connection, body, length, "laser_mode", "laser mode '%s'");
   const std::optional<int> mode = find_word(kLaserModes, word.text);
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (!mode || board == nullptr) return send_status(connection, false);
   orb_power_board_set_laser_mode(board, *mode);
   return send_status(connection, true);
@@ -178,6 +177,6 @@ int put_laser_mode(http_connection* connection, const char* body, unsigned long 
 
 int post_laser_execute(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "laser execute");
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   return send_status(connection, board != nullptr && orb_power_board_trigger_laser_reading(board) == 0);
 }

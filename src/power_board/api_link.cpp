@@ -17,8 +17,6 @@
 
 namespace {
 
-orb_power_board* board_now() { return power_board_instance.load(std::memory_order_acquire); }
-
 using print_function = void (*)(char* text, size_t size, const char* format,
                                 const power_board_readings& readings);
 
@@ -147,7 +145,7 @@ bool write_texts(const char* number_text, const char* data_text) {
   if (number_text == nullptr || data_text == nullptr) return false;
   const std::optional<uint8_t> number = parse_register(number_text);
   const std::optional<write_data> data = parse_data(data_text);
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (!number || !data || board == nullptr) return false;
   trace(kTraceApi, "write pb reg %02X %d", *number, data->length);
   for (uint32_t i = 0; i < data->length; ++i)
@@ -161,7 +159,7 @@ void keep_suspended(int suspended) { orb_write_nv(kSettingPbSuspended, &suspende
 
 int get_readings(http_connection* connection, const char*, unsigned long, void*) {
   power_board_readings readings;
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_load_registers(board, &readings);
   return send_object(connection, [&](json_object* answer) {
     for (const reading_row& row : kReadings) {
@@ -173,7 +171,7 @@ int get_readings(http_connection* connection, const char*, unsigned long, void*)
 }
 
 int get_read_command(http_connection* connection, const char*, unsigned long, void*) {
-  const orb_power_board* board = board_now();
+  const orb_power_board* board = power_board_now();
   const int command = board == nullptr ? 0 : orb_power_board_get_read_command(board);
   return send_member(connection, "read_command", json_object_new_int(command));
 }
@@ -181,7 +179,7 @@ int get_read_command(http_connection* connection, const char*, unsigned long, vo
 int put_read_command(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
   const std::optional<int> command = body_integer(object.get(), "read_command");
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (!command || *command < 0 || *command > 0xFF || board == nullptr) return send_status(connection, false);
   trace(kTraceApi, "pb read command %d 0x%02X", *command, *command);
   orb_power_board_set_read_command(board, static_cast<uint8_t>(*command));
@@ -191,20 +189,20 @@ int put_read_command(http_connection* connection, const char* body, unsigned lon
 int post_suspend(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "suspend pb");
   keep_suspended(1);
-  if (orb_power_board* board = board_now()) orb_power_board_suspend_refresh(board);
+  if (orb_power_board* board = power_board_now()) orb_power_board_suspend_refresh(board);
   return send_status(connection, true);
 }
 
 int post_resume(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "resume pb");
   keep_suspended(0);
-  if (orb_power_board* board = board_now()) orb_power_board_resume_refresh(board);
+  if (orb_power_board* board = power_board_now()) orb_power_board_resume_refresh(board);
   return send_status(connection, true);
 }
 
 int post_trigger(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "trigger pb");
-  if (orb_power_board* board = board_now()) orb_power_board_trigger_refresh(board);
+  if (orb_power_board* board = power_board_now()) orb_power_board_trigger_refresh(board);
   return send_status(connection, true);
 }
 
@@ -220,6 +218,6 @@ int put_zero_buffer(http_connection* connection, const char* body, unsigned long
   const json_owner object = read_json_body(connection, body, length);
   const int flag = body_integer(object.get(), "zero_buffer").value_or(0) != 0 ? 1 : 0;
   trace(kTraceApi, "pb zero buffer %d", flag);
-  if (orb_power_board* board = board_now()) orb_power_board_set_zero_buffer(board, flag);
+  if (orb_power_board* board = power_board_now()) orb_power_board_set_zero_buffer(board, flag);
   return send_status(connection, true);
 }

@@ -21,11 +21,9 @@ constexpr int kDrivePwm = 100;
 // Inches; 6 is the retracted height.
 constexpr const char* kPresets[] = {"6", "8", "10", "12", "24", "36", "48"};
 
-orb_power_board* board_now() { return power_board_instance.load(std::memory_order_acquire); }
-
 // A refused jog is answered "OK" too: the operator sees that nothing moves.
 int post_jog(http_connection* connection, int command, int pwm) {
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (board != nullptr) {
     orb_power_board_start_motor(board, command, pwm, kJogDuration);
     orb_power_board_clear_laser_reading(board);
@@ -54,7 +52,7 @@ int post_tilt_decrement(http_connection* connection, const char*, unsigned long,
 }
 
 int post_motor_stop(http_connection* connection, const char*, unsigned long, void*) {
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_stop_motor(board);
   return send_status(connection, true);
 }
@@ -68,12 +66,12 @@ int post_drive_decrement(http_connection* connection, const char*, unsigned long
 }
 
 int post_height_findhome(http_connection* connection, const char*, unsigned long, void*) {
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   return send_status(connection, board != nullptr && orb_power_board_home_height(board) == 0);
 }
 
 int get_height_extension(http_connection* connection, const char*, unsigned long, void*) {
-  const orb_power_board* board = board_now();
+  const orb_power_board* board = power_board_now();
   const bool extension = board != nullptr && board->motors.height_extension != 0;
   return send_member(connection, "height_extension", json_object_new_boolean(extension));
 }
@@ -82,13 +80,13 @@ int put_height_extension(http_connection* connection, const char* body, unsigned
   const json_owner object = read_json_body(connection, body, length);
   const int extension = body_integer(object.get(), "height_extension").value_or(0) != 0 ? 1 : 0;
   trace(kTraceApi, "height extension %d", extension);
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_set_height_extension(board, extension);
   return send_status(connection, true);
 }
 
 int get_height_preset(http_connection* connection, const char*, unsigned long, void*) {
-  const orb_power_board* board = board_now();
+  const orb_power_board* board = power_board_now();
   char text[16];
   snprintf(text, sizeof text, "%d", board == nullptr ? kPresetHome : board->motors.height_preset.load());
   return send_member(connection, "height_preset", json_object_new_string(text));
@@ -98,7 +96,7 @@ int put_height_preset(http_connection* connection, const char* body, unsigned lo
   const body_word word = take_word(connection, body, length, "height_preset", "height preset '%s'");
   const bool known = std::any_of(std::begin(kPresets), std::end(kPresets),
                                  [&](const char* preset) { return strcmp(preset, word.text) == 0; });
-  orb_power_board* board = board_now();
+  orb_power_board* board = power_board_now();
   if (!known || board == nullptr) return send_status(connection, false);
   orb_power_board_set_height_preset(board, atoi(word.text));  // NOLINT(cert-err34-c): one of the words above
   return send_status(connection, true);

@@ -45,7 +45,7 @@ bool is_timer_ready = false;  // main loop
 bool is_high_beam() REQUIRES(lighting_lock) { return lighting.mode == &kHighBeam; }
 
 void write_leds() REQUIRES(lighting_lock) {
-  orb_power_board* board = power_board_instance.load(std::memory_order_acquire);
+  orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_enable_led_power(board, lighting.mode->mask, lighting.pwm);
 }
 
@@ -96,7 +96,7 @@ uint8_t current_intensity() {
   if (const std::optional<int> value = read_value_file(paths::kIntensity)) {
     return static_cast<uint8_t>(std::clamp(*value, 0, kMaximumIntensity));
   }
-  orb_power_board* board = power_board_instance.load(std::memory_order_acquire);
+  orb_power_board* board = power_board_now();
   if (board == nullptr) return kStartIntensity;
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);

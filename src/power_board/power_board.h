@@ -155,6 +155,7 @@ struct orb_power_board {
 
 // The one power board; null until start-up has made it. Never cleared.
 extern std::atomic<orb_power_board*> power_board_instance;
+inline orb_power_board* power_board_now() { return power_board_instance.load(std::memory_order_acquire); }
 
 // Clears the record and sets its defaults for the advanced or the basic model; asks Redis for the battery
 // type. Returns 0. Main thread, once: the update thread of a service that ran lives on in the record.
