@@ -12,7 +12,8 @@ namespace {
 constexpr size_t kWaitingLimit = 16;  // different functions
 
 mutex mailbox_lock;
-struct ev_loop* mailbox_loop GUARDED_BY(mailbox_lock) = nullptr;  // null: posts are refused
+struct ev_loop* mailbox_loop GUARDED_BY(mailbox_lock) = nullptr;  // null: before the start, and when closed
+bool is_closed GUARDED_BY(mailbox_lock) = false;                  // posts are refused
 std::array<main_loop_function, kWaitingLimit> waiting GUARDED_BY(mailbox_lock);
 size_t waiting_count GUARDED_BY(mailbox_lock) = 0;
 ev_async mailbox_watcher;
@@ -37,10 +38,13 @@ void open_main_loop_mailbox(struct ev_loop* loop) {
   ev_async_start(loop, &mailbox_watcher);
   const mutex_lock lock(mailbox_lock);
   mailbox_loop = loop;
+  is_closed = false;
+  if (waiting_count != 0) ev_async_send(loop, &mailbox_watcher);
 }
 
 void close_main_loop_mailbox() {
   const mutex_lock lock(mailbox_lock);
+  is_closed = true;
   if (mailbox_loop == nullptr) return;
   ev_async_stop(mailbox_loop, &mailbox_watcher);
   mailbox_loop = nullptr;
@@ -49,12 +53,12 @@ void close_main_loop_mailbox() {
 
 bool post_to_main_loop(main_loop_function function) {
   const mutex_lock lock(mailbox_lock);
-  if (mailbox_loop == nullptr) return false;
+  if (is_closed) return false;
   const auto end = waiting.begin() + static_cast<long>(waiting_count);
   if (std::find(waiting.begin(), end, function) == end) {
     if (waiting_count == waiting.size()) return false;
     waiting[waiting_count++] = function;
   }
-  ev_async_send(mailbox_loop, &mailbox_watcher);
+  if (mailbox_loop != nullptr) ev_async_send(mailbox_loop, &mailbox_watcher);
   return true;
 }

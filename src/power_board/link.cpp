@@ -111,6 +111,14 @@ frame_check keep_frame(orb_power_board* board) {
   return take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
 }
 
+// A dropped write to the speed register has changed nothing: no speed counts as the register's until the next
+// write or good frame.
+void forget_dropped_speed(orb_power_board* board, const work_item& item) {
+  if (item.number != kSpeedRegister) return;
+  const mutex_lock lock(board->queue_lock);
+  board->speed.length = 0;
+}
+
 // Counts a write to the speed register as performed, also one that was dropped, when it goes.
 class speed_write_done {
  public:
@@ -171,6 +179,7 @@ void write_register(orb_power_board* board, const work_item& item) {
   if (board->write_suspended != 0) {
     trace(kTraceRefresh, "write dropped %d", item.number);
     trace_data(kTraceRefresh, "write", item.data.data(), item.length);
+    forget_dropped_speed(board, item);
     return;
   }
   trace(kTraceRefresh, "write to register %d", item.number);

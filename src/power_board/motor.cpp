@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int kPwmLimit = 100;
+constexpr int kWildCount = 1'000'000'000;  // far outside all limits; differences of two still fit an int
 
 // Height, in counts and inches. A preset is the height in inches; 6 is the retracted one.
 constexpr float kPresetScale = 0.5F;        // steps of 2 inches an inch of preset
@@ -38,14 +39,26 @@ bool is_moving(const motor_state& motors) {
 
 bool is_homed(const motor_state& motors) { return motors.homing_state == kHomed; }
 
+speed_register last_written_speed(orb_power_board* board) {
+  const mutex_lock lock(board->queue_lock);
+  return board->speed;
+}
+
 // Whether the speed register holds this speed: by what was last queued for it, or else by its reading.
 bool has_speed(orb_power_board* board, const motor_write& wanted) {
+  const speed_register speed = last_written_speed(board);
+  if (speed.written) return speed.length == wanted.length && speed.data == wanted.data;
+  // Only now: readings that were loaded before may be older than a write that has been forgotten since.
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
-  const mutex_lock lock(board->queue_lock);
-  const speed_register speed = board->speed;
-  if (speed.written) return speed.length == wanted.length && speed.data == wanted.data;
   return motor_speed_write(readings.motor_pwm, readings.motor_duration).data == wanted.data;
+}
+
+// Whether a jog that was accepted before has not reached the board yet.
+bool jog_waits(orb_power_board* board) {
+  if (board->motors.homing_requested == 0) return false;  // nobody asks
+  const mutex_lock lock(board->queue_lock);
+  return board->queue.has_motor_work();
 }
 
 bool is_extended(orb_power_board* board) { return orb_power_board_get_board_type(board) != 0; }
@@ -150,10 +163,11 @@ int tilt_jog_pwm(float zoom_ratio) {
 
 void run_motors(orb_power_board* board, const power_board_readings& readings) {
   const motor_sample sample{.reported_type = readings.motor_type,
-                            .encoder = readings.encoder_count_1,
+                            .encoder = std::clamp(readings.encoder_count_1, -kWildCount, kWildCount),
                             .amps = readings.monitor_motor_amps,
                             .overcurrent = board->overcurrent != 0,
-                            .extended = (readings.status & kStatusExtended) != 0};
+                            .extended = (readings.status & kStatusExtended) != 0,
+                            .jog_waiting = jog_waits(board)};
   motor_writes writes;
   step_motors(board->motors, sample, writes);
   for (const motor_write& write : writes.all()) {

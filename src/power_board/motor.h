@@ -69,7 +69,8 @@ struct motor_sample {
   int encoder = 0;  // counts
   float amps = 0;
   bool overcurrent = false;
-  bool extended = false;  // the board scales pwm: 60 of ours are 100 of its own
+  bool extended = false;     // the board scales pwm: 60 of ours are 100 of its own
+  bool jog_waiting = false;  // its writes would follow this refresh's
 };
 
 // The register writes that one refresh asks for, in order.

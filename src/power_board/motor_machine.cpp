@@ -83,7 +83,8 @@ void check_type(motor_state& motors, int reported) {
 
 void wait_for_homing(const machine& m) {
   motor_state& motors = m.motors;
-  if (motors.homing_requested == 0) return;
+  // Only a confirmed mast: a pan drive would turn. A jog's speed would take the place of the homing's.
+  if (motors.homing_requested == 0 || motors.motor_type != kMotorHeight || m.sample.jog_waiting) return;
   trace(kTraceHeightMotor, "homing start");
   run(m, kHomingPwm);
   motors.homing_state = kHomingStart;

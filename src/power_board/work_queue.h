@@ -54,6 +54,15 @@ class work_queue {
     return true;
   }
 
+  // Whether a write to the motor registers (3 speed, 6 command) waits.
+  bool has_motor_work() const {
+    for (size_t i = 0; i < count_; ++i) {
+      const work_item& item = items_[(first_ + i) % items_.size()];
+      if (item.kind == work_kind::write && (item.number == 3 || item.number == 6)) return true;
+    }
+    return false;
+  }
+
   // The oldest item; the queue must not be empty.
   work_item take() {
     const work_item item = items_[first_];
