@@ -21,6 +21,7 @@
 #include "camera/visca_thread.h"
 #include "http/routes.h"
 #include "power_board/power_board.h"
+#include "recorder/recorder.h"
 #include "store/settings.h"
 
 namespace {
@@ -79,6 +80,7 @@ int run_unit(bool advanced) {
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);
+  close_recorder();
   orb_power_board_destroy(&power_board);
   return 0;
 }
@@ -101,6 +103,7 @@ int main(int, char** arguments) {
   orb_create_focus_loop();
   orb_create_intensity_loop();
   orb_create_zoom_loop();
+  orb_create_recorder();
 
   if (orb_application_init(&application, arguments[0]) != 0) return 1;
   block_signals(false);

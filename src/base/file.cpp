@@ -33,6 +33,36 @@ bool write_all(int fd, std::string_view data) {
   return true;
 }
 
+bool replace_file(const char* path, const char* temporary, std::string_view data, flushed flush) {
+  unlink(temporary);
+  unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  if (!fd) return false;
+  bool written = write_all(fd.get(), data);
+  if (flush == flushed::yes) written = written && fsync(fd.get()) == 0;
+  fd.reset();
+  if (!written || rename(temporary, path) != 0) {
+    unlink(temporary);
+    return false;
+  }
+  return flush == flushed::no || flush_folder_of(path);
+}
+
+bool replace_file(const std::string& path, std::string_view data) {
+  return replace_file(path.c_str(), (path + ".new").c_str(), data, flushed::yes);
+}
+
+std::optional<std::string> read_first_line(const char* path, size_t limit) {
+  const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd) return std::nullopt;
+  std::string line(limit, '\0');
+  const ssize_t count = read(fd.get(), line.data(), limit);
+  if (count < 0) return std::nullopt;
+  line.resize(static_cast<size_t>(count));
+  const size_t end = line.find('\n');
+  if (end != std::string::npos) line.resize(end + 1);
+  return line;
+}
+
 bool flush_folder_of(const char* path) {
   const std::string file = path;
   const std::string folder = file.substr(0, file.find_last_of('/') + 1);

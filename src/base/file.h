@@ -44,5 +44,17 @@ std::optional<std::string> read_file(const char* path, size_t limit);
 // Writes all of `data`, over short writes and interruptions. False at the first error (errno tells).
 bool write_all(int fd, std::string_view data);
 
+// Writes `data` to the file `temporary` in the same folder and renames it over `path`, so that a reader, and
+// with `flushed` a power cut, sees the old content or the new, never a part. Two writers of one temporary
+// must take turns. False when it could not be written; `path` is then untouched.
+enum class flushed : bool { no, yes };
+bool replace_file(const char* path, const char* temporary, std::string_view data, flushed flush);
+
+// The same, flushed, with the temporary "PATH.new".
+bool replace_file(const std::string& path, std::string_view data);
+
+// The first line of a file with its newline, at most `limit` bytes; nothing when the file cannot be read.
+std::optional<std::string> read_first_line(const char* path, size_t limit);
+
 // Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
 bool flush_folder_of(const char* path);

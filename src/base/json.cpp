@@ -14,6 +14,7 @@
 namespace {
 
 constexpr size_t kFileLimit = 1 << 20;
+constexpr int kForm = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
 
 // A regular file to write, or nothing.
 unique_fd open_regular(const char* path) {
@@ -47,14 +48,23 @@ json_owner load_json_file(const char* path) {
 int save_json_file(const char* path, json_object* object) {
   const unique_fd fd = open_target(path);
   if (!fd) return -1;
-  constexpr int kForm = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
   // The folder each time: whether the file's name has ever reached the disk cannot be seen from here.
   const bool saved =
       json_object_to_fd(fd.get(), object, kForm) == 0 && fsync(fd.get()) == 0 && flush_folder_of(path);
   return saved ? 0 : -1;
 }
 
+bool replace_json_file(const std::string& path, json_object* object) {
+  const char* text = json_object_to_json_string_ext(object, kForm);
+  return text != nullptr && replace_file(path, text);
+}
+
 json_object* json_member(json_object* object, const char* key) {
   json_object* value = nullptr;
   return json_object_object_get_ex(object, key, &value) ? value : nullptr;
+}
+
+std::string json_text(json_object* object, const char* key) {
+  json_object* value = json_member(object, key);
+  return json_object_is_type(value, json_type_string) ? json_object_get_string(value) : "";
 }

@@ -4,6 +4,7 @@
 #include <json-c/json.h>
 
 #include <memory>
+#include <string>
 
 struct json_releaser {
   void operator()(json_object* object) const { json_object_put(object); }
@@ -19,5 +20,12 @@ json_owner load_json_file(const char* path);
 // undefined.
 int save_json_file(const char* path, json_object* object);
 
+// The same form, written beside the file and renamed over it: the content is the old or the new one at any
+// moment, also after a power cut. False when it could not be written.
+bool replace_json_file(const std::string& path, json_object* object);
+
 // The member `key`, or null when `object` is no object, the key is missing or its value is null. Borrowed.
 json_object* json_member(json_object* object, const char* key);
+
+// The member `key` as a text, "" when it is none.
+std::string json_text(json_object* object, const char* key);

@@ -17,6 +17,20 @@ inline constexpr char kSettingsFolder[] = "/home/orb/nv";
 inline constexpr char kSettingsFile0[] = "/home/orb/nv/nv00.json";
 inline constexpr char kSettingsFile1[] = "/home/orb/nv/nv01.json";
 
+// Takes. The internal store holds what is being recorded, the USB store what is finished.
+inline constexpr char kVideos[] = "/home/orb/Videos";
+inline constexpr char kInternalTakes[] = "/home/orb/ApiVideos";
+inline constexpr char kUsbTakes[] = "/media/usb99/ApiVideos";
+inline constexpr char kTakeGuid[] = "/home/orb/ApiVideos/guid";
+inline constexpr char kSaveTimes[] = "/home/orb/ApiVideos/save_times";
+inline constexpr char kImageNotes[] = "/home/orb/ApiVideos/image_notes";
+inline constexpr char kVideoNote[] = "/tmp/video_note";  // waits for the next take
+
+// Programs that are run.
+inline constexpr char kFfmpeg[] = "/bin/ffmpeg";
+inline constexpr char kFfprobe[] = "/bin/ffprobe";
+inline constexpr char kShell[] = "/bin/sh";
+
 // Current values, mirrored for other local programs.
 inline constexpr char kIntensity[] = "/tmp/intensity";
 inline constexpr char kLighting[] = "/tmp/lighting";
@@ -32,6 +46,7 @@ namespace addresses {
 inline constexpr unsigned short kApiPort = 60102;
 inline constexpr char kCamera[] = "192.168.0.127";
 inline constexpr unsigned short kCameraPort = 1000;  // VISCA over TCP
+inline constexpr unsigned short kEncoderRtspPort = 554;
 inline constexpr char kRedis[] = "127.0.0.1";
 inline constexpr int kRedisPort = 6379;
 

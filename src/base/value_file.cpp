@@ -34,16 +34,8 @@ bool write_value_file(const char* path, int value) {
   return write_value_file(path, text);
 }
 
-// Written beside the file and renamed over it: truncating in place would let a reader see an empty file.
 bool write_value_file(const char* path, const char* word) {
   char temporary[128];
   snprintf(temporary, sizeof temporary, "%s.%d", path, gettid());
-  unlink(temporary);
-  unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-  if (!fd) return false;
-  const bool written = write_all(fd.get(), word);
-  fd.reset();
-  if (written && rename(temporary, path) == 0) return true;
-  unlink(temporary);
-  return false;
+  return replace_file(path, temporary, word, flushed::no);
 }

@@ -9,6 +9,7 @@
 #include "camera/visca_thread.h"
 #include "power_board/api.h"
 #include "power_board/lighting.h"
+#include "recorder/api.h"
 
 namespace {
 
@@ -24,6 +25,15 @@ constexpr http_route_row kRoutes[] = {
     {"GET", "/api/1.0/camera/focus", api_get_camera_focus, &visca_thread_data},
     {"GET", "/api/1.0/camera", api_get_camera, &visca_thread_data},
     {"POST", "/api/1.0/camera", api_post_camera, &visca_thread_data},
+
+    {"GET", "/api/setup/title", get_title, nullptr},
+    {"PUT", "/api/setup/title", put_title, nullptr},
+    {"GET", "/api/setup/flow_direction", get_flow_direction, nullptr},
+    {"PUT", "/api/setup/flow_direction", put_flow_direction, nullptr},
+    {"GET", "/api/setup/operator_id", get_operator_id, nullptr},
+    {"PUT", "/api/setup/operator_id", put_operator_id, nullptr},
+    {"GET", "/api/setup/filename", get_filename, nullptr},
+    {"PUT", "/api/setup/filename", put_filename, nullptr},
 
     {"GET", "/api/led/mode", get_led_mode, nullptr},
     {"PUT", "/api/led/mode", put_led_mode, nullptr},
@@ -78,6 +88,11 @@ constexpr http_route_row kRoutes[] = {
     {"PUT", "/api/camera/ir_filter", put_ir_filter, nullptr},
     {"GET", "/api/camera/defog", get_defog, nullptr},
     {"PUT", "/api/camera/defog", put_defog, nullptr},
+
+    {"POST", "/api/camera/recorder/start", post_recorder_start, nullptr},
+    {"POST", "/api/camera/recorder/stop", post_recorder_stop, nullptr},
+    {"POST", "/api/camera/recorder/pause", post_recorder_pause, nullptr},
+    {"POST", "/api/camera/recorder/resume", post_recorder_resume, nullptr},
 
     {"GET", "/api/laser/status", get_laser_status, nullptr},
     {"GET", "/api/laser/distance", get_laser_distance, nullptr},

@@ -1,0 +1,111 @@
+#include "base/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "base/clock.h"
+#include "base/paths.h"
+
+namespace {
+
+// In the child, between fork and exec: only what POSIX allows there (async-signal-safe calls).
+[[noreturn]] void become(const child_command& command, pid_t parent, int input, int report) {
+  prctl(PR_SET_PDEATHSIG, command.death_signal);
+  // The parent may have ended before the death signal was set.
+  if (command.death_signal != 0 && getppid() != parent) _exit(1);
+  dup2(input, STDIN_FILENO);
+  if (command.output >= 0) dup2(command.output, STDOUT_FILENO);
+  struct sigaction standard {};
+  standard.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) sigaction(number, &standard, nullptr);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execv(command.program, const_cast<char* const*>(command.arguments));
+  const int error = errno;
+  [[maybe_unused]] const ssize_t told = write(report, &error, sizeof error);
+  _exit(127);
+}
+
+bool make_pipe(unique_fd* reader, unique_fd* writer) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  reader->reset(ends[0]);
+  writer->reset(ends[1]);
+  return true;
+}
+
+// Everything that comes until the other end is closed; the first `limit` bytes are kept.
+std::string read_to_end(int fd, size_t limit) {
+  std::string kept;
+  char block[512];
+  for (;;) {
+    const ssize_t count = read(fd, block, sizeof block);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return kept;
+    kept.append(block, static_cast<size_t>(count));
+    if (kept.size() > limit) kept.resize(limit);
+  }
+}
+
+}  // namespace
+
+int start_child(const child_command& command, child_process* child) {
+  const unique_fd input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  unique_fd report;
+  if (!input || !make_pipe(&child->exec_report, &report)) return errno;
+  const pid_t parent = getpid();
+  child->pid = fork();
+  if (child->pid < 0) return errno;
+  if (child->pid == 0) become(command, parent, input.get(), report.get());
+  return 0;
+}
+
+int exec_error(const child_process& child) {
+  int error = 0;
+  while (read(child.exec_report.get(), &error, sizeof error) < 0 && errno == EINTR) continue;
+  return error;
+}
+
+bool await_end(int pidfd, int timeout_ms) {
+  const int64_t deadline = monotonic_ns() + timeout_ms * kNanosecondsPerMillisecond;
+  pollfd watched{.fd = pidfd, .events = POLLIN, .revents = 0};
+  for (;;) {
+    const int64_t left_ms = (deadline - monotonic_ns()) / kNanosecondsPerMillisecond;
+    const int ready = poll(&watched, 1, left_ms < 0 ? 0 : static_cast<int>(left_ms));
+    if (ready > 0) return true;
+    if (ready == 0 || errno != EINTR) return false;
+  }
+}
+
+std::string shell_first_line(const std::string& command, size_t limit) {
+  const char* const arguments[] = {"sh", "-c", command.c_str(), nullptr};
+  unique_fd reader;
+  unique_fd writer;
+  child_process child;
+  if (!make_pipe(&reader, &writer)) return "";
+  if (start_child({.program = paths::kShell, .arguments = arguments, .output = writer.get()}, &child) != 0)
+    return "";
+  writer.reset();
+  std::string output = read_to_end(reader.get(), limit);
+  while (waitpid(child.pid, nullptr, 0) < 0 && errno == EINTR) continue;
+  output.resize(std::min(output.size(), output.find('\n')));
+  return output;
+}
+
+std::string shell_quoted(std::string_view text) {
+  std::string quoted = "'";
+  for (const char c : text) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
+  }
+  return quoted + "'";
+}

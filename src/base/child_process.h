@@ -1,0 +1,37 @@
+// Child processes: all is prepared before fork, the child only sets itself up and becomes the program. Every
+// descriptor of the daemon is close-on-exec; the child reads /dev/null, has default signal dispositions and
+// no blocked signals.
+#pragma once
+
+#include <string>
+
+#include "base/file.h"
+
+struct child_command {
+  const char* program = nullptr;           // its path
+  const char* const* arguments = nullptr;  // the first one too; a null pointer ends them
+  int output = -1;                         // becomes its standard output; -1: what the daemon's is
+  int death_signal = 0;                    // sent to it when the thread that started it ends; 0 none
+};
+
+struct child_process {
+  pid_t pid = -1;
+  unique_fd exec_report;  // of an exec that fails
+};
+
+// Starts the command; the caller reaps it. Returns 0, or the error number of what failed.
+int start_child(const child_command& command, child_process* child);
+
+// Waits until the program runs (well below a millisecond): 0, or exec's error number; the child has ended
+// then.
+int exec_error(const child_process& child);
+
+// Waits until the process behind a pidfd has ended; false after `timeout_ms`. It need not be a child.
+bool await_end(int pidfd, int timeout_ms);
+
+// Runs a shell command to its end, and gives the first line that it prints, without its newline and at most
+// `limit` bytes.
+std::string shell_first_line(const std::string& command, size_t limit);
+
+// `text` as one word of a shell command, whatever it holds.
+std::string shell_quoted(std::string_view text);

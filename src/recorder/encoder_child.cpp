@@ -1,0 +1,111 @@
+#include "recorder/encoder_child.h"
+
+#include <dirent.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+// The header of this C library does not say so itself.
+extern "C" {
+#include <sys/pidfd.h>
+}
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+#include "app/trace.h"
+#include "base/paths.h"
+
+namespace {
+
+constexpr int kObeys_ms = 2000;
+constexpr int kGivesUp_ms = 10'000;
+
+struct folder_closer {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+
+// Calls `visit` with the number that each name in a folder of /proc begins with.
+void for_each_number(const std::string& folder, const std::function<void(int number)>& visit) {
+  const std::unique_ptr<DIR, folder_closer> opened(opendir(folder.c_str()));
+  if (!opened) return;
+  while (const dirent* entry = readdir(opened.get())) {
+    char* end = nullptr;
+    const long number = strtol(entry->d_name, &end, 10);
+    if (end != entry->d_name && *end == '\0') visit(static_cast<int>(number));
+  }
+}
+
+std::string descriptors_of(pid_t pid) { return "/proc/" + std::to_string(pid) + "/fd"; }
+
+bool is_encoder_connection(int fd) {
+  sockaddr_in peer{};
+  socklen_t size = sizeof peer;
+  return getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) == 0 && peer.sin_family == AF_INET &&
+         ntohs(peer.sin_port) == addresses::kEncoderRtspPort;
+}
+
+void shut_encoder_connection(pid_t pid, int pidfd) {
+  for_each_number(descriptors_of(pid), [&](int number) {
+    struct stat info {};
+    const std::string path = descriptors_of(pid) + "/" + std::to_string(number);
+    if (stat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode)) return;
+    const unique_fd copy(pidfd_getfd(pidfd, number, 0));
+    if (copy && is_encoder_connection(copy.get())) shutdown(copy.get(), SHUT_RDWR);
+  });
+}
+
+void await_end_or_kill(pid_t pid, int pidfd) {
+  if (await_end(pidfd, kObeys_ms)) return;
+  trace(kTraceRecorder, "encoder silent %d", pid);
+  shut_encoder_connection(pid, pidfd);
+  if (await_end(pidfd, kGivesUp_ms)) return;
+  trace(kTraceRecorder, "kill %d", pid);
+  pidfd_send_signal(pidfd, SIGKILL, nullptr, 0);
+  await_end(pidfd, kGivesUp_ms);
+}
+
+// Whether process `pid` has `path` open for writing: a descriptor's link shows its mode.
+bool writes_to(pid_t pid, const std::string& path) {
+  bool found = false;
+  struct stat wanted {};
+  if (stat(path.c_str(), &wanted) != 0) return false;
+  for_each_number(descriptors_of(pid), [&](int number) {
+    struct stat link {};
+    struct stat open {};
+    const std::string entry = descriptors_of(pid) + "/" + std::to_string(number);
+    if (lstat(entry.c_str(), &link) != 0 || (link.st_mode & S_IWUSR) == 0) return;
+    if (stat(entry.c_str(), &open) != 0) return;
+    if (open.st_dev == wanted.st_dev && open.st_ino == wanted.st_ino) found = true;
+  });
+  return found;
+}
+
+}  // namespace
+
+int start_ffmpeg(const std::string& path, child_process* child) {
+  const std::string url = std::string("rtsp://") + addresses::kCamera + "/vx-1.mp4";
+  // "-y" stands in the place of the program's name, so ffmpeg never sees it: it does not overwrite a file.
+  const char* const arguments[] = {"-y", "-i", url.c_str(), "-vcodec", "copy", path.c_str(), nullptr};
+  return start_child({.program = paths::kFfmpeg, .arguments = arguments, .death_signal = SIGTERM}, child);
+}
+
+void await_ffmpeg_end(pid_t pid) {
+  const unique_fd pidfd(pidfd_open(pid, 0));
+  if (pidfd) await_end_or_kill(pid, pidfd.get());
+}
+
+void end_writers(const std::string& path) {
+  for_each_number("/proc", [&](int pid) {
+    if (pid == getpid() || !writes_to(pid, path)) return;
+    const unique_fd pidfd(pidfd_open(pid, 0));
+    // Looked at again, now that the number cannot become another process's.
+    if (!pidfd || !writes_to(pid, path)) return;
+    trace(kTraceRecorder, "take held by %d", pid);
+    pidfd_send_signal(pidfd.get(), SIGCONT, nullptr, 0);
+    await_end_or_kill(pid, pidfd.get());
+  });
+}

@@ -1,0 +1,89 @@
+// What the recorder's sources share.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <string>
+
+#include "base/mutex.h"
+#include "recorder/recorder.h"
+#include "recorder/take.h"
+
+inline constexpr int kWatchdog_ms = 30'000;
+
+// What the recorder is at. A start takes it from idle without ever waiting.
+enum class recorder_stage {
+  starting,  // what was interrupted is being completed
+  idle,
+  preparing,             // a start writes its take's files
+  take_requested,        // of the worker
+  completion_requested,  // of the worker: a take that still waits
+  working,               // the worker records or completes
+};
+
+// Why a take is stopped, as traced.
+inline constexpr int kStopByRequest = 1;
+inline constexpr int kStopByWatchdog = 2;
+inline constexpr int kStopByLowSpace = 3;
+
+struct recorder_texts {
+  char title[kRecorderTextSize] = "";
+  char operator_id[kRecorderTextSize] = "";
+  char flow_direction[kFlowDirectionSize] = "";
+  char filename[kRecorderTextSize] = "";
+  char model_name[16] = "";
+  char serial_number[16] = "";
+};
+
+struct recorder_state {
+  mutex stage_lock;
+  condition stage_changed;
+  recorder_stage stage GUARDED_BY(stage_lock) = recorder_stage::starting;
+
+  std::atomic<int> recording = 0;
+  std::atomic<int> paused = 0;
+  std::atomic<int> post_processing = 0;  // set before `recording` is cleared, so that no gap looks idle
+  std::atomic<int> error = 0;            // the last start failed
+  std::atomic<uint64_t> emmc_kb = 0;
+  std::atomic<uint64_t> usb_kb = 0;
+  std::atomic<uint32_t> save_delay_ms = 1000;
+
+  // Whoever clears `recording`, sends the child its one SIGTERM; pause and resume signal under the same lock,
+  // or a late SIGSTOP would cost the take.
+  mutex child_lock;
+  pid_t child_pid GUARDED_BY(child_lock) = -1;  // -1 when there is none to be reaped
+  bool is_closed GUARDED_BY(child_lock) = false;
+
+  mutex watchdog_lock;
+  int watchdog_ms GUARDED_BY(watchdog_lock) = 0;
+
+  mutex texts_lock;
+  recorder_texts texts GUARDED_BY(texts_lock);
+};
+
+extern recorder_state recorder;
+
+// Free space of a store in KiB, 0 (traced) when it cannot be read.
+uint64_t free_kb(const char* folder);
+void measure_stores();
+
+// Clears `recording` and asks the child to end. False when nothing was recorded.
+bool stop_take(int reason);
+
+// Completes the take that a guid file names: caption, copy, description, and the end of guid and internal
+// file. `start_up`: the take was interrupted; its stills are those that it lists. False when the take still
+// waits. Recording worker.
+bool complete_take(const char* guid_path, bool start_up);
+
+void set_post_processing(int value);
+
+// The recording worker's thread.
+void* recording_worker(void*);
+
+// One look at a running take, every 0.1 s: the reason to stop it, or 0.
+struct take_watch {
+  std::string path;  // of the internal file
+  int ticks = 0;     // since the stores were last looked at
+};
+int watch_take(take_watch& watch);

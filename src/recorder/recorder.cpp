@@ -1,0 +1,296 @@
+#include "recorder/recorder.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "base/json.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "base/thread.h"
+#include "recorder/internal.h"
+#include "store/settings.h"
+
+constinit recorder_state recorder;
+
+namespace {
+
+// KiB that a start needs.
+constexpr uint64_t kStartEmmc_kb = 80'000;
+constexpr uint64_t kStartUsb_kb = 100'000;
+
+constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
+constexpr size_t kNoteLimit = 511;
+constexpr uint32_t kLongestSaveDelay_ms = 5000;
+constexpr char kNamelessTake[] = "ORB";
+
+constexpr int64_t kCloseStep_ms = 10;
+constexpr int kCloseSteps = 1500;
+
+void make_folder(const char* path) {
+  if (mkdir(path, 0755) == 0) trace(kTraceRecorder, "create '%s'", path);
+}
+
+template <size_t Size>
+void load_setting(uint32_t index, char (&text)[Size]) {
+  orb_read_nv(index, text, Size - 1);  // the store's fields need not end with a zero; ours is longer
+}
+
+template <size_t Size>
+void load_config_text(json_object* config, const char* key, char (&text)[Size]) {
+  copy_text(text, Size, json_text(config, key));
+}
+
+void load_texts() {
+  const json_owner config = load_json_file(paths::kSystemConfig);
+  recorder_texts texts;
+  load_setting(kSettingOperatorId, texts.operator_id);
+  load_setting(kSettingTitle, texts.title);
+  load_setting(kSettingFlowDirection, texts.flow_direction);
+  copy_text(texts.filename, sizeof texts.filename, texts.title);
+  load_config_text(config.get(), "model_name", texts.model_name);
+  load_config_text(config.get(), "serial_number", texts.serial_number);
+  const mutex_lock lock(recorder.texts_lock);
+  // The API runs already: a name that it was given stands.
+  if (recorder.texts.filename[0] != '\0')
+    copy_text(texts.filename, sizeof texts.filename, recorder.texts.filename);
+  recorder.texts = texts;
+}
+
+bool change_stage(recorder_stage from, recorder_stage to) {
+  const mutex_lock lock(recorder.stage_lock);
+  if (recorder.stage != from) return false;
+  recorder.stage = to;
+  recorder.stage_changed.signal();
+  return true;
+}
+
+bool is_closed() {
+  const mutex_lock lock(recorder.child_lock);
+  return recorder.is_closed;
+}
+
+bool exists(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0;
+}
+
+bool has_room() {
+  measure_stores();
+  const uint64_t emmc = recorder.emmc_kb;
+  const uint64_t usb = recorder.usb_kb;
+  trace(kTraceRecorder, "start %ld %ld", static_cast<long>(emmc), static_cast<long>(usb));
+  return emmc >= kStartEmmc_kb && usb >= kStartUsb_kb;
+}
+
+// The note that waits for the next take; it is taken away.
+std::string take_video_note() {
+  std::string note = read_first_line(paths::kVideoNote, kNoteLimit).value_or("");
+  remove(paths::kVideoNote);
+  if (is_utf8(note)) return note;
+  for (char& c : note) {
+    if ((c & 0x80) != 0) c = '?';
+  }
+  return note;
+}
+
+// Moves the start time on until no file of another take has the name.
+void choose_start_time(take* t) {
+  for (int k = 0;; ++k) {
+    t->start_time = start_time_text(k);
+    if (!exists(usb_take_path(*t)) && !exists(internal_take_path(*t))) return;
+    trace(kTraceRecorder, "start dup adjust %d", k);
+  }
+}
+
+take next_take() {
+  take t;
+  {
+    const mutex_lock lock(recorder.texts_lock);
+    const recorder_texts& texts = recorder.texts;
+    t.name = texts.filename[0] != '\0'      ? texts.filename
+             : texts.operator_id[0] != '\0' ? texts.operator_id
+                                            : kNamelessTake;
+    t.asset_id = texts.title;
+  }
+  choose_start_time(&t);
+  t.guid = make_guid();
+  t.note = take_video_note();
+  return t;
+}
+
+// Description, then guid: a guid always has its description.
+bool store_take(const take& t) {
+  if (!save_description(t, "", json_owner(json_object_new_array()))) return false;
+  if (!replace_file(paths::kTakeGuid, t.guid)) return false;
+  trace(kTraceRecorder, "store guid file");
+  replace_file(paths::kSaveTimes, "");
+  replace_file(paths::kImageNotes, "");
+  return true;
+}
+
+void signal_child(int number) REQUIRES(recorder.child_lock) {
+  if (recorder.child_pid > 0) kill(recorder.child_pid, number);
+}
+
+template <size_t Size>
+void load_text(char (recorder_texts::*member)[Size], char* text, size_t size) {
+  const mutex_lock lock(recorder.texts_lock);
+  copy_text(text, size, recorder.texts.*member);
+}
+
+// The copy that was stored, for the settings, which are saved without the lock.
+template <size_t Size>
+recorder_texts set_text(char (recorder_texts::*member)[Size], const char* text) {
+  const mutex_lock lock(recorder.texts_lock);
+  char(&field)[Size] = recorder.texts.*member;
+  memset(field, 0, Size);
+  copy_text(field, Size, text);
+  return recorder.texts;
+}
+
+}  // namespace
+
+uint64_t free_kb(const char* folder) {
+  struct statvfs info {};
+  if (statvfs(folder, &info) != 0) {
+    trace(kTraceRecorder, "path error %d '%s'", errno, strerror(errno));
+    return 0;
+  }
+  return uint64_t{info.f_frsize / 1024} * info.f_bavail;
+}
+
+void measure_stores() {
+  recorder.emmc_kb = free_kb(paths::kInternalTakes);
+  recorder.usb_kb = free_kb(paths::kUsbTakes);
+}
+
+bool stop_take(int reason) {
+  const mutex_lock lock(recorder.child_lock);
+  if (recorder.recording == 0) return false;
+  trace(kTraceRecorder, "stop %d", reason);
+  recorder.post_processing = 1;
+  recorder.recording = 0;
+  recorder.paused = 0;
+  recorder.error = 0;
+  signal_child(SIGTERM);
+  signal_child(SIGCONT);  // a stopped ffmpeg sees the SIGTERM only then
+  return true;
+}
+
+void orb_create_recorder() {
+  make_folder(paths::kVideos);
+  make_folder(paths::kInternalTakes);
+  make_folder(paths::kUsbTakes);
+  measure_stores();
+  load_texts();
+  start_detached_thread("recorder", recording_worker, nullptr);
+}
+
+void close_recorder() {
+  {
+    const mutex_lock lock(recorder.child_lock);
+    recorder.is_closed = true;
+  }
+  stop_take(kStopByRequest);
+  for (int step = 0; step < kCloseSteps; ++step) {
+    {
+      const mutex_lock lock(recorder.child_lock);
+      if (recorder.child_pid < 0) return;
+    }
+    sleep_ms(kCloseStep_ms);
+  }
+}
+
+int orb_start_recorder() {
+  if (recorder.recording != 0 || recorder.post_processing != 0 || is_closed()) return -1;
+  if (!change_stage(recorder_stage::idle, recorder_stage::preparing)) return -1;
+  if (exists(paths::kTakeGuid)) {
+    change_stage(recorder_stage::preparing, recorder_stage::completion_requested);
+    return -1;
+  }
+  if (!has_room()) {
+    change_stage(recorder_stage::preparing, recorder_stage::idle);
+  } else if (store_take(next_take())) {
+    change_stage(recorder_stage::preparing, recorder_stage::take_requested);
+    sleep_ms(kStartWait_ms);
+  }
+  // A take that cannot be described leaves the recorder in its preparation: no take starts until the next
+  // start of the daemon. On purpose.
+  return recorder.error == 0 && recorder.recording != 0 ? 0 : -1;
+}
+
+int orb_stop_recorder() { return stop_take(kStopByRequest) ? 0 : -1; }
+
+int orb_pause_recorder() {
+  const mutex_lock lock(recorder.child_lock);
+  if (recorder.recording == 0 || recorder.paused != 0) return -1;
+  trace(kTraceRecorder, "pause");
+  signal_child(SIGSTOP);
+  recorder.paused = 1;
+  return 0;
+}
+
+int orb_resume_recorder() {
+  const mutex_lock lock(recorder.child_lock);
+  if (recorder.recording == 0 || recorder.paused == 0) return -1;
+  trace(kTraceRecorder, "resume");
+  signal_child(SIGCONT);
+  recorder.paused = 0;
+  return 0;
+}
+
+void orb_service_recorder_watchdog() {
+  const mutex_lock lock(recorder.watchdog_lock);
+  recorder.watchdog_ms = kWatchdog_ms;
+}
+
+int orb_get_recorder_recording() { return recorder.recording; }
+int orb_get_recorder_paused() { return recorder.paused; }
+int orb_get_recorder_post_processing() { return recorder.post_processing; }
+uint64_t orb_get_recorder_emmc_kb() { return recorder.emmc_kb; }
+uint64_t orb_get_recorder_usb_kb() { return recorder.usb_kb; }
+
+void orb_load_recorder_title(char* text, size_t size) { load_text(&recorder_texts::title, text, size); }
+
+void orb_load_recorder_flow_direction(char* text, size_t size) {
+  load_text(&recorder_texts::flow_direction, text, size);
+}
+
+void orb_load_recorder_operator_id(char* text, size_t size) {
+  load_text(&recorder_texts::operator_id, text, size);
+}
+
+void orb_load_recorder_filename(char* text, size_t size) { load_text(&recorder_texts::filename, text, size); }
+
+// Each of these hands the store all of its own field: the store keeps what its field takes.
+void orb_set_recorder_title(const char* text) {
+  const recorder_texts texts = set_text(&recorder_texts::title, text);
+  orb_write_nv(kSettingTitle, texts.title, sizeof texts.title);
+}
+
+void orb_set_recorder_flow_direction(const char* text) {
+  const recorder_texts texts = set_text(&recorder_texts::flow_direction, text);
+  orb_write_nv(kSettingFlowDirection, texts.flow_direction, sizeof texts.flow_direction);
+}
+
+void orb_set_recorder_operator_id(const char* text) {
+  const recorder_texts texts = set_text(&recorder_texts::operator_id, text);
+  orb_write_nv(kSettingOperatorId, texts.operator_id, sizeof texts.operator_id);
+}
+
+void orb_set_recorder_filename(const char* text) { set_text(&recorder_texts::filename, text); }
+
+uint32_t orb_get_recorder_save_delay() { return recorder.save_delay_ms; }
+
+int orb_set_recorder_save_delay(uint32_t delay_ms) {
+  if (delay_ms > kLongestSaveDelay_ms) return -1;
+  recorder.save_delay_ms = delay_ms;
+  return 0;
+}

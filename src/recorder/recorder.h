@@ -1,0 +1,62 @@
+// The recorder: takes of the camera's stream, written by ffmpeg as a child process to the internal store and,
+// when a take has ended, completed on the USB store. One take at a time. All operations may be called on any
+// thread, and none waits but for a store's writes; what takes long is done by the recording worker.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Sizes of the texts, with their terminating zero.
+inline constexpr size_t kRecorderTextSize = 81;  // title, operator id, file name
+inline constexpr size_t kFlowDirectionSize = 32;
+
+// Makes the stores' folders, loads the texts and starts the recording worker, which first completes what a
+// power cut has interrupted. Called once, at start-up; takes can be started when that has ended.
+void orb_create_recorder();
+
+// Ends a running take and waits, at most 15 s, until its ffmpeg has ended: the process may exit then, and the
+// next start completes the take. No take is started any more. Main thread.
+void close_recorder();
+
+// Starts a take. 0 when it records; -1 when the recorder is busy, a take still awaits its completion (which
+// this triggers), the stores are too full (80,000 KiB internal and 100,000 KiB USB are needed), or ffmpeg is
+// slow to start (the take records then all the same).
+int orb_start_recorder();
+
+// Ends the take; -1 when there is none.
+int orb_stop_recorder();
+
+// The take goes on without its picture: the stream is not read. -1 unless it records and is not paused.
+int orb_pause_recorder();
+
+// -1 unless it records and is paused.
+int orb_resume_recorder();
+
+// The controller lives: a take that nobody serves for 30 s is ended.
+void orb_service_recorder_watchdog();
+
+int orb_get_recorder_recording();
+int orb_get_recorder_paused();
+
+// 0, or while a take is being completed 1 to 100: percent copied.
+int orb_get_recorder_post_processing();
+
+// Free space as last measured, in KiB; the USB store's less the running take.
+uint64_t orb_get_recorder_emmc_kb();
+uint64_t orb_get_recorder_usb_kb();
+
+// Texts for the next takes. A load cuts to size - 1 characters. Title, flow direction and operator id are
+// settings; the store's fields are smaller than ours, so a title longer than 41 characters is whole until the
+// next start and comes back cut: on purpose. The file name is the title until it is set.
+void orb_load_recorder_title(char* text, size_t size);
+void orb_load_recorder_flow_direction(char* text, size_t size);
+void orb_load_recorder_operator_id(char* text, size_t size);
+void orb_load_recorder_filename(char* text, size_t size);
+void orb_set_recorder_title(const char* text);
+void orb_set_recorder_flow_direction(const char* text);
+void orb_set_recorder_operator_id(const char* text);
+void orb_set_recorder_filename(const char* text);
+
+// How long after its request a still is cut, in ms. -1, and no change, above 5000.
+uint32_t orb_get_recorder_save_delay();
+int orb_set_recorder_save_delay(uint32_t delay_ms);

@@ -1,0 +1,100 @@
+#include "recorder/take.h"
+
+#include <uuid/uuid.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "base/file.h"
+#include "base/paths.h"
+
+namespace {
+
+constexpr char kFolderInDescription[] = "/ApiVideos";
+
+// Hexadecimal digits and hyphens: it becomes part of a path.
+bool is_guid(const std::string& text) {
+  return text.size() == kGuidLength && text.find_first_not_of("0123456789abcdefABCDEF-") == std::string::npos;
+}
+
+bool is_unfit(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || strchr("/\\:*?\"<>|", c) != nullptr;
+}
+
+std::string path_in(const char* folder, const std::string& name) { return std::string(folder) + "/" + name; }
+
+void add_text(json_object* object, const char* key, const std::string& text) {
+  json_object_object_add(object, key, json_object_new_string(text.c_str()));
+}
+
+}  // namespace
+
+std::string take_file_name(const take& t, const char* extension) {
+  std::string name = t.name + "_" + t.start_time + "." + extension;
+  for (char& c : name) {
+    if (is_unfit(c)) c = '_';
+  }
+  return name;
+}
+
+std::string internal_take_path(const take& t) {
+  return path_in(paths::kInternalTakes, take_file_name(t, "mp4"));
+}
+
+std::string usb_take_path(const take& t) { return path_in(paths::kUsbTakes, take_file_name(t, "mp4")); }
+
+std::string caption_path(const take& t) { return path_in(paths::kUsbTakes, take_file_name(t, "vtt")); }
+
+std::string description_path(const std::string& guid) { return path_in(paths::kUsbTakes, guid + ".json"); }
+
+std::string read_guid(const char* path) {
+  const std::string text = read_first_line(path, kGuidLength).value_or("");
+  return is_guid(text) ? text : "";
+}
+
+json_owner take_file_entry(const std::string& name) {
+  json_owner entry(json_object_new_object());
+  add_text(entry.get(), "path", kFolderInDescription);
+  add_text(entry.get(), "name", name);
+  return entry;
+}
+
+bool save_description(const take& t, const std::string& duration, json_owner files) {
+  const json_owner description(json_object_new_object());
+  if (!description || !files) return false;
+  add_text(description.get(), "id", t.guid);
+  add_text(description.get(), "name", t.name);
+  add_text(description.get(), "asset_id", t.asset_id);
+  add_text(description.get(), "start_time", t.start_time);
+  add_text(description.get(), "duration", duration);
+  json_object_object_add(description.get(), "files", files.release());
+  add_text(description.get(), "note", t.note);
+  return replace_json_file(description_path(t.guid), description.get());
+}
+
+json_owner load_description(const std::string& guid, take* t) {
+  json_owner description = load_json_file(description_path(guid).c_str());
+  t->guid = guid;
+  t->name = json_text(description.get(), "name");
+  t->asset_id = json_text(description.get(), "asset_id");
+  t->start_time = json_text(description.get(), "start_time");
+  t->note = json_text(description.get(), "note");
+  return description;
+}
+
+std::string make_guid() {
+  uuid_t id;
+  uuid_generate_time_safe(id);
+  char text[kGuidLength + 1];
+  uuid_unparse(id, text);
+  return text;
+}
+
+std::string start_time_text(int later_s) {
+  const time_t when = time(nullptr) + later_s;
+  tm local{};
+  localtime_r(&when, &local);
+  char text[32];
+  strftime(text, sizeof text, "%Y-%m-%d-%H-%M-%S", &local);
+  return text;
+}

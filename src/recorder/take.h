@@ -1,0 +1,43 @@
+// A take and its files: the description, the guid file, and the names of picture and caption. Any thread.
+#pragma once
+
+#include <string>
+
+#include "base/json.h"
+
+inline constexpr size_t kGuidLength = 36;
+
+struct take {
+  std::string guid;
+  std::string name;        // as it was given
+  std::string asset_id;    // the recording title
+  std::string start_time;  // local, "2026-03-09-14-05-59"
+  std::string note;
+};
+
+// "NAME_START.EXTENSION"; what a file name on a vfat stick cannot hold becomes "_".
+std::string take_file_name(const take& t, const char* extension);
+
+std::string internal_take_path(const take& t);
+std::string usb_take_path(const take& t);
+std::string caption_path(const take& t);
+std::string description_path(const std::string& guid);
+
+// The guid in a guid file, "" when there is none.
+std::string read_guid(const char* path);
+
+// The entry of a description's "files".
+json_owner take_file_entry(const std::string& name);
+
+// Writes the description, whole or not at all. False when it could not be written.
+bool save_description(const take& t, const std::string& duration, json_owner files);
+
+// Fills the take of `guid` from its description, with "" for what is missing; returns the description, null
+// when it cannot be read.
+json_owner load_description(const std::string& guid, take* t);
+
+// A new time-based guid.
+std::string make_guid();
+
+// Local time, `later_s` from now, as a start time.
+std::string start_time_text(int later_s);

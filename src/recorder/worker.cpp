@@ -1,0 +1,204 @@
+// The recording worker: starts ffmpeg, watches the take, ends it and completes it.
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "base/paths.h"
+#include "recorder/encoder_child.h"
+#include "recorder/internal.h"
+
+namespace {
+
+constexpr int64_t kTick_ms = 100;
+constexpr int kTicksPerLook = 10;
+
+// KiB below which a take is ended.
+constexpr uint64_t kLowEmmc_kb = 10'000;
+constexpr uint64_t kLowUsb_kb = 30'000;
+
+constexpr char kSetAsidePrefix[] = "guid.";
+
+void set_stage(recorder_stage stage) {
+  const mutex_lock lock(recorder.stage_lock);
+  recorder.stage = stage;
+}
+
+// Waits for a start's request, and takes it.
+recorder_stage wait_for_request() {
+  const mutex_lock lock(recorder.stage_lock);
+  while (recorder.stage != recorder_stage::take_requested &&
+         recorder.stage != recorder_stage::completion_requested) {
+    recorder.stage_changed.wait(recorder.stage_lock);
+  }
+  const recorder_stage request = recorder.stage;
+  recorder.stage = recorder_stage::working;
+  return request;
+}
+
+std::string set_aside_path(const std::string& name) {
+  return std::string(paths::kInternalTakes) + "/" + name;
+}
+
+std::vector<std::string> names_set_aside() {
+  std::vector<std::string> names;
+  DIR* folder = opendir(paths::kInternalTakes);
+  if (folder == nullptr) return names;
+  while (const dirent* entry = readdir(folder)) {
+    const std::string name = entry->d_name;
+    if (name.starts_with(kSetAsidePrefix) && name != "guid.new") names.push_back(name);
+  }
+  closedir(folder);
+  return names;
+}
+
+// What was interrupted, and what was set aside since.
+void complete_waiting_takes() {
+  complete_take(paths::kTakeGuid, true);
+  for (const std::string& name : names_set_aside()) complete_take(set_aside_path(name).c_str(), true);
+}
+
+// A take that cannot be completed although the store is there does not keep the next ones from being
+// recorded: its guid goes aside, and every start of the daemon tries it again.
+void complete_again() {
+  if (complete_take(paths::kTakeGuid, true) || access(paths::kUsbTakes, W_OK) != 0) return;
+  const std::string guid = read_guid(paths::kTakeGuid);
+  const std::string aside = set_aside_path(kSetAsidePrefix + (guid.empty() ? "unreadable" : guid));
+  if (rename(paths::kTakeGuid, aside.c_str()) != 0) return;
+  flush_folder_of(paths::kTakeGuid);
+  trace(kTraceRecorder, "take set aside '%s'", guid.c_str());
+}
+
+// The internal file of the take that the guid file names, "" without one.
+std::string requested_path() {
+  take t;
+  const std::string guid = read_guid(paths::kTakeGuid);
+  if (guid.empty()) {
+    trace(kTraceRecorder, "no guid");
+    return "";
+  }
+  load_description(guid, &t);
+  return internal_take_path(t);
+}
+
+// Starts ffmpeg; from then on the take runs.
+bool begin_take(const std::string& path, child_process* child) {
+  const mutex_lock lock(recorder.child_lock);
+  if (recorder.is_closed || start_ffmpeg(path, child) != 0) return false;
+  recorder.child_pid = child->pid;
+  orb_service_recorder_watchdog();
+  recorder.error = 0;
+  recorder.recording = 1;
+  return true;
+}
+
+void watch_until_stopped(const std::string& path) {
+  take_watch watch{.path = path};
+  int64_t next = monotonic_ns();
+  while (recorder.recording != 0) {
+    next += kTick_ms * kNanosecondsPerMillisecond;
+    if (next < monotonic_ns()) next = monotonic_ns();  // what was missed is not made up for
+    sleep_until_ns(next);
+    if (recorder.recording == 0) break;
+    const int reason = watch_take(watch);
+    if (reason != 0) stop_take(reason);
+  }
+}
+
+void end_child() {
+  pid_t pid = -1;
+  {
+    const mutex_lock lock(recorder.child_lock);  // whoever cleared `recording` has sent its signals now
+    pid = recorder.child_pid;
+  }
+  await_ffmpeg_end(pid);
+  while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
+  const mutex_lock lock(recorder.child_lock);
+  recorder.child_pid = -1;
+}
+
+bool is_closed() {
+  const mutex_lock lock(recorder.child_lock);
+  return recorder.is_closed;
+}
+
+void record_take() {
+  trace(kTraceRecorder, "record starting");
+  const std::string path = requested_path();
+  child_process child;
+  if (path.empty() || !begin_take(path, &child)) {
+    trace(kTraceRecorder, "error");
+    recorder.error = 1;
+    if (!is_closed()) complete_take(paths::kTakeGuid, true);
+    return;
+  }
+  trace(kTraceRecorder, "started %d", child.pid);
+  if (const int error = exec_error(child)) trace(kTraceRecorder, "rerror %d '%s'", -1, strerror(error));
+  watch_until_stopped(path);
+  trace(kTraceRecorder, "record stopped");
+  end_child();
+  if (is_closed()) return;  // the next start completes it
+  complete_take(paths::kTakeGuid, false);
+  measure_stores();
+  trace(kTraceRecorder, "record end");
+}
+
+bool count_down_watchdog() {
+  const mutex_lock lock(recorder.watchdog_lock);
+  if (recorder.watchdog_ms <= 0) return false;
+  recorder.watchdog_ms -= static_cast<int>(kTick_ms);
+  return recorder.watchdog_ms < 1;
+}
+
+// In bytes; 0 (traced) when it cannot be told.
+uint64_t take_size(const std::string& path) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) == 0) return static_cast<uint64_t>(info.st_size);
+  trace(kTraceRecorder, "size error '%s' '%s'", path.c_str(), strerror(errno));
+  return 0;
+}
+
+bool is_space_low(const std::string& path) {
+  const uint64_t size = take_size(path);
+  const uint64_t emmc = free_kb(paths::kInternalTakes);
+  const uint64_t usb = free_kb(paths::kUsbTakes);
+  const uint64_t left = usb - std::min(usb, size / 1024);
+  recorder.emmc_kb = emmc;
+  recorder.usb_kb = left;
+  trace(kTraceRecorder, "active %ld %ld %ld", static_cast<long>(size), static_cast<long>(emmc),
+        static_cast<long>(left));
+  return emmc < kLowEmmc_kb || left < kLowUsb_kb;
+}
+
+}  // namespace
+
+int watch_take(take_watch& watch) {
+  if (count_down_watchdog()) return kStopByWatchdog;
+  if (++watch.ticks < kTicksPerLook) return 0;
+  watch.ticks = 0;
+  return is_space_low(watch.path) ? kStopByLowSpace : 0;
+}
+
+void* recording_worker(void*) {
+  complete_waiting_takes();
+  for (;;) {
+    set_stage(recorder_stage::idle);
+    if (wait_for_request() == recorder_stage::take_requested) {
+      record_take();
+    } else {
+      complete_again();
+    }
+    if (is_closed()) pause();
+  }
+}
