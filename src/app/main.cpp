@@ -80,8 +80,8 @@ int run_unit(bool advanced) {
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);
-  close_recorder();
   orb_power_board_destroy(&power_board);
+  close_recorder();
   return 0;
 }
 

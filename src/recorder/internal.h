@@ -68,6 +68,9 @@ extern recorder_state recorder;
 uint64_t free_kb(const char* folder);
 void measure_stores();
 
+// Whether the daemon is about to end.
+bool is_recorder_closed();
+
 // Clears `recording` and asks the child to end. False when nothing was recorded.
 bool stop_take(int reason);
 

@@ -71,11 +71,6 @@ bool change_stage(recorder_stage from, recorder_stage to) {
   return true;
 }
 
-bool is_closed() {
-  const mutex_lock lock(recorder.child_lock);
-  return recorder.is_closed;
-}
-
 bool exists(const std::string& path) {
   struct stat info {};
   return lstat(path.c_str(), &info) == 0;
@@ -100,6 +95,11 @@ std::string take_video_note() {
   return note;
 }
 
+recorder_texts copy_texts() {
+  const mutex_lock lock(recorder.texts_lock);
+  return recorder.texts;
+}
+
 // Moves the start time on until no file of another take has the name.
 void choose_start_time(take* t) {
   for (int k = 0;; ++k) {
@@ -110,25 +110,21 @@ void choose_start_time(take* t) {
 }
 
 take next_take() {
+  const recorder_texts texts = copy_texts();
   take t;
-  {
-    const mutex_lock lock(recorder.texts_lock);
-    const recorder_texts& texts = recorder.texts;
-    t.name = texts.filename[0] != '\0'      ? texts.filename
-             : texts.operator_id[0] != '\0' ? texts.operator_id
-                                            : kNamelessTake;
-    t.asset_id = texts.title;
-  }
+  t.name = texts.filename[0] != '\0'      ? texts.filename
+           : texts.operator_id[0] != '\0' ? texts.operator_id
+                                          : kNamelessTake;
+  t.asset_id = texts.title;
   choose_start_time(&t);
   t.guid = make_guid();
   t.note = take_video_note();
   return t;
 }
 
-// Description, then guid: a guid always has its description.
-bool store_take(const take& t) {
-  if (!save_description(t, "", json_owner(json_object_new_array()))) return false;
-  if (!replace_file(paths::kTakeGuid, t.guid)) return false;
+// The guid file comes last: a guid always has its description.
+bool store_guid(const std::string& guid) {
+  if (!replace_file(paths::kTakeGuid, guid)) return false;
   trace(kTraceRecorder, "store guid file");
   replace_file(paths::kSaveTimes, "");
   replace_file(paths::kImageNotes, "");
@@ -171,6 +167,11 @@ void measure_stores() {
   recorder.usb_kb = free_kb(paths::kUsbTakes);
 }
 
+bool is_recorder_closed() {
+  const mutex_lock lock(recorder.child_lock);
+  return recorder.is_closed;
+}
+
 bool stop_take(int reason) {
   const mutex_lock lock(recorder.child_lock);
   if (recorder.recording == 0) return false;
@@ -209,20 +210,23 @@ void close_recorder() {
 }
 
 int orb_start_recorder() {
-  if (recorder.recording != 0 || recorder.post_processing != 0 || is_closed()) return -1;
+  if (recorder.recording != 0 || recorder.post_processing != 0 || is_recorder_closed()) return -1;
   if (!change_stage(recorder_stage::idle, recorder_stage::preparing)) return -1;
   if (exists(paths::kTakeGuid)) {
     change_stage(recorder_stage::preparing, recorder_stage::completion_requested);
     return -1;
   }
-  if (!has_room()) {
+  const take t = has_room() ? next_take() : take{};
+  if (t.guid.empty()) {
     change_stage(recorder_stage::preparing, recorder_stage::idle);
-  } else if (store_take(next_take())) {
+  } else if (!save_description(t, "", json_owner(json_object_new_array()))) {
+    // The recorder stays in its preparation: no take starts until the next start of the daemon. On purpose.
+  } else if (!store_guid(t.guid)) {
+    change_stage(recorder_stage::preparing, recorder_stage::idle);
+  } else {
     change_stage(recorder_stage::preparing, recorder_stage::take_requested);
     sleep_ms(kStartWait_ms);
   }
-  // A take that cannot be described leaves the recorder in its preparation: no take starts until the next
-  // start of the daemon. On purpose.
   return recorder.error == 0 && recorder.recording != 0 ? 0 : -1;
 }
 

@@ -128,11 +128,6 @@ void end_child() {
   recorder.child_pid = -1;
 }
 
-bool is_closed() {
-  const mutex_lock lock(recorder.child_lock);
-  return recorder.is_closed;
-}
-
 void record_take() {
   trace(kTraceRecorder, "record starting");
   const std::string path = requested_path();
@@ -140,7 +135,7 @@ void record_take() {
   if (path.empty() || !begin_take(path, &child)) {
     trace(kTraceRecorder, "error");
     recorder.error = 1;
-    if (!is_closed()) complete_take(paths::kTakeGuid, true);
+    if (!is_recorder_closed()) complete_take(paths::kTakeGuid, true);
     return;
   }
   trace(kTraceRecorder, "started %d", child.pid);
@@ -148,7 +143,7 @@ void record_take() {
   watch_until_stopped(path);
   trace(kTraceRecorder, "record stopped");
   end_child();
-  if (is_closed()) return;  // the next start completes it
+  if (is_recorder_closed()) return;  // the next start completes it
   complete_take(paths::kTakeGuid, false);
   measure_stores();
   trace(kTraceRecorder, "record end");
@@ -199,6 +194,6 @@ void* recording_worker(void*) {
     } else {
       complete_again();
     }
-    if (is_closed()) pause();
+    if (is_recorder_closed()) pause();
   }
 }
