@@ -111,11 +111,11 @@ TEST_F(board, the_laser_errs_and_the_battery_sags_as_they_were_told) {
     const char* line;
     uint8_t power;
     double volts, noise, invalid;  // of 1000 samples
-  } rows[] = {{"laser 1.5", 0x0E, 20, 0, 0},
-              {"laser_noise 0.1", 0x0E, 20, 0.1, 0},
-              {"laser_invalid 0.3", 0x0E, 20, 0.1, 300},
-              {"battery_ohms 0.5", 0x02, 18.1, 0.1, 1000},  // the board, a motor, the lights
-              {"battery_drain 0.3", 0x0E, 16.575, 0.1, 300}};
+  } rows[] = {{"laser_noise 0.1", 0x0E, 20, 0.1, 0},
+              {"laser_noise 0", 0x0E, 20, 0, 0},
+              {"laser_invalid 0.3", 0x0E, 20, 0, 300},
+              {"battery_ohms 0.5", 0x02, 18.1, 0, 1000},  // the board, a motor, the lights
+              {"battery_drain 0.3", 0x0E, 16.575, 0, 300}};
   for (const auto& [line, power, volts, noise, invalid] : rows) {
     EXPECT_EQ(board_command(b, line), "ok\n");
     b.power_enable = power;
