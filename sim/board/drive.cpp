@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "sim/board/noise.h"
+
 namespace {
 
 constexpr double kMastTravel = 274097.75;  // counts: 24.25 times 50.8 mm at 222.5 counts a millimetre
@@ -18,12 +20,6 @@ constexpr double kJamAmps = 3.0;
 
 constexpr double kSlip = 0.7;        // of the counts that a slipping encoder sees
 constexpr double kNoiseCounts = 40;  // to either side
-
-// Uniform from -1 to 1, the same in every run (a linear congruential generator).
-double next_noise(board_drive& drive) {
-  drive.noise = drive.noise * 1664525 + 1013904223;
-  return drive.noise / 2147483648.0 - 1;
-}
 
 bool is_at_stop(const board_drive& drive, double pwm) {
   return (pwm > 0 && drive.position <= drive.low_stop) || (pwm < 0 && drive.position >= drive.high_stop);
@@ -65,5 +61,5 @@ void drive_advance(board_drive& drive, double pwm, double seconds) {
 
 double drive_count(board_drive& drive) {
   return std::round(drive.count +
-                    (drive.fault == encoder_fault::noisy ? kNoiseCounts * next_noise(drive) : 0));
+                    (drive.fault == encoder_fault::noisy ? kNoiseCounts * next_noise(drive.noise) : 0));
 }
