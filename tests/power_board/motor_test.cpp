@@ -170,8 +170,6 @@ class mast : public testing::Test {
     refresh(3);
   }
 
-  int draw(int below) { return static_cast<int>(random_() % static_cast<unsigned>(below)); }
-
   void move(int from, int to, const move_variant& v) {
     place(from, count_at(from));
     board_drive& drive = model_.mast;
@@ -180,11 +178,12 @@ class mast : public testing::Test {
     drive.fault = v.fault;
     drive.noise = static_cast<uint32_t>(random_());
     request(to);
-    refresh(6 + draw(60 + 6 * std::abs(to - from)));  // an encoder astray before the start would be believed
+    // After the start, because an encoder that is astray before it is believed.
+    refresh(std::uniform_int_distribution(6, 65 + 6 * std::abs(to - from))(random_));
     if (v.later_fault != encoder_fault::none) drive.fault = v.later_fault;
     drive.jammed = v.later_jam;
     astray_ = v.later_astray;
-    refresh(1 + draw(25));
+    refresh(std::uniform_int_distribution(1, 25)(random_));
     astray_ = 0;
     EXPECT_LT(run_to_rest(), 450);
     refresh(20);
@@ -208,7 +207,7 @@ TEST_F(mast, ends_and_is_at_its_preset_when_it_is_done) {
           const bool done = last_ == "move done";
           const double off = std::fabs(model_.readings.encoder_1 - count_at(to));
           EXPECT_TRUE(done ? off <= kTolerance : last_.find(v.end) != std::string::npos) << last_ << off;
-          always_done = always_done && done;
+          always_done &= done;
           ASSERT_FALSE(HasFailure()) << from << " to " << to << ", variant " << &v - kMoveVariants;
         }
       }
@@ -235,7 +234,7 @@ TEST_F(mast, each_event_of_a_move_in_both_directions) {
        [] { EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1); }},
       {30, "move * overcurrent stop 373 1,stop,", [&] { model_.mast.jammed = true; }},
       {30, "run,move * no movement stop 364 10,stop,", [&] { model_.mast.fault = encoder_fault::frozen; }},
-      {30, "run,move * timeout 0 0,stop,", [&] { model_.mast.full_speed = 4500, refresh(365); }},
+      {30, "run,move * timeout 0 0,stop,", [&] { model_.mast.full_speed = 1200, refresh(365); }},
       {400, "move * cancel # 0,stop,", stop},
       {400, "move * slow,~15,run,move * check,stop,move done,", [&] { push(300); }},
       {400, "move * fast,~60,run,move * slow,stop,~15,run,move * check,stop,move done,",
@@ -248,21 +247,23 @@ TEST_F(mast, each_event_of_a_move_in_both_directions) {
   home();
   for (const auto& [after, log, provoke] : cases) {
     for (const bool out : {true, false}) {
-      place(out ? 8 : 48, count_at(out ? 8 : 48));
+      place(24, count_at(24));
       request(out ? 48 : 8);
       for (int i = 0; i < after && move_state() != kMoveCheck; ++i) refresh_once();
       take_log();
       provoke();
-      for (int i = 0; i < 100 && !ended_; ++i) refresh_once();
+      for (int i = 0; i < 80 && !ended_; ++i) refresh_once();
       std::string expected = std::regex_replace(log, std::regex("\\*"), out ? "out" : "in");
       expected = std::regex_replace(expected, std::regex("~"), out ? "" : "-");
       expected = std::regex_replace(expected, std::regex("#"), "-?[0-9]+");
       const std::string actual = take_log();
       EXPECT_TRUE(std::regex_match(actual, std::regex(expected))) << log << ": " << actual;
       run_to_rest();
-      model_.mast = make_mast(kMastHome);
+      model_.mast.jammed = false;
+      model_.mast.fault = encoder_fault::none;
+      model_.mast.full_speed = 9000;
       refresh(20);
-      go(24);  // whatever happened, the next request is served
+      go(out ? 8 : 48);  // the other way, which is served whatever happened
       EXPECT_EQ(last_, "move done") << "after " << log;
     }
   }
