@@ -236,12 +236,16 @@ TEST_F(mast, each_event_of_a_move_in_both_directions) {
       {30, "run,move * no movement stop 364 10,stop,", [&] { model_.mast.fault = encoder_fault::frozen; }},
       {30, "run,move * timeout 0 0,stop,", [&] { model_.mast.full_speed = 1200, refresh(365); }},
       {400, "move * cancel # 0,stop,", stop},
-      {400, "move * slow,~15,run,move * check,stop,move done,", [&] { push(300); }},
+      {400, "move * slow,~15,run,move * check,stop,move done,",
+       [&] {
+         push(300), refresh(5);
+         EXPECT_NE(motors().move_state, kMoveCheck);
+       }},
       {400, "move * fast,~60,run,move * slow,stop,~15,run,move * check,stop,move done,",
        [&] { push(20'000); }},
       {400, "move check timeout,",
        [&] {
-         for (int i = 0; i < 400 && !ended_; ++i) push(i % 4 < 2 ? 100 : -100), refresh_once();
+         for (int i = 0; i < 400 && !ended_; ++i) push(i % 8 < 4 ? 100 : -100), refresh_once();
        }},
   };
   home();
