@@ -11,8 +11,6 @@ constexpr double kMastTravel = 274097.75;  // counts: 24.25 times 50.8 mm at 222
 constexpr double kStep_s = 0.005;
 
 constexpr double kFullPwm = 60;
-constexpr double kFullSpeed = 9000;  // counts a second
-constexpr double kInertia_s = 0.15;  // time constant of the speed
 
 constexpr double kNoLoadAmps = 0.06;
 constexpr double kFullAmps = 0.5;
@@ -26,8 +24,8 @@ bool is_at_stop(const board_drive& drive, double pwm) {
 }
 
 void step(board_drive& drive, double pwm, double seconds) {
-  const double wanted = is_at_stop(drive, pwm) || drive.jammed ? 0 : -pwm / kFullPwm * kFullSpeed;
-  drive.speed += (wanted - drive.speed) * std::min(1.0, seconds / kInertia_s);
+  const double wanted = is_at_stop(drive, pwm) || drive.jammed ? 0 : -pwm / kFullPwm * drive.full_speed;
+  drive.speed += (wanted - drive.speed) * std::min(1.0, seconds / drive.inertia_s);
   if (drive.jammed) drive.speed = 0;
   const double from = drive.position;
   drive.position = std::clamp(drive.position + drive.speed * seconds, drive.low_stop, drive.high_stop);
