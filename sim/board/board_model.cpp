@@ -300,7 +300,8 @@ void advance_drive(board_model& board, board_drive& drive, uint8_t command, doub
 // The connector takes a mast or a pan drive, which turns without stops.
 void change_drive(board_model& board) {
   const bool pan = is_pan_drive(board);
-  if (pan == (board.mast.high_stop > kMastHome)) return;
+  if (pan == board.turns_freely) return;
+  board.turns_freely = pan;
   const board_drive other = pan ? board_drive{} : make_mast(kMastHome);
   board.mast.low_stop = other.low_stop;
   board.mast.high_stop = other.high_stop;

@@ -134,6 +134,7 @@ struct board_model {
   bool motor_ran = false;                   // at the last step
   uint8_t tripped = 0;                      // over-current bits that the drives have set
   board_drive mast = make_mast(kMastHome);  // encoder 1; with motor type 2 it is a pan drive without stops
+  bool turns_freely = false;                // whether it is that now
   frame_mode mode = frame_mode::good;
   // While set, the bus takes a write or read of the wrong length for a violation. A running unit,
   // whose diagnostic requests can send such things, starts with it off.

@@ -334,8 +334,8 @@ TEST_F(mast, a_jog_needs_a_home_but_a_tilt_does_not) {
   EXPECT_EQ(board_.queue.take().number, 6);
 }
 
-// A pan drive that is jogged before its type is known must not turn as if it were homed, and a jog that the board
-// has not been told yet would drive a homing at its own speed.
+// A pan drive that is jogged before its type is known must not turn as if it were homed, and a jog that the
+// board has not been told yet would drive a homing at its own speed.
 TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
   orb_power_board_init(&board_, &application_, 1);
   EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);
