@@ -1,8 +1,11 @@
 #include "sim/board/board_model.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
+
+#include "sim/board/noise.h"
 
 namespace {
 
@@ -70,6 +73,9 @@ constexpr int kBasicIdentity = 58;  // revision, build number and checksum: exte
 constexpr double kImuSamplesPerSecond = 50;
 constexpr double kLaserSamplesPerSecond = 4;
 
+constexpr double kLedAmps = 2.0;  // all lines at full intensity
+constexpr double kLaserAmps = 0.15;
+
 struct wire_range {
   size_t size;
   double minimum, maximum;
@@ -113,13 +119,26 @@ void put_registers(const board_model& board, std::span<uint8_t> frame) {
   frame[7] = board.status;
 }
 
-// What the frame shows: supplies that are off measure nothing.
+double led_amps(const board_model& board) {
+  return kLedAmps * std::popcount(board.led_enable) / 8 * board.led_pwm / 100;
+}
+
+}  // namespace
+
 board_readings shown_readings(const board_model& board) {
   board_readings shown = board.readings;
   if (!camera_powered(board)) shown.camera_volts = shown.camera_amps = 0;
-  if (!laser_powered(board)) shown.laser_distance = 0;
+  shown.laser_distance = std::max(0.0, shown.laser_distance + board.laser_noise * board.laser_sample_noise);
+  if (!laser_powered(board) || board.laser_sample_chance < board.laser_invalid) shown.laser_distance = 0;
+  if (board.battery_ohms > 0) {
+    shown.vin_amps +=
+        shown.camera_amps + shown.motor_amps + led_amps(board) + (laser_powered(board) ? kLaserAmps : 0);
+    shown.vin_volts -= shown.vin_amps * board.battery_ohms;
+  }
   return shown;
 }
+
+namespace {
 
 uint8_t sum_of(std::span<const uint8_t> bytes) {
   uint8_t sum = 0;
@@ -143,26 +162,17 @@ void build_advanced(const board_model& board, std::span<uint8_t> frame) {
 
 void build_basic(const board_model& board, std::span<uint8_t> frame) {
   const bool extended = (board.status & kBoardExtended) != 0;
+  const board_readings shown = shown_readings(board);
   put_registers(board, frame);
   for (const board_reading_field& field : kReadings) {
     const bool there = field.basic_at >= 0 && (extended || field.basic_at < kBasicIdentity);
-    if (there) put(frame, field.basic_at, field, board.readings.*field.member);
+    if (there) put(frame, field.basic_at, field, shown.*field.member);
   }
   if (extended) frame[kBasicChecksum] = static_cast<uint8_t>(-sum_of(frame));
 }
 
-// xorshift32: the same noise in every run.
-uint8_t next_noise(board_model& board) {
-  uint32_t x = board.noise_state;
-  x ^= x << 13;
-  x ^= x >> 17;
-  x ^= x << 5;
-  board.noise_state = x;
-  return static_cast<uint8_t>(x >> 24);
-}
-
 void make_noise(board_model& board, std::span<uint8_t> frame) {
-  for (uint8_t& byte : frame) byte = next_noise(board);
+  for (uint8_t& byte : frame) byte = static_cast<uint8_t>(next_random(board.noise) >> 24);
   if (sum_of(frame) == 0) ++frame.back();
 }
 
@@ -258,6 +268,8 @@ bool camera_powered(const board_model& board) { return (board.power_enable & kBo
 
 bool laser_powered(const board_model& board) { return (board.power_enable & kBoardPowerLaser) != 0; }
 
+bool is_pan_drive(const board_model& board) { return board.readings.motor_type == kBoardMotorTypePan; }
+
 void set_status_bit(board_model& board, int bit, bool on) {
   const auto mask = static_cast<uint8_t>(1U << (bit & 7));
   board.status = static_cast<uint8_t>(on ? board.status | mask : board.status & ~mask);
@@ -285,6 +297,27 @@ void advance_drive(board_model& board, board_drive& drive, uint8_t command, doub
   }
 }
 
+// The connector takes a mast or a pan drive, which turns without stops.
+void change_drive(board_model& board) {
+  const bool pan = is_pan_drive(board);
+  if (pan == board.turns_freely) return;
+  board.turns_freely = pan;
+  const board_drive other = pan ? board_drive{} : make_mast(kMastHome);
+  board.mast.low_stop = other.low_stop;
+  board.mast.high_stop = other.high_stop;
+}
+
+void take_laser_samples(board_model& board, double seconds) {
+  double& samples = board.readings.laser_samples;
+  const double before = std::floor(samples);
+  samples += seconds * kLaserSamplesPerSecond;
+  if (std::floor(samples) > before) {
+    board.laser_sample_noise = next_noise(board.noise);
+    board.laser_sample_chance = next_share(board.noise);
+  }
+  samples = std::fmod(samples, 256);
+}
+
 void trip(board_model& board, uint8_t bit, bool on) {
   if (on == ((board.tripped & bit) != 0)) return;
   board.tripped = static_cast<uint8_t>(board.tripped ^ bit);
@@ -293,6 +326,7 @@ void trip(board_model& board, uint8_t bit, bool on) {
 
 void advance_drives(board_model& board, double seconds) {
   board_readings& now = board.readings;
+  change_drive(board);
   adopt_count(board.tilt, now.encoder_0, board.shown_0);
   adopt_count(board.mast, now.encoder_1, board.shown_1);
   const bool ran = board.motor_ran;
@@ -319,10 +353,11 @@ void board_advance(board_model& board, double seconds) {
   now.motor_time += std::min(seconds, motor_running(board.motor) ? board.motor.run_left_s : 0.0);
   if (camera_powered(board)) now.camera_time += seconds;
   if (board.led_enable != 0 && board.led_pwm != 0) now.led_time += seconds;
+  now.vin_volts = std::max(0.0, now.vin_volts - board.battery_drain * seconds / 60);
   now.imu_samples = std::fmod(now.imu_samples + seconds * kImuSamplesPerSecond, 256);
   if (laser_powered(board)) {
     now.laser_time += seconds;
-    now.laser_samples = std::fmod(now.laser_samples + seconds * kLaserSamplesPerSecond, 256);
+    take_laser_samples(board, seconds);
   }
   advance_drives(board, seconds);
   motor_advance(board.motor, seconds);

@@ -31,11 +31,12 @@ inline constexpr uint8_t kBoardTiltOvercurrent = 0x04;
 inline constexpr uint8_t kBoardDriveOvercurrent = 0x08;
 
 inline constexpr double kMastHome = 100000;  // counts of the retracted mast
+inline constexpr double kBoardMotorTypePan = 2;
 
 // What the board measures and counts. All are doubles, so that one table (board_readings_table) serves the
 // frames and the control commands; a value that does not fit its frame field is clamped to it.
 struct board_readings {
-  double vin_volts = 20.0;  // V, A
+  double vin_volts = 20.0;  // V, A; of the battery without load, and of the board alone
   double vin_amps = 0.8;
   double camera_volts = 12.0;  // the frame shows 0 V and 0 A while the camera supply is off
   double camera_amps = 0.4;
@@ -50,7 +51,7 @@ struct board_readings {
   double mag_x = 220.0, mag_y = -40.0, mag_z = -410.0;  // raw counts
   double encoder_0 = 0, encoder_1 = kMastHome;          // counts
   double encoder_speed_0 = 0, encoder_speed_1 = 0;      // counts per second
-  double laser_distance = 1.5;                          // m; the frame shows 0 while the laser supply is off
+  double laser_distance = 1.5;                          // m, true; the frame shows 0 while the supply is off
   double laser_quality = 100;
   double laser_error = 0;
   double laser_serial = 1234567;
@@ -133,16 +134,23 @@ struct board_model {
   bool motor_ran = false;                   // at the last step
   uint8_t tripped = 0;                      // over-current bits that the drives have set
   board_drive mast = make_mast(kMastHome);  // encoder 1; with motor type 2 it is a pan drive without stops
+  bool turns_freely = false;                // whether it is that now
   frame_mode mode = frame_mode::good;
-  // While set, the bus takes a write or read of the wrong length for a violation. A unit whose diagnostic
-  // requests send such things on purpose clears it.
+  // While set, the bus takes a write or read of the wrong length for a violation. A running unit,
+  // whose diagnostic requests can send such things, starts with it off.
   bool strict = true;
   bool power_cut = false;  // bit 0 of register 0 was written; never cleared
   double power_cut_time_s = 0;
   double time_s = 0;  // all the time that passed
   board_counts counts;
   std::deque<register_write> log;  // the last kMaxLoggedWrites writes, oldest first
-  uint32_t noise_state = 0x2545F491;
+  uint32_t noise = 0x2545F491;     // state of the generator
+
+  double laser_noise = 0;                                  // m to either side of the true distance
+  double laser_invalid = 0;                                // share of the samples that read 0
+  double laser_sample_noise = 0, laser_sample_chance = 0;  // drawn with each sample: -1 to 1, 0 to 1
+  double battery_ohms = 0;   // inner resistance: with the load on it the input volts sag; 0: nothing is added
+  double battery_drain = 0;  // V a minute
 };
 
 // Swaps bit 0 with bit 7, 1 with 6 and so on: the board's bytes as the controller's bus shows them, and back.
@@ -156,11 +164,17 @@ size_t frame_size(uint8_t read_command);
 
 bool camera_powered(const board_model& board);
 bool laser_powered(const board_model& board);
+bool is_pan_drive(const board_model& board);
+
+// The readings as the frame shows them: supplies that are off measure nothing, the laser errs, the battery
+// sags.
+board_readings shown_readings(const board_model& board);
 
 // bit 0..7
 void set_status_bit(board_model& board, int bit, bool on);
 
-// Lets `seconds` (0 or more) pass: counts the times, ends runs of the motor.
+// Lets `seconds` (0 or more) pass: counts the times, moves the drives, takes laser samples, drains the
+// battery.
 void board_advance(board_model& board, double seconds);
 
 // A whole register write, data not reversed; at most kMaxWriteData bytes are kept. A write of the wrong

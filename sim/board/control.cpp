@@ -19,6 +19,22 @@ struct command {
 };
 
 constexpr std::string_view kModeNames[] = {"good", "noise", "zeros", "badsum"};  // in the order of frame_mode
+constexpr std::string_view kEncoderNames[] = {"good", "frozen", "slipping", "noisy"};  // of encoder_fault
+
+// Numbers that are set and shown like readings; 0 at the start.
+struct setting {
+  std::string_view name;
+  double board_model::*member;
+  double maximum;
+  std::string_view usage;
+};
+
+constexpr setting kSettings[] = {
+    {"laser_noise", &board_model::laser_noise, 10, "m to either side of the distance"},
+    {"laser_invalid", &board_model::laser_invalid, 1, "share of the samples that read 0"},
+    {"battery_ohms", &board_model::battery_ohms, 10, "inner resistance: vin sags with the load"},
+    {"battery_drain", &board_model::battery_drain, 1000, "V a minute that vin falls"},
+};
 
 constexpr char kOk[] = "ok\n";
 
@@ -77,12 +93,26 @@ std::string defaults_command(board_model& board, const words&) {
   board.readings = board_readings{};
   board.status = kBoardExtended;
   board.mode = frame_mode::good;
+  board.tilt = board_drive{};
+  board.mast = make_mast(kMastHome);
+  board.shown_0 = 0;
+  board.shown_1 = kMastHome;
+  for (const setting& one : kSettings) board.*one.member = 0;
   return kOk;
 }
 
 std::string zero_command(board_model& board, const words&) {
   for (const board_reading_field& field : board_readings_table()) board.readings.*field.member = 0;
   return kOk;
+}
+
+std::string show_drive(const char* name, const board_drive& drive) {
+  const char* stop = drive.position >= drive.high_stop  ? "at the inner stop"
+                     : drive.position <= drive.low_stop ? "at the outer stop"
+                                                        : "at no stop";
+  return format_text("%-10s position %.0f (%s)  count %.0f  speed %.0f  %.2f A  jam %s  encoder %s\n", name,
+                     drive.position, stop, drive.count, drive.speed, drive.amps, drive.jammed ? "on" : "off",
+                     kEncoderNames[static_cast<size_t>(drive.fault)].data());
 }
 
 std::string show_command(board_model& board, const words&) {
@@ -100,6 +130,13 @@ std::string show_command(board_model& board, const words&) {
       board.counts.reads, board.counts.unknown_reads, board.counts.writes, board.counts.unknown_writes,
       board.counts.empty_writes, board.counts.odd_lengths);
   text += format_text("time       %.3f s\n", board.time_s);
+  text += show_drive(is_pan_drive(board) ? "pan" : "mast", board.mast);
+  text += show_drive("tilt", board.tilt);
+  const board_readings shown = shown_readings(board);
+  text += format_text("measured   vin %.3f V %.3f A  laser %.3f m\n", shown.vin_volts, shown.vin_amps,
+                      shown.laser_distance);
+  for (const setting& one : kSettings)
+    text += format_text("%-18s %.10g\n", one.name.data(), board.*one.member);
   for (const board_reading_field& field : board_readings_table()) {
     text += format_text("%-18s %.10g\n", field.name.data(), board.readings.*field.member);
   }
@@ -119,22 +156,27 @@ std::string log_command(board_model& board, const words&) {
 
 std::string help_command(board_model& board, const words&);
 
-constexpr std::string_view kEncoderNames[] = {"good", "frozen", "slipping",
-                                              "noisy"};  // in the order of encoder_fault
+// "tilt" before the last word chooses the tilt drive.
+board_drive* chosen_drive(board_model& board, const words& arguments) {
+  if (arguments.size() == 1) return &board.mast;
+  return arguments.size() == 2 && arguments[0] == "tilt" ? &board.tilt : nullptr;
+}
 
 std::string jam_command(board_model& board, const words& arguments) {
-  const auto on = arguments.size() == 1 ? on_or_off(arguments[0]) : std::nullopt;
-  if (!on) return error("jam", "on|off");
-  board.mast.jammed = *on;
+  board_drive* drive = chosen_drive(board, arguments);
+  const auto on = drive != nullptr ? on_or_off(arguments.back()) : std::nullopt;
+  if (!on) return error("jam", "[tilt] on|off");
+  drive->jammed = *on;
   return kOk;
 }
 
 std::string encoder_command(board_model& board, const words& arguments) {
-  const auto* fault = arguments.size() == 1
-                          ? std::find(std::begin(kEncoderNames), std::end(kEncoderNames), arguments[0])
+  board_drive* drive = chosen_drive(board, arguments);
+  const auto* fault = drive != nullptr
+                          ? std::find(std::begin(kEncoderNames), std::end(kEncoderNames), arguments.back())
                           : std::end(kEncoderNames);
-  if (fault == std::end(kEncoderNames)) return error("encoder", "good|frozen|slipping|noisy");
-  board.mast.fault = static_cast<encoder_fault>(fault - std::begin(kEncoderNames));
+  if (fault == std::end(kEncoderNames)) return error("encoder", "[tilt] good|frozen|slipping|noisy");
+  drive->fault = static_cast<encoder_fault>(fault - std::begin(kEncoderNames));
   return kOk;
 }
 
@@ -143,18 +185,22 @@ constexpr command kCommands[] = {
     {"show", "everything that is set, written and counted", show_command},
     {"log", "the last register writes: time in s, register, data", log_command},
     {"status", "BIT on|off", status_command},
-    {"jam", "on|off  of the mast or pan drive", jam_command},
-    {"encoder", "good|frozen|slipping|noisy  of the same drive", encoder_command},
+    {"jam", "[tilt] on|off  of the mast or pan drive, or of the tilt drive", jam_command},
+    {"encoder", "[tilt] good|frozen|slipping|noisy  of the same drive", encoder_command},
     {"frame", "good|noise|zeros|badsum", frame_command},
     {"strict", "on|off  wrong lengths, as diagnostic requests can send them, are violations", strict_command},
-    {"defaults", "readings, status and frame as at the start", defaults_command},
+    {"defaults", "readings, drives, laser, battery, status and frame as at the start", defaults_command},
     {"zero", "all readings 0", zero_command},
 };
 
 std::string help_command(board_model&, const words&) {
   std::string text;
   for (const command& one : kCommands) text += format_text("%-10s %s\n", one.name.data(), one.usage.data());
-  text += "NAME [VALUE], shows or sets one reading; gyro, accel and mag take three values:\n";
+  text += "NAME [VALUE], shows or sets one of these; gyro, accel and mag take three values.\n";
+  text += "encoder_0 and encoder_1 put the tilt drive and the mast at that count.\n";
+  for (const setting& one : kSettings) {
+    text += format_text("  %-18s 0..%g  %s\n", one.name.data(), one.maximum, one.usage.data());
+  }
   for (const board_reading_field& field : board_readings_table()) {
     text +=
         format_text("  %-18s %.10g..%.10g\n", field.name.data(), field_minimum(field), field_maximum(field));
@@ -186,6 +232,14 @@ std::string set_readings(board_model& board, std::span<const board_reading_field
   return kOk;
 }
 
+std::string setting_command(board_model& board, const setting& one, const words& arguments) {
+  if (arguments.empty()) return format_text("%.10g\n", board.*one.member);
+  const auto value = arguments.size() == 1 ? number(arguments[0]) : std::nullopt;
+  if (!value || *value < 0 || *value > one.maximum) return error(one.name, format_text("0..%g", one.maximum));
+  board.*one.member = *value;
+  return kOk;
+}
+
 }  // namespace
 
 std::string board_command(board_model& board, std::string_view line) {
@@ -195,6 +249,9 @@ std::string board_command(board_model& board, std::string_view line) {
   arguments.erase(arguments.begin());
   for (const command& one : kCommands) {
     if (one.name == name) return one.run(board, arguments);
+  }
+  for (const setting& one : kSettings) {
+    if (one.name == name) return setting_command(board, one, arguments);
   }
   const auto fields = readings_named(name);
   if (fields.empty()) return error("unknown command", name);

@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "sim/board/noise.h"
+
 namespace {
 
 constexpr double kMastTravel = 274097.75;  // counts: 24.25 times 50.8 mm at 222.5 counts a millimetre
 constexpr double kStep_s = 0.005;
 
 constexpr double kFullPwm = 60;
-constexpr double kFullSpeed = 9000;  // counts a second
-constexpr double kInertia_s = 0.15;  // time constant of the speed
 
 constexpr double kNoLoadAmps = 0.06;
 constexpr double kFullAmps = 0.5;
@@ -19,19 +19,13 @@ constexpr double kJamAmps = 3.0;
 constexpr double kSlip = 0.7;        // of the counts that a slipping encoder sees
 constexpr double kNoiseCounts = 40;  // to either side
 
-// Uniform from -1 to 1, the same in every run (a linear congruential generator).
-double next_noise(board_drive& drive) {
-  drive.noise = drive.noise * 1664525 + 1013904223;
-  return drive.noise / 2147483648.0 - 1;
-}
-
 bool is_at_stop(const board_drive& drive, double pwm) {
   return (pwm > 0 && drive.position <= drive.low_stop) || (pwm < 0 && drive.position >= drive.high_stop);
 }
 
 void step(board_drive& drive, double pwm, double seconds) {
-  const double wanted = is_at_stop(drive, pwm) || drive.jammed ? 0 : -pwm / kFullPwm * kFullSpeed;
-  drive.speed += (wanted - drive.speed) * std::min(1.0, seconds / kInertia_s);
+  const double wanted = is_at_stop(drive, pwm) || drive.jammed ? 0 : -pwm / kFullPwm * drive.full_speed;
+  drive.speed += (wanted - drive.speed) * std::min(1.0, seconds / drive.inertia_s);
   if (drive.jammed) drive.speed = 0;
   const double from = drive.position;
   drive.position = std::clamp(drive.position + drive.speed * seconds, drive.low_stop, drive.high_stop);
@@ -65,5 +59,5 @@ void drive_advance(board_drive& drive, double pwm, double seconds) {
 
 double drive_count(board_drive& drive) {
   return std::round(drive.count +
-                    (drive.fault == encoder_fault::noisy ? kNoiseCounts * next_noise(drive) : 0));
+                    (drive.fault == encoder_fault::noisy ? kNoiseCounts * next_noise(drive.noise) : 0));
 }

@@ -11,7 +11,9 @@ struct board_drive {
   double speed = 0;     // counts a second, true
   double low_stop = -1e9;
   double high_stop = 1e9;
-  bool jammed = false;  // stands still, draws much current and trips the over-current bit
+  double full_speed = 9000;  // counts a second at full pwm; a weak battery makes it less
+  double inertia_s = 0.15;   // time constant of the speed
+  bool jammed = false;       // stands still, draws much current and trips the over-current bit
   encoder_fault fault = encoder_fault::none;
 
   // What the board measures.

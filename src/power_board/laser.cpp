@@ -13,11 +13,8 @@ constexpr int kLaserAuto = 3;
 
 // A trigger waits while readings are invalid; a clear waits for the trigger.
 void show_on_trigger(laser_state& laser, bool valid) {
-  if (laser.trigger != 0) {
-    if (valid) laser.trigger = 0;
-  } else if (laser.clear != 0) {
-    laser.clear = 0;
-  }
+  if (laser.trigger != 0 && valid) laser.trigger = 0;
+  if (laser.trigger == 0 && laser.clear != 0) laser.clear = 0;
 }
 
 }  // namespace

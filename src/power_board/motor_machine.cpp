@@ -284,8 +284,8 @@ bool keep_moving(const machine& m, float moving_amps) {
   if (m.sample.overcurrent) return end_move(m, motors.direction, "overcurrent stop"), false;
   if (motors.timeout_count < 1) return end_move(m, motors.direction, "timeout"), false;
   if (motors.no_movement_count > kMoveNoMovement) {
+    motors.position = m.sample.encoder;  // first: once idle, the next preset measures from it
     end_move(m, motors.direction, "no movement stop");
-    motors.position = m.sample.encoder;
     return false;
   }
   if (!is_inside(m)) return false;

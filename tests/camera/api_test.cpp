@@ -1,31 +1,11 @@
 // Every camera route over HTTP: the answer, what is kept, and the bytes that the camera sees.
-#include "base/thread.h"
 #include "camera/controller.h"
 #include "camera/image_settings.h"
-#include "http/routes.h"
 #include "store/settings.h"
 #include "tests/camera/fake_camera.h"
+#include "tests/http/api_client.h"
 
 namespace {
-
-void* serve(void*) { return http_server_thread(), nullptr; }
-
-// The body of the reply; "" when nobody listens. Quotes are written as ' on both ways.
-std::string ask(const std::string& method, const std::string& path, std::string body = "") {
-  std::ranges::replace(body, '\'', '"');
-  const unique_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in server{AF_INET, htons(addresses::kApiPort), {htonl(INADDR_LOOPBACK)}, {}};
-  if (connect(fd.get(), reinterpret_cast<sockaddr*>(&server), sizeof server) != 0) return "";
-  const std::string request = method + " /api" + path +
-                              " HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
-                              body;
-  send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL);
-  std::string reply(4096, '\0');
-  const ssize_t count = recv(fd.get(), reply.data(), reply.size(), MSG_WAITALL);  // until the server closes
-  reply.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-  std::ranges::replace(reply, '"', '\'');
-  return reply.substr(reply.find("\r\n\r\n") + 4);
-}
 
 struct CameraApi : testing::Test {
   stepped_link link;
@@ -37,7 +17,7 @@ struct CameraApi : testing::Test {
     load_image_settings();
     orb_create_zoom_loop();
     orb_create_focus_loop();
-    start_detached_thread("http", serve, nullptr);
+    start_api();
     ASSERT_TRUE(eventually([] { return !ask("GET", "/camera/defog").empty(); }));
   }
   // The bytes as in stepped_link::expect().

@@ -104,6 +104,32 @@ TEST_F(board, frames_can_be_spoilt) {
   EXPECT_EQ(sum(c.read(kReadBasic, 64)), 1);
 }
 
+TEST_F(board, the_laser_errs_and_the_battery_sags_as_they_were_told) {
+  board_model b;
+  b.led_enable = 0xFF, b.led_pwm = 100, b.readings.motor_amps = 1;
+  const struct {
+    const char* line;
+    uint8_t power;
+    double volts, noise, invalid;  // of 1000 samples
+  } rows[] = {{"laser_noise 0.1", 0x0E, 20, 0.1, 0},
+              {"laser_noise 0", 0x0E, 20, 0, 0},
+              {"laser_invalid 0.3", 0x0E, 20, 0, 300},
+              {"battery_ohms 0.5", 0x02, 18.1, 0, 1000},  // the board, a motor, the lights
+              {"battery_drain 0.3", 0x0E, 16.575, 0, 300}};
+  for (const auto& [line, power, volts, noise, invalid] : rows) {
+    EXPECT_EQ(board_command(b, line), "ok\n");
+    b.power_enable = power;
+    std::vector<double> metres(1000);
+    for (double& one : metres) board_advance(b, 0.25), one = shown_readings(b).laser_distance;
+    EXPECT_NEAR(shown_readings(b).vin_volts, volts, 1e-6);
+    EXPECT_NEAR(static_cast<double>(std::erase(metres, 0)), invalid, 50);
+    const auto [least, most] = std::minmax_element(metres.begin(), metres.end());
+    if (metres.empty()) continue;
+    EXPECT_NEAR(*least, 1.5 - noise, 0.01);
+    EXPECT_NEAR(*most, 1.5 + noise, 0.01);
+  }
+}
+
 TEST_F(board, each_violation_is_reported_once) {
   const struct {
     const char* expected;  // part of the message

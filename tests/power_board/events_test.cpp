@@ -1,5 +1,7 @@
 // What each refresh derives from the readings, stepped without a bus.
+#include "http/api_client.h"
 #include "power_board/rig.h"
+#include "store/settings.h"
 
 namespace {
 
@@ -14,10 +16,13 @@ class events : public rig {
     }
   }
   void status(int value, int times = 1) { refresh({.status = static_cast<uint8_t>(value)}, times); }
-  int battery(float volts, int times = 64) {
+  std::string battery(float volts, int times = 64) {
     refresh({.monitor_vin_volts = volts}, times);
-    return board_.battery_level;
+    char text[8];
+    orb_power_board_load_battery_level(&board_, text, sizeof text);
+    return text;
   }
+  void laser(double metres) { update_laser(&board_, {.laser_distance = metres}); }
 };
 
 TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_refreshes) {
@@ -41,17 +46,65 @@ TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_
 }
 
 TEST_F(events, the_battery_level_is_unknown_for_64_refreshes_and_then_has_hysteresis) {
-  std::vector<int> levels;
+  texts levels;
   for (const float volts : {19.5F, 19.375F, 18.5F, 18.375F, 17.5F, 17.375F}) {
     orb_power_board_init(&board_, &application_, 1);
-    EXPECT_EQ(battery(volts), 0) << volts;
+    EXPECT_EQ(battery(volts), "?") << volts;
     levels.push_back(battery(volts, 1));
   }
-  EXPECT_EQ(levels, (std::vector{4, 3, 3, 2, 2, 1}));
+  EXPECT_EQ(levels, (texts{"100%", "75%", "75%", "50%", "50%", "25%"}));
   levels.clear();
   for (const float volts : {17.5F, 17.625F, 18.5F, 18.625F, 19.5F, 19.625F}) levels.push_back(battery(volts));
   for (const float volts : {18.5F, 18.375F, 17.5F, 17.375F, 16.5F, 16.375F}) levels.push_back(battery(volts));
-  EXPECT_EQ(levels, (std::vector{1, 2, 2, 3, 3, 4, 4, 3, 3, 2, 2, 1}));
+  EXPECT_EQ(levels,
+            (texts{"25%", "50%", "50%", "75%", "75%", "100%", "100%", "75%", "75%", "50%", "50%", "25%"}));
+}
+
+TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
+  const struct {
+    int mode;  // set first; -1: none is
+    const char* request;
+    double metres;
+    const char* after;  // trigger, clear, distance, invalid count, shown
+  } rows[] = {{1, "trigger", 0.05, "1 0 0 2 -1"},
+              {-1, "", 0.051, "0 0 0.051 0 -1"},
+              {-1, "clear", 0, "0 0 0.051 1 -1"},
+              {2, "trigger", 0, "1 0 0.051 2 -1"},
+              {-1, "clear", 0.05, "1 1 0.051 3 -1"},
+              {3, "refused", 0, "1 1 0.051 4 -1"},
+              {-1, "", 2, "1 1 2 0 2"},
+              {9, "", 3, "1 1 3 0 3"},
+              {3, "", 0, "1 1 3 1 -1"},
+              {0, "refused", 4, "1 1 4 0 -1"}};
+  for (const auto& [mode, request, metres, after] : rows) {
+    if (mode >= 0) orb_power_board_set_laser_mode(&board_, mode);
+    if (*request == 'c') {
+      orb_power_board_clear_laser_reading(&board_);
+    } else if (*request != 0) {
+      EXPECT_EQ(orb_power_board_trigger_laser_reading(&board_), *request == 't' ? 0 : -1);
+    }
+    laser(metres);
+    std::ostringstream now;
+    const laser_state& l = board_.laser;
+    now << l.trigger << ' ' << l.clear << ' ' << l.distance << ' ' << l.invalid_count << ' ' << l.shown;
+    EXPECT_EQ(now.str(), after) << metres;
+  }
+}
+
+TEST_F(events, the_laser_distance_is_told_in_the_units_of_the_operator) {
+  orb_init_nv();
+  power_board_instance = &board_;
+  start_api();
+  ASSERT_TRUE(wait_until([] { return ask("GET", "/laser/distance") == "{'laser_distance':''}"; }));
+  const std::tuple<int, double, const char*> rows[] = {
+      {1, 1.5, "4.9 ft"}, {1, 30.327, "99.5 ft"}, {1, 30.328, "100 ft"}, {1, 0.05, ""},
+      {0, 1.56, "1.6 m"}, {0, 99.499, "99.5 m"},  {0, 99.5, "100 m"},    {0, 0, ""}};
+  for (const auto& [units, metres, text] : rows) {
+    orb_write_nv(kSettingUnits, &units, sizeof units);
+    laser(metres);
+    EXPECT_EQ(ask("GET", "/laser/distance"), "{'laser_distance':'" + std::string(text) + "'}");
+  }
+  power_board_instance = nullptr;
 }
 
 // Above the upper limit begins, below the lower one counts down, in periods of 50 refreshes after a delay.

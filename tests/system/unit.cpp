@@ -85,7 +85,8 @@ child start_camera() {
 child start_daemon() { return child({kBuild + "/orbd"}, kBuild + "/libboard_preload.so"); }
 
 bool await_api() {
-  return await([] { return !http("GET", "/api/camera/zoom/speed").body.empty(); });
+  if (!await([] { return !http("GET", "/api/camera/zoom/speed").body.empty(); })) return false;
+  return ctl("board", "strict on") == "ok\n";
 }
 
 int connect_to(const char* address, unsigned short port) {

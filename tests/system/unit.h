@@ -30,7 +30,7 @@ child start_redis();
 child start_camera();  // the simulated camera, without its picture
 child start_daemon();  // with the simulated board; returns as soon as the process runs
 
-// Waits up to 10 s; false when the daemon does not answer.
+// Waits up to 10 s, and lets the board be strict from then on; false when the daemon does not answer.
 bool await_api();
 
 struct reply {
