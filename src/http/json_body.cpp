@@ -33,11 +33,16 @@ json_owner read_json_body(http_connection* connection, const char* body, unsigne
   return nullptr;
 }
 
-std::optional<body_word> body_text(json_object* object, const char* key) {
+bool copy_body_text(json_object* object, const char* key, char* text, size_t size) {
   json_object* value = json_member(object, key);
-  if (!json_object_is_type(value, json_type_string)) return std::nullopt;
+  const bool found = json_object_is_type(value, json_type_string) != 0;
+  copy_text(text, size, found ? json_object_get_string(value) : "");
+  return found;
+}
+
+std::optional<body_word> body_text(json_object* object, const char* key) {
   body_word word;
-  copy_text(word.text, sizeof word.text, json_object_get_string(value));
+  if (!copy_body_text(object, key, word.text, sizeof word.text)) return std::nullopt;
   return word;
 }
 

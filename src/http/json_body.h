@@ -15,6 +15,10 @@ struct body_word {
   char text[16] = "";
 };
 
+// Copies the member into `text` of `size` bytes, cut where it is longer (base/text.h). False, with "" copied,
+// when it is missing, null or not a JSON string.
+bool copy_body_text(json_object* object, const char* key, char* text, size_t size);
+
 // The member as a text; nothing when it is missing, null or not a JSON string.
 std::optional<body_word> body_text(json_object* object, const char* key);
 
