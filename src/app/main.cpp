@@ -21,6 +21,7 @@
 #include "camera/visca_thread.h"
 #include "http/routes.h"
 #include "power_board/power_board.h"
+#include "seats/seats.h"
 #include "store/settings.h"
 
 namespace {
@@ -76,6 +77,7 @@ int run_unit(bool advanced) {
   // The process ends as it stands, board and loop with it.
   if (start_command_pipe(&application, &power_board) != 0) exit(EXIT_FAILURE);
   start_redis_publisher(&application);
+  start_seat_tick(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);

@@ -9,6 +9,8 @@
 #include "camera/visca_thread.h"
 #include "power_board/api.h"
 #include "power_board/lighting.h"
+#include "seats/api.h"
+#include "seats/seats.h"
 
 namespace {
 
@@ -24,6 +26,9 @@ constexpr http_route_row kRoutes[] = {
     {"GET", "/api/1.0/camera/focus", api_get_camera_focus, &visca_thread_data},
     {"GET", "/api/1.0/camera", api_get_camera, &visca_thread_data},
     {"POST", "/api/1.0/camera", api_post_camera, &visca_thread_data},
+
+    {"GET", "/api/setup/observer_seats", get_observer_seats, nullptr},
+    {"PUT", "/api/setup/observer_seats", put_observer_seats, nullptr},
 
     {"GET", "/api/led/mode", get_led_mode, nullptr},
     {"PUT", "/api/led/mode", put_led_mode, nullptr},
@@ -102,6 +107,9 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/motor/pan/decrement", post_drive_decrement, nullptr},
     {"POST", "/api/motor/pan/stop", post_motor_stop, nullptr},
 
+    {"POST", "/api/seats/request", post_seat_request, nullptr},
+    {"POST", "/api/seats/update", post_seat_update, nullptr},
+
     {"GET", "/api/power_board/readings", get_readings, nullptr},
     {"GET", "/api/power_board/read_command", get_read_command, nullptr},
     {"PUT", "/api/power_board/read_command", put_read_command, nullptr},
@@ -114,6 +122,7 @@ constexpr http_route_row kRoutes[] = {
 
 // The current values that other programs read start afresh with the daemon.
 void prepare_shared_state() {
+  init_seats();
   init_lighting();
   write_value_file(paths::kIntensity, kStartIntensity);
   write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);
