@@ -48,11 +48,11 @@ int post_seat_update(http_connection* connection, const char* body, unsigned lon
   copy_body_text(object.get(), "seat_token", token.text, sizeof token.text);
   trace(kTraceApi, "seat update '%s' '%s'", action, token.text);
   const seat_answer answer = update_seat(action, token.text);
-  const auto [controller, observer] = answer.available;
-  trace(kTraceApi, "seat status %d %d '%s'", controller, observer, answer.role);
+  trace(kTraceApi, "seat status %d %d '%s'", answer.available.controller, answer.available.observer,
+        answer.role);
   return send_object(connection, [&](json_object* reply) {
-    json_object_object_add(reply, "controller_seats", json_object_new_int(controller));
-    json_object_object_add(reply, "observer_seats", json_object_new_int(observer));
+    json_object_object_add(reply, "controller_seats", json_object_new_int(answer.available.controller));
+    json_object_object_add(reply, "observer_seats", json_object_new_int(answer.available.observer));
     json_object_object_add(reply, "seat_role", json_object_new_string(answer.role));
   });
 }
