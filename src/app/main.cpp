@@ -22,6 +22,7 @@
 #include "http/routes.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
+#include "seats/seats.h"
 #include "store/settings.h"
 
 namespace {
@@ -77,6 +78,7 @@ int run_unit(bool advanced) {
   // The process ends as it stands, board and loop with it.
   if (start_command_pipe(&application, &power_board) != 0) exit(EXIT_FAILURE);
   start_redis_publisher(&application);
+  start_seat_tick(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);

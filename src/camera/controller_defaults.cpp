@@ -6,9 +6,11 @@
 #include "camera/speeds.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
+#include "recorder/recorder.h"
 
 void restore_controller_defaults() {
   trace(kTraceApi, "controller defaults");
+  if (orb_get_recorder_recording() != 0) orb_stop_recorder();
   orb_set_controller_defaults();
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
   keep_focus_mode(camera_mode::automatic);

@@ -10,6 +10,8 @@
 #include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "recorder/api.h"
+#include "seats/api.h"
+#include "seats/seats.h"
 
 namespace {
 
@@ -34,6 +36,8 @@ constexpr http_route_row kRoutes[] = {
     {"PUT", "/api/setup/operator_id", put_operator_id, nullptr},
     {"GET", "/api/setup/filename", get_filename, nullptr},
     {"PUT", "/api/setup/filename", put_filename, nullptr},
+    {"GET", "/api/setup/observer_seats", get_observer_seats, nullptr},
+    {"PUT", "/api/setup/observer_seats", put_observer_seats, nullptr},
 
     {"GET", "/api/led/mode", get_led_mode, nullptr},
     {"PUT", "/api/led/mode", put_led_mode, nullptr},
@@ -117,6 +121,9 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/motor/pan/decrement", post_drive_decrement, nullptr},
     {"POST", "/api/motor/pan/stop", post_motor_stop, nullptr},
 
+    {"POST", "/api/seats/request", post_seat_request, nullptr},
+    {"POST", "/api/seats/update", post_seat_update, nullptr},
+
     {"GET", "/api/power_board/readings", get_readings, nullptr},
     {"GET", "/api/power_board/read_command", get_read_command, nullptr},
     {"PUT", "/api/power_board/read_command", put_read_command, nullptr},
@@ -129,6 +136,7 @@ constexpr http_route_row kRoutes[] = {
 
 // The current values that other programs read start afresh with the daemon.
 void prepare_shared_state() {
+  init_seats();
   init_lighting();
   write_value_file(paths::kIntensity, kStartIntensity);
   write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);

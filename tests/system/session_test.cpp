@@ -1,10 +1,12 @@
 // Whole sessions: a client's requests, what they were answered, what the devices saw and what was traced,
-// kept as text and replayed. "> METHOD path body" is a request; everything else is what the unit made of it.
+// kept as text and replayed. "> METHOD path body" is a request, "! DEVICE WORDS" a word to a simulated
+// device, "pause N" lets the next request work for N s more; everything else is what the unit made of it.
 
 #include <gtest/gtest.h>
 
 #include <regex>
 #include <sstream>
+#include <utility>
 
 #include "system/unit.h"
 
@@ -44,6 +46,44 @@ std::string without_chance(std::string text) {
   return text;
 }
 
+// Threads trace beside each other: the API's lines stand first.
+std::string api_first(const std::string& traced) {
+  std::string api;
+  std::string others;
+  std::istringstream lines(traced);
+  for (std::string line; std::getline(lines, line);) {
+    (line.rfind("trace HAPI", 0) == 0 ? api : others) += line + "\n";
+  }
+  return api + others;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = 0; (at = text.find(from, at)) != text.npos; at += to.size())
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+// The seats' tokens are random: in the text the first one is $0, the second $1.
+class token_names {
+ public:
+  void learn(const std::string& reply) {
+    static const std::regex kToken(R"re("seat_token":"([0-9A-Za-z]{16})")re");
+    std::smatch match;
+    if (std::regex_search(reply, match, kToken)) tokens_.push_back(match[1]);
+  }
+  std::string hidden(std::string text) const {
+    for (size_t i = 0; i < tokens_.size(); ++i) text = replaced(text, tokens_[i], "$" + std::to_string(i));
+    return text;
+  }
+  std::string shown(std::string text) const {
+    for (size_t i = 0; i < tokens_.size(); ++i) text = replaced(text, "$" + std::to_string(i), tokens_[i]);
+    return text;
+  }
+
+ private:
+  std::vector<std::string> tokens_;
+};
+
 std::string camera_log() { return std::regex_replace(ctl("camera", "log"), std::regex("(^|\n)\\d+ "), "$1"); }
 
 std::string board_log() {
@@ -60,9 +100,15 @@ std::string replay(const std::string& session) {
   board.added();
   trace.added();
   std::string result;
+  token_names tokens;
+  useconds_t pause_s = 0;
   std::istringstream lines(session);
   for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("! ", 0) == 0) {  // a word to a simulated device: "! board laser 1.25"
+    if (line.rfind("pause ", 0) == 0) {
+      pause_s = static_cast<useconds_t>(std::stoi(line.substr(6)));
+      result += line + "\n";
+    }
+    if (line.rfind("! ", 0) == 0) {
       const size_t blank = line.find(' ', 2);
       ctl(line.substr(2, blank - 2), line.substr(blank + 1));
       usleep(700'000);
@@ -75,9 +121,12 @@ std::string replay(const std::string& session) {
     std::string body;
     words >> method >> path >> std::ws;
     std::getline(words, body);
-    result += line + "\n< " + without_chance(http(method, path, body).body) + "\n";
-    usleep(350'000);  // the camera thread looks at the acknowledges ten times a second
-    result += without_chance(trace.added()) + camera.added() + board.added();
+    const std::string answer = http(method, path, tokens.shown(body)).body;
+    tokens.learn(answer);
+    result += line + "\n< " + tokens.hidden(without_chance(answer)) + "\n";
+    // The camera thread looks at the acknowledges ten times a second.
+    usleep(350'000 + 1'000'000 * std::exchange(pause_s, 0));
+    result += tokens.hidden(api_first(without_chance(trace.added()))) + camera.added() + board.added();
   }
   return result;
 }
@@ -98,7 +147,7 @@ TEST_P(session, is_as_it_was) {
   EXPECT_EQ(now, kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board"),
+INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board", "seats"),
                          [](const auto& file) { return file.param; });
 
 }  // namespace

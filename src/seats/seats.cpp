@@ -1,0 +1,96 @@
+#include "seats/seats.h"
+
+#include <ev.h>
+#include <sys/random.h>
+
+#include <cstdlib>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/mutex.h"
+#include "base/text.h"
+#include "camera/controller.h"
+#include "recorder/recorder.h"
+#include "store/settings.h"
+
+namespace {
+
+constexpr double kTick_s = 1.0;
+
+mutex seat_lock;
+seat_table table GUARDED_BY(seat_lock);
+
+ev_timer tick_timer;  // main loop
+
+// Unseeded, the tokens would be the same after every start, and one client could tell another's.
+void seed_tokens() {
+  auto seed = static_cast<unsigned>(monotonic_ns());
+  if (getrandom(&seed, sizeof seed, 0) != sizeof seed) trace(kTraceApi, "seat tokens from the clock");
+  srand(seed);
+}
+
+void on_tick(struct ev_loop*, ev_timer*, int) { tick_seats(); }
+
+void free_excess_observers() REQUIRES(seat_lock) {
+  while (seat* excess = excess_observer(table)) {
+    const int index = static_cast<int>(excess - table.seats.data());
+    const bool pending = excess->role == seat_role::observer_requested;
+    trace(kTraceApi, pending ? "kick pending %d" : "kick observer %d", index);
+    free_seat(*excess);
+  }
+}
+
+}  // namespace
+
+void init_seats() {
+  seed_tokens();
+  int limit = 0;
+  orb_read_nv(kSettingViewerSeats, &limit, sizeof limit);
+  const mutex_lock lock(seat_lock);
+  table = {};
+  if (limit >= 0 && limit <= kMaximumObservers) table.observer_limit = limit;
+}
+
+void start_seat_tick(struct ev_loop* loop) {
+  ev_timer_init(&tick_timer, on_tick, kTick_s, kTick_s);
+  ev_timer_start(loop, &tick_timer);
+}
+
+void tick_seats() {
+  const mutex_lock lock(seat_lock);
+  for (int lost = count_down_seats(table); lost > 0; --lost) restore_controller_defaults();
+}
+
+seat_token request_seat(std::string_view role) {
+  const mutex_lock lock(seat_lock);
+  seat_token token;
+  copy_text(token.text, sizeof token.text, grant_seat(table, role, rand));
+  return token;
+}
+
+seat_answer update_seat(std::string_view action, std::string_view token) {
+  const mutex_lock lock(seat_lock);
+  const seat_change change = change_seat(table, action, token);
+  if (change.is_controller_lost) restore_controller_defaults();
+  if (change.is_controller_kept) orb_service_recorder_watchdog();
+  return {change.role, count_available(table)};
+}
+
+int observer_seats() {
+  const mutex_lock lock(seat_lock);
+  return table.observer_limit;
+}
+
+// Saved first and without the lock: a save waits for the disk, the tick must not. Only the HTTP server thread
+// sets the limit.
+void set_observer_seats(int limit) {
+  orb_write_nv(kSettingViewerSeats, &limit, sizeof limit);
+  const mutex_lock lock(seat_lock);
+  table.observer_limit = limit;
+  free_excess_observers();
+}
+
+bool controller_seat_warning() {
+  const mutex_lock lock(seat_lock);
+  return is_controller_running_out(table);
+}
