@@ -104,7 +104,9 @@ recorder_texts copy_texts() {
 void choose_start_time(take* t) {
   for (int k = 0;; ++k) {
     t->start_time = start_time_text(k);
-    if (!exists(usb_take_path(*t)) && !exists(internal_take_path(*t))) return;
+    const bool is_free = !exists(usb_take_path(*t)) && !exists(internal_take_path(*t)) &&
+                         !exists(caption_path(*t));  // all that is left of a take without a picture
+    if (is_free) return;
     trace(kTraceRecorder, "start dup adjust %d", k);
   }
 }

@@ -173,7 +173,9 @@ TEST_F(takes, a_start_moves_past_the_takes_that_are_there) {
   put(usb_take_path(other), "");
   other.start_time = start_time_text(1);
   put(internal_take_path(other), "");
-  EXPECT_EQ(begin_take().start_time, start_time_text(2));
+  other.start_time = start_time_text(2);
+  put(caption_path(other), "");
+  EXPECT_EQ(begin_take().start_time, start_time_text(3));
 }
 
 TEST_F(takes, a_start_needs_room_in_both_stores) {
