@@ -73,11 +73,11 @@ bool copy_take(const take& t, int64_t size) {
   return false;
 }
 
-// The guid first: an internal file without one is a leftover, a guid without its file a take.
+// The file first: one without a guid would stay for ever, but a guid without its file is completed at once.
 void remove_take(const take& t, const char* guid_path) {
-  if (remove(guid_path) == 0) trace(kTraceRecorder, "removed guid file");
-  flush_folder_of(guid_path);
   if (remove(internal_take_path(t).c_str()) == 0) trace(kTraceRecorder, "removed recorded file");
+  flush_folder_of(guid_path);
+  if (remove(guid_path) == 0) trace(kTraceRecorder, "removed guid file");
 }
 
 bool complete(const take& t, json_object* description, const char* guid_path, bool start_up) {
