@@ -217,6 +217,7 @@ void cut_power(int times) {
     daemon = start_daemon();
     ASSERT_TRUE(await_api());
     ASSERT_TRUE(await_completion());
+    EXPECT_TRUE(read_folder(paths::kInternalTakes, ".mp4").empty());
     for (const auto& [path, picture] : internal)
       EXPECT_TRUE(read_text(paths::kUsbTakes + path.substr(strlen(paths::kInternalTakes))) == picture)
           << path;
