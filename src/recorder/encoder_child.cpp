@@ -121,7 +121,8 @@ void end_writers(const std::string& path) {
     if (!pidfd || !is_writer(pid, path)) return;
     trace(kTraceRecorder, "take held by %d", pid);
     shut_encoder_connection(pid, pidfd.get());
-    pidfd_send_signal(pidfd.get(), SIGCONT, nullptr, 0);
+    // One that has not opened its file has nothing to lose, and would only now begin to record.
+    pidfd_send_signal(pidfd.get(), writes_to(pid, path) ? SIGCONT : SIGKILL, nullptr, 0);
     await_end_or_kill(pid, pidfd.get());
   });
 }
