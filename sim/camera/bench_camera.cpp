@@ -10,6 +10,8 @@ picture_state picture_of(const bench_camera& camera) {
   state.upside_down = camera.block.settings.modes[kFlip] == "on";
   state.infrared = camera.block.settings.modes[kIcr] == "on";
   state.titles = camera.block.titles;
+  state.silent = camera.picture_silent;
+  state.drops = camera.picture_drops;
   return state;
 }
 

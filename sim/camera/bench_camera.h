@@ -11,7 +11,9 @@ namespace sim_camera {
 
 struct bench_camera {
   block_model block;
-  int light_percent = 70;       // for the picture only
+  int light_percent = 70;  // for the picture only
+  bool picture_silent = false;
+  int picture_drops = 0;
   bool refuse_connect = false;  // the listening socket is closed
   bool drop_requested = false;  // the link server closes its clients and clears this
   int64_t now_ms = 0;           // since the start of the program, set before anything is called

@@ -51,6 +51,16 @@ std::string set_zoom(bench_camera& camera, int position) {
   return kOk;
 }
 
+std::string set_picture_silent(bench_camera& camera, int on) {
+  camera.picture_silent = on != 0;
+  return kOk;
+}
+
+std::string drop_picture(bench_camera& camera, int) {
+  ++camera.picture_drops;
+  return kOk;
+}
+
 std::string_view on_off(bool on) { return on ? "on" : "off"; }
 
 void append_row(std::string& text, std::string_view name, std::string_view value) {
@@ -86,6 +96,7 @@ std::string show(bench_camera& camera, int) {
   append_row(text, "garble", on_off(block.faults.garble));
   append_row(text, "full", on_off(block.faults.full));
   append_row(text, "refuse_connect", on_off(camera.refuse_connect));
+  append_row(text, "picture_silent", on_off(camera.picture_silent));
   append_row(text, "ack_delay", std::to_string(block.faults.ack_delay_ms));
   return text;
 }
@@ -123,6 +134,8 @@ constexpr control_row kControls[] = {
     {"drop", "close the links now", drop, takes::nothing},
     {"refuse_connect", "close the listening socket", refuse_connect, takes::on_off},
     {"light", "brightness of the picture in percent", set_light, takes::number, 100},
+    {"picture_silent", "the encoder hangs: no pictures, connections stay", set_picture_silent, takes::on_off},
+    {"picture_drop", "close the encoder's connections now", drop_picture, takes::nothing},
     {"zoom", "put the lens at a position at once", set_zoom, takes::number, kCombinedEnd},
 };
 

@@ -18,6 +18,7 @@ constexpr int kSmallestCrop = 16;    // pixels of the scene across; beyond 40x t
 constexpr unsigned kRefreshMs = 66;  // one frame
 constexpr unsigned kBlinkMs = 500;
 constexpr unsigned kSessionSweep_s = 10;
+constexpr unsigned kSwitchMs = 20;
 
 // The scene is checkers that drift, with a fixed target and a fixed scale in front: the frame of reference.
 constexpr char kPipeline[] =
@@ -32,7 +33,7 @@ constexpr char kPipeline[] =
     " ! textoverlay name=titles font-desc=\"Monospace Bold 26px\" valignment=top halignment=left"
     " line-alignment=left xpad=8 ypad=6 wrap-mode=none auto-resize=false draw-shadow=false"
     " ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=15 threads=1 bitrate=1500"
-    " ! rtph264pay name=pay0 pt=96 )";
+    " ! valve name=valve ! rtph264pay name=pay0 pt=96 )";
 
 // Where the picture is served. The recorder asks for the first one.
 constexpr const char* kMounts[] = {"/vx-1.mp4", "/stream0", "/stream1"};
@@ -45,9 +46,17 @@ struct running_picture {
   GstElement* flip = nullptr;
   GstElement* balance = nullptr;
   GstElement* titles = nullptr;
+  GstElement* valve = nullptr;
   picture_state shown;
   bool fresh = true;  // nothing applied yet
   bool blink_dark = false;
+};
+
+// The server, and how often its connections have been closed.
+struct served_picture {
+  GstRTSPServer* server = nullptr;
+  shared_picture* shared = nullptr;
+  int drops = 0;
 };
 
 void apply_zoom(const running_picture& p, double magnification) {
@@ -78,6 +87,7 @@ void apply(running_picture& p, const picture_state& state, bool blink_dark) {
     const std::string markup = state.power ? title_markup(state.titles, blink_dark) : std::string();
     g_object_set(p.titles, "text", markup.c_str(), nullptr);
   }
+  if (all || state.silent != p.shown.silent) g_object_set(p.valve, "drop", state.silent, nullptr);
   p.shown = state;
   p.blink_dark = blink_dark;
   p.fresh = false;
@@ -91,7 +101,7 @@ gboolean refresh(gpointer data) {
 
 void forget_picture(gpointer data) {
   auto* p = static_cast<running_picture*>(data);
-  for (GstElement* element : {p->crop, p->flip, p->balance, p->titles}) gst_clear_object(&element);
+  for (GstElement* element : {p->crop, p->flip, p->balance, p->titles, p->valve}) gst_clear_object(&element);
   delete p;
 }
 
@@ -110,8 +120,10 @@ void on_media_configure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer shar
   p->flip = gst_bin_get_by_name(GST_BIN(bin), "flip");
   p->balance = gst_bin_get_by_name(GST_BIN(bin), "balance");
   p->titles = gst_bin_get_by_name(GST_BIN(bin), "titles");
+  p->valve = gst_bin_get_by_name(GST_BIN(bin), "valve");
   gst_object_unref(bin);
-  if (p->crop == nullptr || p->flip == nullptr || p->balance == nullptr || p->titles == nullptr) {
+  if (p->crop == nullptr || p->flip == nullptr || p->balance == nullptr || p->titles == nullptr ||
+      p->valve == nullptr) {
     std::fprintf(stderr, "sim_camera: a GStreamer element is missing, the picture cannot be made\n");
     forget_picture(p);
     return;
@@ -129,6 +141,17 @@ gboolean sweep_sessions(gpointer server) {
   GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(static_cast<GstRTSPServer*>(server));
   gst_rtsp_session_pool_cleanup(pool);
   g_object_unref(pool);
+  return G_SOURCE_CONTINUE;
+}
+
+GstRTSPFilterResult end_client(GstRTSPServer*, GstRTSPClient*, gpointer) { return GST_RTSP_FILTER_REMOVE; }
+
+// Closes the connections when that was asked for.
+gboolean watch_drops(gpointer data) {
+  auto& s = *static_cast<served_picture*>(data);
+  const int drops = s.shared->latest().drops;
+  if (drops != s.drops) gst_rtsp_server_client_filter(s.server, end_client, nullptr);
+  s.drops = drops;
   return G_SOURCE_CONTINUE;
 }
 
@@ -157,6 +180,7 @@ bool picture_start(const std::string& address, int port, shared_picture& shared)
     return false;
   }
   g_timeout_add_seconds(kSessionSweep_s, sweep_sessions, server);
+  g_timeout_add(kSwitchMs, watch_drops, new served_picture{server, &shared, 0});
   std::thread([] { g_main_loop_run(g_main_loop_new(nullptr, FALSE)); }).detach();
   return true;
 }

@@ -15,6 +15,8 @@ struct picture_state {
   bool upside_down = false;
   bool infrared = false;  // without its IR filter the camera sees no colours
   title_memory titles;
+  bool silent = false;  // the encoder hangs: no pictures, and its connections stay open
+  int drops = 0;        // how often its connections were to be closed
 
   bool operator==(const picture_state&) const = default;
 };

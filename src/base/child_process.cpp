@@ -1,6 +1,7 @@
 #include "base/child_process.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -26,6 +27,8 @@ namespace {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
+  // Libraries open some without the flag, and the daemon may have been started with others.
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   execv(command.program, const_cast<char* const*>(command.arguments));
   const int error = errno;
   [[maybe_unused]] const ssize_t told = write(report, &error, sizeof error);

@@ -1,5 +1,5 @@
-// Child processes: all is prepared before fork, the child only sets itself up and becomes the program. Every
-// descriptor of the daemon is close-on-exec; the child reads /dev/null, has default signal dispositions and
+// Child processes: all is prepared before fork, the child only sets itself up and becomes the program. It
+// gets no descriptor of the daemon but its outputs; it reads /dev/null, has default signal dispositions and
 // no blocked signals.
 #pragma once
 

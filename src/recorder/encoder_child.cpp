@@ -23,6 +23,7 @@ namespace {
 
 constexpr int kObeys_ms = 2000;
 constexpr int kGivesUp_ms = 10'000;
+constexpr size_t kArgumentsLimit = 1 << 16;
 
 struct folder_closer {
   void operator()(DIR* folder) const { closedir(folder); }
@@ -40,6 +41,8 @@ void for_each_number(const std::string& folder, const std::function<void(int num
 }
 
 std::string descriptors_of(pid_t pid) { return "/proc/" + std::to_string(pid) + "/fd"; }
+
+std::string arguments_of(pid_t pid) { return "/proc/" + std::to_string(pid) + "/cmdline"; }
 
 bool is_encoder_connection(int fd) {
   sockaddr_in peer{};
@@ -59,9 +62,6 @@ void shut_encoder_connection(pid_t pid, int pidfd) {
 }
 
 void await_end_or_kill(pid_t pid, int pidfd) {
-  if (await_end(pidfd, kObeys_ms)) return;
-  trace(kTraceRecorder, "encoder silent %d", pid);
-  shut_encoder_connection(pid, pidfd);
   if (await_end(pidfd, kGivesUp_ms)) return;
   trace(kTraceRecorder, "kill %d", pid);
   pidfd_send_signal(pidfd, SIGKILL, nullptr, 0);
@@ -84,28 +84,45 @@ bool writes_to(pid_t pid, const std::string& path) {
   return found;
 }
 
+// Whether `path` is the last argument of process `pid`: an ffmpeg that has not opened its file yet.
+bool is_told_to_write(pid_t pid, const std::string& path) {
+  const std::string arguments = read_file(arguments_of(pid).c_str(), kArgumentsLimit).value_or("");
+  return arguments.ends_with('\0' + path + '\0');
+}
+
+bool is_writer(pid_t pid, const std::string& path) {
+  return pid != getpid() && (writes_to(pid, path) || is_told_to_write(pid, path));
+}
+
 }  // namespace
 
 int start_ffmpeg(const std::string& path, child_process* child) {
   const std::string url = std::string("rtsp://") + addresses::kCamera + "/vx-1.mp4";
   // "-y" stands in the place of the program's name, so ffmpeg never sees it: it does not overwrite a file.
   const char* const arguments[] = {"-y", "-i", url.c_str(), "-vcodec", "copy", path.c_str(), nullptr};
-  return start_child({.program = paths::kFfmpeg, .arguments = arguments, .death_signal = SIGTERM}, child);
+  // SIGSTOP, because the kernel repeats the signal: when a daemon is killed, its child is handed from thread
+  // to thread as they end, and gets one of each. A second SIGTERM would cost the file's index.
+  return start_child({.program = paths::kFfmpeg, .arguments = arguments, .death_signal = SIGSTOP}, child);
 }
 
 void await_ffmpeg_end(pid_t pid) {
   const unique_fd pidfd(pidfd_open(pid, 0));
-  if (pidfd) await_end_or_kill(pid, pidfd.get());
+  if (!pidfd || await_end(pidfd.get(), kObeys_ms)) return;
+  trace(kTraceRecorder, "encoder silent %d", pid);
+  shut_encoder_connection(pid, pidfd.get());
+  await_end_or_kill(pid, pidfd.get());
 }
 
 void end_writers(const std::string& path) {
   for_each_number("/proc", [&](int pid) {
-    if (pid == getpid() || !writes_to(pid, path)) return;
+    if (!is_writer(pid, path)) return;
     const unique_fd pidfd(pidfd_open(pid, 0));
     // Looked at again, now that the number cannot become another process's.
-    if (!pidfd || !writes_to(pid, path)) return;
+    if (!pidfd || !is_writer(pid, path)) return;
     trace(kTraceRecorder, "take held by %d", pid);
-    pidfd_send_signal(pidfd.get(), SIGCONT, nullptr, 0);
+    shut_encoder_connection(pid, pidfd.get());
+    // One that has not opened its file has nothing to lose, and would only now begin to record.
+    pidfd_send_signal(pidfd.get(), writes_to(pid, path) ? SIGCONT : SIGKILL, nullptr, 0);
     await_end_or_kill(pid, pidfd.get());
   });
 }

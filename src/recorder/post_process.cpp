@@ -21,10 +21,11 @@ namespace {
 constexpr size_t kDurationSize = 15;
 constexpr char kNoDuration[] = "00:00:00";
 
-// 0 for a file that is not there.
+// 0 for a file that is not there, -1 when that cannot be told.
 int64_t size_of(const std::string& path) {
   struct stat info {};
-  return stat(path.c_str(), &info) == 0 ? info.st_size : 0;
+  if (stat(path.c_str(), &info) == 0) return info.st_size;
+  return errno == ENOENT ? 0 : -1;
 }
 
 // "H:MM:SS" as ffprobe gives it.
@@ -65,15 +66,18 @@ bool copy_take(const take& t, int64_t size) {
   trace(kTraceRecorder, "cp size %ld", static_cast<long>(size));
   if (size == 0) return true;  // nothing to lose
   if (copy_file(internal_take_path(t).c_str(), usb_take_path(t).c_str(), show_copied, nullptr)) return true;
-  trace(kTraceRecorder, "cp failed %d '%s'", errno, strerror(errno));
+  const int error = errno;
+  trace(kTraceRecorder, "cp failed %d '%s'", error, strerror(error));
+  // The part that fits would take the room that the description needs; the internal file has all of it.
+  if (error == ENOSPC) unlink(usb_take_path(t).c_str());
   return false;
 }
 
-// The guid first: an internal file without one is a leftover, a guid without its file a take.
+// The file first: one without a guid would stay for ever, but a guid without its file is completed at once.
 void remove_take(const take& t, const char* guid_path) {
-  if (remove(guid_path) == 0) trace(kTraceRecorder, "removed guid file");
-  flush_folder_of(guid_path);
   if (remove(internal_take_path(t).c_str()) == 0) trace(kTraceRecorder, "removed recorded file");
+  flush_folder_of(guid_path);
+  if (remove(guid_path) == 0) trace(kTraceRecorder, "removed guid file");
 }
 
 bool complete(const take& t, json_object* description, const char* guid_path, bool start_up) {

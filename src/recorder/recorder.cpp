@@ -104,7 +104,9 @@ recorder_texts copy_texts() {
 void choose_start_time(take* t) {
   for (int k = 0;; ++k) {
     t->start_time = start_time_text(k);
-    if (!exists(usb_take_path(*t)) && !exists(internal_take_path(*t))) return;
+    const bool is_free = !exists(usb_take_path(*t)) && !exists(internal_take_path(*t)) &&
+                         !exists(caption_path(*t));  // all that is left of a take without a picture
+    if (is_free) return;
     trace(kTraceRecorder, "start dup adjust %d", k);
   }
 }
@@ -129,6 +131,13 @@ bool store_guid(const std::string& guid) {
   replace_file(paths::kSaveTimes, "");
   replace_file(paths::kImageNotes, "");
   return true;
+}
+
+// What the recorder is at afterwards. A take that cannot be described leaves it in its preparation: no take
+// starts until the next start of the daemon. On purpose.
+recorder_stage store_take(const take& t) {
+  if (!save_description(t, "", json_owner(json_object_new_array()))) return recorder_stage::preparing;
+  return store_guid(t.guid) ? recorder_stage::take_requested : recorder_stage::idle;
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
@@ -216,17 +225,9 @@ int orb_start_recorder() {
     change_stage(recorder_stage::preparing, recorder_stage::completion_requested);
     return -1;
   }
-  const take t = has_room() ? next_take() : take{};
-  if (t.guid.empty()) {
-    change_stage(recorder_stage::preparing, recorder_stage::idle);
-  } else if (!save_description(t, "", json_owner(json_object_new_array()))) {
-    // The recorder stays in its preparation: no take starts until the next start of the daemon. On purpose.
-  } else if (!store_guid(t.guid)) {
-    change_stage(recorder_stage::preparing, recorder_stage::idle);
-  } else {
-    change_stage(recorder_stage::preparing, recorder_stage::take_requested);
-    sleep_ms(kStartWait_ms);
-  }
+  const recorder_stage next = has_room() ? store_take(next_take()) : recorder_stage::idle;
+  change_stage(recorder_stage::preparing, next);
+  if (next == recorder_stage::take_requested) sleep_ms(kStartWait_ms);
   return recorder.error == 0 && recorder.recording != 0 ? 0 : -1;
 }
 

@@ -79,6 +79,7 @@ json_owner load_description(const std::string& guid, take* t) {
   t->asset_id = json_text(description.get(), "asset_id");
   t->start_time = json_text(description.get(), "start_time");
   t->note = json_text(description.get(), "note");
+  if (t->start_time.empty()) return nullptr;  // it does not tell the take's file
   return description;
 }
 

@@ -33,7 +33,7 @@ json_owner take_file_entry(const std::string& name);
 bool save_description(const take& t, const std::string& duration, json_owner files);
 
 // Fills the take of `guid` from its description, with "" for what is missing; returns the description, null
-// when it cannot be read.
+// when it cannot be read or does not tell the take's file.
 json_owner load_description(const std::string& guid, take* t);
 
 // A new time-based guid.

@@ -33,6 +33,7 @@ child::child(const std::vector<std::string>& command, const std::string& preload
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   pid_ = fork();
+  setpgid(pid_, 0);  // in both: whichever is first
   if (pid_ != 0) return;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const int log = open("/tmp/children.log", O_WRONLY | O_CREAT | O_APPEND, 0644);
@@ -76,9 +77,10 @@ child start_redis() {
   return redis;
 }
 
-child start_camera() {
-  child camera({kBuild + "/sim_camera", "--no-picture"});
-  await([] { return access("/run/bench/camera.ctl", F_OK) == 0; });
+child start_camera(bool with_picture) {
+  child camera(with_picture ? std::vector{kBuild + "/sim_camera"}
+                            : std::vector{kBuild + "/sim_camera", std::string("--no-picture")});
+  await([] { return !ctl("camera", "show").empty(); });
   return camera;
 }
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-// A child process; ended with SIGKILL and reaped when the record goes.
+// A child process, with a process group of its own; ended with SIGKILL and reaped when the record goes.
 class child {
  public:
   child() = default;
@@ -27,7 +27,7 @@ class child {
 };
 
 child start_redis();
-child start_camera();  // the simulated camera, without its picture
+child start_camera(bool with_picture = false);
 child start_daemon();  // with the simulated board; returns as soon as the process runs
 
 // Waits up to 10 s, and lets the board be strict from then on; false when the daemon does not answer.

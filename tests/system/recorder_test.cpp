@@ -1,0 +1,226 @@
+// Takes as crews make them: the daemon, the real ffmpeg, and the simulated encoder's stream.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <map>
+#include <random>
+
+#include "base/child_process.h"
+#include "base/clock.h"
+#include "base/json.h"
+#include "base/paths.h"
+#include "system/unit.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using files = std::map<std::string, std::string>;  // path to content
+
+bool recorder(const std::string& action) {
+  return http("POST", "/api/camera/recorder/" + action).body == R"({"status":"OK"})";
+}
+
+std::string get(const std::string& name) { return http("GET", "/api/setup/" + name).body; }
+
+files read_folder(const char* folder, const char* extension) {
+  files found;
+  std::error_code none;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder, none)) {
+    const std::string path = entry.path();
+    if (path.ends_with(extension)) found[path] = read_text(path);
+  }
+  return found;
+}
+
+std::string on_the_stick(const std::string& internal_path) {
+  return paths::kUsbTakes + internal_path.substr(strlen(paths::kInternalTakes));
+}
+
+double duration(const std::string& path) {
+  const std::string command = "ffprobe -v error -show_entries format=duration -of csv=p=0 ";
+  return strtod(shell_first_line(command + shell_quoted(path), 20).c_str(), nullptr);
+}
+
+// Takes on the stick that can be played.
+int playable() {
+  int count = 0;
+  for (const auto& [path, picture] : read_folder(paths::kUsbTakes, ".mp4")) count += duration(path) > 1;
+  return count;
+}
+
+bool await_completion() {
+  return await([] { return access(paths::kTakeGuid, F_OK) != 0; }, 25);
+}
+
+bool begin_take() {
+  return await([] { return recorder("start"), access(paths::kTakeGuid, F_OK) == 0; });
+}
+
+bool await_picture() {
+  return await([] {
+    for (const auto& [path, picture] : read_folder(paths::kInternalTakes, ".mp4"))
+      if (picture.size() > 200'000) return true;
+    return false;
+  });
+}
+
+void expect_refused_start() {
+  const int64_t before = monotonic_ns();
+  EXPECT_FALSE(recorder("start"));
+  EXPECT_LT(monotonic_ns() - before, 10 * kNanosecondsPerMillisecond);
+}
+
+TEST(takes, a_take_reaches_the_stick_with_its_texts) {
+  const child camera = start_camera(true);
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  for (const std::string name : {"title", "operator_id", "flow_direction", "filename"}) {
+    const std::string body = "{\"" + name + R"(":"a 'b' $x;/c"})";
+    for (const std::string& text : {body, std::string("{}"), std::string("nonsense"), std::string()})
+      EXPECT_EQ(http("PUT", "/api/setup/" + name, text).body, R"({"status":"OK"})");
+    EXPECT_EQ(get(name), body);
+  }
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+  daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  EXPECT_TRUE(await([] { return get("filename") == R"({"filename":"a 'b' $x;/c"})"; })) << "the title's";
+
+  for (const char* action : {"stop", "pause", "resume"}) EXPECT_FALSE(recorder(action)) << action;
+  ASSERT_TRUE(begin_take());
+  const int64_t begin = monotonic_ns();
+  ASSERT_TRUE(await_picture());
+  EXPECT_FALSE(recorder("resume"));
+  EXPECT_TRUE(recorder("pause"));
+  EXPECT_FALSE(recorder("pause"));
+  usleep(1'500'000);
+  EXPECT_TRUE(recorder("resume"));
+  expect_refused_start();
+  usleep(1'000'000);
+  EXPECT_TRUE(recorder("stop"));
+  const double lasted = static_cast<double>(monotonic_ns() - begin) / 1e9;
+  for (int i = 0; i < 5; ++i) expect_refused_start();
+  EXPECT_FALSE(recorder("stop"));
+  ASSERT_TRUE(await_completion());
+
+  const files pictures = read_folder(paths::kUsbTakes, ".mp4");
+  ASSERT_EQ(pictures.size(), 1U);
+  const std::string path = pictures.begin()->first;
+  EXPECT_EQ(path.find("/media/usb99/ApiVideos/a 'b' $x;_c_20"), 0U);
+  EXPECT_NEAR(duration(path), lasted, 0.5);
+  EXPECT_EQ(read_folder(paths::kUsbTakes, ".vtt").count(path.substr(0, path.size() - 3) + "vtt"), 1U);
+  const files descriptions = read_folder(paths::kUsbTakes, ".json");
+  EXPECT_NE(descriptions.begin()->second.find(R"("duration":"0:00:0)"), std::string::npos);
+  EXPECT_TRUE(read_folder(paths::kInternalTakes, ".mp4").empty());
+}
+
+struct ending {
+  const char* camera;  // what the encoder does
+  const char* action[2];
+  int signal;  // to the daemon, 0 none
+};
+
+constexpr ending kEndings[] = {
+    {"", {"pause", "stop"}, 0},    {"picture_silent on", {"stop"}, 0},
+    {"picture_drop", {"stop"}, 0}, {"", {}, SIGTERM},
+    {"", {"pause"}, SIGTERM},      {"picture_silent on", {}, SIGTERM},
+    {"", {"stop"}, SIGTERM},       {"", {}, SIGKILL},
+    {"", {"pause"}, SIGKILL},      {"picture_silent on", {}, SIGKILL},
+    {"", {"stop"}, SIGKILL},
+};
+
+TEST(takes, every_ending_leaves_one_that_can_be_played) {
+  const child camera = start_camera(true);
+  child daemon = start_daemon();
+  int count = playable();
+  for (const ending& ending : kEndings) {
+    SCOPED_TRACE(++count);
+    ASSERT_TRUE(await_api());
+    ASSERT_TRUE(begin_take());
+    ASSERT_TRUE(await_picture());
+    if (*ending.camera != 0) ctl("camera", ending.camera), usleep(500'000);
+    for (const char* action : ending.action) EXPECT_TRUE(action == nullptr || recorder(action)) << action;
+    if (ending.signal != 0) {
+      daemon.signal(ending.signal);
+      EXPECT_EQ(daemon.wait(), ending.signal == SIGKILL ? -SIGKILL : 0);
+      daemon = start_daemon();
+    }
+    EXPECT_TRUE(await_completion());
+    EXPECT_EQ(playable(), count);
+    ctl("camera", "picture_silent off");
+  }
+}
+
+// A take that cannot be completed lets the next ones be recorded, and every start tries it again.
+TEST(takes, one_without_a_description_is_set_aside_and_not_lost) {
+  const std::string guid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
+  fs::create_directories(paths::kInternalTakes);
+  write_text(paths::kTakeGuid, guid);
+  write_text("/home/orb/ApiVideos/a_1.mp4", "picture");
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  EXPECT_TRUE(await([&] { return recorder("start"), fs::exists(paths::kTakeGuid + ("." + guid)); }));
+  ASSERT_TRUE(begin_take());
+  EXPECT_TRUE(recorder("stop"));
+  EXPECT_TRUE(await_completion());
+  write_text("/media/usb99/ApiVideos/" + guid + ".json", R"({"name":"a","start_time":"1"})");
+  daemon.signal(SIGKILL);
+  daemon.wait();
+  daemon = start_daemon();
+  EXPECT_TRUE(await([&] { return !fs::exists(paths::kTakeGuid + ("." + guid)); }));
+  EXPECT_EQ(read_text("/media/usb99/ApiVideos/a_1.mp4"), "picture");
+}
+
+// Kills all of the daemon, its children too, anywhere in a take: while it is recorded, ended and completed.
+void cut_power(int times) {
+  std::mt19937 random(20'260'309);
+  const auto within_us = [&random](unsigned us) { usleep(static_cast<useconds_t>(random() % us)); };
+  write_text("/media/usb99/trace_mask", "0x200");  // its lines slow a completion down
+  const child camera = start_camera(true);
+  int pictures = 0;
+  int copies = 0;
+  int whole = 0;
+  for (int round = 0; round < times; ++round) {
+    SCOPED_TRACE(round);
+    child daemon = start_daemon();
+    ASSERT_TRUE(await_api());
+    const files others = read_folder(paths::kUsbTakes, "");
+    ASSERT_TRUE(begin_take());
+    if (round % 3 == 0) within_us(4'000'000);
+    if (round % 3 != 0) {
+      ASSERT_TRUE(await_picture());
+      const std::string path = read_folder(paths::kInternalTakes, ".mp4").begin()->first;
+      const std::string caption = on_the_stick(path.substr(0, path.size() - 3) + "vtt");
+      recorder("stop");
+      if (round % 3 == 1) within_us(150'000);
+      while (round % 3 == 2 && access(caption.c_str(), F_OK) != 0) continue;
+      if (round % 3 == 2) within_us(700);
+    }
+    const pid_t group = -daemon.pid();
+    kill(group, SIGKILL);
+    daemon.wait();
+    ASSERT_TRUE(await([group] { return kill(group, 0) != 0; }));
+
+    const files internal = read_folder(paths::kInternalTakes, ".mp4");
+    for (const auto& [path, picture] : internal)
+      ++pictures, copies += fs::exists(on_the_stick(path)), whole += read_text(on_the_stick(path)) == picture;
+    daemon = start_daemon();
+    ASSERT_TRUE(await_api());
+    ASSERT_TRUE(await_completion());
+    EXPECT_TRUE(read_folder(paths::kInternalTakes, ".mp4").empty());
+    for (const auto& [path, picture] : internal)
+      EXPECT_TRUE(read_text(on_the_stick(path)) == picture) << path;
+    for (const auto& [path, content] : others) EXPECT_TRUE(read_text(path) == content) << path;
+    for (const auto& [path, content] : read_folder(paths::kUsbTakes, ".json"))
+      EXPECT_TRUE(load_json_file(path.c_str())) << content;
+  }
+  printf("%d cuts: %d internal files, %d with a copy begun, %d with a whole copy\n", times, pictures, copies,
+         whole);
+}
+
+TEST(takes, a_power_cut_loses_nothing) { cut_power(3); }
+TEST(takes, DISABLED_fifty_power_cuts_lose_nothing) { cut_power(50); }
+
+}  // namespace
