@@ -116,6 +116,32 @@ TEST(takes, a_take_reaches_the_stick_with_its_texts) {
   EXPECT_TRUE(read_folder(paths::kInternalTakes, ".mp4").empty());
 }
 
+// The take, lights, laser and zoom of a controller whose tablet is gone.
+TEST(takes, a_lost_controller_leaves_nothing_running) {
+  const child camera = start_camera(true);
+  const child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  const std::string reply = http("POST", "/api/seats/request", R"({"seat_role":"controller"})").body;
+  const std::string token = reply.substr(reply.find(':') + 1, 18);
+  const auto locked = [&] {
+    return http("POST", "/api/seats/update", R"({"seat_update":"lock","seat_token":)" + token + "}").body;
+  };
+  EXPECT_NE(locked().find(R"("seat_role":"controller")"), std::string::npos);
+  const int64_t begin = monotonic_ns();
+  ASSERT_TRUE(begin_take());
+  http("PUT", "/api/led/mode", R"({"led_mode":"high"})");
+  http("PUT", "/api/laser/mode", R"({"laser_mode":"manual"})");
+  http("PUT", "/api/camera/zoom/position", R"({"zoom_position":8000})");
+  const auto board = [] { return ctl("board", "show"); };
+  EXPECT_TRUE(await([&] { return board().find("led 0x24") != std::string::npos; }));
+  ASSERT_TRUE(await([&] { return board().find("led 0x00") != std::string::npos; }, 35));
+  EXPECT_NEAR(static_cast<double>(monotonic_ns() - begin) / 1e9, 30, 1.5);
+  EXPECT_TRUE(await([&] { return board().find("laser off") != std::string::npos; }));
+  EXPECT_TRUE(await([] { return ctl("camera", "show").find("zoom 0 (1.0x") != std::string::npos; }));
+  ASSERT_TRUE(await_completion());
+  EXPECT_EQ(playable(), 1);
+}
+
 struct ending {
   const char* camera;  // what the encoder does
   const char* action[2];
