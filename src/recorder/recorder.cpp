@@ -144,6 +144,15 @@ void signal_child(int number) REQUIRES(recorder.child_lock) {
   if (recorder.child_pid > 0) kill(recorder.child_pid, number);
 }
 
+int set_paused(int paused) {
+  const mutex_lock lock(recorder.child_lock);
+  if (recorder.recording == 0 || recorder.paused == paused) return -1;
+  trace(kTraceRecorder, paused != 0 ? "pause" : "resume");
+  signal_child(paused != 0 ? SIGSTOP : SIGCONT);
+  recorder.paused = paused;
+  return 0;
+}
+
 template <size_t Size>
 void load_text(char (recorder_texts::*member)[Size], char* text, size_t size) {
   const mutex_lock lock(recorder.texts_lock);
@@ -233,23 +242,8 @@ int orb_start_recorder() {
 
 int orb_stop_recorder() { return stop_take(kStopByRequest) ? 0 : -1; }
 
-int orb_pause_recorder() {
-  const mutex_lock lock(recorder.child_lock);
-  if (recorder.recording == 0 || recorder.paused != 0) return -1;
-  trace(kTraceRecorder, "pause");
-  signal_child(SIGSTOP);
-  recorder.paused = 1;
-  return 0;
-}
-
-int orb_resume_recorder() {
-  const mutex_lock lock(recorder.child_lock);
-  if (recorder.recording == 0 || recorder.paused == 0) return -1;
-  trace(kTraceRecorder, "resume");
-  signal_child(SIGCONT);
-  recorder.paused = 0;
-  return 0;
-}
+int orb_pause_recorder() { return set_paused(1); }
+int orb_resume_recorder() { return set_paused(0); }
 
 void orb_service_recorder_watchdog() {
   const mutex_lock lock(recorder.watchdog_lock);
