@@ -11,10 +11,6 @@ void orb_init_camera();
 // Lets the worker put zoom, focus and exposure into their known state.
 void orb_set_controller_defaults();
 
-// What follows when the controlling seat is given up or times out: modes, speeds, lights and the camera go
-// back to their defaults.
-void restore_controller_defaults();
-
 // The setting as its word, cut to size - 1 characters and terminated.
 void orb_load_camera_invert_image(char* text, unsigned size);      // "off", "on"
 void orb_load_camera_image_stabilizer(char* text, unsigned size);  // "off", "on"

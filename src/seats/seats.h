@@ -32,6 +32,10 @@ struct seat_answer {
 };
 seat_answer update_seat(std::string_view action, std::string_view token);
 
+// What follows when the controller's seat is given up or times out: a take is stopped, and modes, speeds,
+// lights, laser and camera go back to their defaults. Nothing in it waits. Any thread.
+void restore_controller_defaults();
+
 int observer_seats();
 
 // 0 to 5. Saves the limit as setting 6 and frees the observer seats that are above it.

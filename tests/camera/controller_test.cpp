@@ -5,6 +5,7 @@
 #include "base/value_file.h"
 #include "camera/depth_of_field.h"
 #include "camera/modes.h"
+#include "seats/seats.h"
 #include "store/settings.h"
 #include "tests/camera/fake_camera.h"
 

@@ -1,3 +1,5 @@
+#include "seats/seats.h"
+
 #include "app/trace.h"
 #include "base/paths.h"
 #include "base/value_file.h"
