@@ -1,7 +1,6 @@
 #include "base/child_process.h"
 
 #include <fcntl.h>
-#include <linux/close_range.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -16,9 +15,7 @@ namespace {
 
 // In the child, between fork and exec: only what POSIX allows there (async-signal-safe calls).
 [[noreturn]] void become(const child_command& command, pid_t parent, int input, int report) {
-  prctl(PR_SET_PDEATHSIG, command.death_signal);
-  // The parent may have ended before the death signal was set.
-  if (command.death_signal != 0 && getppid() != parent) _exit(1);
+  setsid();
   dup2(input, STDIN_FILENO);
   if (command.output >= 0) dup2(command.output, STDOUT_FILENO);
   struct sigaction standard {};
@@ -27,11 +24,19 @@ namespace {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  // Libraries open some without the flag, and the daemon may have been started with others.
-  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  if (command.ignores_sigpipe) signal(SIGPIPE, SIG_IGN);
+  // Nothing of the daemon stays open, not even in a child that a signal stops or ends before it is the
+  // program: it would hold the API's port.
+  constexpr int kReport = STDERR_FILENO + 1;
+  if (report != kReport) dup2(report, kReport);
+  fcntl(kReport, F_SETFD, FD_CLOEXEC);
+  close_range(kReport + 1, ~0U, 0);
+  prctl(PR_SET_PDEATHSIG, command.death_signal);
+  // The parent may have ended before the death signal was set.
+  if (command.death_signal != 0 && getppid() != parent) _exit(1);
   execv(command.program, const_cast<char* const*>(command.arguments));
   const int error = errno;
-  [[maybe_unused]] const ssize_t told = write(report, &error, sizeof error);
+  [[maybe_unused]] const ssize_t told = write(kReport, &error, sizeof error);
   _exit(127);
 }
 

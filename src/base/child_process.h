@@ -1,6 +1,6 @@
 // Child processes: all is prepared before fork, the child only sets itself up and becomes the program. It
 // gets no descriptor of the daemon but its outputs; it reads /dev/null, has default signal dispositions and
-// no blocked signals.
+// no blocked signals, and a session of its own: what a terminal sends is for the daemon.
 #pragma once
 
 #include <string>
@@ -11,6 +11,7 @@ struct child_command {
   const char* program = nullptr;           // its path
   const char* const* arguments = nullptr;  // the first one too; a null pointer ends them
   int output = -1;                         // becomes its standard output; -1: what the daemon's is
+  bool ignores_sigpipe = false;            // lives on when nobody reads its messages
   int death_signal = 0;                    // sent to it when the thread that started it ends; 0 none
 };
 

@@ -63,6 +63,11 @@ std::optional<std::string> read_first_line(const char* path, size_t limit) {
   return line;
 }
 
+bool flush_file(const char* path) {
+  const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return fd && fsync(fd.get()) == 0 && flush_folder_of(path);
+}
+
 bool flush_folder_of(const char* path) {
   const std::string file = path;
   const std::string folder = file.substr(0, file.find_last_of('/') + 1);

@@ -56,5 +56,8 @@ bool replace_file(const std::string& path, std::string_view data);
 // The first line of a file with its newline, at most `limit` bytes; nothing when the file cannot be read.
 std::optional<std::string> read_first_line(const char* path, size_t limit);
 
+// Flushes what has been written to a file, by whomever, and its name.
+bool flush_file(const char* path);
+
 // Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
 bool flush_folder_of(const char* path);

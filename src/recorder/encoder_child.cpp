@@ -24,6 +24,7 @@ namespace {
 constexpr int kObeys_ms = 2000;
 constexpr int kGivesUp_ms = 10'000;
 constexpr size_t kArgumentsLimit = 1 << 16;
+constexpr std::string_view kFirstArguments{"-y\0-i\0", 6};  // as the kernel shows them
 
 struct folder_closer {
   void operator()(DIR* folder) const { closedir(folder); }
@@ -87,7 +88,7 @@ bool writes_to(pid_t pid, const std::string& path) {
 // Whether `path` is the last argument of process `pid`: an ffmpeg that has not opened its file yet.
 bool is_told_to_write(pid_t pid, const std::string& path) {
   const std::string arguments = read_file(arguments_of(pid).c_str(), kArgumentsLimit).value_or("");
-  return arguments.ends_with('\0' + path + '\0');
+  return arguments.starts_with(kFirstArguments) && arguments.ends_with('\0' + path + '\0');
 }
 
 bool is_writer(pid_t pid, const std::string& path) {
@@ -102,7 +103,9 @@ int start_ffmpeg(const std::string& path, child_process* child) {
   const char* const arguments[] = {"-y", "-i", url.c_str(), "-vcodec", "copy", path.c_str(), nullptr};
   // SIGSTOP, because the kernel repeats the signal: when a daemon is killed, its child is handed from thread
   // to thread as they end, and gets one of each. A second SIGTERM would cost the file's index.
-  return start_child({.program = paths::kFfmpeg, .arguments = arguments, .death_signal = SIGSTOP}, child);
+  return start_child(
+      {.program = paths::kFfmpeg, .arguments = arguments, .ignores_sigpipe = true, .death_signal = SIGSTOP},
+      child);
 }
 
 void await_ffmpeg_end(pid_t pid) {

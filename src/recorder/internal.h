@@ -52,7 +52,8 @@ struct recorder_state {
   // Whoever clears `recording`, sends the child its one SIGTERM; pause and resume signal under the same lock,
   // or a late SIGSTOP would cost the take.
   mutex child_lock;
-  pid_t child_pid GUARDED_BY(child_lock) = -1;  // -1 when there is none to be reaped
+  pid_t child_pid GUARDED_BY(child_lock) = -1;         // -1 when there is none to be reaped
+  bool is_stop_wanted GUARDED_BY(child_lock) = false;  // of a take that has not begun yet
   bool is_closed GUARDED_BY(child_lock) = false;
 
   mutex watchdog_lock;

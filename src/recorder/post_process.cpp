@@ -62,14 +62,26 @@ void show_copied(void*, int64_t copied, int64_t size) {
   if (percent != recorder.post_processing) set_post_processing(percent);
 }
 
+// A part of a file would only take the room of other takes and of the description: the internal file has it
+// all.
+bool is_too_large(int error) { return error == ENOSPC || error == EFBIG || error == EDQUOT; }
+
+bool has_room_for(const std::string& copy, int64_t size) {
+  return size / 1024 <=
+         static_cast<int64_t>(free_kb(paths::kUsbTakes)) + std::max<int64_t>(size_of(copy), 0) / 1024;
+}
+
 bool copy_take(const take& t, int64_t size) {
   trace(kTraceRecorder, "cp size %ld", static_cast<long>(size));
   if (size == 0) return true;  // nothing to lose
-  if (copy_file(internal_take_path(t).c_str(), usb_take_path(t).c_str(), show_copied, nullptr)) return true;
+  const std::string copy = usb_take_path(t);
+  errno = ENOSPC;
+  if (has_room_for(copy, size) &&
+      copy_file(internal_take_path(t).c_str(), copy.c_str(), show_copied, nullptr))
+    return true;
   const int error = errno;
   trace(kTraceRecorder, "cp failed %d '%s'", error, strerror(error));
-  // The part that fits would take the room that the description needs; the internal file has all of it.
-  if (error == ENOSPC) unlink(usb_take_path(t).c_str());
+  if (is_too_large(error)) unlink(copy.c_str());
   return false;
 }
 
@@ -82,7 +94,10 @@ void remove_take(const take& t, const char* guid_path) {
 
 bool complete(const take& t, json_object* description, const char* guid_path, bool start_up) {
   const std::string path = internal_take_path(t);
-  if (start_up) end_writers(path);
+  if (start_up) {
+    end_writers(path);
+    flush_file(path.c_str());
+  }
   const int64_t size = size_of(path);
   json_owner files = list_files(take_file_name(t, "mp4"), description, start_up);
   std::string duration = size == 0 ? json_text(description, "duration") : measure_duration(path);

@@ -1,5 +1,6 @@
 #include "recorder/recorder.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
@@ -84,10 +85,9 @@ bool has_room() {
   return emmc >= kStartEmmc_kb && usb >= kStartUsb_kb;
 }
 
-// The note that waits for the next take; it is taken away.
-std::string take_video_note() {
+// The note that waits for the next take.
+std::string read_video_note() {
   std::string note = read_first_line(paths::kVideoNote, kNoteLimit).value_or("");
-  remove(paths::kVideoNote);
   if (is_utf8(note)) return note;
   for (char& c : note) {
     if ((c & 0x80) != 0) c = '?';
@@ -120,16 +120,20 @@ take next_take() {
   t.asset_id = texts.title;
   choose_start_time(&t);
   t.guid = make_guid();
-  t.note = take_video_note();
+  t.note = read_video_note();
   return t;
+}
+
+void truncate_file(const char* path) {
+  const unique_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0644));
 }
 
 // The guid file comes last: a guid always has its description.
 bool store_guid(const std::string& guid) {
   if (!replace_file(paths::kTakeGuid, guid)) return false;
   trace(kTraceRecorder, "store guid file");
-  replace_file(paths::kSaveTimes, "");
-  replace_file(paths::kImageNotes, "");
+  truncate_file(paths::kSaveTimes);
+  truncate_file(paths::kImageNotes);
   return true;
 }
 
@@ -137,11 +141,20 @@ bool store_guid(const std::string& guid) {
 // starts until the next start of the daemon. On purpose.
 recorder_stage store_take(const take& t) {
   if (!save_description(t, "", json_owner(json_object_new_array()))) return recorder_stage::preparing;
-  return store_guid(t.guid) ? recorder_stage::take_requested : recorder_stage::idle;
+  remove(paths::kVideoNote);
+  if (store_guid(t.guid)) return recorder_stage::take_requested;
+  remove(description_path(t.guid).c_str());
+  return recorder_stage::idle;
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
   if (recorder.child_pid > 0) kill(recorder.child_pid, number);
+}
+
+// A stop that came before a start is not for its take.
+void forget_stops() {
+  const mutex_lock lock(recorder.child_lock);
+  recorder.is_stop_wanted = false;
 }
 
 int set_paused(int paused) {
@@ -192,6 +205,7 @@ bool is_recorder_closed() {
 
 bool stop_take(int reason) {
   const mutex_lock lock(recorder.child_lock);
+  recorder.is_stop_wanted = true;
   if (recorder.recording == 0) return false;
   trace(kTraceRecorder, "stop %d", reason);
   recorder.post_processing = 1;
@@ -230,6 +244,7 @@ void close_recorder() {
 int orb_start_recorder() {
   if (recorder.recording != 0 || recorder.post_processing != 0 || is_recorder_closed()) return -1;
   if (!change_stage(recorder_stage::idle, recorder_stage::preparing)) return -1;
+  forget_stops();
   if (exists(paths::kTakeGuid)) {
     change_stage(recorder_stage::preparing, recorder_stage::completion_requested);
     return -1;

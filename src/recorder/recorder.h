@@ -23,7 +23,7 @@ void close_recorder();
 // slow to start (the take records then all the same).
 int orb_start_recorder();
 
-// Ends the take; -1 when there is none.
+// Ends the take, also one that a start has just asked for; -1 when none records.
 int orb_stop_recorder();
 
 // The take goes on without its picture: the stream is not read. -1 unless it records and is not paused.
@@ -35,6 +35,8 @@ int orb_resume_recorder();
 // The controller lives: a take that nobody serves for 30 s is ended.
 void orb_service_recorder_watchdog();
 
+// Who asks whether the recorder is idle reads `recording` first: the other way round a take that is just
+// ending would look idle.
 int orb_get_recorder_recording();
 int orb_get_recorder_paused();
 

@@ -92,15 +92,18 @@ std::string requested_path() {
   return internal_take_path(t);
 }
 
+enum class beginning { recording, unwanted, failed };
+
 // Starts ffmpeg; from then on the take runs.
-bool begin_take(const std::string& path, child_process* child) {
+beginning begin_take(const std::string& path, child_process* child) {
   const mutex_lock lock(recorder.child_lock);
-  if (recorder.is_closed || start_ffmpeg(path, child) != 0) return false;
+  if (recorder.is_stop_wanted || recorder.is_closed) return beginning::unwanted;
+  if (path.empty() || start_ffmpeg(path, child) != 0) return beginning::failed;
   recorder.child_pid = child->pid;
   orb_service_recorder_watchdog();
   recorder.error = 0;
   recorder.recording = 1;
-  return true;
+  return beginning::recording;
 }
 
 void watch_until_stopped(const std::string& path) {
@@ -116,7 +119,8 @@ void watch_until_stopped(const std::string& path) {
   }
 }
 
-void end_child() {
+// What the child has written is on the disk afterwards: the operator may switch the unit off at any moment.
+void end_child(const std::string& path) {
   pid_t pid = -1;
   {
     const mutex_lock lock(recorder.child_lock);  // whoever cleared `recording` has sent its signals now
@@ -124,6 +128,7 @@ void end_child() {
   }
   await_ffmpeg_end(pid);
   while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
+  flush_file(path.c_str());
   const mutex_lock lock(recorder.child_lock);
   recorder.child_pid = -1;
 }
@@ -132,9 +137,12 @@ void record_take() {
   trace(kTraceRecorder, "record starting");
   const std::string path = requested_path();
   child_process child;
-  if (path.empty() || !begin_take(path, &child)) {
+  const beginning begun = begin_take(path, &child);
+  if (begun == beginning::failed) {
     trace(kTraceRecorder, "error");
     recorder.error = 1;
+  }
+  if (begun != beginning::recording) {
     if (!is_recorder_closed()) complete_take(paths::kTakeGuid, true);
     return;
   }
@@ -142,7 +150,7 @@ void record_take() {
   if (const int error = exec_error(child)) trace(kTraceRecorder, "rerror %d '%s'", -1, strerror(error));
   watch_until_stopped(path);
   trace(kTraceRecorder, "record stopped");
-  end_child();
+  end_child(path);
   if (is_recorder_closed()) return;  // the next start completes it
   complete_take(paths::kTakeGuid, false);
   measure_stores();

@@ -12,7 +12,7 @@
 
 void restore_controller_defaults() {
   trace(kTraceApi, "controller defaults");
-  if (orb_get_recorder_recording() != 0) orb_stop_recorder();
+  orb_stop_recorder();  // also of a take that has not begun yet
   orb_set_controller_defaults();
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
   keep_focus_mode(camera_mode::automatic);
