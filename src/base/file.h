@@ -56,5 +56,9 @@ bool replace_file(const std::string& path, std::string_view data);
 // The first line of a file with its newline, at most `limit` bytes; nothing when the file cannot be read.
 std::optional<std::string> read_first_line(const char* path, size_t limit);
 
+// Makes the folder `path` (mode 0755), flushed, when nothing has that name. True when it was missing, made or
+// not.
+bool make_missing_folder(const char* path);
+
 // Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
 bool flush_folder_of(const char* path);
