@@ -198,6 +198,8 @@ void orb_init_nv() {
   }
 }
 
+const char* setting_key(uint32_t index) { return kSettings[index].key; }
+
 void orb_read_nv(uint32_t index, void* buffer, int32_t length) {
   if (index >= kSettingCount || length < 0) return;
   const size_t size = kSettings[index].size;
