@@ -166,7 +166,7 @@ TEST(logger, nothing_comes_back_after_a_reset) {
       flushed.clear();
       flush_fails = fails;
       orb_check_logger_reset();  // there is no mark yet
-      std::ofstream{mark};
+      std::ofstream(mark) << "any content";
       orb_check_logger_reset();
       fs::remove(mark);
       flush_fails = false;
