@@ -23,6 +23,7 @@
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "seats/seats.h"
+#include "store/logger.h"
 #include "store/settings.h"
 
 namespace {
@@ -79,6 +80,7 @@ int run_unit(bool advanced) {
   if (start_command_pipe(&application, &power_board) != 0) exit(EXIT_FAILURE);
   start_redis_publisher(&application);
   start_seat_tick(application.loop);
+  start_logger_timer(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);
@@ -96,6 +98,7 @@ int main(int, char** arguments) {
   const bool advanced = is_advanced_model();
   init_trace();
   orb_init_nv();
+  orb_init_logger();
   fputs("start\n", stderr);
 
   visca_thread_data.address = addresses::kCamera;

@@ -68,6 +68,13 @@ bool flush_file(const char* path) {
   return fd && fsync(fd.get()) == 0 && flush_folder_of(path);
 }
 
+bool make_missing_folder(const char* path) {
+  struct stat info {};
+  if (stat(path, &info) == 0) return false;
+  if (mkdir(path, 0755) == 0) flush_folder_of(path);
+  return true;
+}
+
 bool flush_folder_of(const char* path) {
   const std::string file = path;
   const std::string folder = file.substr(0, file.find_last_of('/') + 1);

@@ -59,5 +59,9 @@ std::optional<std::string> read_first_line(const char* path, size_t limit);
 // Flushes what has been written to a file, by whomever, and its name.
 bool flush_file(const char* path);
 
+// Makes the folder `path` (mode 0755), flushed, when nothing has that name. True when it was missing, made or
+// not.
+bool make_missing_folder(const char* path);
+
 // Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
 bool flush_folder_of(const char* path);

@@ -17,6 +17,13 @@ inline constexpr char kSettingsFolder[] = "/home/orb/nv";
 inline constexpr char kSettingsFile0[] = "/home/orb/nv/nv00.json";
 inline constexpr char kSettingsFile1[] = "/home/orb/nv/nv01.json";
 
+// Data logger. The dated files, and the mark on the external stick that asks for a reset.
+inline constexpr char kLoggerFolder[] = "/home/orb/logger";
+inline constexpr char kLoggerFile0[] = "/home/orb/logger/log0.json";
+inline constexpr char kLoggerFile1[] = "/home/orb/logger/log1.json";
+inline constexpr char kUsbLogs[] = "/media/usb99/ApiLogs";
+inline constexpr char kLoggerResetMark[] = "/media/usb-cpy/orb_log_reset.txt";
+
 // Takes. The internal store holds what is being recorded, the USB store what is finished.
 inline constexpr char kVideos[] = "/home/orb/Videos";
 inline constexpr char kInternalTakes[] = "/home/orb/ApiVideos";

@@ -7,6 +7,7 @@
 #include "camera/api.h"
 #include "camera/speeds.h"
 #include "camera/visca_thread.h"
+#include "heading/api.h"
 #include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "recorder/api.h"
@@ -105,6 +106,9 @@ constexpr http_route_row kRoutes[] = {
     {"GET", "/api/laser/mode", get_laser_mode, nullptr},
     {"PUT", "/api/laser/mode", put_laser_mode, nullptr},
     {"POST", "/api/laser/execute", post_laser_execute, nullptr},
+
+    {"GET", "/api/magnetometer/calibration", get_calibration, nullptr},
+    {"PUT", "/api/magnetometer/calibration", put_calibration, nullptr},
 
     {"POST", "/api/motor/tilt/increment", post_tilt_increment, nullptr},
     {"POST", "/api/motor/tilt/decrement", post_tilt_decrement, nullptr},

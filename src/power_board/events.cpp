@@ -1,8 +1,11 @@
 // What each refresh derives from the readings: the board's requests and warnings, and the averages.
 
+#include <cstdio>
+
 #include "app/trace.h"
 #include "base/text.h"
 #include "power_board/internal.h"
+#include "store/logger.h"
 
 namespace {
 
@@ -31,14 +34,30 @@ void detect_overcurrent(orb_power_board* board, uint8_t status) {
   trace(kTracePowerBoard, now ? "overcurrent" : "no overcurrent");
 }
 
-// Loads the hold while `active` and counts it down afterwards, tracing the event's begin and end.
-void hold_event(std::atomic<int>& hold, bool active, const char* begin, const char* end) {
+struct warning {
+  const char* begin;  // as they are traced
+  const char* end;
+  void (*report)();  // to the logger, at the begin; may be null
+};
+
+// Loads the hold while `active` and counts it down afterwards.
+void hold_warning(std::atomic<int>& hold, bool active, const warning& warning) {
   if (active) {
-    if (hold == 0) trace(kTracePowerBoard, "%s", begin);
+    if (hold == 0) {
+      trace(kTracePowerBoard, "%s", warning.begin);
+      if (warning.report != nullptr) warning.report();
+    }
     hold = kHold;
   } else if (hold != 0 && --hold == 0) {
-    trace(kTracePowerBoard, "%s", end);
+    trace(kTracePowerBoard, "%s", warning.end);
   }
+}
+
+warning drive_warning(uint8_t motor_type) {
+  return {"pan/height overcurrent start", "pan/height overcurrent end",
+          motor_type == kMotorHeight ? orb_report_logger_height_motor_warning
+          : motor_type == kMotorPan  ? orb_report_logger_pan_motor_warning
+                                     : nullptr};
 }
 
 // The rising and the falling thresholds differ by one step of the table, and the comparisons are strict or
@@ -65,10 +84,10 @@ void detect_events(orb_power_board* board, const power_board_readings& readings)
   if ((status & kStatusExtended) == 0) return;
   detect_shutdown_request(board, status);
   detect_overcurrent(board, status);
-  hold_event(board->tilt_overcurrent_hold, (status & kStatusTiltOvercurrent) != 0, "tilt overcurrent begin",
-             "tilt overcurrent end");
-  hold_event(board->drive_overcurrent_hold, (status & kStatusDriveOvercurrent) != 0,
-             "pan/height overcurrent start", "pan/height overcurrent end");
+  hold_warning(board->tilt_overcurrent_hold, (status & kStatusTiltOvercurrent) != 0,
+               {"tilt overcurrent begin", "tilt overcurrent end", orb_report_logger_tilt_motor_warning});
+  hold_warning(board->drive_overcurrent_hold, (status & kStatusDriveOvercurrent) != 0,
+               drive_warning(readings.motor_type));
 }
 
 void average_battery(orb_power_board* board, const power_board_readings& readings) {
@@ -96,9 +115,10 @@ void average_pressure(orb_power_board* board, const power_board_readings& readin
   const uint32_t average = pressure.sum / pressure.count;
   pressure.sum = 0;
   pressure.count = 0;
+  orb_report_logger_internal_pressure(average);
   if (average > kHighPressure || average < kNormalPressure) {
-    hold_event(board->high_pressure_hold, average > kHighPressure, "high pressure begin",
-               "high pressure end");
+    hold_warning(board->high_pressure_hold, average > kHighPressure,
+                 {"high pressure begin", "high pressure end", orb_report_logger_high_pressure_warning});
   }
 }
 
@@ -113,12 +133,21 @@ void average_humidity(orb_power_board* board, const power_board_readings& readin
   const float average = humidity.sum / static_cast<float>(humidity.count);
   humidity.sum = 0;
   humidity.count = 0;
+  orb_report_logger_internal_humidity(static_cast<double>(average));
   if (average > kHighHumidity || average < kNormalHumidity) {
-    hold_event(board->high_humidity_hold, average > kHighHumidity, "high rh begin", "high rh end");
+    hold_warning(board->high_humidity_hold, average > kHighHumidity,
+                 {"high rh begin", "high rh end", orb_report_logger_high_humidity_warning});
   }
 }
 
 void orb_power_board_load_battery_level(const orb_power_board* board, char* text, size_t size) {
   static constexpr const char* kLevels[] = {"?", "25%", "50%", "75%", "100%"};
   copy_text(text, size, kLevels[board->battery_level]);
+}
+
+void orb_power_board_load_battery_voltage(const orb_power_board* board, char* text, size_t size) {
+  copy_text(text, size, "");
+  if (board->battery_level != 0) {
+    snprintf(text, size, "%.1f V", static_cast<double>(board->battery.volts.load()));
+  }
 }

@@ -47,7 +47,7 @@ struct battery_average {
   size_t index = 0;
   float sum = 0;
   int warm_up = 64;
-  float volts = 0;
+  std::atomic<float> volts = 0;  // read by anyone; the rest is the service thread's
 };
 
 // Averages of 50 samples each, after a start delay in refreshes.
@@ -214,6 +214,8 @@ int orb_power_board_clear_laser_reading(orb_power_board* board);
 
 // "25%" to "100%", "?" while the level is not known.
 void orb_power_board_load_battery_level(const orb_power_board* board, char* text, size_t size);
+// The average input voltage, "19.7 V"; "" while the level is not known.
+void orb_power_board_load_battery_voltage(const orb_power_board* board, char* text, size_t size);
 
 // Hands the bus to the update thread with `request`: until that thread has ended the update, refreshes are
 // skipped and writes dropped. Returns 0, or -1 when the queue refuses it.

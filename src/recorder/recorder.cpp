@@ -35,7 +35,7 @@ constexpr int64_t kCloseStep_ms = 10;
 constexpr int kCloseSteps = 1500;
 
 void make_folder(const char* path) {
-  if (mkdir(path, 0755) == 0) trace(kTraceRecorder, "create '%s'", path);
+  if (make_missing_folder(path)) trace(kTraceRecorder, "create '%s'", path);
 }
 
 template <size_t Size>

@@ -1,5 +1,10 @@
 #include "store/alternating_file.h"
 
+#include <cerrno>
+#include <cstdio>
+
+#include "base/file.h"
+
 namespace {
 
 struct generation {
@@ -59,4 +64,14 @@ int save_alternating_file(alternating_file* files, json_object* values) {
   files->current_id = id;
   files->live = target;
   return 0;
+}
+
+int restart_alternating_file(alternating_file* files, json_object* values) {
+  alternating_file restarted{{files->path[0], files->path[1]}, files->live};
+  const int result = save_alternating_file(&restarted, values);
+  if (result != 0) return result;
+  *files = restarted;
+  const char* older = files->path[1 - files->live];
+  const bool gone = remove(older) == 0 || errno == ENOENT;
+  return gone && flush_folder_of(older) ? 0 : -1;
 }

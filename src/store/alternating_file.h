@@ -23,3 +23,8 @@ json_owner load_alternating_file(alternating_file* files);
 // that is not live, flushed. Only after that do the ids and `live` move on. Returns 0, -1 when the file could
 // not be written, or -2 when the object could not be built; the state is then unchanged.
 int save_alternating_file(alternating_file* files, json_object* values);
+
+// The same as the first generation of a new chain, to which nothing older belongs: after the save the other
+// file is removed, flushed. It would else be the newer one of the two whenever the chain has no link to it.
+// -1 also when only the removal failed; the new chain then stands, and its next save takes that file's place.
+int restart_alternating_file(alternating_file* files, json_object* values);

@@ -1,7 +1,5 @@
 #include "store/settings.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -187,11 +185,8 @@ void save() REQUIRES(nv_lock) {
 
 void orb_init_nv() {
   const mutex_lock lock(nv_lock);
-  struct stat info {};
-  if (stat(paths::kSettingsFolder, &info) != 0) {
+  if (make_missing_folder(paths::kSettingsFolder))
     trace(kTraceSettings, "create '%s'", paths::kSettingsFolder);
-    if (mkdir(paths::kSettingsFolder, 0755) == 0) flush_folder_of(paths::kSettingsFolder);
-  }
   const json_owner record = load_alternating_file(&nv_files);
   if (record) {
     live = parse_values(record.get());
@@ -202,6 +197,8 @@ void orb_init_nv() {
     save();
   }
 }
+
+const char* setting_key(uint32_t index) { return kSettings[index].key; }
 
 void orb_read_nv(uint32_t index, void* buffer, int32_t length) {
   if (index >= kSettingCount || length < 0) return;

@@ -35,6 +35,9 @@ enum setting_index : uint32_t {
 // Loads the newer valid file, or the defaults and saves them. Called once, before any other thread runs.
 void orb_init_nv();
 
+// The key of setting `index` (below 34) in the files and, where a route takes it by this name, in the API.
+const char* setting_key(uint32_t index);
+
 // Copies setting `index` into `buffer` of `length` bytes: shorter buffers get the first bytes, longer ones
 // the setting with zeros after it. An index above 33 does nothing.
 void orb_read_nv(uint32_t index, void* buffer, int32_t length);

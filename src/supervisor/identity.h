@@ -1,10 +1,17 @@
-// The unit's identity, as the local Redis database holds it. Every operation copies its text with truncation,
-// always terminated, over a Redis connection of its own, and gives "unknown" when Redis cannot be reached or
-// holds nothing. Any thread; waits at most 0.1 s.
+// The unit's identity. Every operation copies its text with truncation, always terminated. Any thread.
 #pragma once
 
 #include <cstddef>
 
+// From the local Redis database, over a connection of their own; "unknown" when it cannot be reached or holds
+// nothing. Each waits at most 0.1 s.
 void orb_load_supervisor_model_name(char* text, size_t size);
 void orb_load_supervisor_serial_number(char* text, size_t size);
 void orb_load_supervisor_battery_type(char* text, size_t size);
+
+// Revision and build of the power board's firmware, "03.42"; "00.00" before its first good frame.
+void orb_load_supervisor_firmware_version(char* text, size_t size);
+// The version word that the camera reported, "0123", "0000" until it has; "" while there is no camera record.
+void orb_load_supervisor_camera_version(char* text, size_t size);
+// The average input voltage, "19.7 V"; "" until it is known.
+void orb_load_supervisor_battery_voltage(char* text, size_t size);

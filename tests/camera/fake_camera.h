@@ -12,7 +12,7 @@
 #include <functional>
 #include <sstream>
 
-#include "app/trace.h"
+#include "app/trace_reader.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
@@ -50,23 +50,6 @@ inline bool eventually(const std::function<bool()>& holds, int timeout_ms = 3000
 }
 
 inline std::string file_text(const char* path) { return read_file(path, 100).value_or(""); }
-
-inline void start_trace() {
-  set_trace_mask(~0U);
-  init_trace();
-}
-
-// The messages under a tag so far, without their time, each ended with ";"; sent and received bytes left out.
-inline std::string traces(const std::string& tag) {
-  std::ifstream file(paths::kTrace);
-  std::string messages;
-  for (std::string line; std::getline(file, line);) {
-    if (!line.starts_with(tag + ": ")) continue;
-    const std::string text = line.substr(tag.size() + 2, line.rfind(" [") - tag.size() - 2);
-    if (!text.starts_with(' ') && text != "sending:" && text != "read:") messages += text + ";";
-  }
-  return messages;
-}
 
 inline bool traced(const std::string& tag, const std::string& messages) {
   return eventually([&] { return traces(tag).ends_with(messages); });

@@ -1,6 +1,7 @@
 // What each refresh derives from the readings, stepped without a bus.
 #include "http/api_client.h"
 #include "power_board/rig.h"
+#include "store/logger.h"
 #include "store/settings.h"
 
 namespace {
@@ -22,10 +23,23 @@ class events : public rig {
     orb_power_board_load_battery_level(&board_, text, sizeof text);
     return text;
   }
+  std::string battery_voltage() {
+    char text[8];
+    orb_power_board_load_battery_voltage(&board_, text, sizeof text);
+    return text;
+  }
+  // What the logger has of it: values of the session, a blank after each.
+  static std::string reported(std::initializer_list<const char*> keys) {
+    const json_owner readings = orb_get_logger_current_readings();
+    std::string values;
+    for (const std::string key : keys) values += json_text(readings.get(), ("present_" + key).c_str()) + " ";
+    return values;
+  }
   void laser(double metres) { update_laser(&board_, {.laser_distance = metres}); }
 };
 
 TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_refreshes) {
+  orb_init_logger();
   for (const int none : {0x00, 0x0E, 0x01, 0x21, 0x23}) status(none);
   EXPECT_EQ(traced(), texts{});
   for (const int value : {0x03, 0x03, 0x01, 0x03}) status(value);
@@ -43,13 +57,22 @@ TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_
   EXPECT_EQ(traced(), texts{off});
   status(0x01, 31);
   EXPECT_EQ(traced(), texts{"PWRB: pan/height overcurrent end"});
+  const auto warnings = [] {
+    return reported({"tilt_motor_warnings", "height_motor_warnings", "pan_motor_warnings"});
+  };
+  EXPECT_EQ(warnings(), "1 0 0 ") << "a drive of no known type";
+  for (const uint8_t type : {kMotorHeight, kMotorPan, kMotorPan}) {
+    refresh({.status = 0x09, .motor_type = type}, 2);
+    status(0x01, 30);
+  }
+  EXPECT_EQ(warnings(), "1 1 2 ");
 }
 
 TEST_F(events, the_battery_level_is_unknown_for_64_refreshes_and_then_has_hysteresis) {
   texts levels;
   for (const float volts : {19.5F, 19.375F, 18.5F, 18.375F, 17.5F, 17.375F}) {
     orb_power_board_init(&board_, &application_, 1);
-    EXPECT_EQ(battery(volts), "?") << volts;
+    EXPECT_EQ(battery(volts) + battery_voltage(), "?") << volts;
     levels.push_back(battery(volts, 1));
   }
   EXPECT_EQ(levels, (texts{"100%", "75%", "75%", "50%", "50%", "25%"}));
@@ -58,6 +81,7 @@ TEST_F(events, the_battery_level_is_unknown_for_64_refreshes_and_then_has_hyster
   for (const float volts : {18.5F, 18.375F, 17.5F, 17.375F, 16.5F, 16.375F}) levels.push_back(battery(volts));
   EXPECT_EQ(levels,
             (texts{"25%", "50%", "50%", "75%", "75%", "100%", "100%", "75%", "75%", "50%", "50%", "25%"}));
+  EXPECT_EQ(battery_voltage(), "16.4 V");
 }
 
 TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
@@ -109,6 +133,7 @@ TEST_F(events, the_laser_distance_is_told_in_the_units_of_the_operator) {
 
 // Above the upper limit begins, below the lower one counts down, in periods of 50 refreshes after a delay.
 TEST_F(events, pressure_and_humidity_warn_with_a_hold) {
+  orb_init_logger();
   const auto feed = [&](uint32_t pressure, float humidity, int times) {
     refresh({.bme280_pressure = pressure, .bme280_humidity = humidity}, times);
   };
@@ -126,6 +151,11 @@ TEST_F(events, pressure_and_humidity_warn_with_a_hold) {
   EXPECT_EQ(traced(), texts{});
   feed(1099, 8999, 1);
   EXPECT_EQ(traced(), (texts{"PWRB: high pressure end", "PWRB: high rh end"}));
+  tick_logger();
+  EXPECT_EQ(reported({"high_pressure_warnings", "internal_max_pressure", "internal_min_pressure"}),
+            "1 1201 mb 1099 mb ");
+  EXPECT_EQ(reported({"high_humidity_warnings", "internal_max_humidity", "internal_min_humidity"}),
+            "1 9501 % 8999 % ");
 }
 
 }  // namespace

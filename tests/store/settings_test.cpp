@@ -3,28 +3,24 @@
 #include "store/settings.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <climits>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 
 #include "base/file.h"
 #include "base/paths.h"
+#include "store/saves.h"
 
 namespace fs = std::filesystem;
 
-static std::string flushed;  // names, in order
-static bool flush_fails = false;
+std::string flushed;
+bool flush_fails = false;
 
 // In the C library's place: notes what is flushed, and fails when told to.
 int fsync(int fd) {
@@ -184,28 +180,16 @@ TEST(settings, what_is_no_file_is_replaced) {
 // Save k sets the seats (k even) or the delay (k odd) to k: what is loaded tells whole saves from torn ones.
 void save_number(int k) { set(k % 2 == 0 ? kSettingViewerSeats : kSettingOsdDelay, k); }
 
+int load_number() {
+  orb_init_nv();
+  const int seats = number(kSettingViewerSeats), delay = number(kSettingOsdDelay);
+  return std::abs(seats - delay) == 1 ? std::max(seats, delay) : -1;
+}
+
 TEST(settings, acknowledged_saves_survive_a_kill) {
   start_without(paths::kSettingsFolder);
   save_number(2), save_number(3);
-  auto* acknowledged = static_cast<std::atomic<int>*>(
-      mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  *acknowledged = 3;
-  std::minstd_rand random(7);
-  for (int round = 0; round < 60; ++round) {
-    const int before = *acknowledged;
-    const pid_t child = fork();
-    if (child == 0)
-      for (int k = before + 1;; ++k) save_number(k), *acknowledged = k;
-    while (*acknowledged < before + 20) continue;
-    usleep(static_cast<unsigned>(random() % 1000));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    orb_init_nv();
-    const int saved = std::max(number(kSettingViewerSeats), number(kSettingOsdDelay));
-    ASSERT_TRUE(saved == *acknowledged || saved == *acknowledged + 1) << saved << " of " << *acknowledged;
-    ASSERT_EQ(number(kSettingViewerSeats) + number(kSettingOsdDelay), 2 * saved - 1);
-    *acknowledged = saved;
-  }
+  kill_while_saving(3, 60, save_number, load_number);
 }
 
 }  // namespace

@@ -1,0 +1,77 @@
+#include "heading/api.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <optional>
+
+#include "heading/heading.h"
+#include "http/json_body.h"
+#include "http/response.h"
+#include "store/settings.h"
+
+namespace {
+
+struct calibration_body {
+  int calibrated = 0;
+  std::array<double, kCalibrationNumbers> numbers{};
+};
+
+constexpr uint32_t number_index(uint32_t number) { return kSettingMagnetometerX + number; }
+
+std::optional<double> finite_number(json_object* value) {
+  if (json_object_is_type(value, json_type_double) == 0 && json_object_is_type(value, json_type_int) == 0) {
+    return std::nullopt;
+  }
+  const double number = json_object_get_double(value);
+  return std::isfinite(number) ? std::optional(number) : std::nullopt;
+}
+
+// Nothing unless every key is there and fits.
+std::optional<calibration_body> parse_calibration(json_object* object) {
+  calibration_body calibration;
+  json_object* flag = json_member(object, setting_key(kSettingMagnetometerCalibrated));
+  if (json_object_is_type(flag, json_type_boolean) == 0) return std::nullopt;
+  calibration.calibrated = json_object_get_boolean(flag);
+  for (uint32_t i = 0; i < kCalibrationNumbers; ++i) {
+    const std::optional<double> number = finite_number(json_member(object, setting_key(number_index(i))));
+    if (!number) return std::nullopt;
+    calibration.numbers[i] = *number;
+  }
+  return calibration;
+}
+
+void store_calibration(const calibration_body& calibration) {
+  orb_write_nv(kSettingMagnetometerCalibrated, &calibration.calibrated, sizeof calibration.calibrated);
+  for (uint32_t i = 0; i < kCalibrationNumbers; ++i) {
+    orb_write_nv(number_index(i), &calibration.numbers[i], sizeof calibration.numbers[i]);
+  }
+}
+
+json_object* with_four_decimals(double number) {
+  char text[336];  // the largest double has 309 digits before the point
+  snprintf(text, sizeof text, "%.4f", number);
+  return json_object_new_double_s(number, text);
+}
+
+}  // namespace
+
+int get_calibration(http_connection* connection, const char*, unsigned long, void*) {
+  int calibrated = 0;
+  orb_read_nv(kSettingMagnetometerCalibrated, &calibrated, sizeof calibrated);
+  return send_object(connection, [&](json_object* answer) {
+    json_object_object_add(answer, setting_key(kSettingMagnetometerCalibrated),
+                           json_object_new_boolean(calibrated != 0 ? 1 : 0));
+    for (uint32_t i = 0; i < kCalibrationNumbers; ++i) {
+      const double number = load_calibration_number(number_index(i));
+      json_object_object_add(answer, setting_key(number_index(i)), with_four_decimals(number));
+    }
+  });
+}
+
+int put_calibration(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  const std::optional<calibration_body> calibration = parse_calibration(object.get());
+  if (calibration) store_calibration(*calibration);
+  return send_status(connection, calibration.has_value());
+}

@@ -1,0 +1,163 @@
+#include "store/logger.h"
+
+#include <ev.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+
+#include "app/trace.h"
+#include "base/file.h"
+#include "base/mutex.h"
+#include "base/paths.h"
+#include "store/alternating_file.h"
+#include "store/statistics.h"
+#include "supervisor/identity.h"
+
+namespace {
+
+constexpr double kMinute_s = 60.0;
+constexpr char kSoftwareVersion[] = "03.01";
+
+mutex logger_lock;
+statistics numbers GUARDED_BY(logger_lock);
+alternating_file history_files GUARDED_BY(logger_lock) = {{paths::kLoggerFile0, paths::kLoggerFile1}};
+
+ev_timer minute_timer;  // main loop
+
+void on_minute(struct ev_loop*, ev_timer*, int) { tick_logger(); }
+
+void make_logger_folder(const char* path) {
+  if (make_missing_folder(path)) trace(kTraceLogger, "create '%s'", path);
+}
+
+void store_history(int (*save)(alternating_file* files, json_object* values)) REQUIRES(logger_lock) {
+  const json_owner record = history_record(numbers.history);
+  const int result = record ? save(&history_files, record.get()) : -2;
+  if (result == -2) {
+    trace(kTraceLogger, "storage error");
+  } else if (result != 0) {
+    trace(kTraceLogger, "storage failure %d", result);
+  } else {
+    trace(kTraceLogger, "stored %u to file %d", static_cast<unsigned>(history_files.current_id),
+          history_files.live);
+  }
+}
+
+void reset() REQUIRES(logger_lock) {
+  trace(kTraceLogger, "reset historical");
+  numbers = {};
+  store_history(restart_alternating_file);
+}
+
+void report(statistics_counter counter) {
+  const mutex_lock lock(logger_lock);
+  count_event(numbers, counter);
+}
+
+void report(statistics_quantity quantity, double value) {
+  const mutex_lock lock(logger_lock);
+  add_sample(numbers, quantity, value);
+}
+
+bool add_text(json_object* readings, const char* key, const char* text) {
+  json_object* value = json_object_new_string(text);
+  return value != nullptr && json_object_object_add(readings, key, value) == 0;
+}
+
+bool add_identity(json_object* readings) {
+  constexpr struct {
+    const char* key;
+    void (*load)(char* text, size_t size);
+  } kTexts[] = {{"present_model", orb_load_supervisor_model_name},
+                {"present_serial_number", orb_load_supervisor_serial_number},
+                {"present_software_version", nullptr},
+                {"present_firmware_version", orb_load_supervisor_firmware_version},
+                {"present_camera_version", orb_load_supervisor_camera_version},
+                {"present_battery_voltage", orb_load_supervisor_battery_voltage}};
+  bool good = true;
+  for (const auto& [key, load] : kTexts) {
+    char text[64];
+    if (load != nullptr) load(text, sizeof text);
+    good = good && add_text(readings, key, load == nullptr ? kSoftwareVersion : text);
+  }
+  return good;
+}
+
+bool add_time(json_object* readings) {
+  const time_t now = time(nullptr);
+  tm local{};
+  localtime_r(&now, &local);
+  char date[64];
+  char clock[64];
+  snprintf(date, sizeof date, "%04d-%02d-%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+  snprintf(clock, sizeof clock, "%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+  return add_text(readings, "present_date", date) && add_text(readings, "present_time", clock);
+}
+
+}  // namespace
+
+void orb_init_logger() {
+  const mutex_lock lock(logger_lock);
+  trace(kTraceLogger, "init");
+  make_logger_folder(paths::kLoggerFolder);
+  make_logger_folder(paths::kUsbLogs);
+  numbers = {};
+  const json_owner record = load_alternating_file(&history_files);
+  if (record) {
+    numbers.history = parse_history(record.get());
+    trace(kTraceLogger, "start %u from file %d", static_cast<unsigned>(history_files.current_id),
+          history_files.live);
+  } else {
+    reset();
+  }
+}
+
+void start_logger_timer(struct ev_loop* loop) {
+  ev_timer_init(&minute_timer, on_minute, kMinute_s, kMinute_s);
+  ev_timer_start(loop, &minute_timer);
+}
+
+void tick_logger() {
+  const mutex_lock lock(logger_lock);
+  step_minute(numbers);
+  store_history(save_alternating_file);
+}
+
+int orb_reset_logger() {
+  const mutex_lock lock(logger_lock);
+  reset();
+  return 0;
+}
+
+void orb_check_logger_reset() {
+  if (access(paths::kLoggerResetMark, F_OK) != 0) return;
+  trace(kTraceLogger, "reset logger by usb");
+  orb_reset_logger();
+}
+
+// Identity and time first: Redis may keep them waiting, the lock must not.
+json_owner orb_get_logger_current_readings() {
+  json_owner readings(json_object_new_object());
+  if (!readings || !add_identity(readings.get()) || !add_time(readings.get())) return nullptr;
+  const mutex_lock lock(logger_lock);
+  return add_statistics_texts(readings.get(), numbers) ? std::move(readings) : nullptr;
+}
+
+void orb_report_logger_height_motor_warning() { report(kHeightMotorWarnings); }
+void orb_report_logger_tilt_motor_warning() { report(kTiltMotorWarnings); }
+void orb_report_logger_pan_motor_warning() { report(kPanMotorWarnings); }
+void orb_report_logger_high_temperature_warning() { report(kHighTemperatureWarnings); }
+void orb_report_logger_high_pressure_warning() { report(kHighPressureWarnings); }
+void orb_report_logger_high_humidity_warning() { report(kHighHumidityWarnings); }
+void orb_report_logger_invalid_camera_cpu_temperature() { report(kInvalidCameraCpu); }
+void orb_report_logger_invalid_camera_fpga_temperature() { report(kInvalidCameraFpga); }
+void orb_report_logger_invalid_camera_lens_temperature() { report(kInvalidCameraLens); }
+
+void orb_report_logger_up_temperature(double value) { report(kUpTemperature, value); }
+void orb_report_logger_camera_cpu_temperature(double value) { report(kCameraCpuTemperature, value); }
+void orb_report_logger_camera_fpga_temperature(double value) { report(kCameraFpgaTemperature, value); }
+void orb_report_logger_camera_lens_temperature(double value) { report(kCameraLensTemperature, value); }
+void orb_report_logger_psb_temperature(double value) { report(kPsbTemperature, value); }
+void orb_report_logger_internal_humidity(double value) { report(kInternalHumidity, value); }
+void orb_report_logger_internal_pressure(double value) { report(kInternalPressure, value); }

@@ -1,0 +1,52 @@
+// The data logger: run time, warnings, and maximum, minimum and average of seven quantities, of this run of
+// the program (the session) and of the unit's life (the history). The history is saved once a minute,
+// flushed, to one of two alternating files ("/home/orb/logger/log0.json", "log1.json").
+//
+// Any thread, unless it says otherwise; one lock serialises all, and a save holds it while it writes.
+#pragma once
+
+#include "base/json.h"
+
+struct ev_loop;
+
+// Starts a session and loads the newer valid file, or an empty history and saves it. Makes the folders of the
+// logger. Called once, before any other thread runs.
+void orb_init_logger();
+
+// Starts the minute timer: tick_logger every 60 s, first after 60 s. Main thread.
+void start_logger_timer(struct ev_loop* loop);
+
+// The minute is over: folds its samples into session and history and saves the history. A run counts in the
+// history from its third minute. Main thread.
+void tick_logger();
+
+// Empties session, history and the minute that runs. Afterwards only the empty history is stored; a save that
+// fails is traced and made up for by the next minute's. Returns 0.
+int orb_reset_logger();
+
+// Resets while the external stick carries "orb_log_reset.txt".
+void orb_check_logger_reset();
+
+// The unit's identity, date and time, session and history as texts, in the order in which the API lists them;
+// null when memory has run out. Waits for Redis, at most 0.2 s.
+json_owner orb_get_logger_current_readings();
+
+// Each adds one, to the session's and the history's count; both stay at 65535.
+void orb_report_logger_height_motor_warning();
+void orb_report_logger_tilt_motor_warning();
+void orb_report_logger_pan_motor_warning();
+void orb_report_logger_high_temperature_warning();
+void orb_report_logger_high_pressure_warning();
+void orb_report_logger_high_humidity_warning();
+void orb_report_logger_invalid_camera_cpu_temperature();
+void orb_report_logger_invalid_camera_fpga_temperature();
+void orb_report_logger_invalid_camera_lens_temperature();
+
+// Samples, at any rate; one that is not finite is ignored.
+void orb_report_logger_up_temperature(double value);  // upper housing; degrees Celsius, as the next four
+void orb_report_logger_camera_cpu_temperature(double value);
+void orb_report_logger_camera_fpga_temperature(double value);
+void orb_report_logger_camera_lens_temperature(double value);
+void orb_report_logger_psb_temperature(double value);    // power supply board
+void orb_report_logger_internal_humidity(double value);  // percent
+void orb_report_logger_internal_pressure(double value);  // millibar

@@ -1,0 +1,210 @@
+// The data logger: the minute stepped without a clock, its two files to the byte, and what a reset, bad
+// numbers and a kill leave of the history.
+#include "store/logger.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "app/trace_reader.h"
+#include "base/file.h"
+#include "store/saves.h"
+#include "store/statistics.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kFile[] = {paths::kLoggerFile0, paths::kLoggerFile1};
+
+void start_afresh() { fs::remove_all(paths::kLoggerFolder), orb_init_logger(); }
+std::string content(int file) { return read_file(kFile[file], 1 << 20).value_or("nothing"); }
+std::string reading(const std::string& key) {
+  return json_text(orb_get_logger_current_readings().get(), key.c_str());
+}
+
+constexpr void (*kSamples[])(double) = {
+    orb_report_logger_up_temperature,          orb_report_logger_camera_cpu_temperature,
+    orb_report_logger_camera_fpga_temperature, orb_report_logger_camera_lens_temperature,
+    orb_report_logger_psb_temperature,         orb_report_logger_internal_humidity,
+    orb_report_logger_internal_pressure};
+
+constexpr void (*kEvents[])() = {orb_report_logger_height_motor_warning,
+                                 orb_report_logger_tilt_motor_warning,
+                                 orb_report_logger_pan_motor_warning,
+                                 orb_report_logger_high_temperature_warning,
+                                 orb_report_logger_high_pressure_warning,
+                                 orb_report_logger_high_humidity_warning,
+                                 orb_report_logger_invalid_camera_cpu_temperature,
+                                 orb_report_logger_invalid_camera_fpga_temperature,
+                                 orb_report_logger_invalid_camera_lens_temperature};
+
+std::string golden(const char* name) {
+  return std::regex_replace(
+      read_file((ORB_GOLDEN_FOLDER + std::string("/") + name).c_str(), 1 << 16).value_or(""),
+      std::regex("\n"), "");
+}
+
+// A history of three minutes as a file holds it, with parts replaced ("from>to|from>to"): in each minute the
+// quantities were sampled twice, around 10, 20 to 70; one report of the first event, two of the second...
+std::string record(int previous, int current, const std::string& changes = "") {
+  std::string text = golden("history.json");
+  std::istringstream list("PREVIOUS>" + std::to_string(previous) + "|CURRENT>" + std::to_string(current) +
+                          "|" + changes);
+  for (std::string from, to; std::getline(list, from, '>') && std::getline(list, to, '|');)
+    text.replace(text.find(from), from.size(), to);
+  return text;
+}
+void start_with(std::string_view text) {
+  start_afresh();
+  std::ofstream(kFile[1]) << text;
+  orb_init_logger();
+}
+
+TEST(logger, files_and_readings_to_the_byte) {
+  start_trace();
+  start_afresh();
+  flushed.clear();
+  for (int i = 0; i < 9; ++i)
+    for (int times = 0; times <= i; ++times) kEvents[i]();
+  for (const double off : {0.5, 1.5, 1.0}) {
+    for (int i = 0; i < 7; ++i)
+      for (const double sample : {10.0 * (i + 1) + off, static_cast<double>(NAN), 10.0 * (i + 1) - off})
+        kSamples[i](sample);
+    tick_logger();
+  }
+  EXPECT_EQ(content(0), record(3, 4)) << "the fourth save";
+  EXPECT_EQ(flushed, "log0.json logger log1.json logger log0.json logger ");
+  const json_owner readings = orb_get_logger_current_readings();
+  std::string text = json_object_to_json_string_ext(readings.get(), JSON_C_TO_STRING_PLAIN);
+  text = std::regex_replace(text, std::regex(R"(\d{4}-\d\d-\d\d)"), "DATE");
+  EXPECT_EQ(std::regex_replace(text, std::regex(R"(\d\d:\d\d:\d\d)"), "TIME"), golden("readings.json"));
+  orb_init_logger();
+  EXPECT_EQ(reading("present_runtime") + reading("present_up_max_temperature"), "0 MIN0.0 °C");
+  tick_logger();
+  EXPECT_EQ(content(1), record(4, 5)) << "no samples: nothing changes";
+  EXPECT_EQ(traces("LGGR"),
+            "init;create '/home/orb/logger';create '/media/usb99/ApiLogs';reset historical;"
+            "stored 1 to file 1;stored 2 to file 0;stored 3 to file 1;stored 4 to file 0;"
+            "init;start 4 from file 0;stored 5 to file 1;");
+}
+
+TEST(logger, runs_count_from_their_third_minute) {
+  for (const auto& [minutes, runtime] : {std::pair(2, 0), {3, 3}, {5, 5}, {100'000, 100'000}}) {
+    statistics numbers;
+    for (int i = 0; i < minutes; ++i) step_minute(numbers);
+    EXPECT_EQ(numbers.session.runtime_minutes, std::min(minutes, 65535));
+    EXPECT_EQ(numbers.history.runtime_minutes, runtime);
+    EXPECT_EQ(numbers.history.sessions, runtime > 0);
+  }
+  statistics full;
+  full.history.sessions = kCounterLimit, full.history.runtime_minutes = INT64_MAX - 1;
+  for (int i = 0; i < 5; ++i) step_minute(full);
+  EXPECT_EQ(full.history.sessions, 65535);
+  EXPECT_EQ(full.history.runtime_minutes, INT64_MAX);
+}
+
+TEST(logger, counters_and_averages_saturate) {
+  statistics numbers;
+  for (int minute = 0; minute < 65536; ++minute) {
+    for (size_t i = 0; i < kCounterCount; ++i) count_event(numbers, static_cast<statistics_counter>(i));
+    add_sample(numbers, kPsbTemperature, minute < 65535 ? 10 : 65545);
+    step_minute(numbers);
+  }
+  for (const statistics_set* set : {&numbers.session, &numbers.history})
+    for (const int64_t counter : set->counters) EXPECT_EQ(counter, 65535);
+  const quantity_statistics &session = numbers.session.quantities[kPsbTemperature],
+                            &history = numbers.history.quantities[kPsbTemperature];
+  EXPECT_EQ(session.average_count, 65535);
+  EXPECT_DOUBLE_EQ(session.average_sum, 65535 * 10.0 - 10 + 65545);
+  EXPECT_EQ(history.average_count, 65536);
+  EXPECT_DOUBLE_EQ(history.average_sum, 65535 * 10.0 + 65545);
+
+  // Below, at and above the history's limit; the average is 4.
+  const auto psb = [](const std::string& count, const std::string& sum) {
+    return "acc\":150.0>acc\":" + sum + "|psb_avg_temperature_count\":3>psb_avg_temperature_count\":" + count;
+  };
+  for (const auto& [count, sum, grown_count, grown_sum] :
+       {std::tuple("4294967294", "17179869176.0", "4294967295", "17179869226.0"),
+        {"4294967295", "17179869180.0", "4294967295", "17179869226.0"},
+        {"5000000000", "20000000000.0", "5000000000", "20000000046.0"}}) {
+    start_with(record(0, 1, psb(count, sum)));
+    orb_report_logger_psb_temperature(50);
+    tick_logger();
+    EXPECT_EQ(content(0), record(1, 2, psb(grown_count, grown_sum)));
+  }
+}
+
+TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
+  start_with(record(
+      0, 1,
+      R"(time":3>time":-3|n_count":1>n_count":1.0|tilt_motor_warnings":2>tilt_motor_warnings":70000|)"
+      R"("pan_motor_warnings":3,>|count":9>count":"9"|11.5>NaN|8.5>null|21.5>Infinity|61.5>1e999|)"
+      R"(58.5>58|71.5>true|acc":150.0>acc":-Infinity|up_avg_temperature_count":3>up_avg_temperature_count":-3)"));
+  tick_logger();
+  EXPECT_EQ(
+      content(0),
+      record(
+          1, 2,
+          R"(time":3>time":0|n_count":1>n_count":0|tilt_motor_warnings":2>tilt_motor_warnings":65535|)"
+          R"(pan_motor_warnings":3>pan_motor_warnings":0|count":9>count":0|11.5>0.0|8.5>0.0|21.5>0.0|61.5>0.0|)"
+          R"(58.5>58.0|71.5>0.0|acc":150.0>acc":0.0|psb_avg_temperature_count":3>psb_avg_temperature_count":0|)"
+          R"(acc":30.0>acc":0.0|up_avg_temperature_count":3>up_avg_temperature_count":0)"));
+}
+
+TEST(logger, nothing_comes_back_after_a_reset) {
+  const std::string mark = paths::kLoggerResetMark;
+  for (const int live : {0, 1}) {
+    for (const bool fails : {false, true}) {
+      start_afresh();
+      for (int minute = 0; minute < 5 + live; ++minute) orb_report_logger_up_temperature(50), tick_logger();
+      orb_report_logger_up_temperature(50);
+      flushed.clear();
+      flush_fails = fails;
+      orb_check_logger_reset();  // there is no mark yet
+      std::ofstream(mark) << "any content";
+      orb_check_logger_reset();
+      fs::remove(mark);
+      flush_fails = false;
+      if (fails) tick_logger();
+      const std::string other = live == 0 ? "log1.json " : "log0.json ";
+      EXPECT_EQ(flushed, fails ? other + other + "logger " : other + "logger logger ");
+      for (int starts = 0; starts < 3; ++starts) {
+        EXPECT_EQ(reading("historical_total_runtime"), "0 MIN") << live << fails << starts;
+        EXPECT_EQ(reading("historical_up_max_temperature"), "0.0 °C");
+        orb_init_logger();
+        if (starts == 1) tick_logger(), orb_init_logger();
+      }
+    }
+  }
+}
+
+// Minute k samples k everywhere: what is loaded tells whole minutes from mixed ones.
+void save_minute(int k) {
+  for (const auto& sample : kSamples) sample(k);
+  orb_report_logger_pan_motor_warning();
+  tick_logger();
+}
+
+int load_minute() {
+  orb_init_logger();
+  const json_owner readings = orb_get_logger_current_readings();
+  const auto text = [&](const char* key) { return json_text(readings.get(), key); };
+  const std::string minute = text("historical_pan_motor_warnings");
+  const bool whole = text("historical_total_runtime") == minute + " MIN" &&
+                     text("historical_up_max_temperature") == minute + ".0 °C" &&
+                     text("historical_psb_min_temperature") == "1.0 °C" &&
+                     text("historical_internal_max_pressure") == minute + " mb";
+  return whole ? std::stoi(minute) : -1;
+}
+
+TEST(logger, a_kill_loses_no_more_than_the_minute_in_flight) {
+  start_afresh();
+  kill_while_saving(0, 100, save_minute, load_minute);
+}
+
+}  // namespace

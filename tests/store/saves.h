@@ -1,0 +1,38 @@
+// What the stores' tests share: the flushes, and a store that is killed while it saves.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <random>
+#include <string>
+
+extern std::string flushed;  // names, in order
+extern bool flush_fails;
+
+// Saves number after number in children that are killed at any moment, after at least 20 saves each. `load`
+// starts the store again and returns the number that it holds (-1: a mixture, or nothing): the last
+// acknowledged one, or that in flight. `saved` is the number that it holds now.
+inline void kill_while_saving(int saved, int kills, void (*save)(int number), int (*load)()) {
+  auto* acknowledged = static_cast<std::atomic<int>*>(
+      mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  *acknowledged = saved;
+  std::minstd_rand random(7);
+  for (int round = 0; round < kills; ++round) {
+    const int before = *acknowledged;
+    const pid_t child = fork();
+    if (child == 0)
+      for (int number = before + 1;; ++number) save(number), *acknowledged = number;
+    while (*acknowledged < before + 20) continue;
+    usleep(static_cast<unsigned>(random() % 1000));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    const int loaded = load();
+    ASSERT_TRUE(loaded == *acknowledged || loaded == *acknowledged + 1) << loaded << " of " << *acknowledged;
+    *acknowledged = loaded;
+  }
+}
