@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <span>
 
 #include "app/trace.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "http/json_body.h"
@@ -99,10 +99,9 @@ int get_led_intensity(http_connection* connection, const char*, unsigned long, v
 
 int put_led_intensity(http_connection* connection, const char* body, unsigned long length, void*) {
   const body_word word = take_word(connection, body, length, "led_intensity", "led intensity '%s'");
-  char* end = nullptr;
-  const long value = strtol(word.text, &end, 10);
-  if (end == word.text) return send_status(connection, false);
-  orb_set_api_led_intensity(static_cast<int>(std::clamp(value, 0L, long{kMaximumIntensity})));
+  const std::optional<int> value = leading_number(word.text);
+  if (!value) return send_status(connection, false);
+  orb_set_api_led_intensity(std::clamp(*value, 0, kMaximumIntensity));
   return send_status(connection, true);
 }
 

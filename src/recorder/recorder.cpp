@@ -86,13 +86,9 @@ bool has_room() {
 
 // The note that waits for the next take; it is taken away.
 std::string take_video_note() {
-  std::string note = read_first_line(paths::kVideoNote, kNoteLimit).value_or("");
+  const std::string note = read_first_line(paths::kVideoNote, kNoteLimit).value_or("");
   remove(paths::kVideoNote);
-  if (is_utf8(note)) return note;
-  for (char& c : note) {
-    if ((c & 0x80) != 0) c = '?';
-  }
-  return note;
+  return as_utf8(note);
 }
 
 recorder_texts copy_texts() {
