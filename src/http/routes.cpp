@@ -7,6 +7,7 @@
 #include "camera/api.h"
 #include "camera/speeds.h"
 #include "camera/visca_thread.h"
+#include "installer/api.h"
 #include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "recorder/api.h"
@@ -38,6 +39,12 @@ constexpr http_route_row kRoutes[] = {
     {"PUT", "/api/setup/filename", put_filename, nullptr},
     {"GET", "/api/setup/observer_seats", get_observer_seats, nullptr},
     {"PUT", "/api/setup/observer_seats", put_observer_seats, nullptr},
+
+    {"GET", "/api/install/versions", get_install_versions, nullptr},
+    {"GET", "/api/install/status", get_install_status, nullptr},
+    {"POST", "/api/install/software", post_install_software, nullptr},
+    {"POST", "/api/install/firmware", post_install_firmware, nullptr},
+    {"POST", "/api/install/camera", post_install_camera, nullptr},
 
     {"GET", "/api/led/mode", get_led_mode, nullptr},
     {"PUT", "/api/led/mode", put_led_mode, nullptr},
