@@ -1,4 +1,4 @@
-// The handlers of "/api/led" and "/api/laser".
+// The handlers of "/api/led", "/api/laser" and "/api/setup/high_beam_time".
 
 #include <algorithm>
 #include <cstdio>
@@ -121,6 +121,20 @@ int post_led_intensity_stop(http_connection* connection, const char*, unsigned l
   trace(kTraceApi, "led intensity stop");
   orb_stop_intensity_loop();
   return send_intensity(connection);
+}
+
+int get_high_beam_time(http_connection* connection, const char*, unsigned long, void*) {
+  short_text result;
+  snprintf(result.text, sizeof result.text, "%d", high_beam_time());
+  return send_member(connection, "high_beam_time", json_object_new_string(result.text));
+}
+
+int put_high_beam_time(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  const int seconds = body_text_number(object.get(), "high_beam_time").value_or(-1);
+  const bool good = set_high_beam_time(seconds) == 0;
+  trace(kTraceApi, "high beam time %d", good ? seconds : 0);
+  return send_status(connection, good);
 }
 
 int get_laser_status(http_connection* connection, const char*, unsigned long, void*) {
