@@ -20,6 +20,7 @@
 #include "camera/controller.h"
 #include "camera/visca_thread.h"
 #include "http/routes.h"
+#include "installer/installer.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "seats/seats.h"
@@ -108,6 +109,7 @@ int main(int, char** arguments) {
   orb_create_focus_loop();
   orb_create_intensity_loop();
   orb_create_zoom_loop();
+  orb_start_installer();
   orb_create_recorder();
 
   if (orb_application_init(&application, arguments[0]) != 0) return 1;

@@ -5,8 +5,10 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <optional>
 
 #include "base/clock.h"
 #include "base/paths.h"
@@ -48,17 +50,40 @@ bool make_pipe(unique_fd* reader, unique_fd* writer) {
   return true;
 }
 
-// Everything that comes until the other end is closed; the first `limit` bytes are kept.
-std::string read_to_end(int fd, size_t limit) {
-  std::string kept;
+// Every line that comes until the other end is closed; the last one need not end with a newline.
+void read_lines(int fd, size_t limit, const std::function<void(std::string_view line)>& take) {
+  std::string line;
   char block[512];
   for (;;) {
     const ssize_t count = read(fd, block, sizeof block);
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return kept;
-    kept.append(block, static_cast<size_t>(count));
-    if (kept.size() > limit) kept.resize(limit);
+    if (count <= 0) break;
+    for (const char c : std::string_view(block, static_cast<size_t>(count))) {
+      if (c == '\n') {
+        take(line);
+        line.clear();
+      } else if (line.size() < limit) {
+        line += c;
+      }
+    }
   }
+  if (!line.empty()) take(line);
+}
+
+constexpr int kSignalledStatus = 128;  // as shells count
+
+int reap(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalledStatus + WTERMSIG(status);
+}
+
+// Letters, digits and these mean nothing to a shell.
+bool is_plain(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+         std::string_view("/._-+,:@%=").find(c) != std::string_view::npos;
 }
 
 }  // namespace
@@ -91,19 +116,26 @@ bool await_end(int pidfd, int timeout_ms) {
   }
 }
 
-std::string shell_first_line(const std::string& command, size_t limit) {
+int run_shell(const std::string& command, size_t limit,
+              const std::function<void(std::string_view line)>& take) {
   const char* const arguments[] = {"sh", "-c", command.c_str(), nullptr};
   unique_fd reader;
   unique_fd writer;
   child_process child;
-  if (!make_pipe(&reader, &writer)) return "";
+  if (!make_pipe(&reader, &writer)) return -1;
   if (start_child({.program = paths::kShell, .arguments = arguments, .output = writer.get()}, &child) != 0)
-    return "";
+    return -1;
   writer.reset();
-  std::string output = read_to_end(reader.get(), limit);
-  while (waitpid(child.pid, nullptr, 0) < 0 && errno == EINTR) continue;
-  output.resize(std::min(output.size(), output.find('\n')));
-  return output;
+  read_lines(reader.get(), limit, take);
+  return reap(child.pid);
+}
+
+std::string shell_first_line(const std::string& command, size_t limit) {
+  std::optional<std::string> first;
+  run_shell(command, limit, [&first](std::string_view line) {
+    if (!first) first = line;
+  });
+  return first.value_or("");
 }
 
 std::string shell_quoted(std::string_view text) {
@@ -116,4 +148,9 @@ std::string shell_quoted(std::string_view text) {
     }
   }
   return quoted + "'";
+}
+
+std::string shell_word(std::string_view text) {
+  const bool plain = !text.empty() && std::all_of(text.begin(), text.end(), is_plain);
+  return plain ? std::string(text) : shell_quoted(text);
 }

@@ -3,7 +3,9 @@
 // no blocked signals, and a session of its own: what a terminal sends is for the daemon.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "base/file.h"
 
@@ -30,9 +32,18 @@ int exec_error(const child_process& child);
 // Waits until the process behind a pidfd has ended; false after `timeout_ms`. It need not be a child.
 bool await_end(int pidfd, int timeout_ms);
 
-// Runs a shell command to its end, and gives the first line that it prints, without its newline and at most
-// `limit` bytes.
+// Runs a shell command to its end and hands each line that it prints to `take`, as soon as it is whole:
+// without its newline, and cut to `limit` bytes (at least 1). Returns the shell's exit status (126 or 127
+// when it could not run the command), 128 and the signal's number when a signal ended it, or -1 when there
+// was no shell.
+int run_shell(const std::string& command, size_t limit,
+              const std::function<void(std::string_view line)>& take);
+
+// The first line that a shell command prints, at most `limit` bytes of it.
 std::string shell_first_line(const std::string& command, size_t limit);
 
 // `text` as one word of a shell command, whatever it holds.
 std::string shell_quoted(std::string_view text);
+
+// The same, quoted only when it holds something that a shell would read.
+std::string shell_word(std::string_view text);

@@ -33,10 +33,15 @@ inline constexpr char kSaveTimes[] = "/home/orb/ApiVideos/save_times";
 inline constexpr char kImageNotes[] = "/home/orb/ApiVideos/image_notes";
 inline constexpr char kVideoNote[] = "/tmp/video_note";  // waits for the next take
 
+// Updates: archives on the USB stick, and what the deploy script last said.
+inline constexpr char kUpdateArchives[] = "/media/usb-cpy/orb_733-00158_update_*.zip";
+inline constexpr char kUpdateProgress[] = "/tmp/orb_update";
+
 // Programs that are run.
 inline constexpr char kFfmpeg[] = "/bin/ffmpeg";
 inline constexpr char kFfprobe[] = "/bin/ffprobe";
 inline constexpr char kShell[] = "/bin/sh";
+inline constexpr char kDeployScript[] = "/opt/nork/scripts/deploy_update.sh";
 
 // Current values, mirrored for other local programs.
 inline constexpr char kIntensity[] = "/tmp/intensity";

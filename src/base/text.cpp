@@ -1,6 +1,9 @@
 #include "base/text.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -48,4 +51,19 @@ bool is_utf8(std::string_view text) {
     text.remove_prefix(length);
   }
   return true;
+}
+
+std::string as_utf8(std::string text) {
+  if (is_utf8(text)) return text;
+  for (char& c : text) {
+    if ((c & 0x80) != 0) c = '?';
+  }
+  return text;
+}
+
+std::optional<int> leading_number(const char* text) {
+  char* end = nullptr;
+  const long value = strtol(text, &end, 10);
+  if (end == text) return std::nullopt;
+  return static_cast<int>(std::clamp(value, long{INT_MIN}, long{INT_MAX}));
 }

@@ -1,7 +1,9 @@
-// Bounded text copies, and what text is.
+// Bounded text copies, what text is, and the numbers that it holds.
 #pragma once
 
 #include <cstddef>
+#include <optional>
+#include <string>
 #include <string_view>
 
 // Copies `text` into `destination` of `size` bytes: cut to size - 1 bytes, at the end of a UTF-8 character,
@@ -10,3 +12,10 @@ void copy_text(char* destination, size_t size, std::string_view text);
 
 // Whether `text` is valid UTF-8 (RFC 3629), as every text must be that goes into JSON.
 bool is_utf8(std::string_view text);
+
+// `text` itself when it is UTF-8, else its ASCII with "?" for every other byte.
+std::string as_utf8(std::string text);
+
+// The decimal number at the start of `text`, as strtol reads it, kept inside an int; nothing when it does not
+// begin with one.
+std::optional<int> leading_number(const char* text);

@@ -5,6 +5,9 @@
 
 using thread_body = void* (*)(void*);
 
+// What a thread calls when it has ended what it was asked for.
+using completion_function = void (*)();
+
 // Starts a thread named `name` (at most 15 characters, shown by ps -L) with every signal blocked, so that
 // signals reach the main loop only. Returns 0 or the error number of pthread_create. Any thread.
 int start_thread(pthread_t* handle, const char* name, thread_body body, void* argument);

@@ -3,13 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 #include "base/file.h"
+#include "base/text.h"
 
 namespace {
 
@@ -22,10 +19,7 @@ std::optional<int> read_value_file(const char* path) {
   if (!fd) return std::nullopt;
   char text[kReadCharacters + 1] = "";
   if (read(fd.get(), text, kReadCharacters) < 0) return std::nullopt;
-  char* end = nullptr;
-  const long value = strtol(text, &end, 10);
-  if (end == text) return std::nullopt;
-  return static_cast<int>(std::clamp(value, long{INT_MIN}, long{INT_MAX}));
+  return leading_number(text);
 }
 
 bool write_value_file(const char* path, int value) {

@@ -5,9 +5,11 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "base/mutex.h"
+#include "base/thread.h"
 #include "camera/visca_connection.h"
 
 struct visca_thread_record {
@@ -29,7 +31,8 @@ struct visca_thread_record {
   // Camera firmware update.
   mutex update_lock;
   condition update_ready;
-  bool update_wanted GUARDED_BY(update_lock) = false;
+  bool update_wanted GUARDED_BY(update_lock) = false;  // until it has ended
+  completion_function update_completed GUARDED_BY(update_lock) = nullptr;
   bool update_thread_started = false;  // camera thread
 };
 
@@ -48,9 +51,14 @@ void visca_completion_callback(visca_camera* camera, int socket);
 // Starts the thread that runs camera firmware updates, once. Camera thread.
 void visca_init_update(visca_thread_record* data);
 
-// Runs an update: the link is let go, the update finds no image and ends, the link is built again. Any
-// thread.
-void visca_trigger_update(visca_thread_record* data);
+// What a camera update on the stick is: there is none. 0, and an empty path (which may be null) and version.
+// Any thread.
+int visca_get_update_available(char* path, size_t size);
+void visca_load_update_version(char* version, size_t size);
+
+// Runs an update: the link is let go, the update finds no image and ends, the link is built again, and
+// `completed` (which may be null) is called. Returns not 0, or 0 while one runs. Any thread.
+int visca_start_update(visca_thread_record* data, completion_function completed);
 
 // Waits until the camera thread has let the link go; visca_resume_link makes it build the link again. One
 // caller at a time, not the camera thread.

@@ -60,6 +60,12 @@ std::optional<int> body_integer(json_object* object, const char* key) {
   }
 }
 
+std::optional<int> body_text_number(json_object* object, const char* key) {
+  json_object* value = json_member(object, key);
+  if (!json_object_is_type(value, json_type_string)) return std::nullopt;
+  return leading_number(json_object_get_string(value));
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"

@@ -26,6 +26,9 @@ std::optional<body_word> body_text(json_object* object, const char* key);
 // missing, null or of another type.
 std::optional<int> body_integer(json_object* object, const char* key);
 
+// The decimal number at the start of a text member, kept inside an int; nothing when there is no such text.
+std::optional<int> body_text_number(json_object* object, const char* key);
+
 // The whole way of a handler that takes one member: reads the body and traces `message` with the member at
 // the API's level; an empty word, or -1, stands for a missing one.
 body_word take_word(http_connection* connection, const char* body, unsigned long length, const char* key,

@@ -8,11 +8,14 @@
 #include "camera/speeds.h"
 #include "camera/visca_thread.h"
 #include "heading/api.h"
+#include "installer/api.h"
 #include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "recorder/api.h"
 #include "seats/api.h"
 #include "seats/seats.h"
+#include "supervisor/api.h"
+#include "supervisor/debug_flags.h"
 
 namespace {
 
@@ -29,16 +32,46 @@ constexpr http_route_row kRoutes[] = {
     {"GET", "/api/1.0/camera", api_get_camera, &visca_thread_data},
     {"POST", "/api/1.0/camera", api_post_camera, &visca_thread_data},
 
-    {"GET", "/api/setup/title", get_title, nullptr},
-    {"PUT", "/api/setup/title", put_title, nullptr},
-    {"GET", "/api/setup/flow_direction", get_flow_direction, nullptr},
-    {"PUT", "/api/setup/flow_direction", put_flow_direction, nullptr},
-    {"GET", "/api/setup/operator_id", get_operator_id, nullptr},
-    {"PUT", "/api/setup/operator_id", put_operator_id, nullptr},
-    {"GET", "/api/setup/filename", get_filename, nullptr},
-    {"PUT", "/api/setup/filename", put_filename, nullptr},
+    {"GET", "/api/setup/date", get_date, nullptr},
+    {"PUT", "/api/setup/date", put_date, nullptr},
+    {"GET", "/api/setup/time", get_time, nullptr},
+    {"PUT", "/api/setup/time", put_time, nullptr},
+    {"GET", "/api/setup/title", get_text<title_route>, nullptr},
+    {"PUT", "/api/setup/title", put_text<title_route>, nullptr},
+    {"GET", "/api/setup/flow_direction", get_text<flow_direction_route>, nullptr},
+    {"PUT", "/api/setup/flow_direction", put_text<flow_direction_route>, nullptr},
+    {"GET", "/api/setup/operator_id", get_text<operator_id_route>, nullptr},
+    {"PUT", "/api/setup/operator_id", put_text<operator_id_route>, nullptr},
+    {"GET", "/api/setup/filename", get_text<filename_route>, nullptr},
+    {"PUT", "/api/setup/filename", put_text<filename_route>, nullptr},
+    {"GET", "/api/setup/gps_data", get_text<gps_data_route>, nullptr},
+    {"PUT", "/api/setup/gps_data", put_text<gps_data_route>, nullptr},
+    {"GET", "/api/setup/gps_location", get_gps_location, nullptr},
+    {"PUT", "/api/setup/gps_location", put_gps_location, nullptr},
+    {"GET", "/api/setup/ssid", get_text<ssid_route>, nullptr},
+    {"PUT", "/api/setup/ssid", put_text<ssid_route>, nullptr},
+    {"GET", "/api/setup/password", get_password, nullptr},
+    {"PUT", "/api/setup/password", put_password, nullptr},
     {"GET", "/api/setup/observer_seats", get_observer_seats, nullptr},
     {"PUT", "/api/setup/observer_seats", put_observer_seats, nullptr},
+    {"GET", "/api/setup/language", get_text<language_route>, nullptr},
+    {"PUT", "/api/setup/language", put_text<language_route>, nullptr},
+    {"GET", "/api/setup/battery_type", get_text<battery_type_route>, nullptr},
+    {"PUT", "/api/setup/battery_type", put_text<battery_type_route>, nullptr},
+    {"GET", "/api/setup/save_delay", get_save_delay, nullptr},
+    {"PUT", "/api/setup/save_delay", put_save_delay, nullptr},
+    {"GET", "/api/setup/high_beam_time", get_high_beam_time, nullptr},
+    {"PUT", "/api/setup/high_beam_time", put_high_beam_time, nullptr},
+    {"GET", "/api/setup/units", get_text<units_route>, nullptr},
+    {"PUT", "/api/setup/units", put_text<units_route>, nullptr},
+    {"GET", "/api/model", get_model, nullptr},
+    {"GET", "/api/serial_number", get_serial_number, nullptr},
+    {"GET", "/api/versions", get_versions, nullptr},
+    {"GET", "/api/install/versions", get_install_versions, nullptr},
+    {"GET", "/api/install/status", get_install_status, nullptr},
+    {"POST", "/api/install/software", post_install_software, nullptr},
+    {"POST", "/api/install/firmware", post_install_firmware, nullptr},
+    {"POST", "/api/install/camera", post_install_camera, nullptr},
 
     {"GET", "/api/led/mode", get_led_mode, nullptr},
     {"PUT", "/api/led/mode", put_led_mode, nullptr},
@@ -128,6 +161,25 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/seats/request", post_seat_request, nullptr},
     {"POST", "/api/seats/update", post_seat_update, nullptr},
 
+    {"POST", "/api/eject", post_eject, nullptr},
+    {"POST", "/api/shutdown", post_shutdown, nullptr},
+    {"GET", "/api/debug/crit_temp_warning", get_debug_flag, &debug_flags[kDebugCriticalTemperature]},
+    {"PUT", "/api/debug/crit_temp_warning", put_debug_flag, &debug_flags[kDebugCriticalTemperature]},
+    {"GET", "/api/debug/high_temp_warning", get_debug_flag, &debug_flags[kDebugHighTemperature]},
+    {"PUT", "/api/debug/high_temp_warning", put_debug_flag, &debug_flags[kDebugHighTemperature]},
+    {"GET", "/api/debug/low_temp_warning", get_debug_flag, &debug_flags[kDebugLowTemperature]},
+    {"PUT", "/api/debug/low_temp_warning", put_debug_flag, &debug_flags[kDebugLowTemperature]},
+    {"GET", "/api/debug/high_press_warning", get_debug_flag, &debug_flags[kDebugHighPressure]},
+    {"PUT", "/api/debug/high_press_warning", put_debug_flag, &debug_flags[kDebugHighPressure]},
+    {"GET", "/api/debug/high_rh_warning", get_debug_flag, &debug_flags[kDebugHighHumidity]},
+    {"PUT", "/api/debug/high_rh_warning", put_debug_flag, &debug_flags[kDebugHighHumidity]},
+    {"GET", "/api/debug/tilt_mtr_warning", get_debug_flag, &debug_flags[kDebugTiltMotor]},
+    {"PUT", "/api/debug/tilt_mtr_warning", put_debug_flag, &debug_flags[kDebugTiltMotor]},
+    {"GET", "/api/debug/pan_mtr_warning", get_debug_flag, &debug_flags[kDebugPanMotor]},
+    {"PUT", "/api/debug/pan_mtr_warning", put_debug_flag, &debug_flags[kDebugPanMotor]},
+    {"GET", "/api/debug/height_mtr_warning", get_debug_flag, &debug_flags[kDebugHeightMotor]},
+    {"PUT", "/api/debug/height_mtr_warning", put_debug_flag, &debug_flags[kDebugHeightMotor]},
+
     {"GET", "/api/power_board/readings", get_readings, nullptr},
     {"GET", "/api/power_board/read_command", get_read_command, nullptr},
     {"PUT", "/api/power_board/read_command", put_read_command, nullptr},
@@ -136,6 +188,9 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/power_board/trigger", post_trigger, nullptr},
     {"POST", "/api/power_board/write", post_write, nullptr},
     {"PUT", "/api/power_board/zero_buffer", put_zero_buffer, nullptr},
+
+    {"GET", "/api/trace/mask", get_trace_mask_value, nullptr},
+    {"PUT", "/api/trace/mask", put_trace_mask_value, nullptr},
 };
 
 // The current values that other programs read start afresh with the daemon.

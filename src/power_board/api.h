@@ -14,6 +14,9 @@ http_handler_function post_led_intensity_increment;
 http_handler_function post_led_intensity_decrement;
 http_handler_function post_led_intensity_stop;
 
+http_handler_function get_high_beam_time;
+http_handler_function put_high_beam_time;
+
 http_handler_function get_laser_status;
 http_handler_function get_laser_distance;
 http_handler_function get_laser_speed;

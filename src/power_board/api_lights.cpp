@@ -1,14 +1,14 @@
-// The handlers of "/api/led" and "/api/laser".
+// The handlers of "/api/led", "/api/laser" and "/api/setup/high_beam_time".
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <span>
 
 #include "app/trace.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "http/json_body.h"
@@ -99,10 +99,9 @@ int get_led_intensity(http_connection* connection, const char*, unsigned long, v
 
 int put_led_intensity(http_connection* connection, const char* body, unsigned long length, void*) {
   const body_word word = take_word(connection, body, length, "led_intensity", "led intensity '%s'");
-  char* end = nullptr;
-  const long value = strtol(word.text, &end, 10);
-  if (end == word.text) return send_status(connection, false);
-  orb_set_api_led_intensity(static_cast<int>(std::clamp(value, 0L, long{kMaximumIntensity})));
+  const std::optional<int> value = leading_number(word.text);
+  if (!value) return send_status(connection, false);
+  orb_set_api_led_intensity(std::clamp(*value, 0, kMaximumIntensity));
   return send_status(connection, true);
 }
 
@@ -122,6 +121,20 @@ int post_led_intensity_stop(http_connection* connection, const char*, unsigned l
   trace(kTraceApi, "led intensity stop");
   orb_stop_intensity_loop();
   return send_intensity(connection);
+}
+
+int get_high_beam_time(http_connection* connection, const char*, unsigned long, void*) {
+  short_text result;
+  snprintf(result.text, sizeof result.text, "%d", high_beam_time());
+  return send_member(connection, "high_beam_time", json_object_new_string(result.text));
+}
+
+int put_high_beam_time(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  const int seconds = body_text_number(object.get(), "high_beam_time").value_or(-1);
+  const bool good = set_high_beam_time(seconds) == 0;
+  trace(kTraceApi, "high beam time %d", good ? seconds : 0);
+  return send_status(connection, good);
 }
 
 int get_laser_status(http_connection* connection, const char*, unsigned long, void*) {

@@ -47,7 +47,7 @@ void note_speed_write(orb_power_board* board, const work_item& item);
 // The write of a register item.
 work_item write_item(uint8_t number, std::span<const uint8_t> data);
 
-// Starts the update thread, once, and resets the update's texts.
+// Starts the update thread, once.
 void start_update_thread(orb_power_board* board);
 // Gives the bus to the update thread, or drops the request when an update runs.
-void hand_over_to_update(orb_power_board* board, const void* request);
+void hand_over_to_update(orb_power_board* board, completion_function completed);

@@ -17,6 +17,8 @@ namespace {
 
 constexpr double kTick_s = 1.0;
 constexpr uint8_t kHighBeamPwm = 100;
+constexpr int kDefaultHighBeamTime_s = 15;
+constexpr int kMaximumHighBeamTime_s = 30;
 
 struct led_mode {
   const char* name;
@@ -37,10 +39,12 @@ struct lighting_state {
 
 mutex lighting_lock;
 lighting_state lighting GUARDED_BY(lighting_lock);
-int high_beam_time_s GUARDED_BY(lighting_lock) = 15;
+int high_beam_time_s GUARDED_BY(lighting_lock) = kDefaultHighBeamTime_s;
 
 ev_timer high_beam_timer;     // main loop
 bool is_timer_ready = false;  // main loop
+
+bool is_high_beam_time(int seconds) { return seconds >= 0 && seconds <= kMaximumHighBeamTime_s; }
 
 bool is_high_beam() REQUIRES(lighting_lock) { return lighting.mode == &kHighBeam; }
 
@@ -144,9 +148,18 @@ void set_high_beam(bool on) {
   post_to_main_loop(follow_high_beam);
 }
 
-void set_high_beam_time(int seconds) {
+int high_beam_time() {
+  const mutex_lock lock(lighting_lock);
+  return high_beam_time_s;
+}
+
+// Saved outside the lock, which the main loop's tick takes.
+int set_high_beam_time(int seconds) {
+  if (!is_high_beam_time(seconds)) return -1;
+  orb_write_nv(kSettingHighBeamTime, &seconds, sizeof seconds);
   const mutex_lock lock(lighting_lock);
   high_beam_time_s = seconds;
+  return 0;
 }
 
 void tick_high_beam() {
@@ -169,5 +182,5 @@ void init_lighting() {
   orb_read_nv(kSettingHighBeamTime, &seconds, sizeof seconds);
   const mutex_lock lock(lighting_lock);
   lighting = {};
-  high_beam_time_s = seconds;
+  high_beam_time_s = is_high_beam_time(seconds) ? seconds : kDefaultHighBeamTime_s;
 }

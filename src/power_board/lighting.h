@@ -24,8 +24,10 @@ void orb_set_api_led_intensity(int value);
 // off do nothing.
 void set_high_beam(bool on);
 
-// The high beam's time in seconds. A time of 0 is accepted: the next tick ends the beam.
-void set_high_beam_time(int seconds);
+// The high beam's time, 0 to 30 s, saved as setting 18; -1, and no change, for any other. With 0 the next
+// tick ends the beam.
+int high_beam_time();
+int set_high_beam_time(int seconds);
 
 // One second of the high beam: counts down, and restores what was before at the end. Main loop; tests call
 // it.

@@ -83,13 +83,6 @@ struct laser_state {
   std::atomic<double> shown = -1;      // last put on the overlay in auto mode; -1 none
 };
 
-// Texts of the firmware update.
-struct firmware_update_status {
-  char progress[32] = "";
-  char state[32] = "";
-  char result[32] = "";
-};
-
 struct orb_power_board {
   orb_application* application = nullptr;  // its loop carries the refresh timer
   std::array<char, 64> program_name{};     // starts the error messages, also when the application has gone
@@ -146,11 +139,8 @@ struct orb_power_board {
   mutex update_lock;
   condition update_ready;
   bool update_requested GUARDED_BY(update_lock) = false;
-  const void* update_request GUARDED_BY(update_lock) = nullptr;  // for the update itself
-  bool update_thread_started = false;                            // service thread
-
-  mutex update_status_lock;
-  firmware_update_status update_status GUARDED_BY(update_status_lock);
+  completion_function update_completed GUARDED_BY(update_lock) = nullptr;
+  bool update_thread_started = false;  // service thread
 };
 
 // The one power board; null until start-up has made it. Never cleared.
@@ -217,8 +207,12 @@ void orb_power_board_load_battery_level(const orb_power_board* board, char* text
 // The average input voltage, "19.7 V"; "" while the level is not known.
 void orb_power_board_load_battery_voltage(const orb_power_board* board, char* text, size_t size);
 
-// Hands the bus to the update thread with `request`: until that thread has ended the update, refreshes are
-// skipped and writes dropped. Returns 0, or -1 when the queue refuses it.
-int orb_power_board_trigger_firmware_update(orb_power_board* board, const void* request);
+// What an update of this board on the stick is: there is none. 0, and an empty path (which may be null) and
+// version. The board may be null.
+int orb_power_board_get_update_available(const orb_power_board* board, char* path, size_t size);
+void orb_power_board_load_update_version(const orb_power_board* board, char* version, size_t size);
 
-void orb_power_board_load_firmware_update_status(orb_power_board* board, firmware_update_status* destination);
+// Hands the bus to the update thread: until that thread has ended the update, refreshes are skipped and
+// writes dropped. Then, or when another update has the bus, `completed` (which may be null) is called.
+// Returns not 0, or 0 when the queue refuses it.
+int orb_power_board_trigger_firmware_update(orb_power_board* board, completion_function completed);

@@ -70,7 +70,7 @@ void serve(orb_power_board* board) {
         write_register(board, item);
         break;
       case work_kind::firmware_update:
-        hand_over_to_update(board, item.request);
+        hand_over_to_update(board, item.completed);
         break;
       case work_kind::signal_shutdown:
         signal_shutdown(board);

@@ -8,55 +8,52 @@
 
 namespace {
 
-void reset_status(orb_power_board* board) {
-  const mutex_lock lock(board->update_status_lock);
-  copy_text(board->update_status.progress, sizeof board->update_status.progress, "0 of 0");
-  copy_text(board->update_status.state, sizeof board->update_status.state, "not active");
-  copy_text(board->update_status.result, sizeof board->update_status.result, "not active");
-}
-
-void wait_for_request(orb_power_board* board) {
+completion_function wait_for_request(orb_power_board* board) {
   const mutex_lock lock(board->update_lock);
   while (!board->update_requested) board->update_ready.wait(board->update_lock);
   board->update_requested = false;
-  board->update_request = nullptr;
+  return board->update_completed;
 }
 
 void* update_thread(void* argument) {
   auto* board = static_cast<orb_power_board*>(argument);
   for (;;) {
-    wait_for_request(board);
+    const completion_function completed = wait_for_request(board);
     board->write_suspended = 0;
+    if (completed != nullptr) completed();
   }
 }
 
 }  // namespace
 
 void start_update_thread(orb_power_board* board) {
-  reset_status(board);
   if (board->update_thread_started) return;
   board->update_thread_started = start_detached_thread("board-update", update_thread, board) == 0;
 }
 
-void hand_over_to_update(orb_power_board* board, const void* request) {
+void hand_over_to_update(orb_power_board* board, completion_function completed) {
   if (board->write_suspended != 0 || !board->update_thread_started) {
     trace(kTracePowerBoard, "update dropped");
+    if (completed != nullptr) completed();
     return;
   }
   trace(kTracePowerBoard, "update");
   board->write_suspended = 1;
   const mutex_lock lock(board->update_lock);
-  board->update_request = request;
+  board->update_completed = completed;
   board->update_requested = true;
   board->update_ready.signal();
 }
 
-int orb_power_board_trigger_firmware_update(orb_power_board* board, const void* request) {
-  return queue_work(board, {.kind = work_kind::firmware_update, .request = request}) ? 0 : -1;
+int orb_power_board_get_update_available(const orb_power_board*, char* path, size_t size) {
+  if (path != nullptr) copy_text(path, size, "");
+  return 0;
 }
 
-void orb_power_board_load_firmware_update_status(orb_power_board* board,
-                                                 firmware_update_status* destination) {
-  const mutex_lock lock(board->update_status_lock);
-  *destination = board->update_status;
+void orb_power_board_load_update_version(const orb_power_board*, char* version, size_t size) {
+  copy_text(version, size, "");
+}
+
+int orb_power_board_trigger_firmware_update(orb_power_board* board, completion_function completed) {
+  return queue_work(board, {.kind = work_kind::firmware_update, .completed = completed}) ? 1 : 0;
 }

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/thread.h"
+
 enum class work_kind : uint32_t {
   stop = 1,
   refresh = 2,
@@ -21,7 +23,7 @@ struct work_item {
   uint8_t number = 0;  // of the register
   uint8_t length = 0;  // of the data, 0 to 16
   std::array<uint8_t, kWriteDataSize> data{};
-  const void* request = nullptr;  // of a firmware update
+  completion_function completed = nullptr;  // of a firmware update
 };
 
 // A stop of all motors: register 6, 0xFF.

@@ -1,8 +1,12 @@
 #include "recorder/api.h"
 
+#include <cstdio>
+#include <iterator>
+
 #include "app/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
+#include "recorder/gps.h"
 #include "recorder/recorder.h"
 
 namespace {
@@ -12,39 +16,25 @@ int post_action(http_connection* connection, const char* name, int (*action)()) 
   return send_status(connection, action() >= 0);
 }
 
-// A text of at most `Size` - 1 characters and the way it is stored.
-struct text_route {
-  const char* key;
-  const char* message;  // its label in the trace
-  size_t size;          // of the buffer: longer texts are cut
-  void (*load)(char* text, size_t size);
-  void (*set)(const char* text);
-};
-
-constexpr text_route kTitle{"title", "title", 41, orb_load_recorder_title, orb_set_recorder_title};
-constexpr text_route kFlowDirection{"flow_direction", "flow direction", 16, orb_load_recorder_flow_direction,
-                                    orb_set_recorder_flow_direction};
-constexpr text_route kOperatorId{"operator_id", "operator id", 41, orb_load_recorder_operator_id,
-                                 orb_set_recorder_operator_id};
-constexpr text_route kFilename{"filename", "filename", 81, orb_load_recorder_filename,
-                               orb_set_recorder_filename};
-
-int send_text(http_connection* connection, const text_route& route) {
-  char text[kRecorderTextSize];
-  route.load(text, sizeof text);
-  return send_member(connection, route.key, json_object_new_string(text));
-}
-
-int store_text(http_connection* connection, const char* body, unsigned long length, const text_route& route) {
-  const json_owner object = read_json_body(connection, body, length);
-  char text[kRecorderTextSize];
-  const bool given = copy_body_text(object.get(), route.key, text, route.size);
-  trace(kTraceApi, "%s '%s'", route.message, text);
-  if (given) route.set(text);
-  return send_status(connection, true);
-}
+constexpr const char* kGpsKeys[] = {"gps_latitude", "gps_longitude", "gps_time"};
 
 }  // namespace
+
+const text_route title_route{"title", "title", 41, orb_load_recorder_title, set_any<orb_set_recorder_title>,
+                             true};
+const text_route flow_direction_route{"flow_direction",
+                                      "flow direction",
+                                      16,
+                                      orb_load_recorder_flow_direction,
+                                      set_any<orb_set_recorder_flow_direction>,
+                                      true};
+const text_route operator_id_route{
+    "operator_id", "operator id", 41, orb_load_recorder_operator_id, set_any<orb_set_recorder_operator_id>,
+    true};
+const text_route filename_route{
+    "filename", "filename", 81, orb_load_recorder_filename, set_any<orb_set_recorder_filename>, true};
+const text_route gps_data_route{"gps_data", "gps data", 81, orb_load_recorder_gps_data,
+                                orb_set_recorder_gps_data};
 
 int post_recorder_start(http_connection* connection, const char*, unsigned long, void*) {
   return post_action(connection, "start", orb_start_recorder);
@@ -62,34 +52,37 @@ int post_recorder_resume(http_connection* connection, const char*, unsigned long
   return post_action(connection, "resume", orb_resume_recorder);
 }
 
-int get_title(http_connection* connection, const char*, unsigned long, void*) {
-  return send_text(connection, kTitle);
+int get_save_delay(http_connection* connection, const char*, unsigned long, void*) {
+  char text[12];
+  snprintf(text, sizeof text, "%u", orb_get_recorder_save_delay());
+  return send_member(connection, "save_delay", json_object_new_string(text));
 }
 
-int put_title(http_connection* connection, const char* body, unsigned long length, void*) {
-  return store_text(connection, body, length, kTitle);
+int put_save_delay(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  const int delay_ms = body_text_number(object.get(), "save_delay").value_or(0);
+  trace(kTraceApi, "save delay %d", delay_ms);
+  return send_status(connection,
+                     delay_ms >= 0 && orb_set_recorder_save_delay(static_cast<uint32_t>(delay_ms)) == 0);
 }
 
-int get_flow_direction(http_connection* connection, const char*, unsigned long, void*) {
-  return send_text(connection, kFlowDirection);
+int get_gps_location(http_connection* connection, const char*, unsigned long, void*) {
+  char texts[3][kRouteTextSize];
+  orb_load_recorder_gps_location(texts[0], kRouteTextSize, texts[1], kRouteTextSize, texts[2],
+                                 kRouteTextSize);
+  return send_object(connection, [&](json_object* answer) {
+    for (size_t i = 0; i < std::size(kGpsKeys); ++i)
+      json_object_object_add(answer, kGpsKeys[i], json_object_new_string(texts[i]));
+  });
 }
 
-int put_flow_direction(http_connection* connection, const char* body, unsigned long length, void*) {
-  return store_text(connection, body, length, kFlowDirection);
-}
-
-int get_operator_id(http_connection* connection, const char*, unsigned long, void*) {
-  return send_text(connection, kOperatorId);
-}
-
-int put_operator_id(http_connection* connection, const char* body, unsigned long length, void*) {
-  return store_text(connection, body, length, kOperatorId);
-}
-
-int get_filename(http_connection* connection, const char*, unsigned long, void*) {
-  return send_text(connection, kFilename);
-}
-
-int put_filename(http_connection* connection, const char* body, unsigned long length, void*) {
-  return store_text(connection, body, length, kFilename);
+int put_gps_location(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  char texts[3][kRouteTextSize];
+  bool given = true;
+  for (size_t i = 0; i < std::size(kGpsKeys); ++i)
+    given = copy_body_text(object.get(), kGpsKeys[i], texts[i], kRouteTextSize) && given;
+  trace(kTraceApi, "gps location '%s' '%s' '%s'", texts[0], texts[1], texts[2]);
+  if (given) orb_set_recorder_gps_location(texts[0], texts[1], texts[2]);
+  return send_status(connection, true);
 }

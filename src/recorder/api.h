@@ -3,17 +3,21 @@
 #pragma once
 
 #include "http/server.h"
+#include "http/text_route.h"
 
 http_handler_function post_recorder_start;
 http_handler_function post_recorder_stop;
 http_handler_function post_recorder_pause;
 http_handler_function post_recorder_resume;
 
-http_handler_function get_title;
-http_handler_function put_title;
-http_handler_function get_flow_direction;
-http_handler_function put_flow_direction;
-http_handler_function get_operator_id;
-http_handler_function put_operator_id;
-http_handler_function get_filename;
-http_handler_function put_filename;
+extern const text_route title_route;
+extern const text_route flow_direction_route;
+extern const text_route operator_id_route;
+extern const text_route filename_route;
+
+// What the setup routes hand to the recorder besides.
+extern const text_route gps_data_route;
+http_handler_function get_gps_location;
+http_handler_function put_gps_location;
+http_handler_function get_save_delay;
+http_handler_function put_save_delay;

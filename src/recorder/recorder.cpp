@@ -86,14 +86,7 @@ bool has_room() {
 }
 
 // The note that waits for the next take.
-std::string read_video_note() {
-  std::string note = read_first_line(paths::kVideoNote, kNoteLimit).value_or("");
-  if (is_utf8(note)) return note;
-  for (char& c : note) {
-    if ((c & 0x80) != 0) c = '?';
-  }
-  return note;
-}
+std::string read_video_note() { return as_utf8(read_first_line(paths::kVideoNote, kNoteLimit).value_or("")); }
 
 recorder_texts copy_texts() {
   const mutex_lock lock(recorder.texts_lock);

@@ -1,4 +1,4 @@
-// Value files, and the Redis client against a Redis that is well, away, frozen or full.
+// Value files, shell commands, and the Redis client against a Redis that is well, away, frozen or full.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -9,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include "base/child_process.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/redis_server.h"
@@ -57,6 +58,34 @@ TEST(value_file, reader_sees_whole_values) {
   for (const auto& entry : fs::directory_iterator("/tmp")) {
     EXPECT_NE(entry.path().string().find(kPath), 0) << "left beside the file: " << entry.path();
   }
+}
+
+TEST(shell, lines_as_they_come_and_the_exit_status) {
+  struct row {
+    std::string command;
+    int status;
+    std::string lines;
+  };
+  const row rows[] = {{"echo one; echo; printf 'abcdefgh\\nlast'", 0, "[one][][abcde][last]"},
+                      {"exit 3", 3, ""},
+                      {"/no/such/program", 127, ""},
+                      {"/etc", 126, ""},
+                      {"echo x; kill -9 $$", 137, "[x]"},
+                      {"cat; echo end", 0, "[end]"}};
+  for (const auto& [command, status, expected] : rows) {
+    std::string lines;
+    const auto take = [&lines](std::string_view line) { lines += "[" + std::string(line) + "]"; };
+    EXPECT_EQ(run_shell(command, 5, take), status) << command;
+    EXPECT_EQ(lines, expected) << command;
+  }
+  const int64_t start = monotonic_ns();
+  run_shell("echo now; sleep 0.4", 5, [start](std::string_view) {
+    EXPECT_LT(monotonic_ns() - start, 300 * kNanosecondsPerMillisecond);
+  });
+  EXPECT_EQ(shell_first_line("echo; echo two", 9), "");
+  for (const std::string word : {"/media/a_1.2-b.zip", "", "a b", "$(id)'\"", "*", "~", "\xC3\xA9"})
+    EXPECT_EQ(shell_first_line("printf %s " + shell_word(word), 99), word);
+  EXPECT_EQ(shell_word("/media/a_1.2-b.zip"), "/media/a_1.2-b.zip");
 }
 
 // The fastest of three, so that a busy machine does not count.

@@ -51,10 +51,12 @@ TEST(CameraThread, ReportsComeOnAndOutliveTheLink) {
     EXPECT_FALSE(block.accept_link(300));
     visca_resume_link(&visca_thread_data);
   }
-  visca_trigger_update(&visca_thread_data);  // gives it back at once
+  static std::atomic<bool> completed = false;
+  EXPECT_NE(visca_start_update(&visca_thread_data, [] { completed = true; }), 0);  // gives it back at once
+  EXPECT_EQ(visca_start_update(&visca_thread_data, nullptr), 0);
   EXPECT_TRUE(block.accept_link(2000));
-  EXPECT_TRUE(
-      eventually([] { return visca_thread_data.link_number == 4 && visca_thread_data.suspended == 0; }));
+  EXPECT_TRUE(eventually(
+      [] { return visca_thread_data.link_number == 4 && visca_thread_data.suspended == 0 && completed; }));
 }
 
 TEST(Lens, ZoomAndFocusFollowTheirCurves) {

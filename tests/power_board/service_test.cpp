@@ -16,7 +16,7 @@ TEST_F(service, at_most_256_entries_wait_and_leave_in_their_order) {
     ASSERT_EQ(write(16, {static_cast<uint8_t>(i)}), 0);
     if (i > 0) expected += format_text("16 %02x\n", i);  // the board keeps 256 of 257
   }
-  EXPECT_EQ(orb_power_board_trigger_firmware_update(&board_, nullptr), -1);
+  EXPECT_EQ(orb_power_board_trigger_firmware_update(&board_, nullptr), 0);
   EXPECT_EQ(said_by([&] { EXPECT_EQ(orb_power_board_enable_laser_power(&board_), -1); }),
             "orbd: calloc() failed at line N: Cannot allocate memory\n");
   orb_power_board_signal_shutdown(&board_);  // always has a place
@@ -82,20 +82,23 @@ TEST_F(service, supplies_keep_the_other_bits_as_last_read_and_the_intensity_its_
 TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   start();
   traced();
-  orb_power_board_trigger_firmware_update(&board_, &board_);
+  static std::atomic<int> completed = 0;
+  constexpr completion_function kComplete = [] { ++completed; };
+  EXPECT_NE(orb_power_board_trigger_firmware_update(&board_, kComplete), 0);
   ASSERT_TRUE(wait_until([&] { return traced() == texts{"PWRB: update"}; }));
-  ASSERT_TRUE(wait_until([&] { return board_.write_suspended == 0; }));
+  ASSERT_TRUE(wait_until([&] { return board_.write_suspended == 0 && completed == 1; }));
   for (int i = 0; i < 5; ++i) refreshes_of_tick();
   EXPECT_EQ(orb_power_board_home_height(&board_), 0);
   refreshes_of_tick();
   board_.write_suspended = 1;  // as while an update runs
   EXPECT_EQ(write(9, {0xAB}), 0);
-  orb_power_board_trigger_firmware_update(&board_, nullptr);
+  orb_power_board_trigger_firmware_update(&board_, kComplete);
   for (int i = 0; i < 20; ++i) {  // the homing would send its run command again
     tick();
     ASSERT_TRUE(wait_until([&] { return !board_.refresh_queued; }));
   }
   EXPECT_EQ(traced().back(), "PWRB: update dropped");
+  EXPECT_EQ(completed, 2);
   board_.write_suspended = 0;
   EXPECT_EQ(refreshes_of_tick(), 1U);
   EXPECT_EQ(written(), "3 c4 e8 03\n6 02\n");

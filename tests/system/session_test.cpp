@@ -1,6 +1,7 @@
 // Whole sessions: a client's requests, what they were answered, what the devices saw and what was traced,
 // kept as text and replayed. "> METHOD path body" is a request, "! DEVICE WORDS" a word to a simulated
-// device, "pause N" lets the next request work for N s more; everything else is what the unit made of it.
+// device, "pause N" lets the next request work for N s more, "restart" kills the unit and starts it again;
+// everything else is what the unit made of it.
 
 #include <gtest/gtest.h>
 
@@ -40,6 +41,7 @@ std::string without_chance(std::string text) {
       {std::regex(R"re((zoom|focus|_position)":-?\d+)re"), "$1\":N"},
       {std::regex(R"re((magnification|depth_of_field)":"[^"]*")re"), "$1\":\"T\""},
       {std::regex(R"re(sample_count":\d+)re"), "sample_count\":N"},
+      {std::regex(R"re((\{"time|\{"date|firmware_version|camera_version)":"[^"]*")re"), "$1\":\"T\""},
       {std::regex(R"( \[\d\d:\d\d:\d\d\.\d\d\d\])"), ""},
   };
   for (const auto& [pattern, with] : kRules) text = std::regex_replace(text, pattern, with);
@@ -92,13 +94,29 @@ std::string board_log() {
 
 std::string trace_log() { return read_text("/media/usb99/trace"); }
 
-std::string replay(const std::string& session) {
+struct whole_unit {
+  child camera;
+  child daemon;
+};
+
+void start(whole_unit* unit) {
+  *unit = {};
+  unit->camera = start_camera();
+  unit->daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  ASSERT_TRUE(await([] { return camera_log().find("81 09 00 02 FF") != std::string::npos; }));
+  usleep(500'000);
+}
+
+std::string replay(const std::string& session, whole_unit* unit) {
   follower camera("camera ", camera_log);
   follower board("board ", board_log);
   follower trace("trace ", trace_log);
-  camera.added();
-  board.added();
-  trace.added();
+  const auto begin = [&] {
+    start(unit);
+    for (follower* each : {&camera, &board, &trace}) each->added();
+  };
+  begin();
   std::string result;
   token_names tokens;
   useconds_t pause_s = 0;
@@ -106,6 +124,10 @@ std::string replay(const std::string& session) {
   for (std::string line; std::getline(lines, line);) {
     if (line.rfind("pause ", 0) == 0) {
       pause_s = static_cast<useconds_t>(std::stoi(line.substr(6)));
+      result += line + "\n";
+    }
+    if (line == "restart") {
+      begin();
       result += line + "\n";
     }
     if (line.rfind("! ", 0) == 0) {
@@ -135,19 +157,15 @@ class session : public testing::TestWithParam<const char*> {};
 
 TEST_P(session, is_as_it_was) {
   write_text("/media/usb99/trace_mask", kTraceMask);
-  const child camera = start_camera();
-  const child daemon = start_daemon();
-  ASSERT_TRUE(await_api());
-  ASSERT_TRUE(await([] { return camera_log().find("81 09 00 02 FF") != std::string::npos; }));
-  usleep(500'000);
+  whole_unit unit;
   const std::string kept = read_text(std::string(ORB_SESSIONS_FOLDER "/") + GetParam() + ".txt");
-  const std::string now = replay(kept);
+  const std::string now = replay(kept, &unit);
   // With sim/box --share: the text to keep after a wanted change.
   write_text(std::string("/run/bench/") + GetParam() + ".txt", now);
   EXPECT_EQ(now, kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board", "seats"),
+INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board", "seats", "setup"),
                          [](const auto& file) { return file.param; });
 
 }  // namespace

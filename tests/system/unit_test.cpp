@@ -229,4 +229,51 @@ TEST(unit, a_zoom_survives_the_loss_of_its_link) {
   EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 2; }));
 }
 
+// The bench's deploy script prints thirteen lines in four seconds.
+TEST(unit, an_update_is_followed_over_http_and_ends_with_a_reboot) {
+  constexpr char kScript[] = "/opt/nork/scripts/deploy_update.sh";
+  const std::string archive = "/media/usb-cpy/orb_733-00158_update_";
+  const std::string ok = R"({"status":"OK"})";
+  const auto status = [] { return http("GET", "/api/install/status").body; };
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  for (const char* version : {"2.10.0", "2.3.9", "2.4.0"}) write_text(archive + version + ".zip", "PK");
+  mkdir((archive + "9.zip").c_str(), 0755);
+  EXPECT_EQ(http("GET", "/api/install/versions").body,
+            R"({"software_update":"2.4.0","firmware_update":"","camera_update":""})");
+  chmod(kScript, 0644);
+  EXPECT_EQ(http("POST", "/api/install/software").body, ok);
+  usleep(500'000);
+  EXPECT_EQ(status(), R"({"target":"software","stage":"","description_1":"","description_2":""})");
+  EXPECT_NE(http("POST", "/api/install/software").body, ok);
+  EXPECT_EQ(read_text("/tmp/power_calls"), "");
+
+  daemon = child();
+  daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  chmod(kScript, 0755);
+  EXPECT_EQ(http("POST", "/api/install/software").body, ok);
+  for (const char* progress : {R"("3 of 11","description_1":"stage","description_2":"copying"})",
+                               R"("12 of 11","description_1":"clean","description_2":"removing"})"}) {
+    EXPECT_TRUE(
+        await([&] { return status() == R"({"target":"software","stage":)" + std::string(progress); }));
+    EXPECT_NE(http("POST", "/api/install/camera").body, ok);
+  }
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_EQ(read_text("/tmp/power_calls").find(" reboot\n"), 23U);  // behind the time
+}
+
+// The bench writes down what the clock was set to.
+TEST(unit, the_clock_is_set_to_what_a_client_says) {
+  const child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  const auto set = [](const char* member, const std::string& text) {
+    http("PUT", std::string("/api/setup/") + member, "{\"" + std::string(member) + "\":\"" + text + "\"}");
+    const std::string calls = read_text("/tmp/board_calls");
+    return static_cast<long>(number_after(calls.substr(calls.rfind("settimeofday")), "settimeofday "));
+  };
+  EXPECT_EQ(set("time", "7:5:3") % 86400, 7 * 3600 + 5 * 60 + 3);
+  EXPECT_EQ(set("date", "2031-02-31") / 86400, 22341);  // 3 March
+}
+
 }  // namespace

@@ -1,0 +1,27 @@
+// The handlers of what belongs to the unit as a whole: its setup and identity (api_setup.cpp), and its
+// service (api_debug.cpp: forced warnings, shutdown, eject, trace mask). HTTP server thread.
+#pragma once
+
+#include "http/server.h"
+#include "http/text_route.h"
+
+http_handler_function get_date;
+http_handler_function put_date;
+http_handler_function get_time;
+http_handler_function put_time;
+extern const text_route ssid_route;
+extern const text_route language_route;
+extern const text_route battery_type_route;
+extern const text_route units_route;
+http_handler_function get_password;
+http_handler_function put_password;
+http_handler_function get_model;
+http_handler_function get_serial_number;
+http_handler_function get_versions;
+
+http_handler_function post_eject;
+http_handler_function post_shutdown;
+http_handler_function get_debug_flag;  // user data: the flag (debug_flags.h)
+http_handler_function put_debug_flag;
+http_handler_function get_trace_mask_value;
+http_handler_function put_trace_mask_value;

@@ -1,0 +1,98 @@
+// The supervisor watches the whole unit: it gathers a status record every second, decides on temperature
+// warnings and the thermal shutdown, mounts and ejects the external USB stick, asks whether the camera
+// answers and what its encoder says, and ends the unit. No operation waits.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+struct ev_loop;
+
+// What a shutdown is asked for; any other number powers off, too.
+inline constexpr int kShutdownTemperature = 1;  // also: nothing waits for a take's completion
+inline constexpr int kShutdownReboot = 2;
+inline constexpr int kShutdownBoard = 3;
+
+inline constexpr double kUnknownTemperature = std::numeric_limits<double>::quiet_NaN();
+
+// A temperature of the camera in °C; NaN and invalid until the encoder has told it.
+struct camera_temperature {
+  double value = kUnknownTemperature;
+  bool valid = false;
+};
+
+struct camera_temperatures {
+  camera_temperature lens;
+  camera_temperature fpga;
+  camera_temperature cpu;
+};
+
+// The status record; before the supervisor runs it is as it stands here.
+struct supervisor_values {
+  char battery[21] = "unknown";   // its type
+  char battery_level[8] = "?";    // "25%" to "100%"
+  char version[256] = "";         // first line of the release file
+  char update_status[63] = "";    // what the deploy script last said
+  bool update_available = false;  // on the stick
+  bool camera_reachable = false;  // answers the ping
+  bool recording = false;
+  bool paused = false;
+  int post_processing = 0;            // percent, 0 when no take is being completed
+  int64_t emmc_kb = 0;                // free
+  int64_t usb_kb = 0;                 // free
+  char usb_percent[8] = "0%";         // of the USB store that is in use
+  char external_usb[16] = "removed";  // "inserted", "eject pending", "ejected", "removed"
+  char time_remaining[16] = "0 MIN";
+  char recording_time[16] = "00:00:00";                // that the stores last
+  char storage_time[16] = "00:00:00";                  // that the USB store lasts
+  double board_temperature = kUnknownTemperature;      // °C
+  double processor_temperature = kUnknownTemperature;  // mean of the cores
+  double core_temperature[4] = {kUnknownTemperature, kUnknownTemperature, kUnknownTemperature,
+                                kUnknownTemperature};
+  camera_temperatures camera;
+  char channel[2][32] = {"", ""};  // what the encoder says of its streams
+  char tilt_angle[16] = "";
+  char direction[8] = "??";
+  char motor_type[8] = "none";  // "height", "pan", "none"
+  char height[16] = "";
+  bool cold = false;
+  bool freezing = false;
+  bool warm = false;
+  bool hot = false;
+  bool shutdown = false;
+};
+
+// Starts timers and threads, once. `flag` is 1 and means nothing. Main thread, before the loop runs.
+void orb_init_supervisor(int flag);
+
+// A copy of the status record. Any thread.
+void orb_load_supervisor_values(supervisor_values* values);
+
+// The heading as a compass point. Any thread.
+void orb_load_supervisor_direction(char* text, size_t size);
+
+// "%.1f V", empty while no battery level is known. Any thread.
+void orb_load_supervisor_battery_voltage(char* text, size_t size);
+
+// Text of the release file. Any thread.
+void orb_load_supervisor_software_version(char* text, size_t size);
+
+// Board firmware "RR.BB"; camera ROM in hexadecimal, empty without a camera. Any thread.
+void orb_load_supervisor_firmware_version(char* text, size_t size);
+void orb_load_supervisor_camera_version(char* text, size_t size);
+
+// "Dewalt" or "Indipro": kept in Redis and in the unit's configuration; holds from the next start. -1 for any
+// other text. Any thread; waits at most 0.1 s for Redis, and for the file's flush.
+int orb_set_supervisor_battery_type(const char* type);
+
+// Asks for a shutdown (1 temperature, 2 reboot, others power off); one that comes while one is served is
+// served afterwards. Any thread.
+void orb_trigger_supervisor_shutdown(int reason);
+
+// Asks for the stick to be unmounted as soon as nothing is written to it: 1, or -1 when there is none. Any
+// thread.
+int orb_request_supervisor_eject();
+
+// Whether a stick is mounted and not about to be ejected. Any thread.
+bool orb_is_external_usb_mounted();

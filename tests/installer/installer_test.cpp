@@ -1,0 +1,134 @@
+// The installer with a stick and deploy scripts of its own; the reboot at the end is a matter of the whole
+// daemon.
+#include "installer/installer.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "base/paths.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string kStick = "/media/usb-cpy/orb_733-00158_update_";
+
+void put_archive(const std::string& version) { std::ofstream(kStick + version + ".zip") << "PK"; }
+
+bool await(const std::function<bool()>& reached) {
+  for (int i = 0; i < 5000 && !reached(); ++i) sleep_ms(1);
+  return reached();
+}
+
+std::string version() {
+  char text[32];
+  orb_load_installer_software_update_version(text, sizeof text);
+  return text;
+}
+
+std::string status() {
+  char target[16];
+  char step[16];
+  char descriptions[2][32];
+  orb_load_installer_status(target, sizeof target, step, sizeof step, descriptions[0], sizeof descriptions[0],
+                            descriptions[1], sizeof descriptions[1]);
+  return std::string(target) + "|" + step + "|" + descriptions[0] + "|" + descriptions[1];
+}
+
+bool traced(const std::string& message) {
+  return read_file(paths::kTrace, 1 << 20).value_or("").find("ISTR: " + message + " [") != std::string::npos;
+}
+
+TEST(installer, the_archive_whose_name_sorts_last) {
+  char path[64] = "old";
+  EXPECT_EQ(orb_get_installer_software_update_available(path, sizeof path), 0);
+  EXPECT_STREQ(path, "");
+  EXPECT_EQ(version(), "");
+  const std::pair<const char*, const char*> rows[] = {
+      {"2.3.9", "2.3.9"}, {"2.4.0", "2.4.0"}, {"2.10.0", "2.4.0"}, {"3_beta", "beta"}, {"3\xFF\xC3", "3??"}};
+  for (const auto& [added, expected] : rows) {
+    put_archive(added);
+    EXPECT_EQ(version(), expected) << added;
+  }
+  fs::create_directory(kStick + "9.9.9.zip");
+  fs::create_symlink("nowhere", kStick + "9.9.8.zip");
+  ASSERT_EQ(mkfifo((kStick + "9.9.7.zip").c_str(), 0600), 0);
+  fs::create_symlink(kStick + "2.4.0.zip", kStick + "9.0.zip");
+  EXPECT_EQ(version(), "9.0");
+  EXPECT_EQ(orb_get_installer_software_update_available(path, 30), 1);
+  EXPECT_EQ(path, kStick.substr(0, 29));
+  EXPECT_EQ(orb_get_installer_software_update_available(nullptr, 0), 1);
+}
+
+TEST(installer, words_of_a_line) {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"stage: copying files", "stage", "copying"},
+      {"stage:copying files", "stage", "files"},
+      {" : stage :: copying:files", "stage", "copying"},
+      {"stage", "stage", ""},
+      {"stage: ", "stage", ""},
+      {" : ", "", ""},
+      {"", "", ""}};
+  for (const auto& [line, first, second] : rows) {
+    const progress_words words = find_progress_words(line);
+    EXPECT_EQ(words.first, first) << line;
+    EXPECT_EQ(words.second, second) << line;
+  }
+}
+
+// Board and camera have no update, and a refusal holds nothing.
+TEST(installer, shows_the_progress_of_the_script_and_refuses_a_second_update) {
+  for (const auto& trigger :
+       {orb_trigger_software_update, orb_trigger_firmware_update, orb_trigger_camera_update}) {
+    EXPECT_EQ(trigger(), 0);
+    EXPECT_EQ(status(), "none|0 of 0|not active|not active");
+  }
+  put_archive("2.3.9");
+  put_archive("2.4.0 $(id)'s");
+  const std::string long_word(140, 'x');
+  const std::string accents = "1\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9";
+  struct printed {
+    std::string line;
+    std::string mirrored;  // in the progress file
+    std::string shown;
+  };
+  const printed lines[] = {
+      {"stage: copying files", "stage: copying files", "1 of 11|stage|copying"},
+      {"syncing", "syncing", "1 of 11|stage|copying"},
+      {"", "", "1 of 11|stage|copying"},
+      {"a: " + long_word + " b", "a: " + long_word.substr(0, 124), "4 of 11|a|" + long_word.substr(0, 16)},
+      {long_word + " b", long_word.substr(0, 127), "4 of 11|a|" + long_word.substr(0, 16)},
+      {accents + ": b", accents + ": b", "6 of 11|" + accents.substr(0, 15) + "|b"},
+      {"bad\xFF: \xC3", "bad?: ?", "7 of 11|bad?|?"}};
+  for (const printed& each : lines) std::ofstream("/tmp/lines", std::ios::app) << each.line << "\n";
+  std::ofstream(paths::kDeployScript)
+      << ("printf %s \"$1\" >/tmp/deployed; i=0; while read -r line; do echo \"$line\"; i=$((i+1));"
+          " while [ ! -e /tmp/go$i ]; do sleep 0.01; done; done </tmp/lines; exit 5");
+  set_trace_mask(1U << kTraceInstaller);
+  init_trace();
+  ASSERT_EQ(orb_start_installer(), 0);
+  EXPECT_NE(orb_trigger_software_update(), 0);
+  int number = 0;
+  for (const printed& each : lines) {
+    EXPECT_TRUE(await([&] { return read_file(paths::kUpdateProgress, 200) == each.mirrored; })) << each.line;
+    EXPECT_TRUE(await([&] { return status() == "software|" + each.shown; }))
+        << each.line << " -> " << status();
+    EXPECT_TRUE(traced("sw '" + each.mirrored + "'"));
+    const int64_t start = monotonic_ns();
+    EXPECT_EQ(orb_trigger_software_update(), 0);
+    EXPECT_LT(monotonic_ns() - start, 50 * kNanosecondsPerMillisecond);
+    std::ofstream("/tmp/go" + std::to_string(++number)) << "";
+  }
+  EXPECT_TRUE(await([] { return traced("sw exit 5"); }));
+  EXPECT_EQ(read_file("/tmp/deployed", 200), kStick + "2.4.0 $(id)'s.zip");
+}
+
+}  // namespace
