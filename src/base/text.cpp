@@ -49,3 +49,12 @@ bool is_utf8(std::string_view text) {
   }
   return true;
 }
+
+std::string valid_text(std::string_view text) {
+  std::string valid(text);
+  if (is_utf8(text)) return valid;
+  for (char& c : valid) {
+    if ((c & 0x80) != 0) c = '?';
+  }
+  return valid;
+}

@@ -47,7 +47,7 @@ struct battery_average {
   size_t index = 0;
   float sum = 0;
   int warm_up = 64;
-  float volts = 0;
+  std::atomic<float> volts = 0;  // read by anyone
 };
 
 // Averages of 50 samples each, after a start delay in refreshes.

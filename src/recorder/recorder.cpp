@@ -86,13 +86,9 @@ bool has_room() {
 
 // The note that waits for the next take; it is taken away.
 std::string take_video_note() {
-  std::string note = read_first_line(paths::kVideoNote, kNoteLimit).value_or("");
+  const std::string note = read_first_line(paths::kVideoNote, kNoteLimit).value_or("");
   remove(paths::kVideoNote);
-  if (is_utf8(note)) return note;
-  for (char& c : note) {
-    if ((c & 0x80) != 0) c = '?';
-  }
-  return note;
+  return valid_text(note);
 }
 
 recorder_texts copy_texts() {
@@ -260,6 +256,7 @@ int orb_get_recorder_paused() { return recorder.paused; }
 int orb_get_recorder_post_processing() { return recorder.post_processing; }
 uint64_t orb_get_recorder_emmc_kb() { return recorder.emmc_kb; }
 uint64_t orb_get_recorder_usb_kb() { return recorder.usb_kb; }
+uint64_t recorder_take_kb() { return recorder.take_kb; }
 
 void orb_load_recorder_title(char* text, size_t size) { load_text(&recorder_texts::title, text, size); }
 
