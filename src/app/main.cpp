@@ -24,6 +24,7 @@
 #include "recorder/recorder.h"
 #include "seats/seats.h"
 #include "store/settings.h"
+#include "supervisor/supervisor.h"
 
 namespace {
 
@@ -106,6 +107,7 @@ int main(int, char** arguments) {
   orb_create_intensity_loop();
   orb_create_zoom_loop();
   orb_create_recorder();
+  orb_init_supervisor(1);
 
   if (orb_application_init(&application, arguments[0]) != 0) return 1;
   block_signals(false);
