@@ -54,7 +54,7 @@ uint16_t word_at(std::span<const uint8_t> bytes, size_t at) {
 // What an IPv4 packet of ICMP carries; empty when it is none.
 std::span<const uint8_t> icmp_part(std::span<const uint8_t> packet) {
   if (packet.size() < kIpHeaderSize || packet[0] >> 4 != 4) return {};
-  const size_t header_size = (packet[0] & 0x0FU) * 4;
+  const size_t header_size = size_t{packet[0]} % 16 * 4;
   const bool good = header_size >= kIpHeaderSize && packet.size() >= header_size + kIcmpHeaderSize &&
                     packet[9] == IPPROTO_ICMP;
   return good ? packet.subspan(header_size) : std::span<const uint8_t>();

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <numbers>
 
 #include "app/trace.h"
@@ -42,8 +43,8 @@ take_rate running_take;
 
 // The highest of what is known, or the lowest.
 struct temperature_range {
-  double lowest = INFINITY;
-  double highest = -INFINITY;
+  double lowest = std::numeric_limits<double>::infinity();
+  double highest = -std::numeric_limits<double>::infinity();
   void add(double value) {
     if (std::isnan(value)) return;
     lowest = std::min(lowest, value);

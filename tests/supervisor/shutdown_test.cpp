@@ -23,7 +23,7 @@ using load = void (*)(char*, size_t);
 std::string text_of(load load_text, size_t size = 32) {
   std::string text(size, 'x');
   load_text(text.data(), size);
-  return text.c_str();
+  return text.substr(0, text.find('\0'));
 }
 
 TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
