@@ -23,7 +23,8 @@ TEST(encoder_response, is_complete_with_its_last_byte) {
   encoder_response response;
   for (size_t size = 0; size < bytes.size(); ++size)
     EXPECT_EQ(parse(bytes.substr(0, size), &response), response_step::needs_more) << size;
-  EXPECT_EQ(parse_encoder_response(bytes + "HTTP", &response), response_step::complete);
+  const std::string more = bytes + "HTTP";
+  EXPECT_EQ(parse_encoder_response(more, &response), response_step::complete);
   EXPECT_EQ(response.status, 404);
   EXPECT_EQ(response.body, "abcde");
   EXPECT_EQ(response.length, bytes.size());
