@@ -47,7 +47,7 @@ struct board_readings {
   double temperature = 25.0;  // degrees Celsius, as the next one
   double imu_temperature = 30.0;
   double gyro_x = 0, gyro_y = 0, gyro_z = 0;            // degrees per second
-  double accel_x = 0, accel_y = 0, accel_z = 1.0;       // g
+  double accel_x = 1.0, accel_y = 0, accel_z = 0;       // g; the head is level
   double mag_x = 220.0, mag_y = -40.0, mag_z = -410.0;  // raw counts
   double encoder_0 = 0, encoder_1 = kMastHome;          // counts
   double encoder_speed_0 = 0, encoder_speed_1 = 0;      // counts per second

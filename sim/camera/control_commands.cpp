@@ -9,6 +9,7 @@ namespace {
 
 constexpr char kOk[] = "ok\n";
 constexpr int kMaxDelayMs = 60000;
+constexpr int kMaxTemperature = 200;
 
 enum class takes { nothing, on_off, number };
 
@@ -38,6 +39,24 @@ std::string drop(bench_camera& camera, int) {
 
 std::string refuse_connect(bench_camera& camera, int on) {
   camera.refuse_connect = on != 0;
+  return kOk;
+}
+
+template <bool encoder_state::*fault>
+std::string set_encoder_fault(bench_camera& camera, int on) {
+  camera.encoder.*fault = on != 0;
+  return kOk;
+}
+
+template <int encoder_state::*temperature>
+std::string set_temperature(bench_camera& camera, int degrees) {
+  camera.encoder.*temperature = degrees;
+  return kOk;
+}
+
+template <size_t channel>
+std::string set_channel(bench_camera& camera, int on) {
+  camera.encoder.channels[channel] = on != 0;
   return kOk;
 }
 
@@ -136,6 +155,17 @@ constexpr control_row kControls[] = {
     {"light", "brightness of the picture in percent", set_light, takes::number, 100},
     {"picture_silent", "the encoder hangs: no pictures, connections stay", set_picture_silent, takes::on_off},
     {"picture_drop", "close the encoder's connections now", drop_picture, takes::nothing},
+    {"lens", "temperature that the encoder tells, in degrees", set_temperature<&encoder_state::lens>,
+     takes::number, kMaxTemperature},
+    {"fpga", "the same", set_temperature<&encoder_state::fpga>, takes::number, kMaxTemperature},
+    {"cpu", "the same", set_temperature<&encoder_state::cpu>, takes::number, kMaxTemperature},
+    {"channel_1", "whether the encoder tells of a stream", set_channel<0>, takes::on_off},
+    {"channel_2", "the same", set_channel<1>, takes::on_off},
+    {"encoder_silent", "accept and answer nothing", set_encoder_fault<&encoder_state::silent>, takes::on_off},
+    {"encoder_404", "know no page", set_encoder_fault<&encoder_state::not_found>, takes::on_off},
+    {"encoder_cut", "close within a page", set_encoder_fault<&encoder_state::cut>, takes::on_off},
+    {"encoder_no_length", "tell no Content-Length", set_encoder_fault<&encoder_state::no_length>,
+     takes::on_off},
     {"zoom", "put the lens at a position at once", set_zoom, takes::number, kCombinedEnd},
 };
 

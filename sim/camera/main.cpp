@@ -9,6 +9,7 @@
 
 #include "sim/camera/bench_camera.h"
 #include "sim/camera/control_server.h"
+#include "sim/camera/encoder_server.h"
 #include "sim/camera/link_server.h"
 #include "sim/camera/options.h"
 #include "sim/camera/picture.h"
@@ -41,19 +42,21 @@ void publish_changes(shared_picture& shared, picture_state& published, const ben
 }
 
 [[noreturn]] void run(bench_camera& camera, link_server& link, control_server& control,
-                      shared_picture& shared) {
+                      encoder_server& encoder, shared_picture& shared) {
   std::vector<pollfd> watched;
   picture_state published;
   for (;;) {
     watched.clear();
     link_watch(link, watched);
     control_watch(control, watched);
+    encoder_watch(encoder, watched);
     poll(watched.data(), watched.size(), wait_time_ms(camera));
     camera.now_ms = milliseconds_since_start();
     for (const pollfd& ready : watched) {
       if (ready.revents == 0) continue;
       link_ready(link, camera, ready.fd);
       control_ready(control, camera, ready.fd);
+      encoder_ready(encoder, camera.encoder, ready.fd);
     }
     link_settle(link, camera);
     publish_changes(shared, published, camera);
@@ -72,8 +75,10 @@ int main(int argc, char** argv) {
   bench_camera camera;
   link_server link;
   control_server control;
+  encoder_server encoder;
   if (!control_open(control, chosen.control_path)) return 1;
   if (!link_open(link, chosen.address.c_str(), chosen.visca_port)) return 1;
+  if (!encoder_open(encoder, chosen.address.c_str(), chosen.http_port)) return 1;
   if (chosen.picture && !picture_start(chosen.address, chosen.rtsp_port, shared)) return 1;
-  run(camera, link, control, shared);
+  run(camera, link, control, encoder, shared);
 }

@@ -10,9 +10,13 @@ namespace sim_camera {
 namespace {
 
 constexpr option kOptions[] = {
-    {"address", required_argument, nullptr, 'a'},   {"visca-port", required_argument, nullptr, 'v'},
-    {"rtsp-port", required_argument, nullptr, 'r'}, {"control", required_argument, nullptr, 'c'},
-    {"no-picture", no_argument, nullptr, 'n'},      {nullptr, 0, nullptr, 0},
+    {"address", required_argument, nullptr, 'a'},
+    {"visca-port", required_argument, nullptr, 'v'},
+    {"rtsp-port", required_argument, nullptr, 'r'},
+    {"http-port", required_argument, nullptr, 'h'},
+    {"control", required_argument, nullptr, 'c'},
+    {"no-picture", no_argument, nullptr, 'n'},
+    {nullptr, 0, nullptr, 0},
 };
 
 bool read_port(std::string_view text, int& port) {
@@ -29,6 +33,8 @@ bool read_one(int letter, options& into) {
       return read_port(optarg, into.visca_port);
     case 'r':
       return read_port(optarg, into.rtsp_port);
+    case 'h':
+      return read_port(optarg, into.http_port);
     case 'c':
       into.control_path = optarg;
       return true;
@@ -49,8 +55,8 @@ bool options_read(int argc, char** argv, options& into) {
   }
   if (good && optind == argc) return true;
   std::fprintf(stderr,
-               "usage: sim_camera [--address IPV4] [--visca-port N] [--rtsp-port N] [--control PATH] "
-               "[--no-picture]\n");
+               "usage: sim_camera [--address IPV4] [--visca-port N] [--rtsp-port N] [--http-port N] "
+               "[--control PATH] [--no-picture]\n");
   return false;
 }
 

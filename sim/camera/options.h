@@ -9,6 +9,7 @@ struct options {
   std::string address = "192.168.0.127";
   int visca_port = 1000;
   int rtsp_port = 554;
+  int http_port = 80;
   std::string control_path = "/run/bench/camera.ctl";
   bool picture = true;
 };

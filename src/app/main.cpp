@@ -26,6 +26,7 @@
 #include "seats/seats.h"
 #include "store/logger.h"
 #include "store/settings.h"
+#include "supervisor/supervisor.h"
 
 namespace {
 
@@ -111,6 +112,7 @@ int main(int, char** arguments) {
   orb_create_zoom_loop();
   orb_start_installer();
   orb_create_recorder();
+  orb_init_supervisor(1);
 
   if (orb_application_init(&application, arguments[0]) != 0) return 1;
   block_signals(false);

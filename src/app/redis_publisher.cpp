@@ -12,17 +12,6 @@ constexpr double kPeriod_s = 1.0;
 
 ev_timer publish_timer;
 
-const char* motor_type_text(uint8_t motor_type) {
-  switch (motor_type) {
-    case kMotorHeight:
-      return "height";
-    case kMotorPan:
-      return "pan";
-    default:
-      return "none";
-  }
-}
-
 }  // namespace
 
 void start_redis_publisher(orb_application* application) {

@@ -5,6 +5,7 @@
 namespace paths {
 
 inline constexpr char kSystemConfig[] = "/config/system.json";
+inline constexpr char kRelease[] = "/opt/nork/ORB_RELEASE";
 inline constexpr char kCommandPipe[] = "/var/run/orb/api.fifo";
 
 // Service log, on the internal USB store.
@@ -50,6 +51,22 @@ inline constexpr char kFocusMode[] = "/tmp/focus_mode";
 inline constexpr char kFocusSpeed[] = "/tmp/focus_speed";
 inline constexpr char kZoomSpeed[] = "/tmp/zoom_speed";
 inline constexpr char kExposureMode[] = "/tmp/exposure_mode";
+inline constexpr char kCameraSignal[] = "/tmp/camera_signal";  // 0: the camera answers
+inline constexpr char kLensTemperature[] = "/tmp/lens_temp";
+inline constexpr char kFpgaTemperature[] = "/tmp/fpga_temp";
+inline constexpr char kCpuTemperature[] = "/tmp/cpu_temp";
+inline constexpr char kChannel1Status[] = "/tmp/channel_1_status";
+inline constexpr char kChannel2Status[] = "/tmp/channel_2_status";
+
+// Written by other local programs.
+inline constexpr char kUpdateStatus[] = "/tmp/orb_update";  // what the deploy script last said
+inline constexpr char kRecording[] = "/tmp/recording";      // 1: another program records
+inline constexpr char kPaused[] = "/tmp/paused";
+
+// External USB stick.
+inline constexpr char kStickDevice[] = "/dev/usb_ext1";
+inline constexpr char kStick[] = "/media/usb-cpy";
+inline constexpr char kStickStatistics[] = "/sys/block/sdb/stat";
 
 }  // namespace paths
 
@@ -59,6 +76,7 @@ inline constexpr unsigned short kApiPort = 60102;
 inline constexpr char kCamera[] = "192.168.0.127";
 inline constexpr unsigned short kCameraPort = 1000;  // VISCA over TCP
 inline constexpr unsigned short kEncoderRtspPort = 554;
+inline constexpr unsigned short kEncoderHttpPort = 80;
 inline constexpr char kRedis[] = "127.0.0.1";
 inline constexpr int kRedisPort = 6379;
 

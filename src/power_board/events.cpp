@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "power_board/internal.h"
 #include "store/logger.h"
+#include "supervisor/supervisor.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ void detect_shutdown_request(orb_power_board* board, uint8_t status) {
   if (!requested || board->shutdown_requested != 0) return;
   board->shutdown_requested = 1;
   trace(kTracePowerBoard, "shutdown request");
+  orb_trigger_supervisor_shutdown(kShutdownBoard);
 }
 
 void detect_overcurrent(orb_power_board* board, uint8_t status) {

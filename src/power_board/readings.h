@@ -17,6 +17,11 @@ inline constexpr uint8_t kStatusNoShutdown = 0x20;        // set: bit 1 is no re
 inline constexpr uint8_t kMotorHeight = 1;
 inline constexpr uint8_t kMotorPan = 2;
 
+// "height", "pan", or "none" for any other number.
+constexpr const char* motor_type_text(uint8_t motor_type) {
+  return motor_type == kMotorHeight ? "height" : motor_type == kMotorPan ? "pan" : "none";
+}
+
 struct power_board_readings {
   uint8_t power_enable = 0;
   uint8_t led_enable = 0;

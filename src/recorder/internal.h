@@ -47,6 +47,7 @@ struct recorder_state {
   std::atomic<int> error = 0;            // the last start failed
   std::atomic<uint64_t> emmc_kb = 0;
   std::atomic<uint64_t> usb_kb = 0;
+  std::atomic<uint64_t> take_kb = 0;
   std::atomic<uint32_t> save_delay_ms = 1000;
 
   // Whoever clears `recording`, sends the child its one SIGTERM; pause and resume signal under the same lock,

@@ -263,6 +263,7 @@ int orb_get_recorder_paused() { return recorder.paused; }
 int orb_get_recorder_post_processing() { return recorder.post_processing; }
 uint64_t orb_get_recorder_emmc_kb() { return recorder.emmc_kb; }
 uint64_t orb_get_recorder_usb_kb() { return recorder.usb_kb; }
+uint64_t recorder_take_kb() { return recorder.take_kb; }
 
 void orb_load_recorder_title(char* text, size_t size) { load_text(&recorder_texts::title, text, size); }
 

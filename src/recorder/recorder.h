@@ -10,6 +10,10 @@
 inline constexpr size_t kRecorderTextSize = 81;  // title, operator id, file name
 inline constexpr size_t kFlowDirectionSize = 32;
 
+// Free KiB below which a running take is ended.
+inline constexpr uint64_t kLowEmmc_kb = 10'000;
+inline constexpr uint64_t kLowUsb_kb = 30'000;
+
 // Makes the stores' folders, loads the texts and starts the recording worker, which first completes what a
 // power cut has interrupted. Called once, at start-up; takes can be started when that has ended.
 void orb_create_recorder();
@@ -46,6 +50,9 @@ int orb_get_recorder_post_processing();
 // Free space as last measured, in KiB; the USB store's less the running take.
 uint64_t orb_get_recorder_emmc_kb();
 uint64_t orb_get_recorder_usb_kb();
+
+// Size of the running take as last measured, in KiB; 0 when there is none.
+uint64_t recorder_take_kb();
 
 // Texts for the next takes. A load cuts to size - 1 characters. Title, flow direction and operator id are
 // settings; the store's fields are smaller than ours, so a title longer than 41 characters is whole until the

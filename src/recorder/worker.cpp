@@ -24,10 +24,6 @@ namespace {
 constexpr int64_t kTick_ms = 100;
 constexpr int kTicksPerLook = 10;
 
-// KiB below which a take is ended.
-constexpr uint64_t kLowEmmc_kb = 10'000;
-constexpr uint64_t kLowUsb_kb = 30'000;
-
 constexpr char kSetAsidePrefix[] = "guid.";
 
 void set_stage(recorder_stage stage) {
@@ -126,6 +122,7 @@ void end_child(const std::string& path) {
     const mutex_lock lock(recorder.child_lock);  // whoever cleared `recording` has sent its signals now
     pid = recorder.child_pid;
   }
+  recorder.take_kb = 0;
   await_ffmpeg_end(pid);
   while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) continue;
   flush_file(path.c_str());
@@ -174,6 +171,7 @@ uint64_t take_size(const std::string& path) {
 
 bool is_space_low(const std::string& path) {
   const uint64_t size = take_size(path);
+  recorder.take_kb = size / 1024;
   const uint64_t emmc = free_kb(paths::kInternalTakes);
   const uint64_t usb = free_kb(paths::kUsbTakes);
   const uint64_t left = usb - std::min(usb, size / 1024);

@@ -1,16 +1,49 @@
 #include "supervisor/identity.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
+#include "app/trace.h"
+#include "base/json.h"
+#include "base/paths.h"
 #include "base/redis.h"
 #include "base/text.h"
 #include "camera/visca_thread.h"
 #include "power_board/power_board.h"
+#include "supervisor/internal.h"
 
 namespace {
 
+constexpr const char* kBatteryTypes[] = {"Dewalt", "Indipro"};
+constexpr const char* kKeptMembers[] = {"model_number", "model_name", "serial_number"};
+
+// What is no UTF-8 would break the JSON that it goes into.
 void load_identity(const char* key, char* text, size_t size) {
-  if (!redis_get_text(key, text, size)) copy_text(text, size, "unknown");
+  if (redis_get_text(key, text, size)) {
+    copy_text(text, size, as_utf8(text));
+  } else {
+    copy_text(text, size, "unknown");
+  }
+}
+
+void store_battery_type_in_redis(const char* type) {
+  redis_connection connection = redis_connect();
+  const redis_reply reply = redis_command(connection, "SET orb-battery %s", type);
+  trace(kTraceSupervisor, "db reply '%s'", reply && reply->str != nullptr ? reply->str : "");
+}
+
+// A configuration that cannot be read stays as it is: it may hold more than we could write.
+void store_battery_type_in_file(const char* type) {
+  const json_owner old = load_json_file(paths::kSystemConfig);
+  if (!json_object_is_type(old.get(), json_type_object)) return;
+  const json_owner config(json_object_new_object());
+  for (const char* key : kKeptMembers) {
+    json_object* value = json_member(old.get(), key);
+    if (value != nullptr) json_object_object_add(config.get(), key, json_object_get(value));
+  }
+  json_object_object_add(config.get(), "battery", json_object_new_string(type));
+  trace(kTraceSupervisor, "config stored %d", replace_json_file(paths::kSystemConfig, config.get()) ? 0 : -1);
 }
 
 }  // namespace
@@ -23,16 +56,21 @@ void orb_load_supervisor_serial_number(char* text, size_t size) {
 
 void orb_load_supervisor_battery_type(char* text, size_t size) { load_identity("orb-battery", text, size); }
 
+void orb_load_supervisor_software_version(char* text, size_t size) { load_release(text, size); }
+
 void orb_load_supervisor_firmware_version(char* text, size_t size) {
   power_board_readings readings;
   if (orb_power_board* board = power_board_now()) orb_power_board_load_registers(board, &readings);
-  snprintf(text, size, "%02d.%02d", readings.board_revision, readings.build_number);
+  char version[16];
+  snprintf(version, sizeof version, "%02d.%02d", readings.board_revision, readings.build_number);
+  copy_text(text, size, version);
 }
 
 void orb_load_supervisor_camera_version(char* text, size_t size) {
-  copy_text(text, size, "");
   const visca_camera* camera = visca_thread_data.camera;
-  if (camera != nullptr) snprintf(text, size, "%04X", camera->rom_version.load());
+  char version[8] = "";
+  if (camera != nullptr) snprintf(version, sizeof version, "%04X", camera->rom_version.load());
+  copy_text(text, size, version);
 }
 
 void orb_load_supervisor_battery_voltage(char* text, size_t size) {
@@ -40,4 +78,12 @@ void orb_load_supervisor_battery_voltage(char* text, size_t size) {
   if (const orb_power_board* board = power_board_now()) {
     orb_power_board_load_battery_voltage(board, text, size);
   }
+}
+
+int orb_set_supervisor_battery_type(const char* type) {
+  const auto is_type = [type](const char* known) { return strcmp(type, known) == 0; };
+  if (std::none_of(std::begin(kBatteryTypes), std::end(kBatteryTypes), is_type)) return -1;
+  store_battery_type_in_redis(type);
+  store_battery_type_in_file(type);
+  return 0;
 }

@@ -15,3 +15,11 @@ void orb_load_supervisor_firmware_version(char* text, size_t size);
 void orb_load_supervisor_camera_version(char* text, size_t size);
 // The average input voltage, "19.7 V"; "" until it is known.
 void orb_load_supervisor_battery_voltage(char* text, size_t size);
+
+// What the release file says, as read at start; "" when it is missing.
+void orb_load_supervisor_software_version(char* text, size_t size);
+
+// "Dewalt" or "Indipro": kept in Redis and in the unit's configuration; the board's thresholds follow at the
+// next start. -1 for any other text. HTTP server thread; waits at most 0.05 s for Redis, and for the file's
+// flush.
+int orb_set_supervisor_battery_type(const char* type);

@@ -51,7 +51,7 @@ struct supervisor_values {
   double core_temperature[4] = {kUnknownTemperature, kUnknownTemperature, kUnknownTemperature,
                                 kUnknownTemperature};
   camera_temperatures camera;
-  char channel[2][32] = {"", ""};  // what the encoder says of its streams
+  char channel[2][64] = {"", ""};  // what the encoder says of its streams
   char tilt_angle[16] = "";
   char direction[8] = "??";
   char motor_type[8] = "none";  // "height", "pan", "none"
@@ -71,20 +71,6 @@ void orb_load_supervisor_values(supervisor_values* values);
 
 // The heading as a compass point. Any thread.
 void orb_load_supervisor_direction(char* text, size_t size);
-
-// "%.1f V", empty while no battery level is known. Any thread.
-void orb_load_supervisor_battery_voltage(char* text, size_t size);
-
-// Text of the release file. Any thread.
-void orb_load_supervisor_software_version(char* text, size_t size);
-
-// Board firmware "RR.BB"; camera ROM in hexadecimal, empty without a camera. Any thread.
-void orb_load_supervisor_firmware_version(char* text, size_t size);
-void orb_load_supervisor_camera_version(char* text, size_t size);
-
-// "Dewalt" or "Indipro": kept in Redis and in the unit's configuration; holds from the next start. -1 for any
-// other text. Any thread; waits at most 0.1 s for Redis, and for the file's flush.
-int orb_set_supervisor_battery_type(const char* type);
 
 // Asks for a shutdown (1 temperature, 2 reboot, others power off); one that comes while one is served is
 // served afterwards. Any thread.

@@ -68,7 +68,7 @@ TEST(unit, an_operator_zooms_the_camera_while_the_board_is_refreshed) {
   const std::string readings = http("GET", "/api/power_board/readings").body;
   EXPECT_EQ(std::count(readings.begin(), readings.end(), ':'), 58);
   for (const char* part : {R"({"pb_power_enable":"0x06","pb_led_enable":"0x00",)", R"("pb_status":"0x01",)",
-                           R"("pb_bme280_temperature":"25.00",)", R"("pb_imu_accelerometer_2":"1.000",)",
+                           R"("pb_bme280_temperature":"25.00",)", R"("pb_imu_accelerometer_0":"1.000",)",
                            R"("pb_monitor_vin_volts":"18.500",)", R"("pb_laser_serial_number":"1234567",)",
                            R"("pb_encoder_count_1":"100000",)", R"("pb_motor_type":"1"})"}) {
     EXPECT_NE(readings.find(part), std::string::npos) << part;
@@ -108,7 +108,8 @@ TEST(unit, the_board_is_refreshed_in_a_broken_world) {
       {"as it should be", [] {}},
       {"a frozen redis", [] { redis.signal(SIGSTOP); }},
       {"a silent camera", [] { ctl("camera", "silent on"); }},
-      {"a camera that sends garbage", [] { ctl("camera", "silent off"), ctl("camera", "garble on"); }},
+      {"a silent encoder", [] { ctl("camera", "silent off"), ctl("camera", "encoder_silent on"); }},
+      {"a camera that sends garbage", [] { ctl("camera", "garble on"); }},
       {"no camera", [] { camera = child(); }},
       {"no redis", [] { redis = child(); }},
       {"a board that answers noise", [] { ctl("board", "frame noise"); }},

@@ -1,0 +1,151 @@
+// The external USB stick: mounted when it is plugged in, unmounted when it has been pulled, and ejected on
+// request as soon as nothing is written to it.
+
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <sstream>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "base/mutex.h"
+#include "base/paths.h"
+#include "base/thread.h"
+#include "installer/installer.h"
+#include "store/logger.h"
+#include "supervisor/internal.h"
+
+namespace {
+
+constexpr char kFileSystem[] = "vfat";
+constexpr int64_t kEjectStep_ms = 1000;
+constexpr int kInFlightField = 9;  // of a block device's statistics, counted from 1
+constexpr size_t kStatisticsLimit = 4096;
+
+mutex stick_lock;
+condition eject_requested;
+stick_state stick GUARDED_BY(stick_lock);
+bool eject_wanted GUARDED_BY(stick_lock) = false;
+
+// The stick is not mounted any more.
+void forget_stick(bool ejected) {
+  const mutex_lock lock(stick_lock);
+  stick = {.ejected = ejected};
+}
+
+void clear_ejected() {
+  const mutex_lock lock(stick_lock);
+  stick.ejected = false;
+}
+
+void unmount_pulled() {
+  if (umount(paths::kStick) == 0) {
+    trace(kTraceSupervisor, "usb out");
+    forget_stick(false);
+  } else {
+    trace(kTraceSupervisor, "umount %d %d", -1, errno);
+  }
+}
+
+bool is_update_on_stick() {
+  const int software = orb_get_installer_software_update_available(nullptr, 0);
+  const int firmware = orb_get_installer_firmware_update_available(nullptr, 0);
+  const int camera = orb_get_installer_camera_update_available(nullptr, 0);
+  trace(kTraceSupervisor, "update %d %d %d", software, firmware, camera);
+  return software != 0 || firmware != 0 || camera != 0;
+}
+
+void mount_plugged() {
+  if (mount(paths::kStickDevice, paths::kStick, kFileSystem, 0, nullptr) != 0) {
+    trace(kTraceSupervisor, "mount %d %d", -1, errno);
+    return;
+  }
+  trace(kTraceSupervisor, "usb in");
+  const bool update_available = is_update_on_stick();
+  {
+    const mutex_lock lock(stick_lock);
+    stick = {.mounted = true, .update_available = update_available};
+  }
+  orb_check_logger_reset();
+}
+
+// 0 when the statistics cannot be read: a stick that has gone has nothing in flight.
+int requests_in_flight() {
+  std::istringstream fields(read_file(paths::kStickStatistics, kStatisticsLimit).value_or(""));
+  int value = 0;
+  for (int field = 0; field < kInFlightField; ++field) fields >> value;
+  return fields ? value : 0;
+}
+
+void await_eject_request() {
+  const mutex_lock lock(stick_lock);
+  while (!eject_wanted) eject_requested.wait(stick_lock);
+  eject_wanted = false;
+}
+
+void unmount_ejected() {
+  trace(kTraceSupervisor, "umount start");
+  if (umount(paths::kStick) == 0) {
+    trace(kTraceSupervisor, "usb ejected");
+    forget_stick(true);
+  } else {
+    trace(kTraceSupervisor, "eject umount %d %d", -1, errno);
+  }
+}
+
+void eject() {
+  trace(kTraceSupervisor, "usb eject begin");
+  while (usb_stick_now().eject_pending) {
+    const int in_flight = requests_in_flight();
+    trace(kTraceSupervisor, "io %d", in_flight);
+    if (in_flight == 0) unmount_ejected();
+    sleep_ms(kEjectStep_ms);
+  }
+  sleep_ms(kEjectStep_ms);
+  trace(kTraceSupervisor, "usb eject end");
+}
+
+void* eject_thread(void*) {
+  for (;;) {
+    await_eject_request();
+    eject();
+  }
+}
+
+}  // namespace
+
+void start_usb_stick() {
+  umount(paths::kStick);  // nothing, most often
+  start_detached_thread("eject", eject_thread, nullptr);
+}
+
+void step_usb_stick() {
+  const stick_state now = usb_stick_now();
+  if (access(paths::kStickDevice, R_OK | W_OK) != 0) {
+    clear_ejected();
+    if (now.mounted && !now.eject_pending) unmount_pulled();
+  } else if (!now.mounted && !now.ejected) {
+    mount_plugged();
+  }
+}
+
+stick_state usb_stick_now() {
+  const mutex_lock lock(stick_lock);
+  return stick;
+}
+
+int orb_request_supervisor_eject() {
+  const mutex_lock lock(stick_lock);
+  if (!stick.mounted) return -1;
+  stick.eject_pending = true;
+  eject_wanted = true;
+  eject_requested.signal();
+  return 1;
+}
+
+bool orb_is_external_usb_mounted() {
+  const stick_state now = usb_stick_now();
+  return now.mounted && !now.eject_pending;
+}

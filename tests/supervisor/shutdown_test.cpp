@@ -1,0 +1,114 @@
+// Identity and battery type, and the order in which shutdowns are served.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <regex>
+
+#include "base/clock.h"
+#include "base/file.h"
+#include "base/redis_server.h"
+#include "power_board/internal.h"
+#include "recorder/internal.h"
+#include "supervisor/identity.h"
+#include "supervisor/internal.h"
+
+namespace {
+
+constexpr char kConfig[] = "/config/system.json";
+
+std::string config() { return read_file(kConfig, 4096).value_or("none"); }
+
+using load = void (*)(char*, size_t);
+std::string text_of(load load_text, size_t size = 32) {
+  std::string text(size, 'x');
+  load_text(text.data(), size);
+  return text.substr(0, text.find('\0'));
+}
+
+TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
+  const std::string before = config();
+  for (const char* wrong : {"dewalt", "Dewalt ", "", "Indi"}) {
+    EXPECT_EQ(orb_set_supervisor_battery_type(wrong), -1) << wrong;
+  }
+  EXPECT_EQ(config(), before);
+  EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);  // Redis is down
+  EXPECT_EQ(text_of(orb_load_supervisor_battery_type), "unknown");
+  EXPECT_EQ(
+      config(),
+      R"({"model_number":"ORB-2","model_name":"ORB Advanced","serial_number":"SIM-0001","battery":"Dewalt"})");
+
+  start_redis();
+  replace_file(kConfig, R"({"other":1,"model_name":"a/b","battery":"Dewalt"})");
+  EXPECT_EQ(orb_set_supervisor_battery_type("Indipro"), 0);
+  EXPECT_EQ(text_of(orb_load_supervisor_battery_type), "Indipro");
+  EXPECT_EQ(text_of(orb_load_supervisor_battery_type, 4), "Ind");
+  EXPECT_EQ(config(), R"({"model_name":"a/b","battery":"Indipro"})");
+  ask_redis("SET orb-serial-number %s", "A\xFF");
+  EXPECT_EQ(text_of(orb_load_supervisor_serial_number), "A?");
+
+  // A file that cannot be written beside, or read, stays as it is.
+  mkdir("/config/system.json.new", 0755);
+  EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);
+  EXPECT_EQ(config(), R"({"model_name":"a/b","battery":"Indipro"})");
+  rmdir("/config/system.json.new");
+  replace_file(kConfig, "{broken");
+  EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);
+  EXPECT_EQ(config(), "{broken");
+}
+
+TEST(identity, voltage_comes_with_the_level) {
+  static orb_power_board board;
+  board.battery_thresholds = &orb_power_board_dewalt_thresholds;
+  power_board_readings readings;
+  readings.monitor_vin_volts = 18.04F;
+  EXPECT_EQ(text_of(orb_load_supervisor_firmware_version), "00.00");
+  power_board_instance = &board;
+  for (int refresh = 0; refresh < 64; ++refresh) average_battery(&board, readings);
+  EXPECT_EQ(text_of(orb_load_supervisor_battery_voltage), "");
+  average_battery(&board, readings);
+  EXPECT_EQ(text_of(orb_load_supervisor_battery_voltage), "18.0 V");
+}
+
+std::string power_calls() {
+  const std::string text = read_file("/tmp/power_calls", 4096).value_or("");
+  return std::regex_replace(text, std::regex("\\S+T\\S+ "), "");
+}
+
+void record() {
+  recorder.post_processing = 0;
+  recorder.recording = 1;
+}
+
+bool await_stop() {
+  for (int i = 0; i < 500 && recorder.recording != 0; ++i) sleep_ms(2);
+  return recorder.recording == 0;
+}
+
+TEST(shutdown, requests_are_served_once_each) {
+  start_shutdown_thread();
+  record();
+  orb_trigger_supervisor_shutdown(kShutdownReboot);
+  ASSERT_TRUE(await_stop());  // from now on it waits for the take's completion
+  for (int i = 0; i < 5; ++i) orb_trigger_supervisor_shutdown(kShutdownReboot);
+  sleep_ms(1000);
+  EXPECT_EQ(power_calls(), "");
+  recorder.post_processing = 0;
+  sleep_ms(2500);
+  EXPECT_EQ(power_calls(), "reboot\nreboot\n");
+
+  // A hot unit turns the reboot into a power off, and waits for no completion.
+  record();
+  orb_trigger_supervisor_shutdown(kShutdownReboot);
+  ASSERT_TRUE(await_stop());
+  for (int second = 0; second < 30; ++second) {
+    orb_trigger_supervisor_shutdown(kShutdownTemperature);
+    sleep_ms(100);
+  }
+  orb_trigger_supervisor_shutdown(kShutdownReboot);
+  sleep_ms(1500);
+  EXPECT_EQ(power_calls(), "reboot\nreboot\nshutdown -P now\n");
+  EXPECT_NE(recorder.post_processing, 0);
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+// The external stick through its life: a folder that is really mounted and unmounted stands for it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "supervisor/status.h"
+
+// The box can mount no device.
+int mount(const char*, const char* target, const char*, unsigned long, const void*) noexcept {
+  return static_cast<int>(syscall(SYS_mount, "/run/bench/stick", target, nullptr, MS_BIND, nullptr));
+}
+
+namespace {
+
+constexpr char kDevice[] = "/dev/usb_ext1";
+
+// The trace since the last call, without its times.
+std::string traced() {
+  static size_t seen = 0;
+  const std::string text = read_file("/media/usb99/trace", 1 << 20).value_or("");
+  const std::string added = text.substr(std::min(seen, text.size()));
+  seen = text.size();
+  return std::regex_replace(added, std::regex(R"(SUPV: | \[\d\d:\d\d:\d\d\.\d\d\d\])"), "");
+}
+
+void plug(bool in) {
+  if (in) {
+    std::ofstream{kDevice};
+  } else {
+    remove(kDevice);
+  }
+}
+
+void set_in_flight(int count) {
+  std::ofstream("/sys/block/sdb/stat") << "   1 0 8 1 2 0 16 2   " << count << " 3 3\n";
+}
+
+std::string stick() {
+  return std::string(stick_text(usb_stick_now())) + (orb_is_external_usb_mounted() ? ", mounted" : "");
+}
+
+TEST(usb_stick, lives_from_plug_to_pull) {
+  std::ofstream("/media/usb99/trace_mask") << "0x00000001";
+  init_trace();
+  traced();
+  start_usb_stick();
+  step_usb_stick();
+  EXPECT_EQ(stick(), "removed");
+  EXPECT_EQ(orb_request_supervisor_eject(), -1);
+
+  plug(true);
+  step_usb_stick();
+  step_usb_stick();
+  EXPECT_EQ(stick(), "inserted, mounted");
+  EXPECT_EQ(traced(), "usb in\nupdate 0 0 0\n");
+
+  // Pulled without a word while a file on it is open; then it is closed.
+  unique_fd open_file(open("/media/usb-cpy/file", O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+  plug(false);
+  step_usb_stick();
+  EXPECT_EQ(stick(), "inserted, mounted");
+  open_file.reset();
+  step_usb_stick();
+  EXPECT_EQ(stick(), "removed");
+  EXPECT_EQ(traced(), "umount -1 16\nusb out\n");
+
+  // Ejected while something is written, and asked for twice.
+  plug(true);
+  step_usb_stick();
+  set_in_flight(3);
+  EXPECT_EQ(orb_request_supervisor_eject(), 1);
+  sleep_ms(500);
+  EXPECT_EQ(orb_request_supervisor_eject(), 1);
+  step_usb_stick();
+  EXPECT_EQ(stick(), "eject pending");
+  open_file.reset(open("/media/usb-cpy/file", O_RDONLY | O_CLOEXEC));
+  set_in_flight(0);
+  sleep_ms(1000);
+  open_file.reset();
+  sleep_ms(1000);
+  step_usb_stick();
+  EXPECT_EQ(stick(), "ejected");
+  EXPECT_EQ(orb_request_supervisor_eject(), -1);
+
+  // Out and in again while the second request is served, which is not for the new stick.
+  plug(false);
+  step_usb_stick();
+  EXPECT_EQ(stick(), "removed");
+  plug(true);
+  step_usb_stick();
+  sleep_ms(3500);
+  EXPECT_EQ(stick(), "inserted, mounted");
+  EXPECT_EQ(traced(),
+            "usb in\nupdate 0 0 0\nusb eject begin\nio 3\nio 0\numount start\neject umount -1 16\n"
+            "io 0\numount start\nusb ejected\nusb in\nupdate 0 0 0\nusb eject end\n"
+            "usb eject begin\nusb eject end\n");
+
+  // Pulled while its eject waits.
+  set_in_flight(1);
+  EXPECT_EQ(orb_request_supervisor_eject(), 1);
+  sleep_ms(300);
+  plug(false);
+  step_usb_stick();
+  EXPECT_EQ(stick(), "eject pending");
+  remove("/sys/block/sdb/stat");
+  sleep_ms(1200);
+  step_usb_stick();
+  EXPECT_EQ(stick(), "removed");
+  EXPECT_EQ(traced(), "usb eject begin\nio 1\nio 0\numount start\nusb ejected\n");
+}
+
+}  // namespace
