@@ -1,6 +1,7 @@
 #include "http/json_body.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "app/trace.h"
 #include "base/text.h"
@@ -58,6 +59,13 @@ std::optional<int> body_integer(json_object* object, const char* key) {
     default:
       return std::nullopt;
   }
+}
+
+std::optional<int> find_word(std::span<const char* const> words, const char* word) {
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (strcmp(words[i], word) == 0) return static_cast<int>(i);
+  }
+  return std::nullopt;
 }
 
 #pragma GCC diagnostic push

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 
 #include "base/json.h"
 
@@ -25,6 +26,9 @@ std::optional<body_word> body_text(json_object* object, const char* key);
 // The member as an integer (json-c's reading of numbers and booleans, kept inside an int); nothing when it is
 // missing, null or of another type.
 std::optional<int> body_integer(json_object* object, const char* key);
+
+// The place of `word` among the words that a route knows, or nothing.
+std::optional<int> find_word(std::span<const char* const> words, const char* word);
 
 // The whole way of a handler that takes one member: reads the body and traces `message` with the member at
 // the API's level; an empty word, or -1, stands for a missing one.
