@@ -20,6 +20,7 @@
 #include "camera/controller.h"
 #include "camera/visca_thread.h"
 #include "http/routes.h"
+#include "osd/osd.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "seats/seats.h"
@@ -79,6 +80,7 @@ int run_unit(bool advanced) {
   if (start_command_pipe(&application, &power_board) != 0) exit(EXIT_FAILURE);
   start_redis_publisher(&application);
   start_seat_tick(application.loop);
+  start_osd_tick(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);
@@ -105,6 +107,7 @@ int main(int, char** arguments) {
   orb_create_focus_loop();
   orb_create_intensity_loop();
   orb_create_zoom_loop();
+  orb_init_osd();
   orb_create_recorder();
 
   if (orb_application_init(&application, arguments[0]) != 0) return 1;

@@ -138,7 +138,13 @@ TEST_P(session, is_as_it_was) {
   const child camera = start_camera();
   const child daemon = start_daemon();
   ASSERT_TRUE(await_api());
-  ASSERT_TRUE(await([] { return camera_log().find("81 09 00 02 FF") != std::string::npos; }));
+  for (const char* last :
+       {"81 09 00 02 FF", "81 01 04 37 02 02 FF"}) {  // of the link's start, of the power-up
+    ASSERT_TRUE(await([last] { return camera_log().find(last) != std::string::npos; }));
+  }
+  // The date would show when it is.
+  http("PUT", "/api/osd/date_time", R"({"date_time_osd":0})");
+  ASSERT_TRUE(await([] { return ctl("camera", "titles").find(" on") == std::string::npos; }));
   usleep(500'000);
   const std::string kept = read_text(std::string(ORB_SESSIONS_FOLDER "/") + GetParam() + ".txt");
   const std::string now = replay(kept);
@@ -147,7 +153,7 @@ TEST_P(session, is_as_it_was) {
   EXPECT_EQ(now, kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board", "seats"),
+INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board", "osd", "seats"),
                          [](const auto& file) { return file.param; });
 
 }  // namespace
