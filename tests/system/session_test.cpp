@@ -46,15 +46,16 @@ std::string without_chance(std::string text) {
   return text;
 }
 
-// Threads trace beside each other: the API's lines stand first.
-std::string api_first(const std::string& traced) {
-  std::string api;
+// Threads trace and send beside each other: the API's lines and the overlay's titles stand first.
+std::string ordered(const std::string& text) {
+  std::string first;
   std::string others;
-  std::istringstream lines(traced);
+  std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    (line.rfind("trace HAPI", 0) == 0 ? api : others) += line + "\n";
+    const bool is_first = line.rfind("trace HAPI", 0) == 0 || line.rfind("camera 81 01 04 7", 0) == 0;
+    (is_first ? first : others) += line + "\n";
   }
-  return api + others;
+  return first + others;
 }
 
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
@@ -126,7 +127,8 @@ std::string replay(const std::string& session) {
     result += line + "\n< " + tokens.hidden(without_chance(answer)) + "\n";
     // The camera thread looks at the acknowledges ten times a second.
     usleep(350'000 + 1'000'000 * std::exchange(pause_s, 0));
-    result += tokens.hidden(api_first(without_chance(trace.added()))) + camera.added() + board.added();
+    result += tokens.hidden(ordered(without_chance(trace.added())));
+    result += ordered(camera.added()) + board.added();
   }
   return result;
 }
