@@ -31,7 +31,7 @@ constexpr char kPipeline[] =
     " ! videocrop name=crop ! videoscale ! video/x-raw,width=640,height=360 ! videoflip name=flip"
     " ! videobalance name=balance"
     " ! textoverlay name=titles font-desc=\"Monospace Bold 26px\" valignment=top halignment=left"
-    " line-alignment=left xpad=8 ypad=6 wrap-mode=none auto-resize=false draw-shadow=false"
+    " line-alignment=left xpad=48 ypad=6 wrap-mode=none auto-resize=false draw-shadow=false"
     " ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=15 threads=1 bitrate=1500"
     " ! valve name=valve ! rtph264pay name=pay0 pt=96 )";
 

@@ -21,6 +21,7 @@
 #include "camera/visca_thread.h"
 #include "http/routes.h"
 #include "installer/installer.h"
+#include "osd/osd.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "seats/seats.h"
@@ -83,6 +84,7 @@ int run_unit(bool advanced) {
   start_redis_publisher(&application);
   start_seat_tick(application.loop);
   start_logger_timer(application.loop);
+  start_osd_tick(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);
@@ -111,6 +113,7 @@ int main(int, char** arguments) {
   orb_create_intensity_loop();
   orb_create_zoom_loop();
   orb_start_installer();
+  orb_init_osd();
   orb_create_recorder();
   orb_init_supervisor(1);
 

@@ -22,6 +22,9 @@ class ORB_THREAD_SAFETY(capability("mutex")) mutex {
   mutex& operator=(const mutex&) = delete;
 
   void lock() ORB_THREAD_SAFETY(acquire_capability()) { pthread_mutex_lock(&handle_); }
+  bool try_lock() ORB_THREAD_SAFETY(try_acquire_capability(true)) {
+    return pthread_mutex_trylock(&handle_) == 0;
+  }
   void unlock() ORB_THREAD_SAFETY(release_capability()) { pthread_mutex_unlock(&handle_); }
 
  private:

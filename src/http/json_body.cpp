@@ -1,6 +1,7 @@
 #include "http/json_body.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "app/trace.h"
 #include "base/text.h"
@@ -64,6 +65,13 @@ std::optional<int> body_text_number(json_object* object, const char* key) {
   json_object* value = json_member(object, key);
   if (!json_object_is_type(value, json_type_string)) return std::nullopt;
   return leading_number(json_object_get_string(value));
+}
+
+std::optional<int> find_word(std::span<const char* const> words, const char* word) {
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (strcmp(words[i], word) == 0) return static_cast<int>(i);
+  }
+  return std::nullopt;
 }
 
 #pragma GCC diagnostic push

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 
 #include "base/json.h"
 
@@ -28,6 +29,9 @@ std::optional<int> body_integer(json_object* object, const char* key);
 
 // The decimal number at the start of a text member, kept inside an int; nothing when there is no such text.
 std::optional<int> body_text_number(json_object* object, const char* key);
+
+// The place of `word` among the words that a route knows, or nothing.
+std::optional<int> find_word(std::span<const char* const> words, const char* word);
 
 // The whole way of a handler that takes one member: reads the body and traces `message` with the member at
 // the API's level; an empty word, or -1, stands for a missing one.

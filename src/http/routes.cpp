@@ -9,6 +9,7 @@
 #include "camera/visca_thread.h"
 #include "heading/api.h"
 #include "installer/api.h"
+#include "osd/api.h"
 #include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "recorder/api.h"
@@ -127,6 +128,14 @@ constexpr http_route_row kRoutes[] = {
     {"GET", "/api/camera/defog", get_defog, nullptr},
     {"PUT", "/api/camera/defog", put_defog, nullptr},
 
+    {"PUT", "/api/camera/title/line", put_title_line, nullptr},
+    {"POST", "/api/camera/title/clear_all", post_title_clear_all, nullptr},
+    {"POST", "/api/camera/title/turn_all_on", post_title_turn_all_on, nullptr},
+    {"POST", "/api/camera/title/turn_all_off", post_title_turn_all_off, nullptr},
+    {"POST", "/api/camera/title/clear_line", post_title_clear_line, nullptr},
+    {"POST", "/api/camera/title/turn_line_on", post_title_turn_line_on, nullptr},
+    {"POST", "/api/camera/title/turn_line_off", post_title_turn_line_off, nullptr},
+
     {"POST", "/api/camera/recorder/start", post_recorder_start, nullptr},
     {"POST", "/api/camera/recorder/stop", post_recorder_stop, nullptr},
     {"POST", "/api/camera/recorder/pause", post_recorder_pause, nullptr},
@@ -157,6 +166,23 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/motor/pan/increment", post_drive_increment, nullptr},
     {"POST", "/api/motor/pan/decrement", post_drive_decrement, nullptr},
     {"POST", "/api/motor/pan/stop", post_motor_stop, nullptr},
+
+    {"GET", "/api/osd/zoom", get_osd_item<kOsdZoom>, nullptr},
+    {"PUT", "/api/osd/zoom", put_osd_item<kOsdZoom>, nullptr},
+    {"GET", "/api/osd/flow_direction", get_osd_item<kOsdFlowDirection>, nullptr},
+    {"PUT", "/api/osd/flow_direction", put_osd_item<kOsdFlowDirection>, nullptr},
+    {"GET", "/api/osd/date_time", get_osd_item<kOsdDateTime>, nullptr},
+    {"PUT", "/api/osd/date_time", put_osd_item<kOsdDateTime>, nullptr},
+    {"GET", "/api/osd/compass", get_osd_item<kOsdCompass>, nullptr},
+    {"PUT", "/api/osd/compass", put_osd_item<kOsdCompass>, nullptr},
+    {"GET", "/api/osd/title", get_osd_item<kOsdTitle>, nullptr},
+    {"PUT", "/api/osd/title", put_osd_item<kOsdTitle>, nullptr},
+    {"GET", "/api/osd/operator_id", get_osd_item<kOsdOperatorId>, nullptr},
+    {"PUT", "/api/osd/operator_id", put_osd_item<kOsdOperatorId>, nullptr},
+    {"GET", "/api/osd/color", get_osd_color, nullptr},
+    {"PUT", "/api/osd/color", put_osd_color, nullptr},
+    {"GET", "/api/osd/dwell", get_osd_dwell, nullptr},
+    {"PUT", "/api/osd/dwell", put_osd_dwell, nullptr},
 
     {"POST", "/api/seats/request", post_seat_request, nullptr},
     {"POST", "/api/seats/update", post_seat_update, nullptr},

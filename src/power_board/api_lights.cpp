@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <optional>
-#include <span>
 
 #include "app/trace.h"
+#include "base/distance.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/value_file.h"
@@ -22,15 +21,6 @@ namespace {
 
 constexpr int kHold_ms = 500;
 constexpr double kFeetPerMetre = 3.2808399200439453;
-constexpr double kWholeNumbers = 99.5;  // from here on without decimals
-
-// The place of `word` among `words`, or nothing.
-std::optional<int> find_word(std::span<const char* const> words, const char* word) {
-  for (size_t i = 0; i < words.size(); ++i) {
-    if (strcmp(words[i], word) == 0) return static_cast<int>(i);
-  }
-  return std::nullopt;
-}
 
 constexpr const char* kLaserModes[] = {"off", "manual", "picture", "auto"};
 constexpr const char* kLaserSpeeds[] = {"slow", "fast", "auto"};
@@ -54,16 +44,12 @@ int send_intensity(http_connection* connection) {
 }
 
 // Empty while the laser reads nothing.
-short_text distance_text(const orb_power_board* board) {
-  short_text result;
-  if (board == nullptr || board->laser.invalid_count != 0) return result;
+distance_text laser_distance(const orb_power_board* board) {
+  if (board == nullptr || board->laser.invalid_count != 0) return {};
   int units = 0;
   orb_read_nv(kSettingUnits, &units, sizeof units);
   const bool feet = units == 1;
-  const double distance = board->laser.distance * (feet ? kFeetPerMetre : 1.0);
-  snprintf(result.text, sizeof result.text, distance < kWholeNumbers ? "%.1f %s" : "%.0f %s", distance,
-           feet ? "ft" : "m");
-  return result;
+  return format_distance(board->laser.distance * (feet ? kFeetPerMetre : 1.0), feet);
 }
 
 void add_integer(json_object* answer, const char* key, int64_t value) {
@@ -148,13 +134,13 @@ int get_laser_status(http_connection* connection, const char*, unsigned long, vo
     add_integer(answer, "laser_sample_count", readings.laser_sample_count);
     add_integer(answer, "laser_error_code", readings.laser_error_code);
     add_integer(answer, "laser_quality", readings.laser_quality);
-    json_object_object_add(answer, "laser_distance", json_object_new_string(distance_text(board).text));
+    json_object_object_add(answer, "laser_distance", json_object_new_string(laser_distance(board).text));
   });
 }
 
 int get_laser_distance(http_connection* connection, const char*, unsigned long, void*) {
   return send_member(connection, "laser_distance",
-                     json_object_new_string(distance_text(power_board_now()).text));
+                     json_object_new_string(laser_distance(power_board_now()).text));
 }
 
 int get_laser_speed(http_connection* connection, const char*, unsigned long, void*) {

@@ -1,5 +1,6 @@
 // The laser range finder: modes, and which reading the operator is shown.
 
+#include "osd/osd.h"
 #include "power_board/internal.h"
 
 namespace {
@@ -11,10 +12,33 @@ constexpr int kLaserManual = 1;
 constexpr int kLaserPicture = 2;
 constexpr int kLaserAuto = 3;
 
+// The reading first: the overlay, on the main loop, must not show the one before.
+void show(double metres) {
+  orb_set_osd_laser_reading(static_cast<float>(metres));
+  orb_set_osd_item(kOsdLaser, 1);
+}
+
+void hide() {
+  if (orb_get_osd_item(kOsdLaser) != 0) orb_set_osd_item(kOsdLaser, 0);
+}
+
 // A trigger waits while readings are invalid; a clear waits for the trigger.
 void show_on_trigger(laser_state& laser, bool valid) {
-  if (laser.trigger != 0 && valid) laser.trigger = 0;
-  if (laser.trigger == 0 && laser.clear != 0) laser.clear = 0;
+  if (laser.trigger != 0 && valid) {
+    laser.trigger = 0;
+    show(laser.distance);
+  }
+  if (laser.trigger == 0 && laser.clear != 0) {
+    laser.clear = 0;
+    hide();
+  }
+}
+
+void show_new(laser_state& laser, bool valid) {
+  const double distance = laser.distance;
+  if (!valid || distance == laser.shown) return;
+  show(distance);
+  laser.shown = distance;
 }
 
 }  // namespace
@@ -61,7 +85,15 @@ void update_laser(orb_power_board* board, const power_board_readings& readings) 
   } else {
     ++laser.invalid_count;
   }
-  const int mode = laser.mode;
-  if (mode == kLaserManual || mode == kLaserPicture) show_on_trigger(laser, valid);
-  if (mode == kLaserAuto && valid) laser.shown = laser.distance.load();
+  switch (laser.mode) {
+    case kLaserOff:
+      hide();
+      break;
+    case kLaserAuto:
+      show_new(laser, valid);
+      break;
+    default:
+      show_on_trigger(laser, valid);
+      break;
+  }
 }

@@ -16,6 +16,7 @@
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "osd/osd.h"
 #include "recorder/encoder_child.h"
 #include "recorder/internal.h"
 
@@ -143,10 +144,12 @@ void record_take() {
     if (!is_recorder_closed()) complete_take(paths::kTakeGuid, true);
     return;
   }
+  orb_update_osd_recorder_activity(1);
   trace(kTraceRecorder, "started %d", child.pid);
   if (const int error = exec_error(child)) trace(kTraceRecorder, "rerror %d '%s'", -1, strerror(error));
   watch_until_stopped(path);
   trace(kTraceRecorder, "record stopped");
+  orb_update_osd_recorder_activity(0);
   end_child(path);
   if (is_recorder_closed()) return;  // the next start completes it
   complete_take(paths::kTakeGuid, false);

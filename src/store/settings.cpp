@@ -181,6 +181,14 @@ void save() REQUIRES(nv_lock) {
   }
 }
 
+void copy_setting(uint32_t index, void* buffer, int32_t length) REQUIRES(nv_lock) {
+  if (index >= kSettingCount || length < 0) return;
+  const size_t size = kSettings[index].size;
+  const size_t asked = static_cast<size_t>(length);
+  if (asked > size) memset(buffer, 0, asked);
+  memcpy(buffer, live[index].data(), std::min(size, asked));
+}
+
 }  // namespace
 
 void orb_init_nv() {
@@ -201,12 +209,15 @@ void orb_init_nv() {
 const char* setting_key(uint32_t index) { return kSettings[index].key; }
 
 void orb_read_nv(uint32_t index, void* buffer, int32_t length) {
-  if (index >= kSettingCount || length < 0) return;
-  const size_t size = kSettings[index].size;
-  const size_t asked = static_cast<size_t>(length);
   const mutex_lock lock(nv_lock);
-  if (asked > size) memset(buffer, 0, asked);
-  memcpy(buffer, live[index].data(), std::min(size, asked));
+  copy_setting(index, buffer, length);
+}
+
+bool try_read_nv(uint32_t index, void* buffer, int32_t length) {
+  if (!nv_lock.try_lock()) return false;
+  copy_setting(index, buffer, length);
+  nv_lock.unlock();
+  return true;
 }
 
 void orb_write_nv(uint32_t index, const void* buffer, int32_t length) {

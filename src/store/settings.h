@@ -42,6 +42,10 @@ const char* setting_key(uint32_t index);
 // the setting with zeros after it. An index above 33 does nothing.
 void orb_read_nv(uint32_t index, void* buffer, int32_t length);
 
+// The same for who must not wait for the disk, such as the main loop: false, with nothing copied, while a
+// save is being written.
+bool try_read_nv(uint32_t index, void* buffer, int32_t length);
+
 // Stores `length` bytes as setting `index` (fewer than its size: zeros fill the rest; more: the rest is
 // dropped) and saves the whole record before it returns. An index above 33 does nothing; failures are only
 // traced.

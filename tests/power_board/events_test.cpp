@@ -1,5 +1,6 @@
 // What each refresh derives from the readings, stepped without a bus.
 #include "http/api_client.h"
+#include "osd/osd.h"
 #include "power_board/rig.h"
 #include "store/logger.h"
 #include "store/settings.h"
@@ -89,17 +90,17 @@ TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
     int mode;  // set first; -1: none is
     const char* request;
     double metres;
-    const char* after;  // trigger, clear, distance, invalid count, shown
-  } rows[] = {{1, "trigger", 0.05, "1 0 0 2 -1"},
-              {-1, "", 0.051, "0 0 0.051 0 -1"},
-              {-1, "clear", 0, "0 0 0.051 1 -1"},
-              {2, "trigger", 0, "1 0 0.051 2 -1"},
-              {-1, "clear", 0.05, "1 1 0.051 3 -1"},
-              {3, "refused", 0, "1 1 0.051 4 -1"},
-              {-1, "", 2, "1 1 2 0 2"},
-              {9, "", 3, "1 1 3 0 3"},
-              {3, "", 0, "1 1 3 1 -1"},
-              {0, "refused", 4, "1 1 4 0 -1"}};
+    const char* after;  // trigger, clear, distance, invalid count, shown, on the overlay
+  } rows[] = {{1, "trigger", 0.05, "1 0 0 2 -1 0"},
+              {-1, "", 0.051, "0 0 0.051 0 -1 1"},
+              {-1, "clear", 0, "0 0 0.051 1 -1 0"},
+              {2, "trigger", 0, "1 0 0.051 2 -1 0"},
+              {-1, "clear", 0.05, "1 1 0.051 3 -1 0"},
+              {3, "refused", 0, "1 1 0.051 4 -1 0"},
+              {-1, "", 2, "1 1 2 0 2 1"},
+              {9, "", 3, "1 1 3 0 3 1"},
+              {3, "", 0, "1 1 3 1 -1 1"},
+              {0, "refused", 4, "1 1 4 0 -1 0"}};
   for (const auto& [mode, request, metres, after] : rows) {
     if (mode >= 0) orb_power_board_set_laser_mode(&board_, mode);
     if (*request == 'c') {
@@ -110,7 +111,8 @@ TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
     laser(metres);
     std::ostringstream now;
     const laser_state& l = board_.laser;
-    now << l.trigger << ' ' << l.clear << ' ' << l.distance << ' ' << l.invalid_count << ' ' << l.shown;
+    now << l.trigger << ' ' << l.clear << ' ' << l.distance << ' ' << l.invalid_count << ' ' << l.shown << ' '
+        << orb_get_osd_item(kOsdLaser);
     EXPECT_EQ(now.str(), after) << metres;
   }
 }

@@ -48,15 +48,16 @@ std::string without_chance(std::string text) {
   return text;
 }
 
-// Threads trace beside each other: the API's lines stand first.
-std::string api_first(const std::string& traced) {
-  std::string api;
+// Threads trace and send beside each other: the API's lines and the overlay's titles stand first.
+std::string ordered(const std::string& text) {
+  std::string first;
   std::string others;
-  std::istringstream lines(traced);
+  std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    (line.rfind("trace HAPI", 0) == 0 ? api : others) += line + "\n";
+    const bool is_first = line.rfind("trace HAPI", 0) == 0 || line.rfind("camera 81 01 04 7", 0) == 0;
+    (is_first ? first : others) += line + "\n";
   }
-  return api + others;
+  return first + others;
 }
 
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
@@ -104,7 +105,13 @@ void start(whole_unit* unit) {
   unit->camera = start_camera();
   unit->daemon = start_daemon();
   ASSERT_TRUE(await_api());
-  ASSERT_TRUE(await([] { return camera_log().find("81 09 00 02 FF") != std::string::npos; }));
+  for (const char* last :
+       {"81 09 00 02 FF", "81 01 04 37 02 02 FF"}) {  // of the link's start, of the power-up
+    ASSERT_TRUE(await([last] { return camera_log().find(last) != std::string::npos; }));
+  }
+  // The date would show when it is.
+  http("PUT", "/api/osd/date_time", R"({"date_time_osd":0})");
+  ASSERT_TRUE(await([] { return ctl("camera", "titles").find(" on") == std::string::npos; }));
   usleep(500'000);
 }
 
@@ -148,7 +155,8 @@ std::string replay(const std::string& session, whole_unit* unit) {
     result += line + "\n< " + tokens.hidden(without_chance(answer)) + "\n";
     // The camera thread looks at the acknowledges ten times a second.
     usleep(350'000 + 1'000'000 * std::exchange(pause_s, 0));
-    result += tokens.hidden(api_first(without_chance(trace.added()))) + camera.added() + board.added();
+    result += tokens.hidden(ordered(without_chance(trace.added())));
+    result += ordered(camera.added()) + board.added();
   }
   return result;
 }
@@ -165,7 +173,7 @@ TEST_P(session, is_as_it_was) {
   EXPECT_EQ(now, kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board", "seats", "setup"),
+INSTANTIATE_TEST_SUITE_P(kept, session, testing::Values("camera", "board", "osd", "seats", "setup"),
                          [](const auto& file) { return file.param; });
 
 }  // namespace
