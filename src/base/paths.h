@@ -36,7 +36,7 @@ inline constexpr char kVideoNote[] = "/tmp/video_note";  // waits for the next t
 
 // Updates: archives on the USB stick, and what the deploy script last said.
 inline constexpr char kUpdateArchives[] = "/media/usb-cpy/orb_733-00158_update_*.zip";
-inline constexpr char kUpdateProgress[] = "/tmp/orb_update";
+inline constexpr char kUpdateStatus[] = "/tmp/orb_update";
 
 // Programs that are run.
 inline constexpr char kFfmpeg[] = "/bin/ffmpeg";
@@ -59,8 +59,7 @@ inline constexpr char kChannel1Status[] = "/tmp/channel_1_status";
 inline constexpr char kChannel2Status[] = "/tmp/channel_2_status";
 
 // Written by other local programs.
-inline constexpr char kUpdateStatus[] = "/tmp/orb_update";  // what the deploy script last said
-inline constexpr char kRecording[] = "/tmp/recording";      // 1: another program records
+inline constexpr char kRecording[] = "/tmp/recording";  // 1: another program records
 inline constexpr char kPaused[] = "/tmp/paused";
 
 // External USB stick.

@@ -42,10 +42,11 @@ std::optional<calibration_body> parse_calibration(json_object* object) {
 }
 
 void store_calibration(const calibration_body& calibration) {
-  orb_write_nv(kSettingMagnetometerCalibrated, &calibration.calibrated, sizeof calibration.calibrated);
-  for (uint32_t i = 0; i < kCalibrationNumbers; ++i) {
-    orb_write_nv(number_index(i), &calibration.numbers[i], sizeof calibration.numbers[i]);
-  }
+  std::array<nv_source, 1 + kCalibrationNumbers> sources;
+  sources[0] = {kSettingMagnetometerCalibrated, &calibration.calibrated, sizeof calibration.calibrated};
+  for (uint32_t i = 0; i < kCalibrationNumbers; ++i)
+    sources[1 + i] = {number_index(i), &calibration.numbers[i], sizeof calibration.numbers[i]};
+  write_nv(sources);
 }
 
 json_object* with_four_decimals(double number) {

@@ -50,17 +50,34 @@ float tilt_compensated(const sensor_sample& m, const sensor_sample& a) {
   return std::atan2(x, y);  // x first: it fits the mounting
 }
 
-// Limited to what single precision holds.
-float load_single(uint32_t index) {
-  constexpr double kLargest = std::numeric_limits<float>::max();
-  return static_cast<float>(std::clamp(load_calibration_number(index), -kLargest, kLargest));
+// What the settings hold. A save has them for as long as the disk takes; the caller, on the main loop, does
+// not wait for it but goes on with what it has read last.
+struct stored_calibration {
+  int calibrated = 0;
+  std::array<double, kCalibrationNumbers> numbers{};
+};
+
+const stored_calibration& load_stored() {
+  thread_local stored_calibration stored;
+  std::array<nv_target, 1 + kCalibrationNumbers> targets;
+  targets[0] = {kSettingMagnetometerCalibrated, &stored.calibrated, sizeof stored.calibrated};
+  for (uint32_t i = 0; i < kCalibrationNumbers; ++i)
+    targets[1 + i] = {kSettingMagnetometerX + i, &stored.numbers[i], sizeof stored.numbers[i]};
+  try_read_nv(targets);
+  return stored;
 }
 
-heading_calibration load_calibration() {
+// Limited to what single precision holds; 0 for what is not finite.
+float as_single(double number) {
+  constexpr double kLargest = std::numeric_limits<float>::max();
+  return std::isfinite(number) ? static_cast<float>(std::clamp(number, -kLargest, kLargest)) : 0;
+}
+
+heading_calibration calibration_of(const stored_calibration& stored) {
   heading_calibration calibration;
-  uint32_t index = kSettingMagnetometerX;
-  for (float& number : calibration.offset) number = load_single(index++);
-  for (float& number : calibration.matrix) number = load_single(index++);
+  const double* number = stored.numbers.data();
+  for (float& each : calibration.offset) each = as_single(*number++);
+  for (float& each : calibration.matrix) each = as_single(*number++);
   return calibration;
 }
 
@@ -99,10 +116,9 @@ double load_calibration_number(uint32_t index) {
 void orb_load_heading(int mag_x, int mag_y, int mag_z, char* text, size_t size, float accel_x, float accel_y,
                       float accel_z) {
   copy_text(text, size, "XX");
-  int calibrated = 0;
-  orb_read_nv(kSettingMagnetometerCalibrated, &calibrated, sizeof calibrated);
-  if (calibrated == 0) return;
+  const stored_calibration& stored = load_stored();
+  if (stored.calibrated == 0) return;
   const sensor_sample field{static_cast<float>(mag_x), static_cast<float>(mag_y), static_cast<float>(mag_z)};
-  const float heading = compute_heading(load_calibration(), field, {accel_x, accel_y, accel_z});
+  const float heading = compute_heading(calibration_of(stored), field, {accel_x, accel_y, accel_z});
   if (std::isfinite(heading)) copy_text(text, size, compass_point(compass_degrees(heading)));
 }

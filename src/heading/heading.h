@@ -33,8 +33,8 @@ const char* compass_point(int degrees);
 // The number of setting `index`; one that is not finite counts as 0. Any thread.
 double load_calibration_number(uint32_t index);
 
-// Copies the compass point of the two samples with the stored calibration (read on every call) into `text`,
-// cut to size - 1 and terminated; "XX" while the magnetometer is not calibrated, or when no heading comes of
-// the numbers. Any thread.
+// Copies the compass point of the two samples with the stored calibration (read on every call; the last one
+// while a save is under way) into `text`, cut to size - 1 and terminated; "XX" while the magnetometer is not
+// calibrated, or when no heading comes of the numbers. Any thread; waits for nothing.
 void orb_load_heading(int mag_x, int mag_y, int mag_z, char* text, size_t size, float accel_x, float accel_y,
                       float accel_z);

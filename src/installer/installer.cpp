@@ -115,7 +115,7 @@ void take_line(int number, std::string_view printed) {
   copy_text(cut, sizeof cut, printed);
   const std::string line = as_utf8(cut);
   trace(kTraceInstaller, "sw '%s'", line.c_str());
-  write_value_file(paths::kUpdateProgress, line.c_str());
+  write_value_file(paths::kUpdateStatus, line.c_str());
   const progress_words words = find_progress_words(line);
   if (words.second.empty()) return;
   update_progress progress;

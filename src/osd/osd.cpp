@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <climits>
 #include <ctime>
 
 #include "app/trace.h"
@@ -30,7 +31,9 @@ constexpr std::array<uint32_t, kOsdItemCount> kItemSettings{
     kNotStored,         kSettingOsdColor,         kSettingOsdDelay,
 };
 
-std::array<std::atomic<int>, kOsdItemCount> items{};
+constexpr int kUnset = INT_MIN;  // until the start has loaded it
+std::array<std::atomic<int>, kOsdItemCount> items{kUnset, kUnset, kUnset, kUnset, kUnset,
+                                                  kUnset, kUnset, kUnset, kUnset};
 std::atomic<float> laser_reading_m = 0;
 std::atomic<int> is_recorder_active = 0;
 
@@ -70,7 +73,8 @@ void orb_init_osd() {
   for (size_t i = 0; i < items.size(); ++i) {
     int value = 0;
     orb_read_nv(kItemSettings[i], &value, sizeof value);  // nothing for the one that is not stored
-    items[i] = value;
+    int unset = kUnset;
+    items[i].compare_exchange_strong(unset, value);  // the API runs already: what it was given stands
   }
   state = {};
 }
@@ -87,7 +91,10 @@ void orb_set_osd_item(int item, int value) {
   if (kItemSettings[i] != kNotStored) orb_write_nv(kItemSettings[i], &value, sizeof value);
 }
 
-int orb_get_osd_item(int item) { return is_item(item) ? items[static_cast<size_t>(item)].load() : 0; }
+int orb_get_osd_item(int item) {
+  const int value = is_item(item) ? items[static_cast<size_t>(item)].load() : kUnset;
+  return value == kUnset ? 0 : value;
+}
 
 void orb_set_osd_laser_reading(float metres) { laser_reading_m = metres; }
 

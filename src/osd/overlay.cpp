@@ -14,6 +14,8 @@ namespace {
 constexpr int kTicksPerSecond = 10;
 constexpr double kFeetPerMetre = 3.28084;
 
+constexpr char kNoText = '\x01';  // no text begins so
+
 // Columns of the picture: a full line stands in the middle.
 constexpr int kFirstColumn = 6;
 
@@ -108,7 +110,12 @@ void show_line(visca_camera* camera, const line_row& row, const painted_line& wa
     trace(kTraceOverlay, "%s line on", row.name);
     is_queued = visca_camera_title_turn_line_on(camera, row.number) == 0;
   }
-  if (is_queued) sent = wanted;
+  if (is_queued) {
+    sent = wanted;
+  } else {
+    sent.text = {kNoText};  // the camera has a part of it: the line is sent whole next time
+    sent.position = -1;
+  }
 }
 
 void count_delay(overlay_state& state, const overlay_inputs& in) {

@@ -67,6 +67,7 @@ void orb_power_board_set_laser_speed(orb_power_board* board, int speed) { board-
 int orb_power_board_trigger_laser_reading(orb_power_board* board) {
   const int mode = board->laser.mode;
   if (mode != kLaserManual && mode != kLaserPicture) return -1;
+  board->laser.clear = 0;  // an older one is not for this reading
   board->laser.trigger = 1;
   return 0;
 }

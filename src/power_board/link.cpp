@@ -215,6 +215,7 @@ void read_status(orb_power_board* board) {
   if (result.sum != 0) {
     trace(kTraceRefresh, "*** bad refresh %02X ***", result.sum);
   } else {
+    board->has_frame = true;
     trust_speed_reading(board, performed);
   }
 }

@@ -133,6 +133,7 @@ struct orb_power_board {
 
   const battery_threshold_table* battery_thresholds = nullptr;  // set once at init
 
+  std::atomic<bool> has_frame = false;  // the board has been heard
   mutex readings_lock;
   power_board_readings readings GUARDED_BY(readings_lock);
 

@@ -196,12 +196,14 @@ int watch_take(take_watch& watch) {
 
 void* recording_worker(void*) {
   complete_waiting_takes();
+  measure_stores();
   for (;;) {
     set_stage(recorder_stage::idle);
     if (wait_for_request() == recorder_stage::take_requested) {
       record_take();
     } else {
       complete_again();
+      measure_stores();
     }
     if (is_recorder_closed()) pause();
   }

@@ -109,7 +109,9 @@ void orb_init_logger() {
     trace(kTraceLogger, "start %u from file %d", static_cast<unsigned>(history_files.current_id),
           history_files.live);
   } else {
-    reset();
+    // Neither could be read now. The files stay: they may be readable at the next start.
+    trace(kTraceLogger, "reset historical");
+    store_history(save_alternating_file);
   }
 }
 

@@ -189,6 +189,16 @@ void copy_setting(uint32_t index, void* buffer, int32_t length) REQUIRES(nv_lock
   memcpy(buffer, live[index].data(), std::min(size, asked));
 }
 
+// False for what is no setting.
+bool keep_setting(const nv_source& source) REQUIRES(nv_lock) {
+  if (source.index >= kSettingCount || source.length < 0) return false;
+  const size_t size = kSettings[source.index].size;
+  const size_t given = static_cast<size_t>(source.length);
+  if (size > given) live[source.index] = {};
+  memcpy(live[source.index].data(), source.buffer, std::min(size, given));
+  return true;
+}
+
 }  // namespace
 
 void orb_init_nv() {
@@ -220,12 +230,21 @@ bool try_read_nv(uint32_t index, void* buffer, int32_t length) {
   return true;
 }
 
+bool try_read_nv(std::span<const nv_target> settings) {
+  if (!nv_lock.try_lock()) return false;
+  for (const nv_target& each : settings) copy_setting(each.index, each.buffer, each.length);
+  nv_lock.unlock();
+  return true;
+}
+
 void orb_write_nv(uint32_t index, const void* buffer, int32_t length) {
-  if (index >= kSettingCount || length < 0) return;
-  const size_t size = kSettings[index].size;
-  const size_t given = static_cast<size_t>(length);
+  const nv_source source{index, buffer, length};
+  write_nv({&source, 1});
+}
+
+void write_nv(std::span<const nv_source> settings) {
   const mutex_lock lock(nv_lock);
-  if (size > given) live[index] = {};
-  memcpy(live[index].data(), buffer, std::min(size, given));
-  save();
+  bool is_changed = false;
+  for (const nv_source& each : settings) is_changed |= keep_setting(each);
+  if (is_changed) save();
 }

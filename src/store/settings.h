@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 enum setting_index : uint32_t {
   kSettingDateTimeOsd = 0,
@@ -46,7 +47,23 @@ void orb_read_nv(uint32_t index, void* buffer, int32_t length);
 // save is being written.
 bool try_read_nv(uint32_t index, void* buffer, int32_t length);
 
+// The same for several, as they stand at one moment.
+struct nv_target {
+  uint32_t index = 0;
+  void* buffer = nullptr;
+  int32_t length = 0;
+};
+bool try_read_nv(std::span<const nv_target> settings);
+
 // Stores `length` bytes as setting `index` (fewer than its size: zeros fill the rest; more: the rest is
 // dropped) and saves the whole record before it returns. An index above 33 does nothing; failures are only
 // traced.
 void orb_write_nv(uint32_t index, const void* buffer, int32_t length);
+
+// The same for several, in one save: a power cut leaves all of them or none.
+struct nv_source {
+  uint32_t index = 0;
+  const void* buffer = nullptr;
+  int32_t length = 0;
+};
+void write_nv(std::span<const nv_source> settings);

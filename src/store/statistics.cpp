@@ -42,6 +42,8 @@ std::string invalid_key_of(const quantity_row& row) {
   return std::string("invalid_") + row.place + "_" + row.kind;
 }
 
+constexpr double kLargestSample = 1e10;  // what is larger is nonsense and would spoil an average for good
+
 // --- the minute -------------------------------------------------------------------------------------------
 
 void add_up_to(int64_t& number, int64_t amount, int64_t limit) {
@@ -49,7 +51,8 @@ void add_up_to(int64_t& number, int64_t amount, int64_t limit) {
 }
 
 void fold(quantity_statistics& quantity, const minute_samples& minute, int64_t count_limit) {
-  const bool first = quantity.average_count == 0;
+  // An average that starts afresh leaves the extremes of a lifetime.
+  const bool first = quantity.average_count == 0 && quantity.maximum == 0 && quantity.minimum == 0;
   quantity.maximum = first ? minute.maximum : std::max(quantity.maximum, minute.maximum);
   quantity.minimum = first ? minute.minimum : std::min(quantity.minimum, minute.minimum);
   if (quantity.average_count < count_limit) {
@@ -176,7 +179,7 @@ void count_event(statistics& numbers, statistics_counter counter) {
 }
 
 void add_sample(statistics& numbers, statistics_quantity quantity, double value) {
-  if (!std::isfinite(value)) return;
+  if (!(std::abs(value) <= kLargestSample)) return;  // nor what is no number
   minute_samples& minute = numbers.minute[quantity];
   const bool first = minute.count == 0;
   minute.maximum = first ? value : std::max(minute.maximum, value);

@@ -57,7 +57,10 @@ void end_take() {
     trace(kTraceSupervisor, "resume recording");
     orb_resume_recorder();
   }
-  if (orb_get_recorder_recording() == 0) return;
+  if (orb_get_recorder_recording() == 0) {
+    orb_stop_recorder();  // of a take that is only about to begin
+    return;
+  }
   trace(kTraceSupervisor, "stop recording");
   orb_stop_recorder();
   await_post_processing();

@@ -34,7 +34,7 @@ constexpr uint64_t kAssumedRate_kb_s = 1000;   // while no take tells a better o
 constexpr int64_t kLongestTime_s = 3'599'999;  // what "999:59:59" can show
 
 constexpr double kDegreesPerRadian = 180 / std::numbers::pi;
-constexpr size_t kReleaseLimit = 4096;
+constexpr size_t kReleaseLimit = 1 << 20;
 
 mutex status_lock;
 supervisor_values status GUARDED_BY(status_lock);
@@ -87,7 +87,7 @@ void read_processor(supervisor_values* values) {
 
 void read_board(supervisor_values* values) {
   orb_power_board* board = power_board_now();
-  if (board == nullptr) return;
+  if (board == nullptr || !board->has_frame) return;
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
   values->board_temperature = readings.bme280_temperature;

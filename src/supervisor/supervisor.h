@@ -7,8 +7,6 @@
 #include <cstdint>
 #include <limits>
 
-struct ev_loop;
-
 // What a shutdown is asked for; any other number powers off, too.
 inline constexpr int kShutdownTemperature = 1;  // also: nothing waits for a take's completion
 inline constexpr int kShutdownReboot = 2;

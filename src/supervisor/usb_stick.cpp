@@ -59,7 +59,9 @@ bool is_update_on_stick() {
 
 void mount_plugged() {
   if (mount(paths::kStickDevice, paths::kStick, kFileSystem, 0, nullptr) != 0) {
-    trace(kTraceSupervisor, "mount %d %d", -1, errno);
+    const int error = errno;
+    trace(kTraceSupervisor, "mount %d %d", -1, error);
+    if (error == EBUSY) umount(paths::kStick);  // an earlier run's, which was busy at the start
     return;
   }
   trace(kTraceSupervisor, "usb in");
@@ -72,9 +74,9 @@ void mount_plugged() {
 }
 
 // 0 when the statistics cannot be read: a stick that has gone has nothing in flight.
-int requests_in_flight() {
+unsigned long long requests_in_flight() {
   std::istringstream fields(read_file(paths::kStickStatistics, kStatisticsLimit).value_or(""));
-  int value = 0;
+  unsigned long long value = 0;
   for (int field = 0; field < kInFlightField; ++field) fields >> value;
   return fields ? value : 0;
 }
@@ -98,8 +100,8 @@ void unmount_ejected() {
 void eject() {
   trace(kTraceSupervisor, "usb eject begin");
   while (usb_stick_now().eject_pending) {
-    const int in_flight = requests_in_flight();
-    trace(kTraceSupervisor, "io %d", in_flight);
+    const unsigned long long in_flight = requests_in_flight();
+    trace(kTraceSupervisor, "io %llu", in_flight);
     if (in_flight == 0) unmount_ejected();
     sleep_ms(kEjectStep_ms);
   }

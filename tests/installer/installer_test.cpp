@@ -118,7 +118,7 @@ TEST(installer, shows_the_progress_of_the_script_and_refuses_a_second_update) {
   EXPECT_NE(orb_trigger_software_update(), 0);
   int number = 0;
   for (const printed& each : lines) {
-    EXPECT_TRUE(await([&] { return read_file(paths::kUpdateProgress, 200) == each.mirrored; })) << each.line;
+    EXPECT_TRUE(await([&] { return read_file(paths::kUpdateStatus, 200) == each.mirrored; })) << each.line;
     EXPECT_TRUE(await([&] { return status() == "software|" + each.shown; }))
         << each.line << " -> " << status();
     EXPECT_TRUE(traced("sw '" + each.mirrored + "'"));

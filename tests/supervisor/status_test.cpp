@@ -117,6 +117,10 @@ TEST(status, record_is_the_default_until_the_first_step) {
   reset_status();
   step_status();
   orb_load_supervisor_values(&values);
+  EXPECT_TRUE(std::isnan(values.board_temperature)) << "the board has not been heard";
+  board.has_frame = true;
+  step_status();
+  orb_load_supervisor_values(&values);
   EXPECT_STREQ(values.version, "2.4.0");
   EXPECT_STREQ(values.tilt_angle, "-45°");
   EXPECT_STREQ(values.motor_type, "pan");
