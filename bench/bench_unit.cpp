@@ -159,6 +159,27 @@ void measure_refreshes(const char* world, manner manner, double seconds) {
   printf("  meanwhile %.0f reads a second\n", static_cast<double>(requests) / seconds);
 }
 
+// What the display polls, with its connection; a plain read beside it tells what of it the connection costs.
+void measure_status(const char* path, int clients, int requests) {
+  std::vector<std::vector<double>> of_client(static_cast<size_t>(clients));
+  std::vector<std::thread> threads;
+  for (std::vector<double>& times_ms : of_client) {
+    threads.emplace_back([path, requests, &times_ms] {
+      for (int i = 0; i < requests; ++i) {
+        const int64_t start = monotonic_ns();
+        http("GET", path);
+        times_ms.push_back(static_cast<double>(monotonic_ns() - start) * 1e-6);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::vector<double> all;
+  for (const std::vector<double>& times_ms : of_client)
+    all.insert(all.end(), times_ms.begin(), times_ms.end());
+  printf("GET %s, %d client%s: median %.3f ms, 99 %% %.3f ms\n", path, clients, clients == 1 ? "" : "s",
+         percentile(all, 0.5), percentile(all, 0.99));
+}
+
 double cpu_s(pid_t pid) {
   std::istringstream fields(read_text("/proc/" + std::to_string(pid) + "/stat"));
   std::string skipped;
@@ -207,6 +228,8 @@ int main() {
   usleep(3'000'000);
   measure_request_to_camera();
   measure_idle(daemon.pid());
+  for (const char* path : {"/api/camera/focus/speed", "/api/status"}) measure_status(path, 1, 2000);
+  measure_status("/api/status", 8, 2000);
   measure_refreshes("camera answering", manner::answering, 10);
   measure_refreshes("camera absent", manner::absent, 10);
   measure_refreshes("camera silent", manner::silent, 10);

@@ -133,16 +133,14 @@ struct speed_route {
   const char* operation_message;
 };
 
-constexpr speed_route kZoomSpeedRoute{paths::kZoomSpeed,   kDefaultZoomSpeed, 0,
-                                      "zoom_speed",        "zoom speed %d",   "zoom_operation",
-                                      "zoom speed op '%s'"};
-constexpr speed_route kFocusSpeedRoute{paths::kFocusSpeed, kDefaultFocusSpeed, -1,
+constexpr speed_route kZoomSpeedRoute{paths::kZoomSpeed, kDefaultZoomSpeed, kMissingZoomSpeed,   "zoom_speed",
+                                      "zoom speed %d",   "zoom_operation",  "zoom speed op '%s'"};
+constexpr speed_route kFocusSpeedRoute{paths::kFocusSpeed, kDefaultFocusSpeed, kMissingFocusSpeed,
                                        "focus_speed",      "focus speed %d",   "focus_operation",
                                        "focus speed '%s'"};
 
 int get_speed(http_connection* connection, const speed_route& route) {
-  const bool missing = !read_value_file(route.file);
-  const int speed = missing ? route.missing_speed : read_speed(route.file, route.default_speed);
+  const int speed = shown_speed(route.file, route.default_speed, route.missing_speed);
   return send_member(connection, route.key, json_object_new_int(speed));
 }
 

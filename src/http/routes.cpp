@@ -67,6 +67,7 @@ constexpr http_route_row kRoutes[] = {
     {"PUT", "/api/setup/units", put_text<units_route>, nullptr},
     {"GET", "/api/model", get_model, nullptr},
     {"GET", "/api/serial_number", get_serial_number, nullptr},
+    {"GET", "/api/status", get_status, nullptr},
     {"GET", "/api/versions", get_versions, nullptr},
     {"GET", "/api/install/versions", get_install_versions, nullptr},
     {"GET", "/api/install/status", get_install_status, nullptr},

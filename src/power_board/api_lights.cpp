@@ -5,51 +5,26 @@
 #include <optional>
 
 #include "app/trace.h"
-#include "base/distance.h"
-#include "base/paths.h"
 #include "base/text.h"
-#include "base/value_file.h"
 #include "camera/controller.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
-#include "store/settings.h"
 
 namespace {
 
 constexpr int kHold_ms = 500;
-constexpr double kFeetPerMetre = 3.2808399200439453;
 
 constexpr const char* kLaserModes[] = {"off", "manual", "picture", "auto"};
 constexpr const char* kLaserSpeeds[] = {"slow", "fast", "auto"};
 
-struct short_text {
-  char text[24] = "";
-};
-
-short_text intensity_text() {
-  short_text result;
-  const std::optional<int> value = read_value_file(paths::kIntensity);
-  if (value) snprintf(result.text, sizeof result.text, "%d%%", *value);
-  return result;
-}
-
 int send_intensity(http_connection* connection) {
   return send_object(connection, [](json_object* answer) {
-    json_object_object_add(answer, "led_intensity", json_object_new_string(intensity_text().text));
+    json_object_object_add(answer, "led_intensity", json_object_new_string(load_led_intensity().text));
     add_status(answer, true);
   });
-}
-
-// Empty while the laser reads nothing.
-distance_text laser_distance(const orb_power_board* board) {
-  if (board == nullptr || board->laser.invalid_count != 0) return {};
-  int units = 0;
-  orb_read_nv(kSettingUnits, &units, sizeof units);
-  const bool feet = units == 1;
-  return format_distance(board->laser.distance * (feet ? kFeetPerMetre : 1.0), feet);
 }
 
 void add_integer(json_object* answer, const char* key, int64_t value) {
@@ -80,7 +55,7 @@ int post_high_beam_off(http_connection* connection, const char*, unsigned long, 
 }
 
 int get_led_intensity(http_connection* connection, const char*, unsigned long, void*) {
-  return send_member(connection, "led_intensity", json_object_new_string(intensity_text().text));
+  return send_member(connection, "led_intensity", json_object_new_string(load_led_intensity().text));
 }
 
 int put_led_intensity(http_connection* connection, const char* body, unsigned long length, void*) {
@@ -110,9 +85,9 @@ int post_led_intensity_stop(http_connection* connection, const char*, unsigned l
 }
 
 int get_high_beam_time(http_connection* connection, const char*, unsigned long, void*) {
-  short_text result;
-  snprintf(result.text, sizeof result.text, "%d", high_beam_time());
-  return send_member(connection, "high_beam_time", json_object_new_string(result.text));
+  char text[16];
+  snprintf(text, sizeof text, "%d", high_beam_time());
+  return send_member(connection, "high_beam_time", json_object_new_string(text));
 }
 
 int put_high_beam_time(http_connection* connection, const char* body, unsigned long length, void*) {
@@ -134,13 +109,13 @@ int get_laser_status(http_connection* connection, const char*, unsigned long, vo
     add_integer(answer, "laser_sample_count", readings.laser_sample_count);
     add_integer(answer, "laser_error_code", readings.laser_error_code);
     add_integer(answer, "laser_quality", readings.laser_quality);
-    json_object_object_add(answer, "laser_distance", json_object_new_string(laser_distance(board).text));
+    json_object_object_add(answer, "laser_distance", json_object_new_string(load_laser_distance(board).text));
   });
 }
 
 int get_laser_distance(http_connection* connection, const char*, unsigned long, void*) {
   return send_member(connection, "laser_distance",
-                     json_object_new_string(laser_distance(power_board_now()).text));
+                     json_object_new_string(load_laser_distance(power_board_now()).text));
 }
 
 int get_laser_speed(http_connection* connection, const char*, unsigned long, void*) {

@@ -3,7 +3,9 @@
 #include <ev.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include "app/main_loop.h"
 #include "app/trace.h"
@@ -118,6 +120,13 @@ void apply_intensity(int value) REQUIRES(lighting_lock) {
 lighting_values load_lighting() {
   const mutex_lock lock(lighting_lock);
   return {lighting.mode->name, lighting.countdown_s};
+}
+
+intensity_text load_led_intensity() {
+  intensity_text result;
+  const std::optional<int> value = read_value_file(paths::kIntensity);
+  if (value) snprintf(result.text, sizeof result.text, "%d%%", *value);
+  return result;
 }
 
 int set_led_mode(const char* name) {

@@ -12,6 +12,12 @@ struct lighting_values {
 
 lighting_values load_lighting();
 
+// The intensity in "/tmp/intensity" as "25%"; empty when that is missing.
+struct intensity_text {
+  char text[16] = "";
+};
+intensity_text load_led_intensity();
+
 // Selects "off", "low", "medium", "high" or "strip" at the intensity in "/tmp/intensity" (the last reading
 // when that is missing); a running high beam ends first. 0, or -1 for another word.
 int set_led_mode(const char* mode);

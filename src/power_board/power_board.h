@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/distance.h"
 #include "base/mutex.h"
 #include "power_board/motor.h"
 #include "power_board/readings.h"
@@ -202,6 +203,8 @@ void orb_power_board_set_laser_speed(orb_power_board* board, int speed);
 int orb_power_board_trigger_laser_reading(orb_power_board* board);
 // Takes the shown reading away at the next refresh; tolerates a null board. Returns 0.
 int orb_power_board_clear_laser_reading(orb_power_board* board);
+// The last reading in the operator's units; empty while the laser reads nothing or the board is null.
+distance_text load_laser_distance(const orb_power_board* board);
 
 // "25%" to "100%", "?" while the level is not known.
 void orb_power_board_load_battery_level(const orb_power_board* board, char* text, size_t size);

@@ -1,5 +1,6 @@
-// The handlers of what belongs to the unit as a whole: its setup and identity (api_setup.cpp), and its
-// service (api_debug.cpp: forced warnings, shutdown, eject, trace mask). HTTP server thread.
+// The handlers of what belongs to the unit as a whole: its setup and identity (api_setup.cpp), its status
+// object (api_status.cpp), and its service (api_debug.cpp: forced warnings, shutdown, eject, trace mask).
+// HTTP server thread.
 #pragma once
 
 #include "http/server.h"
@@ -17,6 +18,7 @@ http_handler_function get_password;
 http_handler_function put_password;
 http_handler_function get_model;
 http_handler_function get_serial_number;
+http_handler_function get_status;
 http_handler_function get_versions;
 
 http_handler_function post_eject;

@@ -90,6 +90,7 @@ void read_board(supervisor_values* values) {
   if (board == nullptr || !board->has_frame) return;
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
+  values->supply_volts = readings.monitor_vin_volts;
   values->board_temperature = readings.bme280_temperature;
   snprintf(values->tilt_angle, sizeof values->tilt_angle, "%.0f°",
            tilt_angle(readings.imu_accelerometer_0, readings.imu_accelerometer_2));

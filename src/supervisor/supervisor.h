@@ -42,10 +42,11 @@ struct supervisor_values {
   char usb_percent[8] = "0%";         // of the USB store that is in use
   char external_usb[16] = "removed";  // "inserted", "eject pending", "ejected", "removed"
   char time_remaining[16] = "0 MIN";
-  char recording_time[16] = "00:00:00";                // that the stores last
-  char storage_time[16] = "00:00:00";                  // that the USB store lasts
-  double board_temperature = kUnknownTemperature;      // °C
-  double processor_temperature = kUnknownTemperature;  // mean of the cores
+  char recording_time[16] = "00:00:00";                            // that the stores last
+  char storage_time[16] = "00:00:00";                              // that the USB store lasts
+  double supply_volts = std::numeric_limits<double>::quiet_NaN();  // NaN until there is a board
+  double board_temperature = kUnknownTemperature;                  // °C
+  double processor_temperature = kUnknownTemperature;              // mean of the cores
   double core_temperature[4] = {kUnknownTemperature, kUnknownTemperature, kUnknownTemperature,
                                 kUnknownTemperature};
   camera_temperatures camera;

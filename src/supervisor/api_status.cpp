@@ -1,0 +1,250 @@
+// The handler of "/api/status": the one object that the operator's display polls. Of each source it takes one
+// copy, and no two locks at once.
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "base/distance.h"
+#include "base/paths.h"
+#include "camera/controller.h"
+#include "camera/depth_of_field.h"
+#include "camera/modes.h"
+#include "camera/speeds.h"
+#include "camera/visca_thread.h"
+#include "http/response.h"
+#include "power_board/lighting.h"
+#include "power_board/power_board.h"
+#include "seats/seats.h"
+#include "supervisor/api.h"
+#include "supervisor/debug_flags.h"
+#include "supervisor/supervisor.h"
+
+namespace {
+
+// What the members are made of.
+struct unit_state {
+  supervisor_values values;
+  orb_power_board* board = power_board_now();  // may be null
+  lighting_values lighting = load_lighting();
+  int focus_position = -1;
+  depth_of_field depth;
+  int zoom_position = -1;
+  char zoom_magnification[16] = "";
+};
+
+using v = supervisor_values;
+using b = orb_power_board;
+
+unit_state load_unit() {
+  unit_state unit;
+  orb_load_supervisor_values(&unit.values);
+  const visca_camera* camera = visca_thread_data.camera;
+  if (camera != nullptr) unit.focus_position = static_cast<int>(camera->focus_position.load());
+  unit.depth = load_depth_of_field(unit.focus_position);
+  orb_load_camera_zoom_values(&unit.zoom_position, nullptr, unit.zoom_magnification,
+                              sizeof unit.zoom_magnification);
+  return unit;
+}
+
+json_object* string(const char* text) { return json_object_new_string(text); }
+
+// JSON has no number for what is not known.
+json_object* number(double value, int decimals) {
+  if (!std::isfinite(value)) return nullptr;
+  char text[32];
+  snprintf(text, sizeof text, "%.*f", decimals, value);
+  return json_object_new_double_s(value, text);
+}
+
+// --- members of the status record ---
+
+template <auto Member>
+json_object* text(const unit_state& unit) {
+  return string(unit.values.*Member);
+}
+
+template <size_t Channel>
+json_object* channel(const unit_state& unit) {
+  return string(unit.values.channel[Channel]);
+}
+
+template <auto Member>
+json_object* flag(const unit_state& unit) {
+  return json_object_new_boolean(unit.values.*Member != 0);
+}
+
+template <auto Member>
+json_object* integer(const unit_state& unit) {
+  return json_object_new_int64(unit.values.*Member);
+}
+
+template <auto Member>
+json_object* one_decimal(const unit_state& unit) {
+  return number(unit.values.*Member, 1);
+}
+
+template <size_t Core>
+json_object* core(const unit_state& unit) {
+  return number(unit.values.core_temperature[Core], 1);
+}
+
+template <auto Member>
+json_object* of_camera(const unit_state& unit) {
+  const camera_temperature& temperature = unit.values.camera.*Member;
+  return temperature.valid ? number(temperature.value, 2) : nullptr;
+}
+
+// --- lights, laser, camera ---
+
+json_object* led_intensity(const unit_state& unit) {
+  const lighting_values& lights = unit.lighting;
+  if (lights.high_beam_seconds > 0) {
+    char text[16];
+    snprintf(text, sizeof text, "%d s", lights.high_beam_seconds);
+    return string(text);
+  }
+  const bool is_fixed = strcmp(lights.mode, "off") == 0 || strcmp(lights.mode, "strip") == 0;
+  return string(is_fixed ? "" : load_led_intensity().text);
+}
+
+json_object* led_mode(const unit_state& unit) { return string(unit.lighting.mode); }
+
+json_object* camera_type(const unit_state& unit) {
+  if (unit.board == nullptr) return string("unknown");
+  return string(orb_power_board_get_board_type(unit.board) == 0 ? "basic" : "advanced");
+}
+
+template <camera_mode (*Kept)()>
+json_object* mode(const unit_state&) {
+  return string(mode_text(Kept()));
+}
+
+json_object* focus_position(const unit_state& unit) { return json_object_new_int(unit.focus_position); }
+json_object* far_limit(const unit_state& unit) { return string(unit.depth.far_limit); }
+json_object* near_limit(const unit_state& unit) { return string(unit.depth.near_limit); }
+
+json_object* focus_speed(const unit_state&) {
+  return json_object_new_int(shown_speed(paths::kFocusSpeed, kDefaultFocusSpeed, kMissingFocusSpeed));
+}
+
+json_object* laser_age(const unit_state& unit) {
+  return json_object_new_int(unit.board == nullptr ? -1 : unit.board->laser.invalid_count.load());
+}
+
+json_object* laser_distance(const unit_state& unit) { return string(load_laser_distance(unit.board).text); }
+
+json_object* zoom_position(const unit_state& unit) { return json_object_new_int(unit.zoom_position); }
+json_object* zoom_magnification(const unit_state& unit) { return string(unit.zoom_magnification); }
+
+json_object* zoom_speed(const unit_state&) {
+  return json_object_new_int(shown_speed(paths::kZoomSpeed, kDefaultZoomSpeed, kMissingZoomSpeed));
+}
+
+// --- warnings: real or forced ---
+
+json_object* warning(bool is_on, debug_warning forced) {
+  return json_object_new_boolean(is_on || is_warning_forced(forced));
+}
+
+template <auto Member, debug_warning Forced>
+json_object* heat(const unit_state& unit) {
+  return warning(unit.values.*Member, Forced);
+}
+
+json_object* cold(const unit_state& unit) {
+  return warning(unit.values.cold || unit.values.freezing, kDebugLowTemperature);
+}
+
+template <auto Hold, debug_warning Forced>
+json_object* of_board(const unit_state& unit) {
+  return warning(unit.board != nullptr && unit.board->*Hold != 0, Forced);
+}
+
+// The board has one drive besides the tilt: what it turns is the motor type.
+template <const char* Type, debug_warning Forced>
+json_object* of_drive(const unit_state& unit) {
+  const bool is_on = unit.board != nullptr && unit.board->drive_overcurrent_hold != 0;
+  return warning(is_on && strcmp(unit.values.motor_type, Type) == 0, Forced);
+}
+
+json_object* seat_warning(const unit_state&) { return json_object_new_boolean(controller_seat_warning()); }
+
+struct status_member {
+  const char* key;
+  json_object* (*make)(const unit_state& unit);
+};
+
+constexpr char kPan[] = "pan";
+constexpr char kHeight[] = "height";
+
+// In the order of the answer.
+constexpr status_member kMembers[] = {
+    {"version", text<&v::version>},
+    {"camera_signal", flag<&v::camera_reachable>},
+    {"usb_pcent", text<&v::usb_percent>},
+    {"recording", flag<&v::recording>},
+    {"paused", flag<&v::paused>},
+    {"transferring", flag<&v::post_processing>},
+    {"battery", text<&v::battery>},
+    {"power", one_decimal<&v::supply_volts>},
+    {"avr_temp", one_decimal<&v::board_temperature>},
+    {"fpga_temp", of_camera<&camera_temperatures::fpga>},
+    {"lens_temp", of_camera<&camera_temperatures::lens>},
+    {"cpu_temp", of_camera<&camera_temperatures::cpu>},
+    {"channel_1", channel<0>},
+    {"channel_2", channel<1>},
+    {"emmc_space", integer<&v::emmc_kb>},
+    {"usb_spaceavail", integer<&v::usb_kb>},
+    {"ext_usb_status", text<&v::external_usb>},
+    {"up_temp", one_decimal<&v::processor_temperature>},
+    {"core0_temp", core<0>},
+    {"core1_temp", core<1>},
+    {"core2_temp", core<2>},
+    {"core3_temp", core<3>},
+    {"time_remaining", text<&v::time_remaining>},
+    {"recording_time_remaining", text<&v::recording_time>},
+    {"storage_time_remaining", text<&v::storage_time>},
+    {"update_available", flag<&v::update_available>},
+    {"update_status", text<&v::update_status>},
+    {"led_intensity", led_intensity},
+    {"led_mode", led_mode},
+    {"camera_type", camera_type},
+    {"exposure_mode", mode<kept_exposure_mode>},
+    {"focus_mode", mode<kept_focus_mode>},
+    {"focus_position", focus_position},
+    {"max_depth_of_field", far_limit},
+    {"min_depth_of_field", near_limit},
+    {"focus_speed", focus_speed},
+    {"laser_age", laser_age},
+    {"laser_distance", laser_distance},
+    {"zoom_position", zoom_position},
+    {"zoom_magnification", zoom_magnification},
+    {"zoom_speed", zoom_speed},
+    {"motor_type", text<&v::motor_type>},
+    {"crit_temp_warning", heat<&v::hot, kDebugCriticalTemperature>},
+    {"high_temp_warning", heat<&v::warm, kDebugHighTemperature>},
+    {"low_temp_warning", cold},
+    {"high_press_warning", of_board<&b::high_pressure_hold, kDebugHighPressure>},
+    {"high_rh_warning", of_board<&b::high_humidity_hold, kDebugHighHumidity>},
+    {"tilt_mtr_warning", of_board<&b::tilt_overcurrent_hold, kDebugTiltMotor>},
+    {"pan_mtr_warning", of_drive<kPan, kDebugPanMotor>},
+    {"height_mtr_warning", of_drive<kHeight, kDebugHeightMotor>},
+    {"ctrl_seat_warning", seat_warning},
+    {"battery_level", text<&v::battery_level>},
+    {"tilt_angle", text<&v::tilt_angle>},
+    {"direction", text<&v::direction>},
+    {"height", text<&v::height>},
+};
+
+}  // namespace
+
+int get_status(http_connection* connection, const char*, unsigned long, void*) {
+  const unit_state unit = load_unit();
+  return send_object(connection, [&unit](json_object* answer) {
+    for (const status_member& member : kMembers) {
+      json_object_object_add_ex(answer, member.key, member.make(unit),
+                                JSON_C_OBJECT_ADD_KEY_IS_NEW | JSON_C_OBJECT_KEY_IS_CONSTANT);
+    }
+  });
+}
