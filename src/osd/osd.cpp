@@ -74,7 +74,11 @@ void orb_init_osd() {
     int value = 0;
     orb_read_nv(kItemSettings[i], &value, sizeof value);  // nothing for the one that is not stored
     int unset = kUnset;
-    items[i].compare_exchange_strong(unset, value);  // the API runs already: what it was given stands
+    if (kItemSettings[i] == kNotStored) {
+      items[i] = 0;
+    } else {
+      items[i].compare_exchange_strong(unset, value);  // the API runs already: what it was given stands
+    }
   }
   state = {};
 }

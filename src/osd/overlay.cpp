@@ -114,7 +114,6 @@ void show_line(visca_camera* camera, const line_row& row, const painted_line& wa
     sent = wanted;
   } else {
     sent.text = {kNoText};  // the camera has a part of it: the line is sent whole next time
-    sent.position = -1;
   }
 }
 

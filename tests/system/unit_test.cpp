@@ -87,6 +87,7 @@ TEST(unit, settings_survive_a_kill_and_reach_the_camera_again) {
   EXPECT_EQ(http("PUT", "/api/camera/invert_image", R"({"invert_image":"on"})").body, R"({"status":"OK"})");
   daemon.signal(SIGKILL);
   EXPECT_EQ(daemon.wait(), -SIGKILL);
+  camera = {};              // its ports are free before the next begins
   camera = start_camera();  // without a memory of the first run
   daemon = start_daemon();
   ASSERT_TRUE(await_api());
