@@ -156,6 +156,15 @@ TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
           R"(acc":30.0>acc":0.0|up_avg_temperature_count":3>up_avg_temperature_count":0)"));
 }
 
+TEST(logger, a_spoiled_average_and_an_absurd_sample_leave_the_extremes) {
+  start_with(record(0, 1, R"(acc":150.0>acc":null)"));
+  for (const double value : {50.0, 1e300, -1e300}) orb_report_logger_psb_temperature(value);
+  tick_logger();
+  EXPECT_EQ(content(0), record(1, 2,
+                               R"(acc":150.0>acc":50.0|)"
+                               R"(psb_avg_temperature_count":3>psb_avg_temperature_count":1)"));
+}
+
 TEST(logger, nothing_comes_back_after_a_reset) {
   const std::string mark = paths::kLoggerResetMark;
   for (const int live : {0, 1}) {
