@@ -67,6 +67,7 @@ void step_with_motor(uint8_t type) {
     board.readings.imu_accelerometer_0 = 1;
     board.readings.motor_type = type;
   }
+  board.has_frame = true;
   power_board_instance = &board;
   step_status();
 }
