@@ -226,6 +226,7 @@ void cut_power(int times) {
     }
     const pid_t group = -daemon.pid();
     kill(group, SIGKILL);
+    shell_first_line("pkill -KILL -f vx-1.mp4", 1);  // ffmpeg has a session of its own
     daemon.wait();
     ASSERT_TRUE(await([group] { return kill(group, 0) != 0; }));
 
