@@ -33,6 +33,13 @@ inline constexpr char kTakeGuid[] = "/home/orb/ApiVideos/guid";
 inline constexpr char kSaveTimes[] = "/home/orb/ApiVideos/save_times";
 inline constexpr char kImageNotes[] = "/home/orb/ApiVideos/image_notes";
 inline constexpr char kVideoNote[] = "/tmp/video_note";  // waits for the next take
+inline constexpr char kImageNote[] = "/tmp/image_note";  // waits for the next mark
+inline constexpr char kXmpTemporary[] = "/media/usb99/ApiVideos/temp";
+inline constexpr char kXmpTemplate[] = "/opt/nork/bin/xmp_template.txt";
+inline constexpr char kImageCache[] = "/tmp/imagecache";
+
+// What the version-1.0 listing looks at.
+inline constexpr char kUsbVideos[] = "/media/usb99/video";
 
 // Updates: archives on the USB stick, and what the deploy script last said.
 inline constexpr char kUpdateArchives[] = "/media/usb-cpy/orb_733-00158_update_*.zip";

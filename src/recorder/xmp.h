@@ -1,0 +1,40 @@
+// XMP metadata of takes and stills: one packet in a JPEG or MP4 file, built from the template that is
+// installed with the system, written into the file and read back. Adobe XMP Specification Part 3, "Storage in
+// Files": the APP1 segment of JPEG, the "uuid" box of MP4.
+#pragma once
+
+#include <cstddef>
+
+// Zero-terminated texts.
+struct orb_xmp_fields {
+  char project_name[81] = "";  // recording title
+  char composer[81] = "";      // operator id
+  char shot_date[16] = "";     // "2026-03-09"
+  char shot_time[16] = "";     // "14-05-59"
+  char scene[32] = "";         // flow direction
+  char camera_model[16] = "";  // model name
+  char camera_label[16] = "";  // serial number
+  char gps_latitude[16] = "";  // degrees
+  char gps_longitude[16] = "";
+  char gps_timestamp[16] = "";
+  char comment[513] = "";  // note
+};
+
+// Fills `buffer` with a packet of exactly `capacity` bytes. 0, or -1 when the template cannot be opened or
+// has no padding line: the rest of the packet is spaces then. Any thread.
+int orb_xmp_build(const orb_xmp_fields& fields, char* buffer, size_t capacity);
+
+// One file is written at a time.
+enum class xmp_turn : bool {
+  await,  // waits for another write
+  skip,   // -1 while another writes
+};
+
+// Writes the packet into a file whose name ends in ".jpg" or ".mp4" (in any case): over the packet that it
+// has, else into a copy that replaces it. 0, or -1 with the file as it was. Takes as long as the store does
+// for a copy of the file. Any thread.
+int orb_xmp_write(const char* path, const orb_xmp_fields& fields, xmp_turn turn = xmp_turn::await);
+
+// Reads the file's packet; the record is empty where the packet has nothing. 0, or -1 when it has none or one
+// without an end. Any thread.
+int orb_xmp_read(const char* path, orb_xmp_fields* fields);
