@@ -16,7 +16,6 @@
 #include "seats/api.h"
 #include "seats/seats.h"
 #include "supervisor/api.h"
-#include "supervisor/debug_flags.h"
 
 namespace {
 
@@ -190,22 +189,22 @@ constexpr http_route_row kRoutes[] = {
 
     {"POST", "/api/eject", post_eject, nullptr},
     {"POST", "/api/shutdown", post_shutdown, nullptr},
-    {"GET", "/api/debug/crit_temp_warning", get_debug_flag, &debug_flags[kDebugCriticalTemperature]},
-    {"PUT", "/api/debug/crit_temp_warning", put_debug_flag, &debug_flags[kDebugCriticalTemperature]},
-    {"GET", "/api/debug/high_temp_warning", get_debug_flag, &debug_flags[kDebugHighTemperature]},
-    {"PUT", "/api/debug/high_temp_warning", put_debug_flag, &debug_flags[kDebugHighTemperature]},
-    {"GET", "/api/debug/low_temp_warning", get_debug_flag, &debug_flags[kDebugLowTemperature]},
-    {"PUT", "/api/debug/low_temp_warning", put_debug_flag, &debug_flags[kDebugLowTemperature]},
-    {"GET", "/api/debug/high_press_warning", get_debug_flag, &debug_flags[kDebugHighPressure]},
-    {"PUT", "/api/debug/high_press_warning", put_debug_flag, &debug_flags[kDebugHighPressure]},
-    {"GET", "/api/debug/high_rh_warning", get_debug_flag, &debug_flags[kDebugHighHumidity]},
-    {"PUT", "/api/debug/high_rh_warning", put_debug_flag, &debug_flags[kDebugHighHumidity]},
-    {"GET", "/api/debug/tilt_mtr_warning", get_debug_flag, &debug_flags[kDebugTiltMotor]},
-    {"PUT", "/api/debug/tilt_mtr_warning", put_debug_flag, &debug_flags[kDebugTiltMotor]},
-    {"GET", "/api/debug/pan_mtr_warning", get_debug_flag, &debug_flags[kDebugPanMotor]},
-    {"PUT", "/api/debug/pan_mtr_warning", put_debug_flag, &debug_flags[kDebugPanMotor]},
-    {"GET", "/api/debug/height_mtr_warning", get_debug_flag, &debug_flags[kDebugHeightMotor]},
-    {"PUT", "/api/debug/height_mtr_warning", put_debug_flag, &debug_flags[kDebugHeightMotor]},
+    {"GET", "/api/debug/crit_temp_warning", get_debug_flag<kDebugCriticalTemperature>, nullptr},
+    {"PUT", "/api/debug/crit_temp_warning", put_debug_flag<kDebugCriticalTemperature>, nullptr},
+    {"GET", "/api/debug/high_temp_warning", get_debug_flag<kDebugHighTemperature>, nullptr},
+    {"PUT", "/api/debug/high_temp_warning", put_debug_flag<kDebugHighTemperature>, nullptr},
+    {"GET", "/api/debug/low_temp_warning", get_debug_flag<kDebugLowTemperature>, nullptr},
+    {"PUT", "/api/debug/low_temp_warning", put_debug_flag<kDebugLowTemperature>, nullptr},
+    {"GET", "/api/debug/high_press_warning", get_debug_flag<kDebugHighPressure>, nullptr},
+    {"PUT", "/api/debug/high_press_warning", put_debug_flag<kDebugHighPressure>, nullptr},
+    {"GET", "/api/debug/high_rh_warning", get_debug_flag<kDebugHighHumidity>, nullptr},
+    {"PUT", "/api/debug/high_rh_warning", put_debug_flag<kDebugHighHumidity>, nullptr},
+    {"GET", "/api/debug/tilt_mtr_warning", get_debug_flag<kDebugTiltMotor>, nullptr},
+    {"PUT", "/api/debug/tilt_mtr_warning", put_debug_flag<kDebugTiltMotor>, nullptr},
+    {"GET", "/api/debug/pan_mtr_warning", get_debug_flag<kDebugPanMotor>, nullptr},
+    {"PUT", "/api/debug/pan_mtr_warning", put_debug_flag<kDebugPanMotor>, nullptr},
+    {"GET", "/api/debug/height_mtr_warning", get_debug_flag<kDebugHeightMotor>, nullptr},
+    {"PUT", "/api/debug/height_mtr_warning", put_debug_flag<kDebugHeightMotor>, nullptr},
 
     {"GET", "/api/power_board/readings", get_readings, nullptr},
     {"GET", "/api/power_board/read_command", get_read_command, nullptr},

@@ -5,6 +5,7 @@
 
 #include "http/server.h"
 #include "http/text_route.h"
+#include "supervisor/debug_flags.h"
 
 http_handler_function get_date;
 http_handler_function put_date;
@@ -23,7 +24,21 @@ http_handler_function get_versions;
 
 http_handler_function post_eject;
 http_handler_function post_shutdown;
-http_handler_function get_debug_flag;  // user data: the flag (debug_flags.h)
-http_handler_function put_debug_flag;
+
+// A warning that a service client forces on.
+int send_debug_flag(http_connection* connection, debug_warning warning);
+int take_debug_flag(http_connection* connection, const char* body, unsigned long length,
+                    debug_warning warning);
+
+template <debug_warning Warning>
+int get_debug_flag(http_connection* connection, const char*, unsigned long, void*) {
+  return send_debug_flag(connection, Warning);
+}
+
+template <debug_warning Warning>
+int put_debug_flag(http_connection* connection, const char* body, unsigned long length, void*) {
+  return take_debug_flag(connection, body, length, Warning);
+}
+
 http_handler_function get_trace_mask_value;
 http_handler_function put_trace_mask_value;

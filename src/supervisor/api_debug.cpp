@@ -7,7 +7,6 @@
 #include "http/json_body.h"
 #include "http/response.h"
 #include "supervisor/api.h"
-#include "supervisor/debug_flags.h"
 #include "supervisor/supervisor.h"
 
 constinit debug_flag debug_flags[kDebugWarningCount] = {
@@ -15,18 +14,19 @@ constinit debug_flag debug_flags[kDebugWarningCount] = {
     {"debug_high_press_warning"}, {"debug_high_rh_warning"},   {"debug_tilt_mtr_warning"},
     {"debug_pan_mtr_warning"},    {"debug_height_mtr_warning"}};
 
-int get_debug_flag(http_connection* connection, const char*, unsigned long, void* user_data) {
-  const auto* flag = static_cast<const debug_flag*>(user_data);
-  return send_member(connection, flag->key, json_object_new_boolean(flag->is_on));
+int send_debug_flag(http_connection* connection, debug_warning warning) {
+  const debug_flag& flag = debug_flags[warning];
+  return send_member(connection, flag.key, json_object_new_boolean(flag.is_on));
 }
 
 // A body that says nothing clears the flag.
-int put_debug_flag(http_connection* connection, const char* body, unsigned long length, void* user_data) {
+int take_debug_flag(http_connection* connection, const char* body, unsigned long length,
+                    debug_warning warning) {
   constexpr size_t kPrefix = sizeof "debug_" - 1;
-  auto* flag = static_cast<debug_flag*>(user_data);
+  debug_flag& flag = debug_flags[warning];
   const json_owner object = read_json_body(connection, body, length);
-  flag->is_on = json_object_get_boolean(json_member(object.get(), flag->key)) != 0;
-  trace(kTraceApi, "debug %s %d", flag->key + kPrefix, flag->is_on ? 1 : 0);
+  flag.is_on = json_object_get_boolean(json_member(object.get(), flag.key)) != 0;
+  trace(kTraceApi, "debug %s %d", flag.key + kPrefix, flag.is_on ? 1 : 0);
   return send_status(connection, true);
 }
 

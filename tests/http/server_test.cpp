@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "base/clock.h"
+#include "camera/visca_thread.h"
 #include "http/response.h"
 #include "http/routes.h"
 
@@ -145,6 +146,9 @@ TEST(HttpRoutes, TakeRequestsInTheirOrder) {
   for (const http_route_row& row : http_routes()) {
     const std::string name = std::string(row.method) + " " + row.path;
     for (const char* more : {"", "?a=/api/1.0/camera", "s/x"}) EXPECT_EQ(taken_by(name + more), name) << more;
+    const bool is_camera =
+        name == "GET /api/1.0/orb" || std::string_view(row.path).starts_with("/api/1.0/camera");
+    EXPECT_EQ(row.user_data, is_camera ? &visca_thread_data : nullptr) << name;
   }
   EXPECT_EQ(taken_by("GET /api/1.0/camera/zoo"), "GET /api/1.0/camera");
   for (const char* other : {"get /api/camera/defog", "PUTT /api/camera/defog", "GET /api/camera/defo"})
