@@ -14,6 +14,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <optional>
+#include <string>
 
 #include "base/file.h"
 #include "base/mutex.h"
@@ -87,15 +89,14 @@ void put_mask_line(const char* word) REQUIRES(trace_lock) {
   put_line();
 }
 
-// Takes the mask from its file. A text that does not parse leaves the mask as it is. False when the file
-// cannot be opened.
+// Takes the mask from the first line of its file. A text that does not parse leaves the mask as it is. False
+// when the file cannot be read.
 bool read_mask_file() {
-  const unique_fd fd(open(paths::kTraceMask, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!fd) return false;
-  char text[kMaskCharacters + 1] = "";
+  const std::optional<std::string> text = read_first_line(paths::kTraceMask, kMaskCharacters);
+  if (!text) return false;
   unsigned value = 0;
   // %X takes an optional 0x; an over-long number wraps, which only ever selects other levels.
-  if (read(fd.get(), text, kMaskCharacters) > 0 && sscanf(text, "%X", &value) == 1) {  // NOLINT(cert-err34-c)
+  if (sscanf(text->c_str(), "%X", &value) == 1) {  // NOLINT(cert-err34-c)
     mask.store(value, std::memory_order_relaxed);
   }
   return true;

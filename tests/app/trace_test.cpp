@@ -82,10 +82,11 @@ TEST(trace_log, without_a_stick) {
 
 TEST(trace_mask, by_file_and_by_call) {
   start("1f");
-  const std::pair<std::string_view, uint32_t> rows[] = {// the mask afterwards
-                                                        {"0x2F\n", 0x2F},           {"xyz\n", 0x2F},
-                                                        {" 0x4f and more\n", 0x4F}, {"000000000000005F", 0},
-                                                        {"80000000\n", 0x80000000}, {"0X10\n", 0x10}};
+  const std::pair<std::string_view, uint32_t> rows[] = {
+      // the mask afterwards
+      {"0x2F\n", 0x2F}, {"xyz\n", 0x2F},         {" 0x4f and more\n", 0x4F},
+      {"\n6F\n", 0x4F}, {"000000000000005F", 0}, {"80000000\n", 0x80000000},
+      {"0X10\n", 0x10}};
   std::string expected = "start mask 0x0000001F|\n";
   for (const auto& [text, mask] : rows) {
     if (get_trace_mask() == 0x80000000) expected += "TMSK: notify 16|\nTMSK: modified|\n";
