@@ -219,6 +219,7 @@ void orb_init_nv() {
 const char* setting_key(uint32_t index) { return kSettings[index].key; }
 
 void orb_read_nv(uint32_t index, void* buffer, int32_t length) {
+  if (index >= kSettingCount) return;  // without waiting for a save
   const mutex_lock lock(nv_lock);
   copy_setting(index, buffer, length);
 }
