@@ -85,8 +85,12 @@ bool has_room() {
   return emmc >= kStartEmmc_kb && usb >= kStartUsb_kb;
 }
 
-// The note that waits for the next take.
-std::string read_video_note() { return as_utf8(read_first_line(paths::kVideoNote, kNoteLimit).value_or("")); }
+// The note that waits for the next take, cut at the end of a character.
+std::string read_video_note() {
+  char note[kNoteLimit + 1];
+  copy_text(note, sizeof note, read_first_line(paths::kVideoNote, sizeof note).value_or(""));
+  return as_utf8(note);
+}
 
 recorder_texts copy_texts() {
   const mutex_lock lock(recorder.texts_lock);

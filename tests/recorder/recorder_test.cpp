@@ -151,7 +151,9 @@ TEST_F(takes, a_start_describes_its_take) {
   EXPECT_EQ(content(paths::kSaveTimes) + content(paths::kImageNotes), "");
   fs::remove(paths::kTakeGuid);
   orb_set_recorder_operator_id("crew");
-  EXPECT_EQ(begin_take().name, "crew");
+  put(paths::kVideoNote, "é" + std::string(508, 'n') + "é\n");  // ends inside of a character
+  const take crew = begin_take();
+  EXPECT_EQ(crew.name + crew.note, "crewé" + std::string(508, 'n'));
   fs::remove(paths::kTakeGuid);
   orb_set_recorder_filename("a/b \"c\"");
   orb_set_recorder_title("http://t");
