@@ -1,7 +1,9 @@
 #include "recorder/recorder.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/statvfs.h>
 
 #include <cerrno>
@@ -25,6 +27,8 @@ namespace {
 // KiB that a start needs.
 constexpr uint64_t kStartEmmc_kb = 80'000;
 constexpr uint64_t kStartUsb_kb = 100'000;
+
+constexpr uint64_t kLargestVfatFile_kb = (uint64_t{4} << 20) - 1;
 
 constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
 constexpr size_t kNoteLimit = 511;
@@ -188,6 +192,12 @@ uint64_t free_kb(const char* folder) {
     return 0;
   }
   return uint64_t{info.f_frsize / 1024} * info.f_bavail;
+}
+
+uint64_t largest_file_kb(const char* folder) {
+  struct statfs info {};
+  const bool is_vfat = statfs(folder, &info) == 0 && info.f_type == MSDOS_SUPER_MAGIC;
+  return is_vfat ? kLargestVfatFile_kb : UINT64_MAX;
 }
 
 void measure_stores() {
