@@ -210,6 +210,11 @@ bool is_recorder_closed() {
   return recorder.is_closed;
 }
 
+bool is_recorder_child_running() {
+  const mutex_lock lock(recorder.child_lock);
+  return recorder.child_pid >= 0;
+}
+
 bool stop_take(int reason) {
   const mutex_lock lock(recorder.child_lock);
   recorder.is_stop_wanted = true;
@@ -239,13 +244,7 @@ void close_recorder() {
     recorder.is_closed = true;
   }
   stop_take(kStopByRequest);
-  for (int step = 0; step < kCloseSteps; ++step) {
-    {
-      const mutex_lock lock(recorder.child_lock);
-      if (recorder.child_pid < 0) return;
-    }
-    sleep_ms(kCloseStep_ms);
-  }
+  for (int step = 0; step < kCloseSteps && is_recorder_child_running(); ++step) sleep_ms(kCloseStep_ms);
 }
 
 int orb_start_recorder() {
