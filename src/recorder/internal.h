@@ -68,6 +68,9 @@ extern recorder_state recorder;
 
 // Free space of a store in KiB, 0 (traced) when it cannot be read.
 uint64_t free_kb(const char* folder);
+
+// The largest file that a store can hold, in KiB: vfat ends below 4 GiB.
+uint64_t largest_file_kb(const char* folder);
 void measure_stores();
 
 // Whether the daemon is about to end.

@@ -67,8 +67,9 @@ void show_copied(void*, int64_t copied, int64_t size) {
 bool is_too_large(int error) { return error == ENOSPC || error == EFBIG || error == EDQUOT; }
 
 bool has_room_for(const std::string& copy, int64_t size) {
-  return size / 1024 <=
-         static_cast<int64_t>(free_kb(paths::kUsbTakes)) + std::max<int64_t>(size_of(copy), 0) / 1024;
+  const auto size_kb = static_cast<uint64_t>(std::max<int64_t>(size, 0)) / 1024;
+  const auto replaced_kb = static_cast<uint64_t>(std::max<int64_t>(size_of(copy), 0)) / 1024;
+  return size_kb <= std::min(free_kb(paths::kUsbTakes) + replaced_kb, largest_file_kb(paths::kUsbTakes));
 }
 
 bool copy_take(const take& t, int64_t size) {

@@ -1,7 +1,9 @@
 #include "recorder/recorder.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/statvfs.h>
 
 #include <cerrno>
@@ -25,6 +27,8 @@ namespace {
 // KiB that a start needs.
 constexpr uint64_t kStartEmmc_kb = 80'000;
 constexpr uint64_t kStartUsb_kb = 100'000;
+
+constexpr uint64_t kLargestVfatFile_kb = (uint64_t{4} << 20) - 1;
 
 constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
 constexpr size_t kNoteLimit = 511;
@@ -85,8 +89,12 @@ bool has_room() {
   return emmc >= kStartEmmc_kb && usb >= kStartUsb_kb;
 }
 
-// The note that waits for the next take.
-std::string read_video_note() { return as_utf8(read_first_line(paths::kVideoNote, kNoteLimit).value_or("")); }
+// The note that waits for the next take, cut at the end of a character.
+std::string read_video_note() {
+  char note[kNoteLimit + 1];
+  copy_text(note, sizeof note, read_first_line(paths::kVideoNote, sizeof note).value_or(""));
+  return as_utf8(note);
+}
 
 recorder_texts copy_texts() {
   const mutex_lock lock(recorder.texts_lock);
@@ -186,6 +194,12 @@ uint64_t free_kb(const char* folder) {
   return uint64_t{info.f_frsize / 1024} * info.f_bavail;
 }
 
+uint64_t largest_file_kb(const char* folder) {
+  struct statfs info {};
+  const bool is_vfat = statfs(folder, &info) == 0 && info.f_type == MSDOS_SUPER_MAGIC;
+  return is_vfat ? kLargestVfatFile_kb : UINT64_MAX;
+}
+
 void measure_stores() {
   recorder.emmc_kb = free_kb(paths::kInternalTakes);
   recorder.usb_kb = free_kb(paths::kUsbTakes);
@@ -194,6 +208,11 @@ void measure_stores() {
 bool is_recorder_closed() {
   const mutex_lock lock(recorder.child_lock);
   return recorder.is_closed;
+}
+
+bool is_recorder_child_running() {
+  const mutex_lock lock(recorder.child_lock);
+  return recorder.child_pid >= 0;
 }
 
 bool stop_take(int reason) {
@@ -225,13 +244,7 @@ void close_recorder() {
     recorder.is_closed = true;
   }
   stop_take(kStopByRequest);
-  for (int step = 0; step < kCloseSteps; ++step) {
-    {
-      const mutex_lock lock(recorder.child_lock);
-      if (recorder.child_pid < 0) return;
-    }
-    sleep_ms(kCloseStep_ms);
-  }
+  for (int step = 0; step < kCloseSteps && is_recorder_child_running(); ++step) sleep_ms(kCloseStep_ms);
 }
 
 int orb_start_recorder() {

@@ -44,6 +44,9 @@ void orb_service_recorder_watchdog();
 int orb_get_recorder_recording();
 int orb_get_recorder_paused();
 
+// Whether a take's ffmpeg has not ended yet: a power cut, or a second signal, would cost the file its index.
+bool is_recorder_child_running();
+
 // 0, or while a take is being completed 1 to 100: percent copied.
 int orb_get_recorder_post_processing();
 

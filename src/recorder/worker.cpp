@@ -172,6 +172,9 @@ uint64_t take_size(const std::string& path) {
   return 0;
 }
 
+// A longer take could never be copied to the store.
+bool is_file_full(uint64_t size_kb) { return size_kb + kLowUsb_kb > largest_file_kb(paths::kUsbTakes); }
+
 bool is_space_low(const std::string& path) {
   const uint64_t size = take_size(path);
   recorder.take_kb = size / 1024;
@@ -182,7 +185,7 @@ bool is_space_low(const std::string& path) {
   recorder.usb_kb = left;
   trace(kTraceRecorder, "active %ld %ld %ld", static_cast<long>(size), static_cast<long>(emmc),
         static_cast<long>(left));
-  return emmc < kLowEmmc_kb || left < kLowUsb_kb;
+  return emmc < kLowEmmc_kb || left < kLowUsb_kb || is_file_full(size / 1024);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int64_t kStep_ms = 10;
+constexpr int kChildEndSteps = 2500;
 constexpr int kPostProcessingBeginSteps = 150;
 constexpr int kPostProcessingEndSteps = 14'400;
 constexpr int64_t kCameraOff_ms = 100;
@@ -39,6 +40,11 @@ int await_request() {
   return shutdown_reason;
 }
 
+// The camera goes off next: an ffmpeg that still reads its stream would be left without an end.
+void await_child_end() {
+  for (int step = 0; step < kChildEndSteps && is_recorder_child_running(); ++step) sleep_ms(kStep_ms);
+}
+
 void await_post_processing() {
   for (int step = 0; step < kPostProcessingBeginSteps && orb_get_recorder_post_processing() == 0; ++step) {
     sleep_ms(kStep_ms);
@@ -57,13 +63,11 @@ void end_take() {
     trace(kTraceSupervisor, "resume recording");
     orb_resume_recorder();
   }
-  if (orb_get_recorder_recording() == 0) {
-    orb_stop_recorder();  // of a take that is only about to begin
-    return;
-  }
-  trace(kTraceSupervisor, "stop recording");
-  orb_stop_recorder();
-  await_post_processing();
+  const bool is_recording = orb_get_recorder_recording() != 0;
+  if (is_recording) trace(kTraceSupervisor, "stop recording");
+  orb_stop_recorder();  // also of a take that is only about to begin
+  await_child_end();    // also of a take that has just been stopped
+  if (is_recording) await_post_processing();
 }
 
 void switch_camera_off(orb_power_board* board) {

@@ -4,7 +4,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
 #include <sys/mount.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -33,6 +35,14 @@ ssize_t write(int fd, const void* data, size_t size) { return step(), syscall(SY
 int remove(const char* path) noexcept { return step(), unlink(path) == 0 || rmdir(path) == 0 ? 0 : -1; }
 int rename(const char* from, const char* to) noexcept {
   return step(), static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+static bool is_vfat = false;
+
+int statfs(const char* path, struct statfs* info) noexcept {
+  const auto result = static_cast<int>(syscall(SYS_statfs, path, info));
+  if (is_vfat) info->f_type = MSDOS_SUPER_MAGIC;
+  return result;
 }
 
 namespace {
@@ -151,7 +161,9 @@ TEST_F(takes, a_start_describes_its_take) {
   EXPECT_EQ(content(paths::kSaveTimes) + content(paths::kImageNotes), "");
   fs::remove(paths::kTakeGuid);
   orb_set_recorder_operator_id("crew");
-  EXPECT_EQ(begin_take().name, "crew");
+  put(paths::kVideoNote, "é" + std::string(508, 'n') + "é\n");  // ends inside of a character
+  const take crew = begin_take();
+  EXPECT_EQ(crew.name + crew.note, "crewé" + std::string(508, 'n'));
   fs::remove(paths::kTakeGuid);
   orb_set_recorder_filename("a/b \"c\"");
   orb_set_recorder_title("http://t");
@@ -206,6 +218,20 @@ TEST_F(takes, a_take_is_ended_without_a_controller_and_before_a_store_is_full) {
     EXPECT_EQ(watch_take(watch), reason) << emmc_kb << " " << usb_kb;
     EXPECT_EQ(orb_get_recorder_usb_kb(), static_cast<uint64_t>(std::max(usb_kb - 18, 0)));
   }
+}
+
+TEST_F(takes, a_take_is_ended_before_the_stick_cannot_hold_its_file) {
+  const small_store usb(paths::kUsbTakes, 5'000'000);
+  interrupt_take();
+  take_watch watch{.path = internal_take_path(kTake)};
+  constexpr unsigned kSizes[][3] = {{4'164'304, false, 0}, {4'164'303, true, 0}, {4'164'304, true, 3}};
+  for (const auto& [size_kb, vfat, reason] : kSizes) {
+    fs::resize_file(watch.path, uint64_t{1024} * size_kb);
+    is_vfat = vfat != 0;
+    watch.ticks = 9;
+    EXPECT_EQ(watch_take(watch), static_cast<int>(reason)) << size_kb;
+  }
+  is_vfat = false;
 }
 
 TEST_F(takes, a_power_cut_between_any_two_steps_loses_nothing) {

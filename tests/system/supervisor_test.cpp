@@ -84,10 +84,12 @@ TEST(supervisor, ends_the_unit_and_loses_no_take) {
   ASSERT_EQ(takes.size(), 1U);
   EXPECT_GT(takes[0], 2);
 
-  // Hot: nothing waits for the take, which is there after the next start all the same.
+  // Hot: nothing waits for the take but its ffmpeg's end; it is there after the next start all the same.
   daemon = start_daemon();
   ASSERT_TRUE(await_api());
   record_for(5);
+  ctl("camera", "picture_silent on");  // the camera's power goes with the unit's
+  usleep(500'000);
   set_host("temperature 90");
   EXPECT_EQ(daemon.wait(), 0);
   EXPECT_EQ(power_calls(), "shutdown -P now\nshutdown -P now\n");
