@@ -102,6 +102,8 @@ TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   board_.write_suspended = 0;
   EXPECT_EQ(refreshes_of_tick(), 1U);
   EXPECT_EQ(written(), "3 c4 e8 03\n6 02\n");
+  orb_power_board_stop_service(&board_);
+  EXPECT_TRUE(written().ends_with("\n6 ff\n")) << "the homing's drive";
 }
 
 TEST_F(service, the_refresh_comes_every_100_ms) {
