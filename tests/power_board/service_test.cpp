@@ -1,6 +1,7 @@
 // The service thread, its queue and its timer.
 #include <thread>
 
+#include "app/command_pipe.h"
 #include "base/value_file.h"
 #include "power_board/lighting.h"
 #include "power_board/rig.h"
@@ -77,6 +78,17 @@ TEST_F(service, supplies_keep_the_other_bits_as_last_read_and_the_intensity_its_
   power_board_instance = nullptr;
   orb_set_api_led_intensity(7);  // without a board
   EXPECT_EQ(read_value_file("/tmp/intensity"), 7);
+}
+
+TEST_F(service, lights_that_the_pipe_set_outlive_an_intensity_and_the_high_beam) {
+  power_board_instance = &board_;
+  start();
+  obey_command_line(&board_, "medium\n");
+  orb_set_api_led_intensity(50);
+  for (const bool on : {true, false}) set_high_beam(on);
+  settle();
+  EXPECT_EQ(written(), "1 12 00\n1 12 32\n1 ff 64\n1 12 32\n");
+  power_board_instance = nullptr;
 }
 
 TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
