@@ -251,6 +251,8 @@ mraa_result_t transfer(mraa_spi_context spi, const uint8_t* out, uint8_t* in, in
     } else if (length < 0 || length > kMaxTransfer) {
       complain(bus, violation, format_text("transfer of %d bytes", length));
       result = MRAA_ERROR_INVALID_PARAMETER;
+    } else if (result = failure_of(bus, bus_call::spi_transfer); result != MRAA_SUCCESS) {
+      bus.now = phase::deselected;  // the board has heard nothing of it, and has nothing more to hear
     } else if (length > 0) {
       exchange(bus, start, out, in, static_cast<size_t>(length), violation);
       if (bus.wire_time) duration = int64_t{length} * 8 * kSecond / (spi->hz > 0 ? spi->hz : kFrequency);

@@ -54,6 +54,7 @@ enum class bus_call {
   spi_mode,
   spi_frequency,
   spi_lsbmode,
+  spi_transfer,
 };
 
 // Makes the next such call fail, once; only one failure waits at a time. The inits return null, the others

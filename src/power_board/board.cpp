@@ -172,5 +172,13 @@ int orb_power_board_disable_laser_power(orb_power_board* board) {
 }
 
 int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm) {
-  return queue_setter_write(board, kLedRegister, {mask, pwm});
+  const int result = queue_setter_write(board, kLedRegister, {mask, pwm});
+  if (result == 0) board->leds = {mask, pwm}, board->has_leds = true;
+  return result;
+}
+
+led_setting current_leds(orb_power_board* board) {
+  if (board->has_leds) return board->leds;
+  const mutex_lock lock(board->readings_lock);
+  return {board->readings.led_enable, board->readings.led_pwm};
 }

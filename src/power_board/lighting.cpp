@@ -33,9 +33,8 @@ constexpr led_mode kHighBeam{"all", kLedAll};
 
 struct lighting_state {
   const led_mode* mode = &kModes[0];
-  uint8_t pwm = kStartIntensity;
   const led_mode* saved_mode = &kModes[0];  // what comes back after the high beam
-  uint8_t saved_pwm = kStartIntensity;
+  led_setting saved_leds;
   int countdown_s = 0;
 };
 
@@ -50,15 +49,20 @@ bool is_high_beam_time(int seconds) { return seconds >= 0 && seconds <= kMaximum
 
 bool is_high_beam() REQUIRES(lighting_lock) { return lighting.mode == &kHighBeam; }
 
-void write_leds() REQUIRES(lighting_lock) {
+// Not always those of the mode: the command pipe sets them past it.
+led_setting leds_now() {
   orb_power_board* board = power_board_now();
-  if (board != nullptr) orb_power_board_enable_led_power(board, lighting.mode->mask, lighting.pwm);
+  return board == nullptr ? led_setting{} : current_leds(board);
 }
 
-void show_mode(const led_mode* mode, uint8_t pwm) REQUIRES(lighting_lock) {
+void write_leds(const led_setting& leds) REQUIRES(lighting_lock) {
+  orb_power_board* board = power_board_now();
+  if (board != nullptr) orb_power_board_enable_led_power(board, leds.mask, leds.pwm);
+}
+
+void show_mode(const led_mode* mode, const led_setting& leds) REQUIRES(lighting_lock) {
   lighting.mode = mode;
-  lighting.pwm = pwm;
-  write_leds();
+  write_leds(leds);
   write_value_file(paths::kLighting, mode->name);
 }
 
@@ -72,7 +76,7 @@ void end_high_beam() REQUIRES(lighting_lock) {
 
 void restore_lights() REQUIRES(lighting_lock) {
   end_high_beam();
-  show_mode(lighting.saved_mode, lighting.saved_pwm);
+  show_mode(lighting.saved_mode, lighting.saved_leds);
 }
 
 void on_high_beam_timer(struct ev_loop*, ev_timer*, int) { tick_high_beam(); }
@@ -109,9 +113,8 @@ uint8_t current_intensity() {
   return readings.led_pwm;
 }
 
-void apply_intensity(int value) REQUIRES(lighting_lock) {
-  lighting.pwm = static_cast<uint8_t>(value & 0xFF);
-  write_leds();
+void apply_intensity(uint8_t mask, int value) REQUIRES(lighting_lock) {
+  write_leds({mask, static_cast<uint8_t>(value & 0xFF)});
   write_value_file(paths::kIntensity, value);
 }
 
@@ -134,13 +137,13 @@ int set_led_mode(const char* name) {
   if (mode == nullptr) return -1;
   const mutex_lock lock(lighting_lock);
   if (is_high_beam()) end_high_beam();
-  show_mode(mode, current_intensity());
+  show_mode(mode, {mode->mask, current_intensity()});
   return 0;
 }
 
 void orb_set_api_led_intensity(int value) {
   const mutex_lock lock(lighting_lock);
-  apply_intensity(value);
+  apply_intensity(leds_now().mask, value);
 }
 
 void set_high_beam(bool on) {
@@ -151,9 +154,9 @@ void set_high_beam(bool on) {
     return;
   }
   lighting.saved_mode = lighting.mode;
-  lighting.saved_pwm = lighting.pwm;
+  lighting.saved_leds = leds_now();
   lighting.countdown_s = high_beam_time_s;
-  show_mode(&kHighBeam, kHighBeamPwm);
+  show_mode(&kHighBeam, {kHighBeam.mask, kHighBeamPwm});
   post_to_main_loop(follow_high_beam);
 }
 
@@ -183,7 +186,7 @@ void reset_lighting() {
   const mutex_lock lock(lighting_lock);
   if (is_high_beam()) end_high_beam();
   lighting.mode = &kModes[0];
-  apply_intensity(kStartIntensity);
+  apply_intensity(kLedOff, kStartIntensity);
 }
 
 void init_lighting() {

@@ -21,6 +21,7 @@ constexpr int64_t kByteGap_ns = 10'000;      // after the command and after the 
 constexpr int64_t kDeselectGap_ns = 50'000;  // after chip select has risen
 
 constexpr uint8_t kWriteFlag = 0x80;
+constexpr int kWriteAttempts = 3;
 
 // In the order of libmraa's result codes.
 constexpr std::array kResultTexts{
@@ -94,10 +95,11 @@ bool open_spi(orb_power_board* board) {
 }
 
 // Selects the board and sends the command byte as it stands.
-void begin_transaction(orb_power_board* board, uint8_t command) {
+mraa_result_t begin_transaction(orb_power_board* board, uint8_t command) {
   mraa_gpio_write(board->chip_select, kSelected);
-  mraa_spi_transfer_buf(board->spi, &command, nullptr, 1);
+  const mraa_result_t result = mraa_spi_transfer_buf(board->spi, &command, nullptr, 1);
   sleep_ns(kByteGap_ns);
+  return result;
 }
 
 void end_transaction(orb_power_board* board) {
@@ -111,9 +113,9 @@ frame_check keep_frame(orb_power_board* board) {
   return take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
 }
 
-// A dropped write to the speed register has changed nothing: no speed counts as the register's until the next
-// write or good frame.
-void forget_dropped_speed(orb_power_board* board, const work_item& item) {
+// After a write to the speed register that was dropped or failed: no speed counts as the register's until the
+// next write or good frame.
+void forget_speed(orb_power_board* board, const work_item& item) {
   if (item.number != kSpeedRegister) return;
   const mutex_lock lock(board->queue_lock);
   board->speed.length = 0;
@@ -154,6 +156,18 @@ void print_write(const work_item& item) {
   printf("WRITE: (%d) %s\n", item.number, text);
 }
 
+mraa_result_t send_register(orb_power_board* board, const work_item& item, bool print) {
+  mraa_result_t result = begin_transaction(board, reverse_bits(item.number | kWriteFlag));
+  if (print) print_write(item);
+  std::array<uint8_t, kWriteDataSize> wire{};
+  for (size_t i = 0; i < item.length; ++i) wire[i] = reverse_bits(item.data[i]);
+  if (result == MRAA_SUCCESS && item.length != 0) {
+    result = mraa_spi_transfer_buf(board->spi, wire.data(), nullptr, item.length);
+  }
+  end_transaction(board);
+  return result;
+}
+
 }  // namespace
 
 int open_bus(orb_power_board* board) {
@@ -179,17 +193,18 @@ void write_register(orb_power_board* board, const work_item& item) {
   if (board->write_suspended != 0) {
     trace(kTraceRefresh, "write dropped %d", item.number);
     trace_data(kTraceRefresh, "write", item.data.data(), item.length);
-    forget_dropped_speed(board, item);
+    forget_speed(board, item);
     return;
   }
   trace(kTraceRefresh, "write to register %d", item.number);
   trace_data(kTraceRefresh, "write data", item.data.data(), item.length);
-  begin_transaction(board, reverse_bits(item.number | kWriteFlag));
-  print_write(item);
-  std::array<uint8_t, kWriteDataSize> wire{};
-  for (size_t i = 0; i < item.length; ++i) wire[i] = reverse_bits(item.data[i]);
-  if (item.length != 0) mraa_spi_transfer_buf(board->spi, wire.data(), nullptr, item.length);
-  end_transaction(board);
+  // A stop must not be lost, nor a speed, with which the next run would go the other way.
+  for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
+    const mraa_result_t result = send_register(board, item, attempt == 0);
+    if (result == MRAA_SUCCESS) return;
+    trace(kTraceRefresh, "write failed %d", result);
+  }
+  forget_speed(board, item);
 }
 
 void read_status(orb_power_board* board) {
@@ -198,9 +213,10 @@ void read_status(orb_power_board* board) {
   trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
   const unsigned performed = performed_speed_writes(board);
   // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
-  begin_transaction(board, command);
-  const mraa_result_t transfer =
-      mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
+  mraa_result_t transfer = begin_transaction(board, command);
+  if (transfer == MRAA_SUCCESS) {
+    transfer = mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
+  }
   end_transaction(board);
   if (transfer != MRAA_SUCCESS) {  // no frame: the last one must not pass for a new one
     trace(kTraceRefresh, "refresh failed %d", transfer);

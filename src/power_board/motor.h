@@ -97,6 +97,9 @@ motor_write motor_speed_write(int pwm, int duration);
 // `pwm` as the board takes it, traced at `level` when it is scaled.
 int adjust_pwm(int level, int pwm, bool extended);
 
+// Whether a homing or a move has its drive running.
+bool is_driving(const motor_state& motors);
+
 // One refresh of motor-type check, homing and move. Pure but for the trace.
 void step_motors(motor_state& motors, const motor_sample& sample, motor_writes& writes);
 

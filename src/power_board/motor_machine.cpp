@@ -408,6 +408,13 @@ int adjust_pwm(int level, int pwm, bool extended) {
   return adjusted;
 }
 
+bool is_driving(const motor_state& motors) {
+  const int homing = motors.homing_state;
+  const int move = motors.move_state;
+  return homing == kHomingStart || homing == kHomingDrive ||
+         (homing == kHomed && move >= kMoveOutFast && move <= kMoveInSlow);
+}
+
 void step_motors(motor_state& motors, const motor_sample& sample, motor_writes& writes) {
   check_type(motors, sample.reported_type);
   kHoming[motors.homing_state]({motors, sample, writes});

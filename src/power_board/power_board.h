@@ -36,6 +36,11 @@ inline constexpr uint8_t kLedHigh = 0x24;
 inline constexpr uint8_t kLedStrip = 0xC0;
 inline constexpr uint8_t kLedAll = 0xFF;  // high beam
 
+struct led_setting {
+  uint8_t mask = kLedOff;
+  uint8_t pwm = 0;
+};
+
 // Input volts at which the battery level changes, falling.
 using battery_threshold_table = std::array<float, 4>;
 extern const battery_threshold_table orb_power_board_indepro_thresholds;
@@ -129,6 +134,10 @@ struct orb_power_board {
   std::atomic<int> high_humidity_hold = 0;
   std::atomic<int> battery_level = 0;  // 0 unknown, 1 to 4
 
+  // Of register 1 as it was last given, which its reading follows late.
+  std::atomic<bool> has_leds = false;
+  std::atomic<led_setting> leds = led_setting{};
+
   motor_state motors;
   laser_state laser;
 
@@ -193,6 +202,8 @@ int orb_power_board_disable_camera_power(orb_power_board* board);
 int orb_power_board_enable_laser_power(orb_power_board* board);
 int orb_power_board_disable_laser_power(orb_power_board* board);
 int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm);
+// The LEDs as they were last given, by whomever; before that as the board reports them.
+led_setting current_leds(orb_power_board* board);
 
 // Laser modes: 0 off, 1 manual, 2 picture, 3 auto; each switches the laser's supply. Other values change
 // nothing. Returns 0.

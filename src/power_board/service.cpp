@@ -138,6 +138,8 @@ void orb_power_board_stop_service(orb_power_board* board) {
   ev_timer_stop(board->application->loop, &board->refresh_timer);
   {
     const mutex_lock lock(board->queue_lock);
+    const uint8_t stop[] = {kMotorStop};
+    if (is_driving(board->motors)) board->queue.append(write_item(kMotorRegister, stop));  // nobody looks on
     board->queue.append({.kind = work_kind::stop});
     board->stopping = true;
     board->queue_ready.signal();

@@ -19,9 +19,12 @@ namespace {
 constexpr double kMinute_s = 60.0;
 constexpr char kSoftwareVersion[] = "03.01";
 
+// A save holds files_lock, outermost, for as long as the disk takes. logger_lock is never held meanwhile: who
+// reports is the power board's thread, too, which has a motor to stop.
+mutex files_lock;
+alternating_file history_files GUARDED_BY(files_lock) = {{paths::kLoggerFile0, paths::kLoggerFile1}};
 mutex logger_lock;
 statistics numbers GUARDED_BY(logger_lock);
-alternating_file history_files GUARDED_BY(logger_lock) = {{paths::kLoggerFile0, paths::kLoggerFile1}};
 
 ev_timer minute_timer;  // main loop
 
@@ -31,8 +34,13 @@ void make_logger_folder(const char* path) {
   if (make_missing_folder(path)) trace(kTraceLogger, "create '%s'", path);
 }
 
-void store_history(int (*save)(alternating_file* files, json_object* values)) REQUIRES(logger_lock) {
-  const json_owner record = history_record(numbers.history);
+json_owner copy_history() {
+  const mutex_lock lock(logger_lock);
+  return history_record(numbers.history);
+}
+
+void store_history(int (*save)(alternating_file* files, json_object* values)) REQUIRES(files_lock) {
+  const json_owner record = copy_history();
   const int result = record ? save(&history_files, record.get()) : -2;
   if (result == -2) {
     trace(kTraceLogger, "storage error");
@@ -44,10 +52,9 @@ void store_history(int (*save)(alternating_file* files, json_object* values)) RE
   }
 }
 
-void reset() REQUIRES(logger_lock) {
-  trace(kTraceLogger, "reset historical");
-  numbers = {};
-  store_history(restart_alternating_file);
+void set_numbers(const statistics& start) {
+  const mutex_lock lock(logger_lock);
+  numbers = start;
 }
 
 void report(statistics_counter counter) {
@@ -98,14 +105,15 @@ bool add_time(json_object* readings) {
 }  // namespace
 
 void orb_init_logger() {
-  const mutex_lock lock(logger_lock);
+  const mutex_lock lock(files_lock);
   trace(kTraceLogger, "init");
   make_logger_folder(paths::kLoggerFolder);
   make_logger_folder(paths::kUsbLogs);
-  numbers = {};
   const json_owner record = load_alternating_file(&history_files);
+  statistics start;
+  if (record) start.history = parse_history(record.get());
+  set_numbers(start);
   if (record) {
-    numbers.history = parse_history(record.get());
     trace(kTraceLogger, "start %u from file %d", static_cast<unsigned>(history_files.current_id),
           history_files.live);
   } else {
@@ -121,14 +129,19 @@ void start_logger_timer(struct ev_loop* loop) {
 }
 
 void tick_logger() {
-  const mutex_lock lock(logger_lock);
-  step_minute(numbers);
+  const mutex_lock lock(files_lock);
+  {
+    const mutex_lock numbers_lock(logger_lock);
+    step_minute(numbers);
+  }
   store_history(save_alternating_file);
 }
 
 int orb_reset_logger() {
-  const mutex_lock lock(logger_lock);
-  reset();
+  const mutex_lock lock(files_lock);
+  trace(kTraceLogger, "reset historical");
+  set_numbers({});
+  store_history(restart_alternating_file);
   return 0;
 }
 

@@ -2,7 +2,7 @@
 // the program (the session) and of the unit's life (the history). The history is saved once a minute,
 // flushed, to one of two alternating files ("/home/orb/logger/log0.json", "log1.json").
 //
-// Any thread, unless it says otherwise; one lock serialises all, and a save holds it while it writes.
+// Any thread, unless it says otherwise; one lock serialises all. Only a reset waits for a save under way.
 #pragma once
 
 #include "base/json.h"

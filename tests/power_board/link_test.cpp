@@ -54,6 +54,20 @@ TEST_F(power_link, register_writes_go_out_byte_by_byte) {
   EXPECT_EQ(traced()[1], "PBRF: write to register 1");
 }
 
+// A stop above all; a dead bus is given up.
+TEST_F(power_link, a_write_that_fails_is_sent_again) {
+  ASSERT_EQ(open_bus(&board_), 0);
+  const uint8_t stop[] = {kMotorStop};
+  fail_next(bus_call::spi_transfer, MRAA_ERROR_INVALID_RESOURCE);
+  write_register(&board_, write_item(kMotorRegister, stop));
+  EXPECT_EQ(written(), "6 ff\n");
+  EXPECT_EQ(traced().back(), "PBRF: write failed 7");
+  mraa_spi_stop(board_.spi);
+  write_register(&board_, write_item(kMotorRegister, stop));
+  EXPECT_EQ(std::exchange(violations, {}), texts(3, "transfer on a closed SPI bus"));
+  close_bus(&board_);
+}
+
 TEST_F(power_link, bad_frames_and_failed_transfers_keep_the_readings_and_silence_clears_them) {
   for (const int advanced : {0, 1}) {
     orb_power_board_init(&board_, &application_, advanced);

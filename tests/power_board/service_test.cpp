@@ -1,6 +1,7 @@
 // The service thread, its queue and its timer.
 #include <thread>
 
+#include "app/command_pipe.h"
 #include "base/value_file.h"
 #include "power_board/lighting.h"
 #include "power_board/rig.h"
@@ -79,6 +80,17 @@ TEST_F(service, supplies_keep_the_other_bits_as_last_read_and_the_intensity_its_
   EXPECT_EQ(read_value_file("/tmp/intensity"), 7);
 }
 
+TEST_F(service, lights_that_the_pipe_set_outlive_an_intensity_and_the_high_beam) {
+  power_board_instance = &board_;
+  start();
+  obey_command_line(&board_, "medium\n");
+  orb_set_api_led_intensity(50);
+  for (const bool on : {true, false}) set_high_beam(on);
+  settle();
+  EXPECT_EQ(written(), "1 12 00\n1 12 32\n1 ff 64\n1 12 32\n");
+  power_board_instance = nullptr;
+}
+
 TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   start();
   traced();
@@ -102,6 +114,8 @@ TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   board_.write_suspended = 0;
   EXPECT_EQ(refreshes_of_tick(), 1U);
   EXPECT_EQ(written(), "3 c4 e8 03\n6 02\n");
+  orb_power_board_stop_service(&board_);
+  EXPECT_TRUE(written().ends_with("\n6 ff\n")) << "the homing's drive";
 }
 
 TEST_F(service, the_refresh_comes_every_100_ms) {

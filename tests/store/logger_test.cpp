@@ -7,6 +7,7 @@
 #include <climits>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <regex>
 #include <sstream>
 
@@ -190,6 +191,22 @@ TEST(logger, nothing_comes_back_after_a_reset) {
       }
     }
   }
+}
+
+// The board's thread reports, and has a motor to stop.
+TEST(logger, a_report_does_not_wait_for_a_save) {
+  static std::future<void> report;
+  static bool waits;
+  start_afresh();
+  on_flush = [] {
+    on_flush = nullptr;
+    report = std::async(std::launch::async, orb_report_logger_tilt_motor_warning);
+    waits = report.wait_for(std::chrono::seconds(1)) != std::future_status::ready;
+  };
+  tick_logger();
+  report.get();
+  EXPECT_FALSE(waits);
+  EXPECT_NE(reading("present_tilt_motor_warnings"), "0");
 }
 
 // Minute k samples k everywhere: what is loaded tells whole minutes from mixed ones.

@@ -13,6 +13,7 @@
 
 extern std::string flushed;  // names, in order
 extern bool flush_fails;
+extern void (*on_flush)();
 
 // Saves number after number in children that are killed at any moment, after at least 20 saves each. `load`
 // starts the store again and returns the number that it holds (-1: a mixture, or nothing): the last

@@ -21,11 +21,13 @@ namespace fs = std::filesystem;
 
 std::string flushed;
 bool flush_fails = false;
+void (*on_flush)() = nullptr;
 
 // In the C library's place: notes what is flushed, and fails when told to.
 int fsync(int fd) {
   flushed += fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).filename().string() + " ";
   orb_read_nv(kSettingCount, nullptr, 4);  // what is no setting does not wait for the save
+  if (on_flush != nullptr) on_flush();
   errno = EIO;
   return flush_fails ? -1 : static_cast<int>(syscall(SYS_fsync, fd));
 }
