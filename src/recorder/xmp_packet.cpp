@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "recorder/xml_text.h"
 
 namespace {
 
@@ -49,58 +50,7 @@ const tagged_field* find_field(std::string_view line) {
   return nullptr;
 }
 
-// --- escaping
-// -------------------------------------------------------------------------------------------------
-
-struct escape {
-  char plain;
-  std::string_view escaped;
-};
-// The whitespace, because an attribute's would be read as blanks, and a newline would end our line.
-constexpr escape kEscapes[] = {
-    {'&', "&amp;"}, {'<', "&lt;"},   {'>', "&gt;"},   {'"', "&quot;"},
-    {'\t', "&#9;"}, {'\n', "&#10;"}, {'\r', "&#13;"},
-};
-
-bool continues(char byte) { return (byte & 0xC0) == 0x80; }
-
-// What stands for the first character of `text`, of `length` bytes: XML has no other control characters.
-std::string_view written_character(std::string_view text, size_t length) {
-  const char first = text[0];
-  for (const escape& e : kEscapes) {
-    if (first == e.plain) return e.escaped;
-  }
-  return static_cast<unsigned char>(first) < 0x20 ? "?" : text.substr(0, length);
-}
-
-// At most `limit` bytes, ended at a whole character.
-std::string escaped(std::string_view text, size_t limit) {
-  std::string result;
-  while (!text.empty()) {
-    size_t length = 1;
-    while (length < text.size() && continues(text[length])) ++length;
-    const std::string_view character = written_character(text, length);
-    if (result.size() + character.size() > limit) break;
-    result += character;
-    text.remove_prefix(length);
-  }
-  return result;
-}
-
-std::string unescaped(std::string_view text) {
-  std::string result;
-  while (!text.empty()) {
-    const escape* found = std::find_if(std::begin(kEscapes), std::end(kEscapes),
-                                       [&](const escape& e) { return text.starts_with(e.escaped); });
-    const bool is_plain = found == std::end(kEscapes);
-    result += is_plain ? text[0] : found->plain;
-    text.remove_prefix(is_plain ? 1 : found->escaped.size());
-  }
-  return result;
-}
-
-// --- lines
-// ----------------------------------------------------------------------------------------------------
+// --- lines ---
 
 // Takes the next line with its line feed, of which the first `limit` bytes are kept; nothing at the end.
 std::optional<std::string_view> take_line(std::string_view* text, size_t limit) {
@@ -127,8 +77,7 @@ std::optional<quoted_line> split_at_quotes(std::string_view line) {
                      line.substr(second)};
 }
 
-// --- building
-// -------------------------------------------------------------------------------------------------
+// --- building ---
 
 struct packet_line {
   const tagged_field* field;  // null for a line that is copied
@@ -167,7 +116,7 @@ void fill_lines(std::vector<packet_line>& lines, const orb_xmp_fields& fields, s
     for (packet_line& line : lines) {
       if (line.field == nullptr || (line.field == &kComment) != comments) continue;
       const size_t in_line = kReadLine - line.head.size() - line.tail.size();
-      line.value = escaped(field_value(*line.field, fields), std::min(room, in_line));
+      line.value = xml_escaped(field_value(*line.field, fields), std::min(room, in_line));
       room -= line.value.size();
     }
   }
@@ -183,12 +132,13 @@ struct packet_writer {
   }
 };
 
-// Lines of spaces, but for the trailer's room.
+// Lines of spaces, but for the trailer's room; the spaces are there.
 void put_padding(packet_writer& packet) {
-  static const std::string spaces(kTemplateLine, ' ');
   while (packet.left.size() > kTrailer.size()) {
     const size_t length = std::min(kTemplateLine, packet.left.size() - kTrailer.size());
-    packet.put(length < 2 ? " " : spaces.substr(0, length - 2) + "\r\n");
+    const size_t line_end = std::min<size_t>(length, 2);
+    packet.left = packet.left.subspan(length - line_end);
+    packet.put(std::string_view("\r\n").substr(2 - line_end));
   }
 }
 
@@ -205,22 +155,19 @@ int fill_xmp_packet(std::string_view xmp_template, const orb_xmp_fields& fields,
   for (const packet_line& line : lines) {
     for (const std::string_view part : {line.head, std::string_view(line.value), line.tail}) writer.put(part);
   }
-  if (!ended) {
-    std::fill(writer.left.begin(), writer.left.end(), ' ');
-    return -1;
-  }
+  std::fill(writer.left.begin(), writer.left.end(), ' ');
+  if (!ended) return -1;
   put_padding(writer);
   writer.put(kTrailer);
   return 0;
 }
 
-// --- reading
-// --------------------------------------------------------------------------------------------------
+// --- reading ---
 
 static void keep_value(const tagged_field& field, std::string_view value, orb_xmp_fields* fields) {
   const auto keep = [fields](field_text text, std::string_view part) {
     const std::span<char> kept = text(*fields);
-    copy_text(kept.data(), kept.size(), as_utf8(unescaped(part)));
+    copy_text(kept.data(), kept.size(), as_utf8(xml_unescaped(part)));
   };
   if (field.rest == nullptr) return keep(field.text, value);
   value = value.substr(0, kShotDateLimit);
