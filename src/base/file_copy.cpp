@@ -8,15 +8,31 @@
 
 #include "base/file.h"
 
+namespace {
+
+constexpr int64_t kBlockSize = 4096;
+constexpr int64_t kWriteOutSize = 8 << 20;
+
+}  // namespace
+
 bool copy_blocks(int from, int to, int64_t size, copy_step step, void* context) {
+  const int64_t start = std::max<int64_t>(lseek(to, 0, SEEK_CUR), 0);
   int64_t copied = 0;
-  char block[4096];
+  int64_t written_out = 0;
+  char block[kBlockSize];
   while (copied < size) {
-    const ssize_t count = read(from, block, std::min(sizeof block, static_cast<size_t>(size - copied)));
+    // The blocks are the target's: a write that reaches into two of them takes longer.
+    const int64_t wanted = std::min(kBlockSize - (start + copied) % kBlockSize, size - copied);
+    const ssize_t count = read(from, block, static_cast<size_t>(wanted));
     if (count < 0 && errno == EINTR) continue;
     if (count == 0) errno = EIO;  // shorter than it was
     if (count <= 0 || !write_all(to, {block, static_cast<size_t>(count)})) return false;
     copied += count;
+    // The store works while we copy; the flush at the end would wait for all of it.
+    if (copied - written_out >= kWriteOutSize) {
+      sync_file_range(to, start + written_out, copied - written_out, SYNC_FILE_RANGE_WRITE);
+      written_out = copied;
+    }
     if (step != nullptr) step(context, copied, size);
   }
   return true;
