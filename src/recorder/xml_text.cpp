@@ -1,0 +1,53 @@
+#include "recorder/xml_text.h"
+
+#include <algorithm>
+
+namespace {
+
+struct escape {
+  char plain;
+  std::string_view escaped;
+};
+// The whitespace, because an attribute's would be read as blanks, and a newline would end our line.
+constexpr escape kEscapes[] = {
+    {'&', "&amp;"}, {'<', "&lt;"},   {'>', "&gt;"},   {'"', "&quot;"},
+    {'\t', "&#9;"}, {'\n', "&#10;"}, {'\r', "&#13;"},
+};
+
+bool continues(char byte) { return (byte & 0xC0) == 0x80; }
+
+// What stands for the first character of `text`, of `length` bytes: XML has no other control characters.
+std::string_view written_character(std::string_view text, size_t length) {
+  const char first = text[0];
+  for (const escape& e : kEscapes) {
+    if (first == e.plain) return e.escaped;
+  }
+  return static_cast<unsigned char>(first) < 0x20 ? "?" : text.substr(0, length);
+}
+
+}  // namespace
+
+std::string xml_escaped(std::string_view text, size_t limit) {
+  std::string result;
+  while (!text.empty()) {
+    size_t length = 1;
+    while (length < text.size() && continues(text[length])) ++length;
+    const std::string_view character = written_character(text, length);
+    if (result.size() + character.size() > limit) break;
+    result += character;
+    text.remove_prefix(length);
+  }
+  return result;
+}
+
+std::string xml_unescaped(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    const escape* found = std::find_if(std::begin(kEscapes), std::end(kEscapes),
+                                       [&](const escape& e) { return text.starts_with(e.escaped); });
+    const bool is_plain = found == std::end(kEscapes);
+    result += is_plain ? text[0] : found->plain;
+    text.remove_prefix(is_plain ? 1 : found->escaped.size());
+  }
+  return result;
+}
