@@ -3,11 +3,14 @@
 
 #include "http/server.h"
 
-// Version-1.0 API; the user data is the camera thread's record.
+// Version-1.0 API; the user data, but of the video's, is the camera thread's record.
+http_handler_function api_get_orb;
 http_handler_function api_get_camera_zoom;
 http_handler_function api_get_camera_focus;
 http_handler_function api_get_camera;
 http_handler_function api_post_camera;
+http_handler_function api_get_video;
+http_handler_function api_post_video;
 
 http_handler_function get_exposure_mode;
 http_handler_function put_exposure_mode;

@@ -1,4 +1,4 @@
-// The version-1.0 camera routes.
+// The version-1.0 camera routes, the distance that the focus tells, and the video channel.
 
 #include <algorithm>
 #include <cstdio>
@@ -7,12 +7,18 @@
 
 #include "base/json.h"
 #include "camera/api.h"
+#include "camera/depth_of_field.h"
 #include "camera/speeds.h"
 #include "camera/visca_thread.h"
 #include "http/json_body.h"
 #include "http/response.h"
+#include "power_board/power_board.h"
 
 namespace {
+
+constexpr double kMetresPerFoot = 0.30480060960121924;  // US survey foot
+constexpr double kTolerance_m = 0.1;
+constexpr int kFreshReading = 6;  // refreshes
 
 struct camera_command {
   const char* name;
@@ -61,11 +67,6 @@ void print_name(const char* name) {
   putchar('\n');
 }
 
-json_object* find_parameters(json_object* body) {
-  json_object* parameters = json_member(body, "parameters");
-  return parameters != nullptr ? parameters : json_member(body, "params");
-}
-
 int queue_once(visca_camera* camera, const camera_command& command, json_object* parameters) {
   if (command.direct != nullptr) {
     const std::optional<int> position = body_integer(parameters, "position");
@@ -85,17 +86,20 @@ void obey(visca_camera* camera, json_object* body) {
   print_name(json_object_get_string(name));
   const camera_command* command = find_command(json_object_get_string(name));
   if (command == nullptr) return;
-  if (queue_once(camera, *command, find_parameters(body)) != 0 && command->fixed == visca_camera_zoom_stop) {
+  if (queue_once(camera, *command, body_parameters(body)) != 0 && command->fixed == visca_camera_zoom_stop) {
     printf("zoom stop failed!\n");
   }
 }
 
-// The positions that the camera of `user_data` last reported, -1 without a camera.
+// What the camera of `user_data` last reported, -1 without a camera or a report.
+int reported_position(void* user_data, std::atomic<uint32_t> visca_camera::*position) {
+  const visca_camera* camera = static_cast<visca_thread_record*>(user_data)->camera;
+  return camera == nullptr ? -1 : static_cast<int>((camera->*position).load());
+}
+
 void add_position(json_object* answer, void* user_data, const char* key,
                   std::atomic<uint32_t> visca_camera::*position) {
-  const visca_camera* camera = static_cast<visca_thread_record*>(user_data)->camera;
-  const int reported = camera == nullptr ? -1 : static_cast<int>((camera->*position).load());
-  json_object_object_add(answer, key, json_object_new_int(reported));
+  json_object_object_add(answer, key, json_object_new_int(reported_position(user_data, position)));
 }
 
 int send_positions(http_connection* connection, void* user_data, bool zoom, bool focus) {
@@ -106,7 +110,24 @@ int send_positions(http_connection* connection, void* user_data, bool zoom, bool
   return 0;
 }
 
+// The last laser reading in metres, 0 when it is no longer fresh.
+double fresh_laser_distance() {
+  const orb_power_board* board = power_board_now();
+  return board != nullptr && board->laser.invalid_count < kFreshReading ? board->laser.distance.load() : 0;
+}
+
 }  // namespace
+
+int api_get_orb(http_connection* connection, const char*, unsigned long, void* user_data) {
+  const int focus = reported_position(user_data, &visca_camera::focus_position);
+  printf("Focus: %d, Zoom: %d\n", focus, reported_position(user_data, &visca_camera::zoom_position));
+  return send_object(connection, [focus](json_object* answer) {
+    const double distance = focus_distance_ft(focus) * kMetresPerFoot;
+    json_object_object_add(answer, "distance", json_object_new_double(distance));
+    json_object_object_add(answer, "tolerance", json_object_new_double(kTolerance_m));
+    json_object_object_add(answer, "lrf-distance", json_object_new_double(fresh_laser_distance()));
+  });
+}
 
 int api_get_camera_zoom(http_connection* connection, const char*, unsigned long, void* user_data) {
   printf("Writing zoom response\n");
@@ -127,5 +148,14 @@ int api_post_camera(http_connection* connection, const char* body, unsigned long
   const json_owner object = read_json_body(connection, body, length);
   obey(static_cast<visca_thread_record*>(user_data)->camera, object.get());
   empty_v1_response_handler(connection);
+  return 0;
+}
+
+// The video channel is kept for old clients only: the GET is closed without an answer, and a command runs
+// nothing, whatever it is.
+int api_get_video(http_connection*, const char*, unsigned long, void*) { return 0; }
+
+int api_post_video(http_connection* connection, const char* body, unsigned long length, void*) {
+  if (read_json_body(connection, body, length)) empty_v1_response_handler(connection);
   return 0;
 }

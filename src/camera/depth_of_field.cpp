@@ -1,5 +1,6 @@
 #include "camera/depth_of_field.h"
 
+#include <cmath>
 #include <cstdio>
 #include <iterator>
 
@@ -47,6 +48,13 @@ void format_distance(char* text, size_t size, double distance, const char* unit)
 }
 
 }  // namespace
+
+// The middle piece is a single-precision number.
+double focus_distance_ft(int focus_position) {
+  if (focus_position < 7500) return 596.0 - 0.0653 * focus_position;
+  if (focus_position < 41001) return 2.9288e9F * powf(static_cast<float>(focus_position), -1.9357F);
+  return 19.3 - 0.000341 * focus_position;
+}
 
 depth_of_field load_depth_of_field(int focus_position) {
   depth_of_field field;

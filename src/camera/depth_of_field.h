@@ -9,4 +9,7 @@ struct depth_of_field {
   char near_limit[16] = "";
 };
 
+// The distance to the focused object in feet, a fit of measurements of the first generation.
+double focus_distance_ft(int focus_position);
+
 depth_of_field load_depth_of_field(int focus_position);

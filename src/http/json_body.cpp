@@ -67,6 +67,11 @@ std::optional<int> body_text_number(json_object* object, const char* key) {
   return leading_number(json_object_get_string(value));
 }
 
+json_object* body_parameters(json_object* object) {
+  json_object* parameters = json_member(object, "parameters");
+  return parameters != nullptr ? parameters : json_member(object, "params");
+}
+
 std::optional<int> find_word(std::span<const char* const> words, const char* word) {
   for (size_t i = 0; i < words.size(); ++i) {
     if (strcmp(words[i], word) == 0) return static_cast<int>(i);

@@ -30,6 +30,10 @@ std::optional<int> body_integer(json_object* object, const char* key);
 // The decimal number at the start of a text member, kept inside an int; nothing when there is no such text.
 std::optional<int> body_text_number(json_object* object, const char* key);
 
+// The object "parameters" of a version-1.0 command, or what stands in its place as "params"; null without
+// one. Borrowed.
+json_object* body_parameters(json_object* object);
+
 // The place of `word` among the words that a route knows, or nothing.
 std::optional<int> find_word(std::span<const char* const> words, const char* word);
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t kHeaderSize = 8192;
 
-// `format` takes the two version numbers and the body's length.
+// `format` takes the two version numbers and, where it has a place for it, the body's length.
 void send_body(http_connection* connection, const char* format, const char* body, size_t length) {
   char header[kHeaderSize];
 #pragma GCC diagnostic push
@@ -32,6 +32,7 @@ constexpr char kJsonForm[] =
     "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\n\r\n";
 constexpr char kCloseForm[] =
     "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n";
+constexpr char kNoContentForm[] = "HTTP/%d.%d 204 No Content\r\n\r\n";
 
 }  // namespace
 
@@ -46,6 +47,10 @@ void json_v1_response_handler(http_connection* connection, json_object* object) 
 }
 
 void empty_v1_response_handler(http_connection* connection) { send_body(connection, kCloseForm, "{}", 2); }
+
+void no_content_response_handler(http_connection* connection) {
+  send_body(connection, kNoContentForm, nullptr, 0);
+}
 
 int send_status(http_connection* connection, bool good) {
   return send_object(connection, [good](json_object* answer) { add_status(answer, good); });

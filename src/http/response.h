@@ -16,6 +16,9 @@ void response_handler(http_connection* connection);
 void json_v1_response_handler(http_connection* connection, json_object* object);
 void empty_v1_response_handler(http_connection* connection);
 
+// 204 without headers: the version-1.0 laser commands.
+void no_content_response_handler(http_connection* connection);
+
 // {"status": "OK"} when `good`, else {"status": "BAD_REQUEST"}. Returns 0, the result of a handler.
 int send_status(http_connection* connection, bool good);
 

@@ -4,6 +4,12 @@
 
 #include "http/server.h"
 
+// Version-1.0 API: motors, lights, laser supply.
+http_handler_function api_post_orb;
+http_handler_function api_get_lighting;
+http_handler_function api_post_lighting;
+http_handler_function api_post_laser;
+
 http_handler_function get_led_mode;
 http_handler_function put_led_mode;
 http_handler_function post_high_beam_on;

@@ -106,11 +106,7 @@ uint8_t current_intensity() {
   if (const std::optional<int> value = read_value_file(paths::kIntensity)) {
     return static_cast<uint8_t>(std::clamp(*value, 0, kMaximumIntensity));
   }
-  orb_power_board* board = power_board_now();
-  if (board == nullptr) return kStartIntensity;
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
-  return readings.led_pwm;
+  return reported_intensity();
 }
 
 void apply_intensity(uint8_t mask, int value) REQUIRES(lighting_lock) {
@@ -132,12 +128,22 @@ intensity_text load_led_intensity() {
   return result;
 }
 
-int set_led_mode(const char* name) {
+uint8_t reported_intensity() {
+  orb_power_board* board = power_board_now();
+  if (board == nullptr) return kStartIntensity;
+  power_board_readings readings;
+  orb_power_board_load_registers(board, &readings);
+  return readings.led_pwm;
+}
+
+int set_led_mode(const char* name) { return set_leds(name, current_intensity()); }
+
+int set_leds(const char* name, uint8_t intensity) {
   const led_mode* mode = find_mode(name);
   if (mode == nullptr) return -1;
   const mutex_lock lock(lighting_lock);
   if (is_high_beam()) end_high_beam();
-  show_mode(mode, {mode->mask, current_intensity()});
+  show_mode(mode, {mode->mask, intensity});
   return 0;
 }
 

@@ -2,6 +2,8 @@
 // thread; the board is told through power_board_instance and need not be there.
 #pragma once
 
+#include <cstdint>
+
 inline constexpr int kStartIntensity = 25;  // percent
 inline constexpr int kMaximumIntensity = 100;
 
@@ -18,8 +20,14 @@ struct intensity_text {
 };
 intensity_text load_led_intensity();
 
-// Selects "off", "low", "medium", "high" or "strip" at the intensity in "/tmp/intensity" (the last reading
-// when that is missing); a running high beam ends first. 0, or -1 for another word.
+// The intensity that the board last reported; the start intensity before there is a board.
+uint8_t reported_intensity();
+
+// Selects "off", "low", "medium", "high" or "strip" at `intensity`; a running high beam ends first. 0, or -1
+// for another word.
+int set_leds(const char* mode, uint8_t intensity);
+
+// The same at the intensity in "/tmp/intensity", or the last reading when that is missing.
 int set_led_mode(const char* mode);
 
 // Writes register 1 with the current LED setting and the low byte of `value`, and `value` to

@@ -1,6 +1,7 @@
 // Every camera route over HTTP: the answer, what is kept, and the bytes that the camera sees.
 #include "camera/controller.h"
 #include "camera/image_settings.h"
+#include "power_board/power_board.h"
 #include "store/settings.h"
 #include "tests/camera/fake_camera.h"
 #include "tests/http/api_client.h"
@@ -135,6 +136,27 @@ TEST_F(CameraApi, VersionOne) {
   visca_thread_data.camera = nullptr;
   check("zoom_stop", "", "");
   EXPECT_EQ(ask("GET", "/1.0/camera"), "{'zoom':-1,'focus':-1}");
+}
+
+// Computed apart, to the last digit of a single-precision power.
+TEST_F(CameraApi, VersionOneDistance) {
+  static orb_power_board board;
+  board.laser.distance = 12.5;
+  const std::tuple<uint32_t, std::string, int> rows[] = {{kViscaNotReported, "181.68106680213361", -1},
+                                                         {7499, "32.404968249936516", 5},
+                                                         {7500, "28.167560277991655", 6},
+                                                         {20000, "4.2189221409998003", 5},
+                                                         {41000, "1.0513311719906522", 0},
+                                                         {41001, "1.6211305054610112", 7},
+                                                         {61440, "-0.50323799847599648", 0}};
+  for (const auto& [focus, distance, refreshes] : rows) {
+    link.camera->focus_position = focus;
+    board.laser.invalid_count = refreshes;
+    power_board_instance = refreshes < 0 ? nullptr : &board;
+    EXPECT_EQ(ask("GET", "/1.0/orb"),
+              "{'distance':" + distance + ",'tolerance':0.10000000000000001," +
+                  "'lrf-distance':" + (refreshes >= 0 && refreshes < 6 ? "12.5}" : "0.0}"));
+  }
 }
 
 }  // namespace

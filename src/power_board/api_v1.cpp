@@ -1,0 +1,119 @@
+// The version-1.0 routes of motors, lights and laser. Lights and laser do what the request path says: their
+// words are looked for in all of it, its query string included.
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "base/file.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "base/value_file.h"
+#include "http/json_body.h"
+#include "http/response.h"
+#include "power_board/api.h"
+#include "power_board/lighting.h"
+#include "power_board/power_board.h"
+
+namespace {
+
+constexpr size_t kLineLimit = 98;
+
+struct motor_command {
+  const char* name;
+  uint8_t command;
+};
+
+// "pan" and "height" name the same second drive.
+constexpr motor_command kMotorCommands[] = {
+    {"stop", kMotorStop}, {"tilt", kMotorRunTilt}, {"height", kMotorRunDrive}, {"pan", kMotorRunDrive}};
+
+// In the order in which they are looked for.
+constexpr const char* kLightingWords[] = {"low", "medium", "high", "strip"};
+
+void run_motor(orb_power_board* board, uint8_t command, json_object* parameters) {
+  if (command == kMotorStop) {
+    orb_power_board_stop_motor(board);
+    return;
+  }
+  const int speed = body_integer(parameters, "speed").value_or(0);
+  orb_power_board_start_motor(board, command, speed, body_integer(parameters, "duration").value_or(0));
+}
+
+bool path_has(const http_connection* connection, const char* word) {
+  return strstr(connection->request.path, word) != nullptr;
+}
+
+// The body's intensity, kept in the value file; else what the board last reported.
+uint8_t take_intensity(json_object* body) {
+  const std::optional<int> wanted = body_integer(body, "intensity");
+  if (!wanted) return reported_intensity();
+  const int limited = std::clamp(*wanted, 0, kMaximumIntensity);
+  write_value_file(paths::kIntensity, limited);
+  return static_cast<uint8_t>(limited);
+}
+
+// "strip" takes no intensity from the body.
+void select_lights(const http_connection* connection, json_object* body) {
+  const uint8_t intensity = take_intensity(body);
+  for (const char* word : kLightingWords) {
+    if (!path_has(connection, word)) continue;
+    set_leds(word, strcmp(word, "strip") == 0 ? reported_intensity() : intensity);
+    return;
+  }
+}
+
+json_object* value_text(const char* path, const char* missing) {
+  std::string line = read_first_line(path, kLineLimit).value_or("");
+  if (line.ends_with('\n')) line.pop_back();
+  return json_object_new_string(line.empty() ? missing : as_utf8(line).c_str());
+}
+
+}  // namespace
+
+int api_post_orb(http_connection* connection, const char* body, unsigned long length, void*) {
+  const json_owner object = read_json_body(connection, body, length);
+  if (!object) return 0;
+  const std::string name = json_text(object.get(), "command");
+  orb_power_board* board = power_board_now();
+  for (const motor_command& each : kMotorCommands) {
+    if (board != nullptr && name == each.name) run_motor(board, each.command, body_parameters(object.get()));
+  }
+  empty_v1_response_handler(connection);
+  return 0;
+}
+
+int api_get_lighting(http_connection* connection, const char*, unsigned long, void*) {
+  printf("Writing focus response\n");  // the line that consoles have always shown here
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) {
+    json_object_object_add(answer, "mode", value_text(paths::kLighting, "leds_off"));
+    json_object_object_add(answer, "intensity", value_text(paths::kIntensity, "25"));
+  }
+  json_v1_response_handler(connection, answer);
+  return 0;
+}
+
+int api_post_lighting(http_connection* connection, const char* body, unsigned long length, void*) {
+  if (path_has(connection, "off")) {
+    set_leds("off", 0);
+  } else {
+    const json_owner object = read_json_body(connection, body, length);
+    if (!object) return 0;
+    select_lights(connection, object.get());
+  }
+  empty_v1_response_handler(connection);
+  return 0;
+}
+
+int api_post_laser(http_connection* connection, const char*, unsigned long, void*) {
+  orb_power_board* board = power_board_now();
+  const bool enable = path_has(connection, "enable");
+  if (board != nullptr && (enable || path_has(connection, "disable"))) {
+    (enable ? orb_power_board_enable_laser_power : orb_power_board_disable_laser_power)(board);
+  }
+  no_content_response_handler(connection);
+  return 0;
+}
