@@ -84,10 +84,10 @@ static_assert(are_in_order());
 // One setting's bytes in the record. The largest is a text of 41 bytes and the zero byte after it that ends a
 // text which fills its whole size.
 using setting_bytes = std::array<char, 42>;
-using nv_values = std::array<setting_bytes, kSettingCount>;
+using orb_nv_record = std::array<setting_bytes, kSettingCount>;
 
 mutex nv_lock;
-nv_values live GUARDED_BY(nv_lock);
+orb_nv_record live GUARDED_BY(nv_lock);
 alternating_file nv_files GUARDED_BY(nv_lock) = {{paths::kSettingsFile0, paths::kSettingsFile1}};
 
 template <typename Number>
@@ -107,8 +107,8 @@ void put_text(setting_bytes& bytes, size_t size, const char* value) {
   copy_text(bytes.data(), size + 1, value);
 }
 
-nv_values default_values() {
-  nv_values values{};
+orb_nv_record default_values() {
+  orb_nv_record values{};
   for (size_t i = 0; i < kSettings.size(); ++i) {
     switch (kSettings[i].type) {
       case setting_type::integer:
@@ -126,8 +126,8 @@ nv_values default_values() {
 }
 
 // Keys that are absent or null, and texts that are not UTF-8, keep their defaults.
-nv_values parse_values(json_object* record) {
-  nv_values values = default_values();
+orb_nv_record parse_values(json_object* record) {
+  orb_nv_record values = default_values();
   for (size_t i = 0; i < kSettings.size(); ++i) {
     json_object* value = json_member(record, kSettings[i].key);
     if (value == nullptr) continue;
