@@ -30,6 +30,7 @@ void send_form(http_connection* connection, const char* format, json_object* obj
 
 constexpr char kJsonForm[] =
     "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\n\r\n";
+constexpr char kJpegForm[] = "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: image/jpeg\r\n\r\n";
 constexpr char kCloseForm[] =
     "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n";
 
@@ -37,6 +38,10 @@ constexpr char kCloseForm[] =
 
 void json_response_handler(http_connection* connection, json_object* object) {
   send_form(connection, kJsonForm, object);
+}
+
+void jpeg_response_handler(http_connection* connection, std::string_view picture) {
+  send_body(connection, kJpegForm, picture.data(), picture.size());
 }
 
 void response_handler(http_connection* connection) { send_body(connection, kCloseForm, nullptr, 0); }
@@ -49,6 +54,11 @@ void empty_v1_response_handler(http_connection* connection) { send_body(connecti
 
 int send_status(http_connection* connection, bool good) {
   return send_object(connection, [good](json_object* answer) { add_status(answer, good); });
+}
+
+int send_job_status(http_connection* connection, int result) {
+  if (result != 1) return send_status(connection, result == 0);
+  return send_member(connection, "status", json_object_new_string("BUSY"));
 }
 
 void add_status(json_object* answer, bool good) {

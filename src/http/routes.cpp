@@ -33,6 +33,8 @@ constexpr http_route_row kRoutes[] = {
     {"GET", "/api/1.0/camera", api_get_camera, &visca_thread_data},
     {"POST", "/api/1.0/camera", api_post_camera, &visca_thread_data},
 
+    {"GET", "/api/1.0/recordings", api_get_recordings, nullptr},
+
     {"GET", "/api/setup/date", get_date, nullptr},
     {"PUT", "/api/setup/date", put_date, nullptr},
     {"GET", "/api/setup/time", get_time, nullptr},
@@ -141,6 +143,12 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/camera/recorder/stop", post_recorder_stop, nullptr},
     {"POST", "/api/camera/recorder/pause", post_recorder_pause, nullptr},
     {"POST", "/api/camera/recorder/resume", post_recorder_resume, nullptr},
+    {"GET", "/api/camera/recorder/files", get_recorder_files, nullptr},
+    {"POST", "/api/camera/recorder/copy", post_recorder_copy, nullptr},
+    {"POST", "/api/camera/recorder/delete", post_recorder_delete, nullptr},
+
+    {"GET", "/api/camera/imagecache", get_image_cache, nullptr},
+    {"POST", "/api/camera/imagecache", post_image_cache, nullptr},
 
     {"GET", "/api/laser/status", get_laser_status, nullptr},
     {"GET", "/api/laser/distance", get_laser_distance, nullptr},
