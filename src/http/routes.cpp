@@ -15,6 +15,7 @@
 #include "recorder/api.h"
 #include "seats/api.h"
 #include "seats/seats.h"
+#include "store/api.h"
 #include "supervisor/api.h"
 #include "supervisor/debug_flags.h"
 
@@ -195,6 +196,14 @@ constexpr http_route_row kRoutes[] = {
 
     {"POST", "/api/seats/request", post_seat_request, nullptr},
     {"POST", "/api/seats/update", post_seat_update, nullptr},
+
+    {"GET", "/api/logger/readings", get_logger_readings, nullptr},
+    {"GET", "/api/logger/log_file", get_log_file, nullptr},
+    {"POST", "/api/logger/log_file", post_log_file, nullptr},
+    {"POST", "/api/logger/reset", post_logger_reset, nullptr},
+    {"GET", "/api/logger/files", get_logger_files, nullptr},
+    {"POST", "/api/logger/copy", post_logger_copy, nullptr},
+    {"POST", "/api/logger/delete", post_logger_delete, nullptr},
 
     {"POST", "/api/eject", post_eject, nullptr},
     {"POST", "/api/shutdown", post_shutdown, nullptr},
