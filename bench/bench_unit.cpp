@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <thread>
 
@@ -180,6 +181,37 @@ void measure_status(const char* path, int clients, int requests) {
          percentile(all, 0.5), percentile(all, 0.99));
 }
 
+// Files without blocks on the USB store cost the stick their whole size all the same.
+void measure_during_copy() {
+  constexpr int kFiles = 10;
+  std::string list;
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string name = "copied_" + std::to_string(i) + ".mp4";
+    write_text("/media/usb99/ApiVideos/" + name, "");
+    std::filesystem::resize_file("/media/usb99/ApiVideos/" + name, 64 << 20);
+    list += (i == 0 ? "{\"name\":\"" : ",{\"name\":\"") + name + "\"}";
+  }
+  write_text("/dev/usb_ext1", "");
+  const auto copy = [](const std::string& files) {
+    return http("POST", "/api/camera/recorder/copy", "{\"files\":[" + files + "]}").body ==
+           R"({"status":"OK"})";
+  };
+  if (!await([&] { return copy(list); })) return;
+  std::vector<double> times_ms;
+  const int64_t begin = monotonic_ns();
+  while (!copy("")) {
+    for (int i = 0; i < 20; ++i) {
+      const int64_t start = monotonic_ns();
+      http("GET", "/api/status");
+      times_ms.push_back(static_cast<double>(monotonic_ns() - start) * 1e-6);
+    }
+  }
+  printf("GET /api/status during a copy of %.1f s: %zu, median %.3f ms, 99 %% %.3f ms, worst %.3f ms\n",
+         static_cast<double>(monotonic_ns() - begin) * 1e-9, times_ms.size(), percentile(times_ms, 0.5),
+         percentile(times_ms, 0.99), percentile(times_ms, 1));
+  std::filesystem::remove("/dev/usb_ext1");
+}
+
 double cpu_s(pid_t pid) {
   std::istringstream fields(read_text("/proc/" + std::to_string(pid) + "/stat"));
   std::string skipped;
@@ -230,6 +262,7 @@ int main() {
   measure_idle(daemon.pid());
   for (const char* path : {"/api/camera/focus/speed", "/api/status"}) measure_status(path, 1, 2000);
   measure_status("/api/status", 8, 2000);
+  measure_during_copy();
   measure_refreshes("camera answering", manner::answering, 10);
   measure_refreshes("camera absent", manner::absent, 10);
   measure_refreshes("camera silent", manner::silent, 10);

@@ -24,3 +24,12 @@ void sleep_until_ns(int64_t deadline_ns) {
 void sleep_ns(int64_t nanoseconds) { sleep_until_ns(monotonic_ns() + nanoseconds); }
 
 void sleep_ms(int64_t milliseconds) { sleep_ns(milliseconds * kNanosecondsPerMillisecond); }
+
+std::string local_time_text(int later_s) {
+  const time_t when = time(nullptr) + later_s;
+  tm local{};
+  localtime_r(&when, &local);
+  char text[32];
+  strftime(text, sizeof text, "%Y-%m-%d-%H-%M-%S", &local);
+  return text;
+}

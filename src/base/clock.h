@@ -1,7 +1,8 @@
-// The monotonic clock, and sleeps on it. Any thread.
+// The clocks, and sleeps on the monotonic one. Any thread.
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 inline constexpr int64_t kNanosecondsPerMillisecond = 1'000'000;
 
@@ -13,3 +14,6 @@ void sleep_until_ns(int64_t deadline_ns);
 
 void sleep_ns(int64_t nanoseconds);
 void sleep_ms(int64_t milliseconds);
+
+// Local time, `later_s` from now, as it stands in names of files: "2026-03-09-14-05-59".
+std::string local_time_text(int later_s);

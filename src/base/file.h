@@ -37,6 +37,10 @@ class unique_fd {
   int fd_ = -1;
 };
 
+inline std::string path_in(const char* folder, const std::string& name) {
+  return std::string(folder) + "/" + name;
+}
+
 // The content of a regular file of at most `limit` bytes; nothing when it cannot be read, is not a regular
 // file or is larger.
 std::optional<std::string> read_file(const char* path, size_t limit);

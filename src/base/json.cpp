@@ -68,3 +68,7 @@ std::string json_text(json_object* object, const char* key) {
   json_object* value = json_member(object, key);
   return json_object_is_type(value, json_type_string) ? json_object_get_string(value) : "";
 }
+
+void add_json_text(json_object* object, const char* key, const std::string& text) {
+  json_object_object_add(object, key, json_object_new_string(text.c_str()));
+}

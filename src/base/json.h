@@ -29,3 +29,6 @@ json_object* json_member(json_object* object, const char* key);
 
 // The member `key` as a text, "" when it is none.
 std::string json_text(json_object* object, const char* key);
+
+// Adds a text that `object` does not have yet.
+void add_json_text(json_object* object, const char* key, const std::string& text);

@@ -37,6 +37,7 @@ inline constexpr char kImageNote[] = "/tmp/image_note";  // waits for the next m
 inline constexpr char kXmpTemporary[] = "/media/usb99/ApiVideos/temp";
 inline constexpr char kXmpTemplate[] = "/opt/nork/bin/xmp_template.txt";
 inline constexpr char kImageCache[] = "/tmp/imagecache";
+inline constexpr char kImageCacheTemporary[] = "/tmp/imagecache.new";
 
 // What the version-1.0 listing looks at.
 inline constexpr char kUsbVideos[] = "/media/usb99/video";

@@ -30,6 +30,7 @@ void send_form(http_connection* connection, const char* format, json_object* obj
 
 constexpr char kJsonForm[] =
     "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\n\r\n";
+constexpr char kJpegForm[] = "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: image/jpeg\r\n\r\n";
 constexpr char kCloseForm[] =
     "HTTP/%d.%d 200 OK\r\nContent-Length: %ld\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n";
 constexpr char kNoContentForm[] = "HTTP/%d.%d 204 No Content\r\n\r\n";
@@ -38,6 +39,10 @@ constexpr char kNoContentForm[] = "HTTP/%d.%d 204 No Content\r\n\r\n";
 
 void json_response_handler(http_connection* connection, json_object* object) {
   send_form(connection, kJsonForm, object);
+}
+
+void jpeg_response_handler(http_connection* connection, std::string_view picture) {
+  send_body(connection, kJpegForm, picture.data(), picture.size());
 }
 
 void response_handler(http_connection* connection) { send_body(connection, kCloseForm, nullptr, 0); }
@@ -54,6 +59,11 @@ void no_content_response_handler(http_connection* connection) {
 
 int send_status(http_connection* connection, bool good) {
   return send_object(connection, [good](json_object* answer) { add_status(answer, good); });
+}
+
+int send_job_status(http_connection* connection, int result) {
+  if (result != 1) return send_status(connection, result == 0);
+  return send_member(connection, "status", json_object_new_string("BUSY"));
 }
 
 void add_status(json_object* answer, bool good) {

@@ -4,10 +4,15 @@
 
 #include <json-c/json.h>
 
+#include <string_view>
+
 struct http_connection;
 
 // 200 with the object as its body; takes ownership of the object. Null (it could not be made) sends nothing.
 void json_response_handler(http_connection* connection, json_object* object);
+
+// 200 with a picture as its body.
+void jpeg_response_handler(http_connection* connection, std::string_view picture);
 
 // 200 with an empty body.
 void response_handler(http_connection* connection);
@@ -21,6 +26,9 @@ void no_content_response_handler(http_connection* connection);
 
 // {"status": "OK"} when `good`, else {"status": "BAD_REQUEST"}. Returns 0, the result of a handler.
 int send_status(http_connection* connection, bool good);
+
+// The same of an operation that may be occupied: 0 is "OK", 1 "BUSY", anything else "BAD_REQUEST".
+int send_job_status(http_connection* connection, int result);
 
 // Adds {"status": "OK"} or {"status": "BAD_REQUEST"} to an answer that has other members too.
 void add_status(json_object* answer, bool good);

@@ -18,6 +18,7 @@
 #include "recorder/api.h"
 #include "seats/api.h"
 #include "seats/seats.h"
+#include "store/api.h"
 #include "supervisor/api.h"
 
 namespace {
@@ -42,6 +43,8 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/1.0/lighting", api_post_lighting, nullptr},
     {"POST", "/api/1.0/laser/enable", api_post_laser, nullptr},
     {"POST", "/api/1.0/laser/disable", api_post_laser, nullptr},
+
+    {"GET", "/api/1.0/recordings", api_get_recordings, nullptr},
 
     {"GET", "/api/setup/date", get_date, nullptr},
     {"PUT", "/api/setup/date", put_date, nullptr},
@@ -151,6 +154,12 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/camera/recorder/stop", post_recorder_stop, nullptr},
     {"POST", "/api/camera/recorder/pause", post_recorder_pause, nullptr},
     {"POST", "/api/camera/recorder/resume", post_recorder_resume, nullptr},
+    {"GET", "/api/camera/recorder/files", get_recorder_files, nullptr},
+    {"POST", "/api/camera/recorder/copy", post_recorder_copy, nullptr},
+    {"POST", "/api/camera/recorder/delete", post_recorder_delete, nullptr},
+
+    {"GET", "/api/camera/imagecache", get_image_cache, nullptr},
+    {"POST", "/api/camera/imagecache", post_image_cache, nullptr},
 
     {"GET", "/api/laser/status", get_laser_status, nullptr},
     {"GET", "/api/laser/distance", get_laser_distance, nullptr},
@@ -198,6 +207,14 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/seats/request", post_seat_request, nullptr},
     {"POST", "/api/seats/update", post_seat_update, nullptr},
 
+    {"GET", "/api/logger/readings", get_logger_readings, nullptr},
+    {"GET", "/api/logger/log_file", get_log_file, nullptr},
+    {"POST", "/api/logger/log_file", post_log_file, nullptr},
+    {"POST", "/api/logger/reset", post_logger_reset, nullptr},
+    {"GET", "/api/logger/files", get_logger_files, nullptr},
+    {"POST", "/api/logger/copy", post_logger_copy, nullptr},
+    {"POST", "/api/logger/delete", post_logger_delete, nullptr},
+
     {"POST", "/api/eject", post_eject, nullptr},
     {"POST", "/api/shutdown", post_shutdown, nullptr},
     {"GET", "/api/debug/crit_temp_warning", get_debug_flag<kDebugCriticalTemperature>, nullptr},
@@ -241,7 +258,7 @@ constexpr size_t count_rows(std::string_view method) {
       std::ranges::count_if(kRoutes, [=](const http_route_row& row) { return row.method == method; }));
 }
 
-constexpr route_counts kRouteCounts{67, 54, 64};
+constexpr route_counts kRouteCounts{73, 54, 71};
 
 static_assert(route_counts{count_rows("GET"), count_rows("PUT"), count_rows("POST")} == kRouteCounts);
 static_assert(std::size(kRoutes) == kRouteCounts.get + kRouteCounts.put + kRouteCounts.post);

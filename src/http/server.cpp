@@ -127,8 +127,7 @@ bool answer_request(http_connection* connection) {
   http_request& request = connection->request;
   http_route* route = find_route(connection->server, &request);
   if (route == nullptr) {
-    shutdown(connection->fd, SHUT_RD);
-    http_connection_send(connection, kNotFound.data(), kNotFound.size(), nullptr, 0);
+    http_connection_send_not_found(connection);
     finish_connection(connection);
     return true;
   }
@@ -370,4 +369,10 @@ void http_connection_send(http_connection* connection, const char* header, size_
   connection->unsent_length = total;
   connection->unsent_sent = sent;
   connection->progress_ns = monotonic_ns();
+}
+
+int http_connection_send_not_found(http_connection* connection) {
+  shutdown(connection->fd, SHUT_RD);
+  http_connection_send(connection, kNotFound.data(), kNotFound.size(), nullptr, 0);
+  return 0;
 }

@@ -83,3 +83,7 @@ http_connection* http_server_accept_connection(http_server* server);
 // connection.
 void http_connection_send(http_connection* connection, const char* header, size_t header_length,
                           const char* body, size_t body_length);
+
+// The fixed page of a path without a route, also for what a route does not have. Returns 0, the result of a
+// handler.
+int http_connection_send_not_found(http_connection* connection);

@@ -1,5 +1,5 @@
-// The handlers of "/api/camera/recorder", and of the texts for takes in "/api/setup", which answer "OK"
-// always and store nothing when their member is missing. HTTP server thread.
+// The handlers of "/api/camera/recorder", of the cached image, and of the texts for takes in "/api/setup",
+// which answer "OK" always and store nothing when their member is missing. HTTP server thread.
 #pragma once
 
 #include "http/server.h"
@@ -9,6 +9,12 @@ http_handler_function post_recorder_start;
 http_handler_function post_recorder_stop;
 http_handler_function post_recorder_pause;
 http_handler_function post_recorder_resume;
+http_handler_function get_recorder_files;
+http_handler_function post_recorder_copy;
+http_handler_function post_recorder_delete;
+http_handler_function get_image_cache;
+http_handler_function post_image_cache;
+http_handler_function api_get_recordings;  // version 1.0
 
 extern const text_route title_route;
 extern const text_route flow_direction_route;

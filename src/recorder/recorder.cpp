@@ -17,6 +17,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "recorder/files.h"
 #include "recorder/internal.h"
 #include "store/settings.h"
 
@@ -104,7 +105,7 @@ recorder_texts copy_texts() {
 // Moves the start time on until no file of another take has the name.
 void choose_start_time(take* t) {
   for (int k = 0;; ++k) {
-    t->start_time = start_time_text(k);
+    t->start_time = local_time_text(k);
     const bool is_free = !exists(usb_take_path(*t)) && !exists(internal_take_path(*t)) &&
                          !exists(caption_path(*t));  // all that is left of a take without a picture
     if (is_free) return;
@@ -236,6 +237,7 @@ void orb_create_recorder() {
   measure_stores();
   load_texts();
   start_detached_thread("recorder", recording_worker, nullptr);
+  start_take_file_workers();
 }
 
 void close_recorder() {

@@ -14,8 +14,9 @@ inline constexpr size_t kFlowDirectionSize = 32;
 inline constexpr uint64_t kLowEmmc_kb = 10'000;
 inline constexpr uint64_t kLowUsb_kb = 30'000;
 
-// Makes the stores' folders, loads the texts and starts the recording worker, which first completes what a
-// power cut has interrupted. Called once, at start-up; takes can be started when that has ended.
+// Makes the stores' folders, loads the texts and starts the workers of files and the recording worker, which
+// first completes what a power cut has interrupted. Called once, at start-up; takes can be started when that
+// has ended.
 void orb_create_recorder();
 
 // Ends a running take and waits, at most 15 s, until its ffmpeg has ended: the process may exit then, and the

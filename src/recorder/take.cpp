@@ -1,15 +1,16 @@
 #include "recorder/take.h"
 
+#include <dirent.h>
 #include <uuid/uuid.h>
 
 #include <cstring>
-#include <ctime>
 
 #include "base/file.h"
 #include "base/paths.h"
 
 namespace {
 
+constexpr char kSetAsidePrefix[] = "guid.";
 constexpr char kFolderInDescription[] = "/ApiVideos";
 
 // Hexadecimal digits and hyphens: it becomes part of a path.
@@ -21,20 +22,18 @@ bool is_unfit(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || strchr("/\\:*?\"<>|", c) != nullptr;
 }
 
-std::string path_in(const char* folder, const std::string& name) { return std::string(folder) + "/" + name; }
-
-void add_text(json_object* object, const char* key, const std::string& text) {
-  json_object_object_add(object, key, json_object_new_string(text.c_str()));
-}
-
 }  // namespace
 
-std::string take_file_name(const take& t, const char* extension) {
-  std::string name = t.name + "_" + t.start_time + "." + extension;
-  for (char& c : name) {
+std::string take_file_stem(const take& t) {
+  std::string stem = t.name + "_" + t.start_time;
+  for (char& c : stem) {
     if (is_unfit(c)) c = '_';
   }
-  return name;
+  return stem;
+}
+
+std::string take_file_name(const take& t, const char* extension) {
+  return take_file_stem(t) + "." + extension;
 }
 
 std::string internal_take_path(const take& t) {
@@ -52,33 +51,55 @@ std::string read_guid(const char* path) {
   return is_guid(text) ? text : "";
 }
 
+std::vector<std::string> set_aside_guid_files() {
+  std::vector<std::string> files;
+  DIR* folder = opendir(paths::kInternalTakes);
+  if (folder == nullptr) return files;
+  while (const dirent* entry = readdir(folder)) {
+    const std::string name = entry->d_name;
+    if (name.starts_with(kSetAsidePrefix) && name != "guid.new")
+      files.push_back(path_in(paths::kInternalTakes, name));
+  }
+  closedir(folder);
+  return files;
+}
+
+// The first one first: it may be set aside at any moment.
+std::vector<std::string> incomplete_takes() {
+  std::vector<std::string> guids = {read_guid(paths::kTakeGuid)};
+  for (const std::string& file : set_aside_guid_files()) guids.push_back(read_guid(file.c_str()));
+  std::erase(guids, "");
+  return guids;
+}
+
 json_owner take_file_entry(const std::string& name) {
   json_owner entry(json_object_new_object());
-  add_text(entry.get(), "path", kFolderInDescription);
-  add_text(entry.get(), "name", name);
+  add_json_text(entry.get(), "path", kFolderInDescription);
+  add_json_text(entry.get(), "name", name);
   return entry;
 }
 
 bool save_description(const take& t, const std::string& duration, json_owner files) {
   const json_owner description(json_object_new_object());
   if (!description || !files) return false;
-  add_text(description.get(), "id", t.guid);
-  add_text(description.get(), "name", t.name);
-  add_text(description.get(), "asset_id", t.asset_id);
-  add_text(description.get(), "start_time", t.start_time);
-  add_text(description.get(), "duration", duration);
+  add_json_text(description.get(), "id", t.guid);
+  add_json_text(description.get(), "name", t.name);
+  add_json_text(description.get(), "asset_id", t.asset_id);
+  add_json_text(description.get(), "start_time", t.start_time);
+  add_json_text(description.get(), "duration", duration);
   json_object_object_add(description.get(), "files", files.release());
-  add_text(description.get(), "note", t.note);
+  add_json_text(description.get(), "note", t.note);
   return replace_json_file(description_path(t.guid), description.get());
+}
+
+take described_take(const std::string& guid, json_object* description) {
+  return {guid, json_text(description, "name"), json_text(description, "asset_id"),
+          json_text(description, "start_time"), json_text(description, "note")};
 }
 
 json_owner load_description(const std::string& guid, take* t) {
   json_owner description = load_json_file(description_path(guid).c_str());
-  t->guid = guid;
-  t->name = json_text(description.get(), "name");
-  t->asset_id = json_text(description.get(), "asset_id");
-  t->start_time = json_text(description.get(), "start_time");
-  t->note = json_text(description.get(), "note");
+  *t = described_take(guid, description.get());
   if (t->start_time.empty()) return nullptr;  // it does not tell the take's file
   return description;
 }
@@ -88,14 +109,5 @@ std::string make_guid() {
   uuid_generate_time_safe(id);
   char text[kGuidLength + 1];
   uuid_unparse(id, text);
-  return text;
-}
-
-std::string start_time_text(int later_s) {
-  const time_t when = time(nullptr) + later_s;
-  tm local{};
-  localtime_r(&when, &local);
-  char text[32];
-  strftime(text, sizeof text, "%Y-%m-%d-%H-%M-%S", &local);
   return text;
 }

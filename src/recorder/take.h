@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "base/json.h"
 
@@ -15,7 +16,11 @@ struct take {
   std::string note;
 };
 
-// "NAME_START.EXTENSION"; what a file name on a vfat stick cannot hold becomes "_".
+// "NAME_START", with which the name of every file of a take begins; what a file name on a vfat stick cannot
+// hold becomes "_".
+std::string take_file_stem(const take& t);
+
+// "NAME_START.EXTENSION".
 std::string take_file_name(const take& t, const char* extension);
 
 std::string internal_take_path(const take& t);
@@ -26,8 +31,17 @@ std::string description_path(const std::string& guid);
 // The guid in a guid file, "" when there is none.
 std::string read_guid(const char* path);
 
+// The guid files of takes that were set aside.
+std::vector<std::string> set_aside_guid_files();
+
+// Guids of all takes that are not complete: the one that is being recorded or completed, and those set aside.
+std::vector<std::string> incomplete_takes();
+
 // The entry of a description's "files".
 json_owner take_file_entry(const std::string& name);
+
+// The take as its description tells it, with "" for what is missing.
+take described_take(const std::string& guid, json_object* description);
 
 // Writes the description, whole or not at all. False when it could not be written.
 bool save_description(const take& t, const std::string& duration, json_owner files);
@@ -38,6 +52,3 @@ json_owner load_description(const std::string& guid, take* t);
 
 // A new time-based guid.
 std::string make_guid();
-
-// Local time, `later_s` from now, as a start time.
-std::string start_time_text(int later_s);

@@ -1,6 +1,5 @@
 // The recording worker: starts ffmpeg, watches the take, ends it and completes it.
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "app/trace.h"
 #include "base/clock.h"
@@ -24,8 +22,6 @@ namespace {
 
 constexpr int64_t kTick_ms = 100;
 constexpr int kTicksPerLook = 10;
-
-constexpr char kSetAsidePrefix[] = "guid.";
 
 void set_stage(recorder_stage stage) {
   const mutex_lock lock(recorder.stage_lock);
@@ -44,26 +40,10 @@ recorder_stage wait_for_request() {
   return request;
 }
 
-std::string set_aside_path(const std::string& name) {
-  return std::string(paths::kInternalTakes) + "/" + name;
-}
-
-std::vector<std::string> names_set_aside() {
-  std::vector<std::string> names;
-  DIR* folder = opendir(paths::kInternalTakes);
-  if (folder == nullptr) return names;
-  while (const dirent* entry = readdir(folder)) {
-    const std::string name = entry->d_name;
-    if (name.starts_with(kSetAsidePrefix) && name != "guid.new") names.push_back(name);
-  }
-  closedir(folder);
-  return names;
-}
-
 // What was interrupted, and what was set aside since.
 void complete_waiting_takes() {
   complete_take(paths::kTakeGuid, true);
-  for (const std::string& name : names_set_aside()) complete_take(set_aside_path(name).c_str(), true);
+  for (const std::string& path : set_aside_guid_files()) complete_take(path.c_str(), true);
 }
 
 // A take that cannot be completed although the store is there does not keep the next ones from being
@@ -71,7 +51,7 @@ void complete_waiting_takes() {
 void complete_again() {
   if (complete_take(paths::kTakeGuid, true) || access(paths::kUsbTakes, W_OK) != 0) return;
   const std::string guid = read_guid(paths::kTakeGuid);
-  const std::string aside = set_aside_path(kSetAsidePrefix + (guid.empty() ? "unreadable" : guid));
+  const std::string aside = paths::kTakeGuid + ("." + (guid.empty() ? "unreadable" : guid));
   if (rename(paths::kTakeGuid, aside.c_str()) != 0) return;
   flush_folder_of(paths::kTakeGuid);
   trace(kTraceRecorder, "take set aside '%s'", guid.c_str());

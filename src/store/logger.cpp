@@ -11,6 +11,7 @@
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "store/alternating_file.h"
+#include "store/log_files.h"
 #include "store/statistics.h"
 #include "supervisor/identity.h"
 
@@ -105,6 +106,7 @@ bool add_time(json_object* readings) {
 }  // namespace
 
 void orb_init_logger() {
+  start_log_file_workers();
   const mutex_lock lock(files_lock);
   trace(kTraceLogger, "init");
   make_logger_folder(paths::kLoggerFolder);

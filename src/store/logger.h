@@ -10,7 +10,7 @@
 struct ev_loop;
 
 // Starts a session and loads the newer valid file, or an empty history and saves it. Makes the folders of the
-// logger. Called once, before any other thread runs.
+// logger, and starts the workers of its files. Called once, before any other thread runs.
 void orb_init_logger();
 
 // Starts the minute timer: tick_logger every 60 s, first after 60 s. Main thread.

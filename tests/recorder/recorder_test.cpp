@@ -10,17 +10,21 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 
 #include "base/child_process.h"
+#include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "recorder/internal.h"
 #include "store/settings.h"
 
 namespace fs = std::filesystem;
+
+std::atomic<bool> are_flushes_held = false;
 
 static int steps_to_the_cut = -1;  // none
 
@@ -30,7 +34,11 @@ static void step() {
 }
 
 // In the C library's place: the power is cut before one of them.
-int fsync(int fd) { return step(), static_cast<int>(syscall(SYS_fsync, fd)); }
+int fsync(int fd) {
+  step();
+  while (are_flushes_held) usleep(1000);
+  return static_cast<int>(syscall(SYS_fsync, fd));
+}
 ssize_t write(int fd, const void* data, size_t size) { return step(), syscall(SYS_write, fd, data, size); }
 int remove(const char* path) noexcept { return step(), unlink(path) == 0 || rmdir(path) == 0 ? 0 : -1; }
 int rename(const char* from, const char* to) noexcept {
@@ -177,17 +185,17 @@ TEST_F(takes, a_start_describes_its_take) {
 
 TEST_F(takes, a_start_moves_past_the_takes_that_are_there) {
   orb_set_recorder_filename("name");
-  const std::string before = start_time_text(0);
-  while (start_time_text(0) == before) usleep(1000);  // a whole second is left for what follows
+  const std::string before = local_time_text(0);
+  while (local_time_text(0) == before) usleep(1000);  // a whole second is left for what follows
   take other = kTake;
   other.name = "name";
-  other.start_time = start_time_text(0);
+  other.start_time = local_time_text(0);
   put(usb_take_path(other), "");
-  other.start_time = start_time_text(1);
+  other.start_time = local_time_text(1);
   put(internal_take_path(other), "");
-  other.start_time = start_time_text(2);
+  other.start_time = local_time_text(2);
   put(caption_path(other), "");
-  EXPECT_EQ(begin_take().start_time, start_time_text(3));
+  EXPECT_EQ(begin_take().start_time, local_time_text(3));
 }
 
 TEST_F(takes, a_start_needs_room_in_both_stores) {

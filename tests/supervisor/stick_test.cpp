@@ -1,9 +1,6 @@
 // The external stick through its life: a folder that is really mounted and unmounted stands for it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <regex>
@@ -12,16 +9,10 @@
 #include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
+#include "supervisor/bench_stick.h"
 #include "supervisor/status.h"
 
-// The box can mount no device.
-int mount(const char*, const char* target, const char*, unsigned long, const void*) noexcept {
-  return static_cast<int>(syscall(SYS_mount, "/run/bench/stick", target, nullptr, MS_BIND, nullptr));
-}
-
 namespace {
-
-constexpr char kDevice[] = "/dev/usb_ext1";
 
 // The trace since the last call, without its times.
 std::string traced() {
@@ -30,14 +21,6 @@ std::string traced() {
   const std::string added = text.substr(std::min(seen, text.size()));
   seen = text.size();
   return std::regex_replace(added, std::regex(R"(SUPV: | \[\d\d:\d\d:\d\d\.\d\d\d\])"), "");
-}
-
-void plug(bool in) {
-  if (in) {
-    std::ofstream{kDevice};
-  } else {
-    remove(kDevice);
-  }
 }
 
 void set_in_flight(int count) {

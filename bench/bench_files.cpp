@@ -1,0 +1,135 @@
+// The files of takes: what a listing takes, and a copy beside a bare loop over the same file. In the box.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "base/paths.h"
+#include "recorder/files.h"
+#include "recorder/stored_files.h"
+#include "supervisor/bench_stick.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kStickFolder[] = "/run/bench/stick/";
+
+double median(std::vector<double> values) {
+  std::ranges::sort(values);
+  return values[values.size() / 2];
+}
+
+// Of this thread: what the work costs on a machine that is shared.
+double cpu_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
+}
+
+template <typename Work>
+double time_ms(Work work) {
+  const int64_t start = monotonic_ns();
+  work();
+  return static_cast<double>(monotonic_ns() - start) * 1e-6;
+}
+
+void make_takes(int from, int to) {
+  for (int take = from; take < to; ++take) {
+    char id[40];
+    snprintf(id, sizeof id, "%08x-8d5c-11ef-9c1a-0242ac120002", static_cast<unsigned>(take));
+    std::string files;
+    for (int i = 0; i < 5; ++i) {
+      const std::string name = "Shaft 12_2026-03-09-14-05-59_" + std::to_string(take * 5 + i) + ".jpg";
+      std::ofstream(std::string(paths::kUsbTakes) + "/" + name) << "12345678";
+      if (i % 2 == 0) std::ofstream(std::string(paths::kStick) + "/" + name) << "1234";
+      files += (i == 0 ? "" : ",") + (R"({"path":"/ApiVideos","name":")" + name + "\"}");
+    }
+    std::ofstream(std::string(paths::kUsbTakes) + "/" + id + ".json")
+        << R"({"id":")" << id
+        << R"(","name":"Shaft 12","asset_id":"MH 14","start_time":"2026-03-09-14-05-59",)"
+        << R"("duration":"0:01:00","files":[)" << files << R"(],"note":""})";
+  }
+}
+
+// With the text that the reply sends.
+void measure_listings() {
+  int takes = 0;
+  for (const int count : {250, 500, 1000, 2000, 4000}) {
+    make_takes(takes, count);
+    takes = count;
+    std::vector<double> times;
+    std::vector<double> costs;
+    size_t length = 0;
+    for (int round = 0; round < 21; ++round) {
+      const double before = cpu_ms();
+      times.push_back(time_ms([&length] {
+        const json_owner list = orb_get_recorder_files();
+        json_object_to_json_string_length(list.get(), JSON_C_TO_STRING_NOSLASHESCAPE, &length);
+      }));
+      costs.push_back(cpu_ms() - before);
+    }
+    printf(
+        "listing of %4d takes with 5 files each: median %.1f ms, %.1f ms of them on the processor, %zu KiB\n",
+        count, median(times), median(costs), length / 1024);
+  }
+}
+
+void copy_barely(const std::string& from, const std::string& to) {
+  const unique_fd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+  const unique_fd target(open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  char block[4096];
+  for (ssize_t count; (count = read(source.get(), block, sizeof block)) > 0;)
+    if (write(target.get(), block, static_cast<size_t>(count)) != count) return;
+  fsync(target.get());
+}
+
+// The worker's step, without the way to its thread.
+void copy_as_worker() {
+  static const stored_files kind{paths::kUsbTakes,     kTraceRecorder,      nullptr, false,
+                                 {"", "", copy_entry}, {"", "", copy_entry}};
+  const json_owner entry(json_tokener_parse(R"({"name":"large.mp4"})"));
+  const file_task task{nullptr, nullptr, unique_fd(open(paths::kStick, O_RDONLY | O_DIRECTORY | O_CLOEXEC))};
+  copy_entry(kind, entry.get(), task);
+}
+
+void measure_copies(int mib) {
+  const std::string from = paths::kUsbTakes + std::string("/large.mp4");
+  const std::string to = std::string(kStickFolder) + "large.mp4";
+  std::ofstream(from) << std::string(static_cast<size_t>(mib) << 20, 'x');
+  std::vector<double> bare;
+  std::vector<double> job;
+  for (int round = 0; round < 21; ++round) {
+    fs::remove(to);
+    bare.push_back(time_ms([&] { copy_barely(from, to); }));
+    fs::remove(to);
+    job.push_back(time_ms(copy_as_worker));
+  }
+  printf("copy of %d MiB: bare loop %.1f ms, job %.1f ms, %.3f of it (medians)\n", mib, median(bare),
+         median(job), median(job) / median(bare));
+}
+
+}  // namespace
+
+int main() {
+  fs::create_directories(paths::kUsbTakes);
+  fs::create_directories(kStickFolder);
+  start_usb_stick();
+  plug(true);
+  step_usb_stick();
+  measure_copies(64);
+  measure_listings();
+  plug(false);
+  step_usb_stick();
+  return 0;
+}

@@ -1,0 +1,161 @@
+#include "recorder/files.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "app/trace.h"
+#include "base/file.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "recorder/stored_files.h"
+#include "recorder/take.h"
+
+namespace {
+
+constexpr size_t kListedIdSize = 45;
+constexpr char kEmmcStore[] = "eMMC";
+
+// --- listings ---
+
+json_owner listed_file(const take& t, json_object* entry, size_t index) {
+  char id[kListedIdSize];
+  copy_text(id, sizeof id, t.guid + "_" + std::to_string(index));
+  json_owner file(json_object_new_object());
+  add_json_text(file.get(), "id", id);
+  add_json_text(file.get(), "parent_id", t.guid);
+  add_json_text(file.get(), "path", json_text(entry, "path"));
+  add_json_text(file.get(), "name", json_text(entry, "name"));
+  add_json_text(file.get(), "asset_id", t.asset_id);
+  add_json_text(file.get(), "start_time", t.start_time);
+  return file;
+}
+
+using location_adder = void (*)(json_object* file, json_object* entry);
+
+void list_take(json_object* list, json_object* description, location_adder add) {
+  json_object* files = json_member(description, "files");
+  if (!json_object_is_type(files, json_type_array)) return;
+  const take t = described_take(json_text(description, "id"), description);
+  for (size_t i = 0; i < json_object_array_length(files); ++i) {
+    json_object* entry = json_object_array_get_idx(files, i);
+    json_owner file = listed_file(t, entry, i);
+    add(file.get(), entry);
+    json_object_array_add(list, file.release());
+  }
+}
+
+json_owner list_takes(const char* folder, location_adder add) {
+  json_owner list(json_object_new_array());
+  for (const std::string& name : json_file_names(folder)) {
+    const json_owner description = load_json_file(path_in(folder, name).c_str());
+    list_take(list.get(), description.get(), add);
+  }
+  return list;
+}
+
+// Before the USB store stands the internal one.
+file_location locate_recording(const std::string& path) {
+  const int64_t emmc = regular_size(path_in(paths::kVideos, path));
+  const int64_t main = regular_size(path_in(paths::kUsbVideos, path));
+  if (emmc >= 0) return {kEmmcStore, emmc, main};
+  return locate_file(main, regular_size(path_in(paths::kStick, path)));
+}
+
+void add_recording_location(json_object* file, json_object* entry) {
+  const file_location place = locate_recording(json_text(entry, "path"));
+  if (place.data_store == nullptr) return;
+  add_json_text(file, "data_store", place.data_store);
+  json_object_object_add(file, "size", json_object_new_int64(place.size));
+  if (place.copied < 0) return;
+  const double part = copied_part(static_cast<double>(place.copied), static_cast<double>(place.size));
+  json_object_object_add(file, "percent_copied", json_object_new_double(part));
+}
+
+// --- deletion ---
+
+// The files of a take that a guid file names are being written, and who completes it rewrites its
+// description. The guid goes last, and never comes back: from then on the description is ours.
+bool is_in_work(const std::string& guid, const std::string& name) {
+  return std::ranges::any_of(incomplete_takes(), [&](const std::string& incomplete) {
+    take t;
+    if (guid == incomplete || name.starts_with(incomplete)) return true;
+    return load_description(incomplete, &t) && name.starts_with(take_file_stem(t));
+  });
+}
+
+// What stays of a description's files without `name`.
+json_owner other_files(json_object* description, const std::string& name) {
+  json_owner others(json_object_new_array());
+  json_object* files = json_member(description, "files");
+  if (!json_object_is_type(files, json_type_array)) return others;
+  for (size_t i = 0; i < json_object_array_length(files); ++i) {
+    json_object* entry = json_object_array_get_idx(files, i);
+    if (json_text(entry, "name") == name) continue;
+    if (json_member(entry, "path") == nullptr) {
+      trace(kTraceRecorder, "null, no add");
+    } else {
+      json_object_array_add(others.get(), json_object_get(entry));
+    }
+  }
+  return others;
+}
+
+// After the files: one without its entry would be nobody's, but an entry without its file can be deleted
+// again.
+void remove_from_description(const std::string& guid, const std::string& name) {
+  const std::string path = description_path(guid);
+  flush_folder_of(path.c_str());
+  const json_owner description = load_json_file(path.c_str());
+  if (!json_object_is_type(description.get(), json_type_object)) return;
+  json_owner others = other_files(description.get(), name);
+  if (json_object_array_length(others.get()) == 0) {
+    trace(kTraceRecorder, "rm parent");
+    unlink(path.c_str());
+    return;
+  }
+  const take t = described_take(guid, description.get());
+  if (!save_description(t, json_text(description.get(), "duration"), std::move(others)))
+    trace(kTraceRecorder, "description stays '%s'", guid.c_str());
+}
+
+void delete_take_file(const stored_files& kind, json_object* entry, const file_task&) {
+  trace(kTraceRecorder, "delete '%s' '%s'", json_text(entry, "parent_id").c_str(),
+        json_text(entry, "name").c_str());
+  const std::string guid = entry_name(entry, "parent_id");
+  const std::string name = entry_name(entry, "name");
+  if (is_in_work(guid, name)) return trace(kTraceRecorder, "take in work '%s'", name.c_str());
+  remove_stored_file(kind, name);
+  if (name.ends_with(".mp4")) remove_stored_file(kind, name.substr(0, name.size() - 3) + "vtt");
+  if (!guid.empty() && !name.empty()) remove_from_description(guid, name);
+}
+
+constinit stored_files take_files{paths::kUsbTakes,
+                                  kTraceRecorder,
+                                  nullptr,
+                                  false,
+                                  {"take-copy", "copy", copy_entry},
+                                  {"take-delete", "delete", delete_take_file}};
+
+void add_take_location(json_object* file, json_object* entry) {
+  add_location(file, take_files, entry_name(entry, "name"));
+}
+
+}  // namespace
+
+void start_take_file_workers() { start_file_workers(&take_files); }
+
+json_owner orb_get_recorder_files() { return list_takes(paths::kUsbTakes, add_take_location); }
+
+json_owner list_recordings() { return list_takes(paths::kUsbVideos, add_recording_location); }
+
+int orb_copy_recorder_files(json_object* list, json_owner root) {
+  return copy_stored_files(&take_files, list, std::move(root));
+}
+
+int orb_delete_recorder_files(json_object* list, json_owner root) {
+  return delete_stored_files(&take_files, list, std::move(root));
+}

@@ -1,0 +1,25 @@
+// The files of finished takes: the listing, and the jobs that copy and delete them (recorder/stored_files.h).
+// Any thread.
+#pragma once
+
+#include "base/json.h"
+
+// Starts the workers; later calls do nothing.
+void start_take_file_workers();
+
+// Every file that the descriptions on the USB store list, with where it is and how far its copy has got. A
+// thousand takes take some tens of milliseconds.
+json_owner orb_get_recorder_files();
+
+// The same of the older store, as version 1.0 of the API lists it: numbers, and a first store before it.
+json_owner list_recordings();
+
+// Copies the files that `list` names ({"name"} each) to the external stick. `root` owns the list and goes
+// when the job has ended or is refused. 0 when the worker has taken it, 1 when it is busy, -1 without a list
+// or a stick.
+int orb_copy_recorder_files(json_object* list, json_owner root);
+
+// Deletes files ({"parent_id", "name"} each): an MP4 with its caption, and the entry in the description of
+// the take `parent_id`, which goes with its last one. What belongs to a take that is not complete yet stays.
+// 0, 1 and -1 as above.
+int orb_delete_recorder_files(json_object* list, json_owner root);

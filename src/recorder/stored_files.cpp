@@ -1,0 +1,241 @@
+#include "recorder/stored_files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "app/trace.h"
+#include "base/file_copy.h"
+#include "base/paths.h"
+#include "base/thread.h"
+#include "supervisor/supervisor.h"
+
+namespace {
+
+constexpr char kMainStore[] = "Main USB";
+constexpr char kStickStore[] = "External USB";
+constexpr char kJsonEnd[] = ".json";
+
+void trace_missing(const stored_files& kind, const std::string& path) {
+  trace(kind.trace_level, "file '%s' missing", path.c_str());
+}
+
+// --- the stick ---
+
+// The folder itself is there without a stick, too, and would take the copies.
+bool is_mount_root(int fd) {
+  struct statx info {};
+  return statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &info) == 0 &&
+         (info.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+// None when no stick is mounted.
+unique_fd open_stick() {
+  if (!orb_is_external_usb_mounted()) return {};
+  unique_fd stick(open(paths::kStick, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (stick && !is_mount_root(stick.get())) stick.reset();
+  return stick;
+}
+
+// -1 when the stick has nothing of that name; what is no file is as large as anything.
+int64_t size_on_stick(int stick, const std::string& name) {
+  struct stat info {};
+  if (fstatat(stick, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return -1;
+  return S_ISREG(info.st_mode) ? info.st_size : INT64_MAX;
+}
+
+// A copy that ended short goes: it would look like one that still grows.
+bool copy_to_stick(int source, int64_t size, int stick, const std::string& name) {
+  unique_fd target(
+      openat(stick, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
+  if (!target) return false;
+  if (copy_blocks(source, target.get(), size) && fsync(target.get()) == 0 && fsync(stick) == 0) return true;
+  const int error = errno;
+  target.reset();
+  unlinkat(stick, name.c_str(), 0);
+  errno = error;
+  return false;
+}
+
+unique_fd open_source(const std::string& path) {
+  unique_fd source(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat info {};
+  if (source && (fstat(source.get(), &info) != 0 || !S_ISREG(info.st_mode))) source.reset();
+  return source;
+}
+
+// --- the workers ---
+
+// Takes the worker in one step: of two requests one is refused.
+int offer(file_worker* worker, std::unique_ptr<file_task> task, bool is_possible) {
+  const mutex_lock lock(worker->lock);
+  if (worker->is_busy) return 1;
+  if (!is_possible) return -1;
+  worker->is_busy = true;
+  worker->task = task.release();
+  worker->requested.signal();
+  return 0;
+}
+
+int request(const stored_files& kind, file_worker* worker, file_task task, bool is_possible) {
+  const bool is_list = json_object_is_type(task.list, json_type_array) != 0;
+  const int result = is_list ? offer(worker, std::make_unique<file_task>(std::move(task)), is_possible) : -1;
+  if (result != 0) trace(kind.trace_level, "no %s %d", worker->verb, result);
+  return result;
+}
+
+std::unique_ptr<file_task> await_task(file_worker* worker) {
+  const mutex_lock lock(worker->lock);
+  while (worker->task == nullptr) worker->requested.wait(worker->lock);
+  return std::unique_ptr<file_task>(std::exchange(worker->task, nullptr));
+}
+
+// A stick that has been pulled can only be unmounted when the job has ended.
+bool is_stick_gone(const file_task& task) { return task.stick && access(paths::kStickDevice, F_OK) != 0; }
+
+void run_task(const file_worker& worker, const file_task& task) {
+  for (size_t i = 0; i < json_object_array_length(task.list); ++i) {
+    if (is_stick_gone(task)) return trace(worker.kind->trace_level, "stick gone");
+    worker.act(*worker.kind, json_object_array_get_idx(task.list, i), task);
+  }
+}
+
+void serve(file_worker* worker) {
+  const int level = worker->kind->trace_level;
+  std::unique_ptr<file_task> task = await_task(worker);
+  trace(level, "%s starting", worker->verb);
+  run_task(*worker, *task);
+  task.reset();
+  {
+    const mutex_lock lock(worker->lock);
+    worker->is_busy = false;
+  }
+  trace(level, "%s end", worker->verb);
+}
+
+void* serve_for_ever(void* worker) {
+  for (;;) serve(static_cast<file_worker*>(worker));
+}
+
+void start_worker(const stored_files* kind, file_worker* worker) {
+  const mutex_lock lock(worker->lock);
+  if (worker->kind != nullptr) return;
+  worker->kind = kind;
+  start_detached_thread(worker->thread_name, serve_for_ever, worker);
+}
+
+bool is_json_file(int folder, const dirent& entry) {
+  const size_t length = strlen(entry.d_name);
+  if (length < sizeof kJsonEnd || strcmp(entry.d_name + length - strlen(kJsonEnd), kJsonEnd) != 0)
+    return false;
+  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_REG;
+  struct stat info {};
+  return fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+file_location locate_file(int64_t main_size, int64_t copy_size) {
+  if (main_size < 0 && copy_size < 0) return {};
+  if (main_size == copy_size) return {kStickStore, main_size, copy_size};
+  return {kMainStore, main_size, copy_size};
+}
+
+double copied_part(double copied, double whole) { return whole == 0 ? 1 : copied / whole; }
+
+int64_t regular_size(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) ? info.st_size : -1;
+}
+
+void start_file_workers(stored_files* kind) {
+  start_worker(kind, &kind->copier);
+  start_worker(kind, &kind->deleter);
+}
+
+int copy_stored_files(stored_files* kind, json_object* list, json_owner root) {
+  file_task task{list, std::move(root), open_stick()};
+  const bool is_possible = static_cast<bool>(task.stick);
+  return request(*kind, &kind->copier, std::move(task), is_possible);
+}
+
+int delete_stored_files(stored_files* kind, json_object* list, json_owner root) {
+  return request(*kind, &kind->deleter, {list, std::move(root), {}}, true);
+}
+
+void add_location(json_object* file, const stored_files& kind, const std::string& name) {
+  const file_location place =
+      locate_file(regular_size(path_in(kind.folder, name)), regular_size(path_in(paths::kStick, name)));
+  char size[24] = "";
+  char percent[32] = "";
+  if (place.data_store != nullptr) snprintf(size, sizeof size, "%ld", static_cast<long>(place.size));
+  if (place.copied >= 0) {
+    // A size of -1 counts as the largest unsigned one, of which any copy is 0.0 %: on purpose.
+    const auto whole = static_cast<double>(static_cast<uint64_t>(place.size));
+    snprintf(percent, sizeof percent, "%.1f %%", 100 * copied_part(static_cast<double>(place.copied), whole));
+  }
+  const char* store = place.data_store != nullptr ? place.data_store : kind.nowhere;
+  if (store != nullptr) add_json_text(file, "data_store", store);
+  add_json_text(file, "size", size);
+  add_json_text(file, "percent_copied", percent);
+}
+
+std::vector<std::string> json_file_names(const char* folder) {
+  std::vector<std::string> names;
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder), closedir);
+  if (!entries) return names;
+  while (const dirent* entry = readdir(entries.get())) {
+    if (is_json_file(dirfd(entries.get()), *entry)) names.emplace_back(entry->d_name);
+  }
+  std::ranges::sort(names);
+  return names;
+}
+
+bool is_file_name(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find_first_of({"/\0", 2}) == name.npos;
+}
+
+std::string entry_name(json_object* entry, const char* key) {
+  json_object* value = json_member(entry, key);
+  if (!json_object_is_type(value, json_type_string)) return "";
+  const std::string_view name(json_object_get_string(value),
+                              static_cast<size_t>(json_object_get_string_len(value)));
+  return is_file_name(name) ? std::string(name) : "";
+}
+
+void remove_stored_file(const stored_files& kind, const std::string& name) {
+  const std::string path = path_in(kind.folder, name);
+  if (name.empty() || regular_size(path) < 0) return trace_missing(kind, path);
+  trace(kind.trace_level, "rm '%s'", path.c_str());
+  if (unlink(path.c_str()) != 0) trace(kind.trace_level, "rm failed %d '%s'", errno, strerror(errno));
+}
+
+void copy_entry(const stored_files& kind, json_object* entry, const file_task& task) {
+  const int level = kind.trace_level;
+  trace(level, "copy '%s'", json_text(entry, "name").c_str());
+  const std::string name = entry_name(entry, "name");
+  const std::string from = path_in(kind.folder, name);
+  const std::string to = path_in(paths::kStick, name);
+  if (name.empty()) return trace_missing(kind, from);
+  if (kind.are_copies_followed) trace(level, "cp src '%s'", from.c_str());
+  if (kind.are_copies_followed) trace(level, "cp dst '%s'", to.c_str());
+  const unique_fd source = open_source(from);
+  const int64_t size = regular_size(from);
+  const int64_t there = size_on_stick(task.stick.get(), name);
+  if (there >= 0 && there >= size) return trace(level, "file '%s' exists", to.c_str());
+  if (!source) return trace_missing(kind, from);
+  if (kind.are_copies_followed) trace(level, "cp start '%s'", name.c_str());
+  if (!copy_to_stick(source.get(), size, task.stick.get(), name)) {
+    trace(level, "cp failed %d '%s'", errno, strerror(errno));
+  } else if (kind.are_copies_followed) {
+    trace(level, "cp done");
+  }
+}

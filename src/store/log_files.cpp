@@ -1,0 +1,76 @@
+#include "store/log_files.h"
+
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "app/trace.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "base/paths.h"
+#include "recorder/stored_files.h"
+#include "store/logger.h"
+
+namespace {
+
+constexpr char kListedPath[] = "/ApiLogs";
+
+void delete_log_file(const stored_files& kind, json_object* entry, const file_task&) {
+  trace(kTraceLogger, "delete '%s'", json_text(entry, "name").c_str());
+  remove_stored_file(kind, entry_name(entry, "name"));
+}
+
+constinit stored_files log_files{paths::kUsbLogs,
+                                 kTraceLogger,
+                                 "",
+                                 true,
+                                 {"log-copy", "copy", copy_entry},
+                                 {"log-delete", "delete", delete_log_file}};
+
+// Moves on until no file has the name.
+std::string free_path() {
+  for (int k = 0;; ++k) {
+    std::string path = path_in(paths::kUsbLogs, "log_" + local_time_text(k) + ".json");
+    struct stat info {};
+    if (lstat(path.c_str(), &info) != 0) return path;
+    trace(kTraceLogger, "start dup adjust %d", k);
+  }
+}
+
+}  // namespace
+
+void start_log_file_workers() { start_file_workers(&log_files); }
+
+int orb_create_logger_file() {
+  const json_owner readings = orb_get_logger_current_readings();
+  if (!readings) return -1;
+  make_missing_folder(paths::kUsbLogs);  // the store may have been exchanged
+  return replace_json_file(free_path(), readings.get()) ? 0 : -1;
+}
+
+json_owner orb_get_logger_files() {
+  json_owner list(json_object_new_array());
+  for (const std::string& name : json_file_names(paths::kUsbLogs)) {
+    json_object* file = json_object_new_object();
+    add_json_text(file, "path", kListedPath);
+    add_json_text(file, "name", name);
+    add_location(file, log_files, name);
+    json_object_array_add(list.get(), file);
+  }
+  return list;
+}
+
+json_owner orb_get_logger_file_readings(const std::string& name) {
+  json_owner readings;
+  if (is_file_name(name)) readings = load_json_file(path_in(paths::kUsbLogs, name).c_str());
+  if (!json_object_is_type(readings.get(), json_type_object)) readings.reset(json_object_new_object());
+  return readings;
+}
+
+int orb_copy_logger_files(json_object* list, json_owner root) {
+  return copy_stored_files(&log_files, list, std::move(root));
+}
+
+int orb_delete_logger_files(json_object* list, json_owner root) {
+  return delete_stored_files(&log_files, list, std::move(root));
+}

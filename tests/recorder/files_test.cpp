@@ -1,0 +1,280 @@
+// The files of takes: where each is, and the jobs that copy and delete them, with a stick that is really
+// mounted.
+#include "recorder/files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <regex>
+#include <set>
+#include <span>
+
+#include "app/trace_reader.h"
+#include "base/clock.h"
+#include "base/file.h"
+#include "supervisor/bench_stick.h"
+
+namespace fs = std::filesystem;
+
+extern std::atomic<bool> are_flushes_held;  // in this program
+
+namespace {
+
+const std::string kTakes = paths::kUsbTakes;
+const std::string kStick = paths::kStick;
+const std::string kId = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
+const std::string kDescription = kTakes + "/" + kId + ".json";
+
+// JSON is written with "'" here.
+std::string swapped(std::string text, char from, char to) {
+  return std::ranges::replace(text, from, to), text;
+}
+
+void put(const std::string& path, int size, char with = 'm') {
+  if (size >= 0) std::ofstream(path) << std::string(static_cast<size_t>(size), with);
+}
+
+std::string content(const std::string& path) { return read_file(path.c_str(), 1 << 20).value_or("nothing"); }
+
+std::string description(const std::string& files) {
+  return "{'id':'" + kId + "','name':'n','asset_id':'a/b','start_time':'1','duration':'0:00:05','files':[" +
+         files + "],'note':'x'}";
+}
+
+void describe(const std::string& path, const std::string& files) {
+  std::ofstream(path) << swapped(description(files), '\'', '"');
+}
+
+int request(int (*job)(json_object*, json_owner), const std::string& list) {
+  json_owner root(json_tokener_parse(swapped("{'files':" + list + "}", '\'', '"').c_str()));
+  json_object* files = json_member(root.get(), "files");
+  return job(files, std::move(root));
+}
+int copy(const std::string& list) { return request(orb_copy_recorder_files, list); }
+
+// The recorder's trace since the last call, the folders of files as "usb:" and "stick:".
+std::string traced() {
+  static size_t seen = 0;
+  const std::string added = traces("RCDR").substr(seen);
+  seen += added.size();
+  return std::regex_replace(std::regex_replace(added, std::regex(kTakes + "/"), "usb:"),
+                            std::regex(kStick + "/"), "stick:");
+}
+
+template <typename Condition>
+bool await(Condition condition) {
+  for (int round = 0; round < 1000 && !condition(); ++round) sleep_ms(5);
+  return condition();
+}
+
+std::string await_end() {
+  std::string all;
+  await([&] { return (all += traced()).ends_with(" end;"); });
+  return all;
+}
+
+void insert(bool in) { plug(in), step_usb_stick(); }
+
+struct stored_takes : testing::Test {
+  stored_takes() {
+    static const bool is_first = (start_trace(), start_usb_stick(), start_take_file_workers(), true);
+    EXPECT_TRUE(is_first);
+    for (const char* folder : {paths::kInternalTakes, paths::kUsbTakes, paths::kUsbVideos, paths::kVideos})
+      fs::remove_all(folder), fs::create_directories(folder);
+    for (const char* folder : {paths::kStick, "/run/bench/stick"})
+      for (const fs::directory_entry& file : fs::directory_iterator(folder)) fs::remove_all(file);
+    traced();
+  }
+  ~stored_takes() override { insert(false); }
+};
+
+struct located {
+  int sizes[3];  // internal store, USB store, stick; -1: not there
+  const char* listed;
+};
+
+constexpr located kLocated[] = {
+    {{9, 300, -1}, ",'data_store':'Main USB','size':'300','percent_copied':''"},
+    {{9, -1, 7}, ",'data_store':'Main USB','size':'-1','percent_copied':'0.0 %'"},
+    {{-1, 300, 300}, ",'data_store':'External USB','size':'300','percent_copied':'100.0 %'"},
+    {{-1, 300, 100}, ",'data_store':'Main USB','size':'300','percent_copied':'33.3 %'"},
+    {{9, -1, -1}, ",'size':'','percent_copied':''"},
+    {{-1, 0, 5}, ",'data_store':'Main USB','size':'0','percent_copied':'100.0 %'"},
+};
+
+constexpr located kLocatedByVersion1[] = {
+    {{9, -1, 7}, ",'data_store':'eMMC','size':9"},
+    {{-1, -1, -1}, ""},
+    {{-1, -1, 7}, ",'data_store':'Main USB','size':-1,'percent_copied':-7.0"},
+    {{8, 4, 7}, ",'data_store':'eMMC','size':8,'percent_copied':0.5"},
+    {{-1, 300, 300}, ",'data_store':'External USB','size':300,'percent_copied':1.0"},
+    {{-1, 300, -1}, ",'data_store':'Main USB','size':300"},
+    {{-1, 300, 75}, ",'data_store':'Main USB','size':300,'percent_copied':0.25"},
+    {{0, 4, -1}, ",'data_store':'eMMC','size':0,'percent_copied':1.0"},
+};
+
+void expect_listed(const std::string& in, std::span<const located> table, json_owner (*list)()) {
+  std::string files;
+  std::string expected;
+  for (size_t i = 0; i < table.size(); ++i) {
+    const std::string number = std::to_string(i);
+    const std::string name = in.substr(in.rfind('/') + 1) + number;
+    const std::string stores[] = {paths::kVideos, in, kStick};
+    for (size_t at = 0; at < 3; ++at) put(stores[at] + "/" + name, table[i].sizes[at]);
+    const std::string entry = "'path':'" + name + "','name':'" + name + "'";
+    files += (i == 0 ? "{" : ",{") + entry + "}";
+    expected += (i == 0 ? "{'id':'" : ",{'id':'") + kId + "_" + number + "','parent_id':'" + kId + "'," +
+                entry + ",'asset_id':'a/b','start_time':'1'" + table[i].listed + "}";
+  }
+  for (const char* name : {"/take.json", "/.json", "/take.JSON"}) describe(in + name, files);
+  for (const char* text : {"{", "[{}]", "7"}) std::ofstream(in + "/not_" + text + ".json") << text;
+  fs::create_directory(in + "/folder.json");
+  const json_owner listed = list();
+  EXPECT_EQ(swapped(json_object_to_json_string_ext(listed.get(), JSON_C_TO_STRING_NOSLASHESCAPE), '"', '\''),
+            "[" + expected + "]");
+  fs::remove_all(in);
+  EXPECT_EQ(json_object_array_length(list().get()), 0U);
+}
+
+TEST_F(stored_takes, are_listed_with_where_they_are) {
+  expect_listed(paths::kUsbTakes, kLocated, orb_get_recorder_files);
+  expect_listed(paths::kUsbVideos, kLocatedByVersion1, list_recordings);
+}
+
+TEST_F(stored_takes, are_copied_when_the_stick_has_less) {
+  EXPECT_EQ(copy("[]"), -1) << "no stick";
+  insert(true);
+  for (const char* list : {"null", "{}", "'new'"}) EXPECT_EQ(copy(list), -1) << list;
+  EXPECT_EQ(traced(), "no copy -1;no copy -1;no copy -1;no copy -1;");
+  for (const char* name : {"new", "same", "longer", "cut"}) put(kTakes + "/" + name, 9000);
+  for (const auto& [name, size] : {std::pair("same", 9000), {"longer", 9001}, {"cut", 8999}})
+    put(kStick + "/" + name, size, 's');
+  fs::create_directory(kTakes + "/folder"), fs::create_symlink("/etc/passwd", kTakes + "/link");
+  put("/tmp/out", 5);
+  EXPECT_EQ(
+      copy("[{'name':'new'},{'name':'same'},{'name':'longer'},{'name':'folder'},{'name':'link'},"
+           "{'name':'../../../tmp/out'},{'name':7},{},7,{'name':'..'},{'name':'x\\u0000'},{'name':'cut'}]"),
+      0);
+  EXPECT_EQ(await_end(),
+            "copy starting;copy 'new';copy 'same';file 'stick:same' exists;copy 'longer';"
+            "file 'stick:longer' exists;copy 'folder';file 'usb:folder' missing;copy 'link';"
+            "file 'usb:link' missing;copy '../../../tmp/out';file 'usb:' missing;copy '';file 'usb:' missing;"
+            "copy '';file 'usb:' missing;copy '';file 'usb:' missing;copy '..';file 'usb:' missing;copy 'x';"
+            "file 'usb:' missing;copy 'cut';copy end;");
+  EXPECT_EQ(content(kStick + "/new") + content(kStick + "/cut"), std::string(18'000, 'm'));
+  EXPECT_EQ(content(kStick + "/same"), std::string(9000, 's'));
+}
+
+// Ejected, or pulled, in the middle of a job: nothing lands in the folder under the mount.
+TEST_F(stored_takes, a_stick_stays_until_the_job_lets_go) {
+  for (const bool is_pulled : {false, true}) {
+    SCOPED_TRACE(is_pulled);
+    insert(true), traced();
+    for (const char* name : {"/one", "/two"}) put(kTakes + name, 5000), fs::remove(kStick + name);
+    are_flushes_held = true;
+    EXPECT_EQ(copy("[{'name':'one'},{'name':'two'}]"), 0);
+    ASSERT_TRUE(await([] { return fs::exists(kStick + "/one"); }));
+    EXPECT_EQ(copy("[]"), 1);
+    if (is_pulled) insert(false);
+    if (!is_pulled) orb_request_supervisor_eject(), sleep_ms(1200);
+    EXPECT_TRUE(usb_stick_now().mounted);
+    are_flushes_held = false;
+    EXPECT_EQ(await_end(), std::string("copy starting;copy 'one';no copy 1;") +
+                               (is_pulled ? "stick gone;" : "copy 'two';") + "copy end;");
+    EXPECT_TRUE(await([] { return step_usb_stick(), !usb_stick_now().mounted; }));
+    EXPECT_TRUE(fs::is_empty(kStick));
+    EXPECT_EQ(content("/run/bench/stick/one"), std::string(5000, 'm'));
+    EXPECT_EQ(fs::exists("/run/bench/stick/two"), !is_pulled);
+    insert(false);
+  }
+}
+
+TEST_F(stored_takes, a_copy_that_ends_short_goes_and_the_rest_is_copied) {
+  ASSERT_EQ(mount("tmpfs", "/run/bench/stick", "tmpfs", 0, "size=64k"), 0);
+  insert(true);
+  put(kTakes + "/large", 200'000), put(kTakes + "/small", 50'000), put(kStick + "/large", 10);
+  EXPECT_EQ(copy("[{'name':'large'},{'name':'small'}]"), 0);
+  EXPECT_EQ(await_end(),
+            "copy starting;copy 'large';cp failed 28 'No space left on device';copy 'small';copy end;");
+  EXPECT_FALSE(fs::exists(kStick + "/large"));
+  EXPECT_EQ(content(kStick + "/small"), std::string(50'000, 'm'));
+  insert(false);
+  umount("/run/bench/stick");
+}
+
+#define A "{'path':'/p','name':'a.mp4'}"
+#define B "{'path':'/p','name':'b.jpg'}"
+#define OF_TAKE "{'parent_id':'0f7e3a52-8d5c-11ef-9c1a-0242ac120002','name':"
+
+struct deletion {
+  const char* files;   // that the description lists
+  const char* list;    // what is deleted
+  const char* left;    // of the files
+  const char* listed;  // afterwards; null: the description is gone
+  const char* traced;  // of each entry, after the words of the request
+};
+
+constexpr deletion kDeletions[] = {
+    {A "," B, OF_TAKE "'a.mp4'}", "b.jpg ", B, "rm 'usb:a.mp4';rm 'usb:a.vtt';"},
+    {A "," B ",{'name':'c'}", OF_TAKE "'b.jpg'}", "a.mp4 a.vtt ", A, "rm 'usb:b.jpg';null, no add;"},
+    {B ",{'name':'c'}", OF_TAKE "'b.jpg'}", "a.mp4 a.vtt ", nullptr,
+     "rm 'usb:b.jpg';null, no add;rm parent;"},
+    {A "," B, OF_TAKE "'B.MP4'}", "a.mp4 a.vtt b.jpg ", A "," B, "file 'usb:B.MP4' missing;"},
+    {A "," B, "7,{}," OF_TAKE "'../out'}", "a.mp4 a.vtt b.jpg ", A "," B,
+     "file 'usb:' missing;file 'usb:' missing;file 'usb:' missing;"},
+    {A, "{'name':'b.jpg'},{'parent_id':'../x','name':'a.mp4'}," OF_TAKE "'a.mp4'}", "", nullptr,
+     "rm 'usb:b.jpg';rm 'usb:a.mp4';rm 'usb:a.vtt';file 'usb:a.mp4' missing;file 'usb:a.vtt' missing;rm "
+     "parent;"},
+};
+
+std::string names_left() {
+  std::set<std::string> names;
+  for (const fs::directory_entry& file : fs::directory_iterator(kTakes))
+    if (file.path().extension() != ".json") names.insert(file.path().filename().string() + " ");
+  std::string all;
+  for (const std::string& name : names) all += name;
+  return all;
+}
+
+std::string remove_files(const std::string& list) {
+  EXPECT_EQ(request(orb_delete_recorder_files, "[" + list + "]"), 0);
+  return std::regex_replace(await_end(), std::regex("delete ('[^']*' '[^']*'|starting|end);"), "");
+}
+
+TEST_F(stored_takes, are_deleted_with_their_captions_and_entries) {
+  EXPECT_EQ(request(orb_delete_recorder_files, "7"), -1);
+  EXPECT_EQ(traced(), "no delete -1;");
+  for (const deletion& row : kDeletions) {
+    SCOPED_TRACE(row.list);
+    for (const char* name : {"a.mp4", "a.vtt", "b.jpg", "../out"}) put(kTakes + "/" + name, 5);
+    describe(kDescription, row.files);
+    EXPECT_EQ(remove_files(row.list), row.traced);
+    EXPECT_EQ(names_left(), row.left);
+    EXPECT_EQ(swapped(content(kDescription), '"', '\''),
+              row.listed == nullptr ? "nothing" : description(row.listed));
+  }
+  EXPECT_TRUE(fs::exists(kTakes + "/../out"));
+}
+
+// The take that is being recorded or completed, and one that was set aside.
+TEST_F(stored_takes, are_not_deleted_before_they_are_complete) {
+  for (const std::string& guid_file : {std::string(paths::kTakeGuid), paths::kTakeGuid + ("." + kId)}) {
+    SCOPED_TRACE(guid_file);
+    describe(kDescription, A);
+    std::ofstream(guid_file) << kId;
+    for (const char* name : {"n_1.mp4", "n_1.vtt", "n_1_00-00-01-000.jpg", "n_2.mp4"})
+      put(kTakes + "/" + name, 5);
+    remove_files(OF_TAKE
+                 "'a.mp4'},{'name':'n_1.mp4'},{'name':'n_1.vtt'},{'name':'n_1_00-00-01-000.jpg'},"
+                 "{'name':'" +
+                 kId + ".json'},{'name':'n_2.mp4'}");
+    EXPECT_EQ(names_left(), "n_1.mp4 n_1.vtt n_1_00-00-01-000.jpg ");
+    EXPECT_TRUE(fs::exists(kDescription));
+    fs::remove(guid_file);
+    EXPECT_EQ(remove_files(OF_TAKE "'a.mp4'}").substr(25), "file 'usb:a.vtt' missing;rm parent;");
+  }
+}
+
+}  // namespace
