@@ -27,7 +27,6 @@ constexpr uint64_t kStartEmmc_kb = 80'000;
 constexpr uint64_t kStartUsb_kb = 100'000;
 
 constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
-constexpr size_t kNoteLimit = 511;
 constexpr uint32_t kLongestSaveDelay_ms = 5000;
 constexpr char kNamelessTake[] = "ORB";
 
@@ -88,11 +87,6 @@ bool has_room() {
 // The note that waits for the next take.
 std::string read_video_note() { return as_utf8(read_first_line(paths::kVideoNote, kNoteLimit).value_or("")); }
 
-recorder_texts copy_texts() {
-  const mutex_lock lock(recorder.texts_lock);
-  return recorder.texts;
-}
-
 // Moves the start time on until no file of another take has the name.
 void choose_start_time(take* t) {
   for (int k = 0;; ++k) {
@@ -105,7 +99,7 @@ void choose_start_time(take* t) {
 }
 
 take next_take() {
-  const recorder_texts texts = copy_texts();
+  const recorder_texts texts = copy_recorder_texts();
   take t;
   t.name = texts.filename[0] != '\0'      ? texts.filename
            : texts.operator_id[0] != '\0' ? texts.operator_id
@@ -138,6 +132,11 @@ recorder_stage store_take(const take& t) {
   if (store_guid(t.guid)) return recorder_stage::take_requested;
   remove(description_path(t.guid).c_str());
   return recorder_stage::idle;
+}
+
+recorder_stage prepare_take() {
+  const mutex_lock lock(recorder.notes_lock);
+  return store_take(next_take());
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
@@ -177,6 +176,11 @@ recorder_texts set_text(char (recorder_texts::*member)[Size], const char* text) 
 
 }  // namespace
 
+recorder_texts copy_recorder_texts() {
+  const mutex_lock lock(recorder.texts_lock);
+  return recorder.texts;
+}
+
 uint64_t free_kb(const char* folder) {
   struct statvfs info {};
   if (statvfs(folder, &info) != 0) {
@@ -214,6 +218,7 @@ void orb_create_recorder() {
   make_folder(paths::kVideos);
   make_folder(paths::kInternalTakes);
   make_folder(paths::kUsbTakes);
+  remove(paths::kXmpTemporary);  // of a write that a power cut has ended
   measure_stores();
   load_texts();
   start_detached_thread("recorder", recording_worker, nullptr);
@@ -242,7 +247,7 @@ int orb_start_recorder() {
     change_stage(recorder_stage::preparing, recorder_stage::completion_requested);
     return -1;
   }
-  const recorder_stage next = has_room() ? store_take(next_take()) : recorder_stage::idle;
+  const recorder_stage next = has_room() ? prepare_take() : recorder_stage::idle;
   change_stage(recorder_stage::preparing, next);
   if (next == recorder_stage::take_requested) sleep_ms(kStartWait_ms);
   return recorder.error == 0 && recorder.recording != 0 ? 0 : -1;

@@ -2,6 +2,7 @@
 
 #include <uuid/uuid.h>
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
@@ -21,6 +22,11 @@ bool is_unfit(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || strchr("/\\:*?\"<>|", c) != nullptr;
 }
 
+std::string fit_name(std::string name) {
+  std::replace_if(name.begin(), name.end(), is_unfit, '_');
+  return name;
+}
+
 std::string path_in(const char* folder, const std::string& name) { return std::string(folder) + "/" + name; }
 
 void add_text(json_object* object, const char* key, const std::string& text) {
@@ -30,10 +36,15 @@ void add_text(json_object* object, const char* key, const std::string& text) {
 }  // namespace
 
 std::string take_file_name(const take& t, const char* extension) {
-  std::string name = t.name + "_" + t.start_time + "." + extension;
-  for (char& c : name) {
-    if (is_unfit(c)) c = '_';
+  return fit_name(t.name + "_" + t.start_time + "." + extension);
+}
+
+std::string still_file_name(const take& t, std::string offset) {
+  for (char& c : offset) {
+    if (c == ':' || c == '.') c = '-';
   }
+  std::string name = fit_name(t.name + "_" + t.start_time + "_" + offset + ".jpg");
+  std::replace(name.begin(), name.end(), '%', '_');  // ffmpeg would read it as the place of a number
   return name;
 }
 

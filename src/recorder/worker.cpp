@@ -1,6 +1,5 @@
 // The recording worker: starts ffmpeg, watches the take, ends it and completes it.
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -49,14 +48,10 @@ std::string set_aside_path(const std::string& name) {
 }
 
 std::vector<std::string> names_set_aside() {
-  std::vector<std::string> names;
-  DIR* folder = opendir(paths::kInternalTakes);
-  if (folder == nullptr) return names;
-  while (const dirent* entry = readdir(folder)) {
-    const std::string name = entry->d_name;
-    if (name.starts_with(kSetAsidePrefix) && name != "guid.new") names.push_back(name);
-  }
-  closedir(folder);
+  std::vector<std::string> names = names_in(paths::kInternalTakes);
+  std::erase_if(names, [](const std::string& name) {
+    return !name.starts_with(kSetAsidePrefix) || name == "guid.new";
+  });
   return names;
 }
 
@@ -98,6 +93,7 @@ beginning begin_take(const std::string& path, child_process* child) {
   if (path.empty() || start_ffmpeg(path, child) != 0) return beginning::failed;
   recorder.child_pid = child->pid;
   orb_service_recorder_watchdog();
+  recorder.started_ns = monotonic_ns();
   recorder.error = 0;
   recorder.recording = 1;
   return beginning::recording;
@@ -131,6 +127,9 @@ void end_child(const std::string& path) {
   recorder.child_pid = -1;
 }
 
+// A mark or note that was being written is there afterwards; none is written to this take any more.
+void await_last_note() { const mutex_lock lock(recorder.notes_lock); }
+
 void record_take() {
   trace(kTraceRecorder, "record starting");
   const std::string path = requested_path();
@@ -152,6 +151,7 @@ void record_take() {
   orb_update_osd_recorder_activity(0);
   end_child(path);
   if (is_recorder_closed()) return;  // the next start completes it
+  await_last_note();
   complete_take(paths::kTakeGuid, false);
   measure_stores();
   trace(kTraceRecorder, "record end");
