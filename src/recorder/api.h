@@ -9,6 +9,16 @@ http_handler_function post_recorder_start;
 http_handler_function post_recorder_stop;
 http_handler_function post_recorder_pause;
 http_handler_function post_recorder_resume;
+http_handler_function post_recorder_save;
+http_handler_function post_recorder_remove;
+
+// Metadata is answered also when there is none: its texts are empty then.
+http_handler_function get_video_metadata;
+http_handler_function put_video_note;
+http_handler_function get_image_metadata;
+http_handler_function put_image_note;
+http_handler_function post_file_metadata;
+http_handler_function put_file_note;
 
 extern const text_route title_route;
 extern const text_route flow_direction_route;
