@@ -1,4 +1,4 @@
-// Copies of whole files. Any thread; takes as long as the stores do.
+// Copies of files. Any thread; takes as long as the stores do.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,10 @@
 // Called after every block with the bytes copied so far.
 using copy_step = void (*)(void* context, int64_t copied, int64_t size);
 
-// Copies the regular file `from` over `to`, in blocks of 4096 bytes, and flushes it. False when it ended
-// short (errno tells): a part of `to` may stand then.
+// Copies the next `size` bytes of a file to where another one's position stands, in blocks of 4096 bytes.
+// False when it ended short (errno tells). Without a step nothing is called.
+bool copy_blocks(int from, int to, int64_t size, copy_step step = nullptr, void* context = nullptr);
+
+// Copies the regular file `from` over `to` and flushes it. False when it ended short (errno tells): a part of
+// `to` may stand then.
 bool copy_file(const char* from, const char* to, copy_step step, void* context);

@@ -5,23 +5,24 @@
 
 #include <cstddef>
 
-// Zero-terminated texts.
+// Zero-terminated texts, UTF-8.
 struct orb_xmp_fields {
   char project_name[81] = "";  // recording title
   char composer[81] = "";      // operator id
-  char shot_date[16] = "";     // "2026-03-09"
-  char shot_time[16] = "";     // "14-05-59"
+  char shot_date[17] = "";     // "2026-03-09"
+  char shot_time[17] = "";     // "14-05-59"
   char scene[32] = "";         // flow direction
-  char camera_model[16] = "";  // model name
-  char camera_label[16] = "";  // serial number
-  char gps_latitude[16] = "";  // degrees
-  char gps_longitude[16] = "";
-  char gps_timestamp[16] = "";
+  char camera_model[17] = "";  // model name
+  char camera_label[17] = "";  // serial number
+  char gps_latitude[17] = "";  // degrees
+  char gps_longitude[17] = "";
+  char gps_timestamp[17] = "";
   char comment[513] = "";  // note
 };
 
-// Fills `buffer` with a packet of exactly `capacity` bytes. 0, or -1 when the template cannot be opened or
-// has no padding line: the rest of the packet is spaces then. Any thread.
+// Fills `buffer` with a packet of exactly `capacity` bytes. 0, or -1 when the template cannot be read or has
+// no padding line: the rest of the packet is spaces then. What is too long for the packet or for a line of
+// its readers is cut, first the comment. Any thread.
 int orb_xmp_build(const orb_xmp_fields& fields, char* buffer, size_t capacity);
 
 // One file is written at a time.
@@ -31,10 +32,10 @@ enum class xmp_turn : bool {
 };
 
 // Writes the packet into a file whose name ends in ".jpg" or ".mp4" (in any case): over the packet that it
-// has, else into a copy that replaces it. 0, or -1 with the file as it was. Takes as long as the store does
-// for a copy of the file. Any thread.
+// has, else into a copy that replaces it. A file without a place for it stays without and is no failure.
+// 0, or -1 with the file as it was. Takes as long as the store does for a copy of the file. Any thread.
 int orb_xmp_write(const char* path, const orb_xmp_fields& fields, xmp_turn turn = xmp_turn::await);
 
 // Reads the file's packet; the record is empty where the packet has nothing. 0, or -1 when it has none or one
-// without an end. Any thread.
+// that does not end within 4096 bytes. Any thread.
 int orb_xmp_read(const char* path, orb_xmp_fields* fields);
