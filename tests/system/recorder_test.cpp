@@ -284,7 +284,7 @@ struct cut_moment {
   unsigned within_us;
 };
 constexpr cut_moment kMoments[] = {
-    {false, false, 4'000'000}, {true, false, 450'000}, {true, true, 2'000}, {true, false, 150'000}};
+    {false, false, 4'000'000}, {true, false, 450'000}, {true, true, 700}, {true, false, 150'000}};
 
 // With a box of metadata behind it, or still without.
 bool is_copy_of(const std::string& picture, const std::string& copy) {
