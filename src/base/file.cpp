@@ -1,5 +1,6 @@
 #include "base/file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -73,6 +74,15 @@ bool make_missing_folder(const char* path) {
   if (stat(path, &info) == 0) return false;
   if (mkdir(path, 0755) == 0) flush_folder_of(path);
   return true;
+}
+
+std::vector<std::string> names_in(const char* folder) {
+  std::vector<std::string> names;
+  DIR* opened = opendir(folder);
+  if (opened == nullptr) return names;
+  while (const dirent* entry = readdir(opened)) names.emplace_back(entry->d_name);
+  closedir(opened);
+  return names;
 }
 
 bool flush_folder_of(const char* path) {

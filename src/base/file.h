@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Closes its descriptor; -1 is none.
 class unique_fd {
@@ -66,6 +67,9 @@ bool flush_file(const char* path);
 // Makes the folder `path` (mode 0755), flushed, when nothing has that name. True when it was missing, made or
 // not.
 bool make_missing_folder(const char* path);
+
+// The names in a folder, "." and ".." too; none when it cannot be read.
+std::vector<std::string> names_in(const char* folder);
 
 // Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
 bool flush_folder_of(const char* path);

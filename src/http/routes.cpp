@@ -154,10 +154,17 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/camera/recorder/stop", post_recorder_stop, nullptr},
     {"POST", "/api/camera/recorder/pause", post_recorder_pause, nullptr},
     {"POST", "/api/camera/recorder/resume", post_recorder_resume, nullptr},
+    {"POST", "/api/camera/recorder/save", post_recorder_save, nullptr},
+    {"POST", "/api/camera/recorder/remove", post_recorder_remove, nullptr},
     {"GET", "/api/camera/recorder/files", get_recorder_files, nullptr},
     {"POST", "/api/camera/recorder/copy", post_recorder_copy, nullptr},
     {"POST", "/api/camera/recorder/delete", post_recorder_delete, nullptr},
-
+    {"GET", "/api/camera/recorder/video/metadata", get_video_metadata, nullptr},
+    {"PUT", "/api/camera/recorder/video/note", put_video_note, nullptr},
+    {"GET", "/api/camera/recorder/image/metadata", get_image_metadata, nullptr},
+    {"PUT", "/api/camera/recorder/image/note", put_image_note, nullptr},
+    {"POST", "/api/camera/recorder/file/metadata", post_file_metadata, nullptr},
+    {"PUT", "/api/camera/recorder/file/note", put_file_note, nullptr},
     {"GET", "/api/camera/imagecache", get_image_cache, nullptr},
     {"POST", "/api/camera/imagecache", post_image_cache, nullptr},
 
@@ -258,7 +265,7 @@ constexpr size_t count_rows(std::string_view method) {
       std::ranges::count_if(kRoutes, [=](const http_route_row& row) { return row.method == method; }));
 }
 
-constexpr route_counts kRouteCounts{73, 54, 71};
+constexpr route_counts kRouteCounts{75, 57, 74};
 
 static_assert(route_counts{count_rows("GET"), count_rows("PUT"), count_rows("POST")} == kRouteCounts);
 static_assert(std::size(kRoutes) == kRouteCounts.get + kRouteCounts.put + kRouteCounts.post);

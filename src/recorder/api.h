@@ -15,6 +15,16 @@ http_handler_function post_recorder_delete;
 http_handler_function get_image_cache;
 http_handler_function post_image_cache;
 http_handler_function api_get_recordings;  // version 1.0
+http_handler_function post_recorder_save;
+http_handler_function post_recorder_remove;
+
+// Metadata is answered also when there is none: its texts are empty then.
+http_handler_function get_video_metadata;
+http_handler_function put_video_note;
+http_handler_function get_image_metadata;
+http_handler_function put_image_note;
+http_handler_function post_file_metadata;
+http_handler_function put_file_note;
 
 extern const text_route title_route;
 extern const text_route flow_direction_route;

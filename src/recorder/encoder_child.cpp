@@ -1,6 +1,5 @@
 #include "recorder/encoder_child.h"
 
-#include <dirent.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,7 +13,6 @@ extern "C" {
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <memory>
 
 #include "app/trace.h"
 #include "base/paths.h"
@@ -26,18 +24,12 @@ constexpr int kGivesUp_ms = 10'000;
 constexpr size_t kArgumentsLimit = 1 << 16;
 constexpr std::string_view kFirstArguments{"-y\0-i\0", 6};  // as the kernel shows them
 
-struct folder_closer {
-  void operator()(DIR* folder) const { closedir(folder); }
-};
-
 // Calls `visit` with the number that each name in a folder of /proc begins with.
 void for_each_number(const std::string& folder, const std::function<void(int number)>& visit) {
-  const std::unique_ptr<DIR, folder_closer> opened(opendir(folder.c_str()));
-  if (!opened) return;
-  while (const dirent* entry = readdir(opened.get())) {
+  for (const std::string& name : names_in(folder.c_str())) {
     char* end = nullptr;
-    const long number = strtol(entry->d_name, &end, 10);
-    if (end != entry->d_name && *end == '\0') visit(static_cast<int>(number));
+    const long number = strtol(name.c_str(), &end, 10);
+    if (end != name.c_str() && *end == '\0') visit(static_cast<int>(number));
   }
 }
 

@@ -5,16 +5,20 @@
 
 #include <atomic>
 #include <string>
+#include <string_view>
 
+#include "base/json.h"
 #include "base/mutex.h"
 #include "recorder/recorder.h"
 #include "recorder/take.h"
+#include "recorder/xmp.h"
 
+inline constexpr size_t kNoteLimit = 511;  // bytes of a note with its newline
 inline constexpr int kWatchdog_ms = 30'000;
 
 // What the recorder is at. A start takes it from idle without ever waiting.
 enum class recorder_stage {
-  starting,  // what was interrupted is being completed
+  recovering,  // what was interrupted is being completed
   idle,
   preparing,             // a start writes its take's files
   take_requested,        // of the worker
@@ -39,7 +43,7 @@ struct recorder_texts {
 struct recorder_state {
   mutex stage_lock;
   condition stage_changed;
-  recorder_stage stage GUARDED_BY(stage_lock) = recorder_stage::starting;
+  recorder_stage stage GUARDED_BY(stage_lock) = recorder_stage::recovering;
 
   std::atomic<int> recording = 0;
   std::atomic<int> paused = 0;
@@ -49,6 +53,11 @@ struct recorder_state {
   std::atomic<uint64_t> usb_kb = 0;
   std::atomic<uint64_t> take_kb = 0;
   std::atomic<uint32_t> save_delay_ms = 1000;
+  std::atomic<int64_t> started_ns = 0;  // monotonic, so that setting the clock moves no mark
+
+  // Marks and notes, the waiting ones too, and the running take's description: who writes one looks at
+  // `recording` under it, and the worker takes it once between the end of a take and its completion.
+  mutex notes_lock;
 
   // Whoever clears `recording`, sends the child its one SIGTERM; pause and resume signal under the same lock,
   // or a late SIGSTOP would cost the take.
@@ -66,6 +75,8 @@ struct recorder_state {
 
 extern recorder_state recorder;
 
+recorder_texts copy_recorder_texts();
+
 // Free space of a store in KiB, 0 (traced) when it cannot be read.
 uint64_t free_kb(const char* folder);
 
@@ -79,10 +90,25 @@ bool is_recorder_closed();
 // Clears `recording` and asks the child to end. False when nothing was recorded.
 bool stop_take(int reason);
 
-// Completes the take that a guid file names: caption, copy, description, and the end of guid and internal
-// file. `start_up`: the take was interrupted; its stills are those that it lists. False when the take still
-// waits. Recording worker.
+// Completes the take that a guid file names: stills, caption, copy, description, metadata, and the end of
+// guid and internal file. `start_up`: the take was interrupted; its stills are those that it lists. False
+// when the take still waits. Recording worker.
 bool complete_take(const char* guid_path, bool start_up);
+
+// Cuts a still for each mark and adds it to `files`. Recording worker.
+void make_stills(const take& t, json_object* files);
+
+// Removes the stills that were cut before an interruption and that `files` does not list. Recording worker.
+void remove_unlisted_stills(const take& t, json_object* files);
+
+// How far into a take its mark is, as it is written: "HH:MM:SS.mmm".
+std::string mark_offset_text(int64_t offset_ns);
+
+// The note that waits in a file for the next take or mark, one line without its newline; "" without one.
+std::string waiting_note(const char* path);
+
+// The metadata of a take or still, with the texts and the location that hold now.
+orb_xmp_fields make_metadata(std::string_view start_time, std::string_view note);
 
 void set_post_processing(int value);
 

@@ -100,17 +100,21 @@ bool complete(const take& t, json_object* description, const char* guid_path, bo
     flush_file(path.c_str());
   }
   const int64_t size = size_of(path);
-  json_owner files = list_files(take_file_name(t, "mp4"), description, start_up);
+  const json_owner files = list_files(take_file_name(t, "mp4"), description, start_up);
   std::string duration = size == 0 ? json_text(description, "duration") : measure_duration(path);
   if (duration.empty()) duration = kNoDuration;
   trace(kTraceRecorder, "duration '%s'", duration.c_str());
+  if (!start_up) make_stills(t, files.get());
   const bool captioned = write_caption(t, duration);
   const bool copied = copy_take(t, size);
-  const bool described = save_description(t, duration, std::move(files));
+  const bool described = save_description(t, duration, json_owner(json_object_get(files.get())));
   if (!captioned || !copied || !described) {
     trace(kTraceRecorder, "take waits '%s'", t.guid.c_str());
     return false;
   }
+  // The take is whole without it, too.
+  if (size != 0) orb_xmp_write(usb_take_path(t).c_str(), make_metadata(t.start_time, t.note));
+  if (start_up) remove_unlisted_stills(t, files.get());
   remove_take(t, guid_path);
   return true;
 }

@@ -32,7 +32,6 @@ constexpr uint64_t kStartUsb_kb = 100'000;
 constexpr uint64_t kLargestVfatFile_kb = (uint64_t{4} << 20) - 1;
 
 constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
-constexpr size_t kNoteLimit = 511;
 constexpr uint32_t kLongestSaveDelay_ms = 5000;
 constexpr char kNamelessTake[] = "ORB";
 
@@ -97,11 +96,6 @@ std::string read_video_note() {
   return as_utf8(note);
 }
 
-recorder_texts copy_texts() {
-  const mutex_lock lock(recorder.texts_lock);
-  return recorder.texts;
-}
-
 // Moves the start time on until no file of another take has the name.
 void choose_start_time(take* t) {
   for (int k = 0;; ++k) {
@@ -114,7 +108,7 @@ void choose_start_time(take* t) {
 }
 
 take next_take() {
-  const recorder_texts texts = copy_texts();
+  const recorder_texts texts = copy_recorder_texts();
   take t;
   t.name = texts.filename[0] != '\0'      ? texts.filename
            : texts.operator_id[0] != '\0' ? texts.operator_id
@@ -147,6 +141,11 @@ recorder_stage store_take(const take& t) {
   if (store_guid(t.guid)) return recorder_stage::take_requested;
   remove(description_path(t.guid).c_str());
   return recorder_stage::idle;
+}
+
+recorder_stage prepare_take() {
+  const mutex_lock lock(recorder.notes_lock);
+  return store_take(next_take());
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
@@ -185,6 +184,11 @@ recorder_texts set_text(char (recorder_texts::*member)[Size], const char* text) 
 }
 
 }  // namespace
+
+recorder_texts copy_recorder_texts() {
+  const mutex_lock lock(recorder.texts_lock);
+  return recorder.texts;
+}
 
 uint64_t free_kb(const char* folder) {
   struct statvfs info {};
@@ -234,6 +238,7 @@ void orb_create_recorder() {
   make_folder(paths::kVideos);
   make_folder(paths::kInternalTakes);
   make_folder(paths::kUsbTakes);
+  remove(paths::kXmpTemporary);  // of a write that a power cut has ended
   measure_stores();
   load_texts();
   start_detached_thread("recorder", recording_worker, nullptr);
@@ -257,7 +262,7 @@ int orb_start_recorder() {
     change_stage(recorder_stage::preparing, recorder_stage::completion_requested);
     return -1;
   }
-  const recorder_stage next = has_room() ? store_take(next_take()) : recorder_stage::idle;
+  const recorder_stage next = has_room() ? prepare_take() : recorder_stage::idle;
   change_stage(recorder_stage::preparing, next);
   if (next == recorder_stage::take_requested) sleep_ms(kStartWait_ms);
   return recorder.error == 0 && recorder.recording != 0 ? 0 : -1;

@@ -1,8 +1,8 @@
 #include "recorder/take.h"
 
-#include <dirent.h>
 #include <uuid/uuid.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/file.h"
@@ -22,18 +22,26 @@ bool is_unfit(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || strchr("/\\:*?\"<>|", c) != nullptr;
 }
 
+std::string fit_name(std::string name) {
+  std::replace_if(name.begin(), name.end(), is_unfit, '_');
+  return name;
+}
+
 }  // namespace
 
-std::string take_file_stem(const take& t) {
-  std::string stem = t.name + "_" + t.start_time;
-  for (char& c : stem) {
-    if (is_unfit(c)) c = '_';
-  }
-  return stem;
-}
+std::string take_file_stem(const take& t) { return fit_name(t.name + "_" + t.start_time); }
 
 std::string take_file_name(const take& t, const char* extension) {
   return take_file_stem(t) + "." + extension;
+}
+
+std::string still_file_name(const take& t, std::string offset) {
+  for (char& c : offset) {
+    if (c == ':' || c == '.') c = '-';
+  }
+  std::string name = take_file_stem(t) + "_" + offset + ".jpg";
+  std::replace(name.begin(), name.end(), '%', '_');  // ffmpeg would read it as the place of a number
+  return name;
 }
 
 std::string internal_take_path(const take& t) {
@@ -53,14 +61,10 @@ std::string read_guid(const char* path) {
 
 std::vector<std::string> set_aside_guid_files() {
   std::vector<std::string> files;
-  DIR* folder = opendir(paths::kInternalTakes);
-  if (folder == nullptr) return files;
-  while (const dirent* entry = readdir(folder)) {
-    const std::string name = entry->d_name;
+  for (const std::string& name : names_in(paths::kInternalTakes)) {
     if (name.starts_with(kSetAsidePrefix) && name != "guid.new")
       files.push_back(path_in(paths::kInternalTakes, name));
   }
-  closedir(folder);
   return files;
 }
 

@@ -23,6 +23,9 @@ std::string take_file_stem(const take& t);
 // "NAME_START.EXTENSION".
 std::string take_file_name(const take& t, const char* extension);
 
+// The same for the still at an offset "HH:MM:SS.mmm": "NAME_START_HH-MM-SS-mmm.jpg".
+std::string still_file_name(const take& t, std::string offset);
+
 std::string internal_take_path(const take& t);
 std::string usb_take_path(const take& t);
 std::string caption_path(const take& t);

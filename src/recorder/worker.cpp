@@ -36,7 +36,8 @@ recorder_stage wait_for_request() {
     recorder.stage_changed.wait(recorder.stage_lock);
   }
   const recorder_stage request = recorder.stage;
-  recorder.stage = recorder_stage::working;
+  recorder.stage =
+      request == recorder_stage::take_requested ? recorder_stage::working : recorder_stage::recovering;
   return request;
 }
 
@@ -78,6 +79,7 @@ beginning begin_take(const std::string& path, child_process* child) {
   if (path.empty() || start_ffmpeg(path, child) != 0) return beginning::failed;
   recorder.child_pid = child->pid;
   orb_service_recorder_watchdog();
+  recorder.started_ns = monotonic_ns();
   recorder.error = 0;
   recorder.recording = 1;
   return beginning::recording;
@@ -111,6 +113,9 @@ void end_child(const std::string& path) {
   recorder.child_pid = -1;
 }
 
+// A mark or note that was being written is there afterwards; none is written to this take any more.
+void await_last_note() { const mutex_lock lock(recorder.notes_lock); }
+
 void record_take() {
   trace(kTraceRecorder, "record starting");
   const std::string path = requested_path();
@@ -132,6 +137,7 @@ void record_take() {
   orb_update_osd_recorder_activity(0);
   end_child(path);
   if (is_recorder_closed()) return;  // the next start completes it
+  await_last_note();
   complete_take(paths::kTakeGuid, false);
   measure_stores();
   trace(kTraceRecorder, "record end");

@@ -242,24 +242,59 @@ TEST_F(takes, a_take_is_ended_before_the_stick_cannot_hold_its_file) {
   is_vfat = false;
 }
 
+// Whether the power was cut: a completion may have fewer steps.
+bool complete_until(int steps, bool start_up) {
+  if (fork() == 0) {
+    steps_to_the_cut = steps;
+    _exit(complete_take(paths::kTakeGuid, start_up) ? 1 : 2);
+  }
+  int status = 0;
+  wait(&status);
+  EXPECT_LT(WEXITSTATUS(status), 2);
+  return WEXITSTATUS(status) == 0;
+}
+
 TEST_F(takes, a_power_cut_between_any_two_steps_loses_nothing) {
   int cuts = 0;
   for (bool is_cut = true; is_cut; ++cuts) {
     SCOPED_TRACE(cuts);
     fs::remove(usb_take_path(kTake));
     interrupt_take();
-    if (fork() == 0) {
-      steps_to_the_cut = cuts;
-      _exit(complete_take(paths::kTakeGuid, true) ? 1 : 2);
-    }
-    int status = 0;
-    wait(&status);
-    ASSERT_LT(WEXITSTATUS(status), 2);
-    is_cut = WEXITSTATUS(status) == 0;
+    is_cut = complete_until(cuts, true);
     EXPECT_TRUE(content(internal_take_path(kTake)) == kPicture || content(usb_take_path(kTake)) == kPicture);
     expect_completed();
   }
   EXPECT_GT(cuts, 15);
+}
+
+TEST_F(takes, a_power_cut_leaves_stills_that_are_listed_or_none) {
+  shell_first_line("ffmpeg -v error -f lavfi -i testsrc=s=32x32:r=5:d=1 /tmp/one_second.mp4", 1);
+  const std::string picture = content("/tmp/one_second.mp4");
+  int with_stills = 0;
+  int cuts = 0;
+  for (bool is_cut = true; is_cut; ++cuts) {
+    SCOPED_TRACE(cuts);
+    fs::remove_all(paths::kUsbTakes), fs::create_directories(paths::kUsbTakes);
+    put(description_path(kGuid), kDescribed + R"("","files":[],"note":"a note"})");
+    put(paths::kTakeGuid, kGuid);
+    put(internal_take_path(kTake), picture);
+    put(paths::kSaveTimes, "00:00:00.500\n");
+    put(paths::kImageNotes, "still\n");
+    is_cut = complete_until(cuts, false);
+    EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+
+    const std::string still = paths::kUsbTakes + ("/" + still_file_name(kTake, "00:00:00.500"));
+    const bool is_listed = content(description_path(kGuid)).find("500.jpg") != std::string::npos;
+    EXPECT_EQ(fs::exists(still), is_listed);
+    orb_xmp_fields fields;
+    EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), is_listed ? 0 : -1);
+    with_stills += is_listed;
+    EXPECT_EQ(orb_xmp_read(usb_take_path(kTake).c_str(), &fields), 0);
+    EXPECT_STREQ(fields.comment, "a note");
+    EXPECT_EQ(content(usb_take_path(kTake)).size(), picture.size() + 2584);
+  }
+  EXPECT_GT(with_stills, 5);
+  EXPECT_GT(cuts - with_stills, 15);
 }
 
 TEST_F(takes, a_full_store_keeps_the_take_and_its_stills) {

@@ -116,6 +116,84 @@ TEST(takes, a_take_reaches_the_stick_with_its_texts) {
   EXPECT_TRUE(read_folder(paths::kInternalTakes, ".mp4").empty());
 }
 
+// What is in a take or still of the test below, as the unit and as another program read it.
+void expect_metadata(const std::string& path, const std::string& note) {
+  const std::string start = path.substr(strlen("/media/usb99/ApiVideos/s_"), 19);
+  EXPECT_EQ(
+      http("POST", "/api/camera/recorder/file/metadata", R"({"file_name":")" + path + "\"}").body,
+      R"({"metadata_title":"MH <14> & 'b'","metadata_id":"crew","metadata_date":")" + start.substr(0, 10) +
+          R"(","metadata_time":")" + start.substr(11) + R"(","metadata_view":"up","metadata_model":)" +
+          R"("ORB Advanced","metadata_sn":"SIM-0001","metadata_gps_latitude":"48.11730",)" +
+          R"("metadata_gps_time":"12:35:19.00 UTC","metadata_gps_longitude":"11.51667","metadata_note":")" +
+          note + "\"}");
+  std::string tags;
+  for (const char* tag : {"ProjectName", "Composer", "Scene", "CameraLabel", "DMComment"})
+    tags += std::string(" -XMP-xmpDM:") + tag;
+  EXPECT_EQ(shell_first_line("exiftool -T -struct" + tags + " " + shell_quoted(path), 999),
+            "MH <14> & 'b'\tcrew\tup\tSIM-0001\t" + note);
+}
+
+bool put_note(const std::string& kind, const std::string& note, const std::string& file = "") {
+  const std::string body = R"({"file_name":")" + file + R"(","metadata_note":")" + note + "\"}";
+  return http("PUT", "/api/camera/recorder/" + kind + "/note", body).body == R"({"status":"OK"})";
+}
+
+bool save_still() { return usleep(400'000), recorder("save"); }
+
+void double_last_line(const char* path) {
+  const std::string lines = read_text(path);
+  write_text(path, lines + lines.substr(lines.rfind('\n', lines.size() - 2) + 1));
+}
+
+TEST(takes, marks_become_stills_with_their_notes) {
+  const child camera = start_camera(true);
+  const child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  const std::string sentence = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,";
+  for (const auto& [name, text] : {std::pair("gps_data", sentence),
+                                   {"title", "MH <14> & 'b'"},
+                                   {"operator_id", "crew"},
+                                   {"flow_direction", "up"},
+                                   {"save_delay", "0"},
+                                   {"filename", "s"}})
+    http("PUT", std::string("/api/setup/") + name, std::string("{\"") + name + R"(":")" + text + "\"}");
+  EXPECT_FALSE(recorder("save") || recorder("remove"));
+  EXPECT_TRUE(put_note("video", "a 'video'"));
+  ASSERT_TRUE(begin_take());
+  ASSERT_TRUE(await_picture());
+  EXPECT_TRUE(put_note("image", "one\\t(\u00e9\\u00e9)"));
+  EXPECT_TRUE(save_still());
+  EXPECT_TRUE(save_still() && recorder("remove"));
+  EXPECT_TRUE(save_still() && put_note("image", "two"));
+  EXPECT_TRUE(save_still());
+  double_last_line(paths::kSaveTimes);
+  double_last_line(paths::kImageNotes);
+  usleep(2'000'000);  // the picture begins later than the take
+  EXPECT_TRUE(recorder("stop"));
+  ASSERT_TRUE(await_completion());
+
+  const files stills = read_folder(paths::kUsbTakes, ".jpg");
+  ASSERT_EQ(stills.size(), 3U);
+  const std::string video = read_folder(paths::kUsbTakes, ".mp4").begin()->first;
+  std::string listed =
+      R"("files":[{"path":"/ApiVideos","name":")" + fs::path(video).filename().string() + "\"}";
+  std::map<std::string, std::string> notes = {{video, "a 'video'"}};
+  for (const auto& [path, picture] : stills) {
+    listed += R"(,{"path":"/ApiVideos","name":")" + fs::path(path).filename().string() + "\"}";
+    notes[path] = std::array{"", "one()", "two", ""}[notes.size()];
+  }
+  EXPECT_NE(read_folder(paths::kUsbTakes, ".json").begin()->second.find(listed + "]"), std::string::npos);
+  EXPECT_EQ(read_folder(paths::kUsbTakes, ".vtt").size(), 1U);
+  for (const auto& [path, note] : notes) {
+    SCOPED_TRACE(path);
+    expect_metadata(path, note);
+    EXPECT_TRUE(put_note("file", "changed", path));
+    expect_metadata(path, "changed");
+  }
+  EXPECT_FALSE(put_note("file", "none", "/media/usb99/trace_mask"));
+  EXPECT_EQ(playable(), 1);
+}
+
 // The take, lights, laser and zoom of a controller whose tablet is gone.
 TEST(takes, a_lost_controller_leaves_nothing_running) {
   const child camera = start_camera(true);
@@ -199,6 +277,37 @@ TEST(takes, one_without_a_description_is_set_aside_and_not_lost) {
   EXPECT_EQ(read_text("/media/usb99/ApiVideos/a_1.mp4"), "picture");
 }
 
+// When the power is cut: so long after the begin, the stop or the caption of a take.
+struct cut_moment {
+  bool is_stopped;
+  bool is_captioned;
+  unsigned within_us;
+};
+constexpr cut_moment kMoments[] = {
+    {false, false, 4'000'000}, {true, false, 450'000}, {true, true, 700}, {true, false, 150'000}};
+
+// With a box of metadata behind it, or still without.
+bool is_copy_of(const std::string& picture, const std::string& copy) {
+  return copy.starts_with(picture) && (copy.size() == picture.size() || copy.size() == picture.size() + 2584);
+}
+
+// Every still is listed, every listed one is there, and nothing is left over. Their number.
+size_t expect_listed_stills() {
+  const files stills = read_folder(paths::kUsbTakes, ".jpg");
+  size_t count = 0;
+  for (const auto& [path, text] : read_folder(paths::kUsbTakes, ".json")) {
+    const json_owner description = load_json_file(path.c_str());
+    json_object* listed = json_member(description.get(), "files");
+    for (size_t i = 1; i < json_object_array_length(listed); ++i, ++count) {
+      const std::string name = json_text(json_object_array_get_idx(listed, i), "name");
+      EXPECT_EQ(stills.count(std::string(paths::kUsbTakes) + "/" + name), 1U) << name;
+    }
+  }
+  EXPECT_EQ(count, stills.size());
+  EXPECT_FALSE(fs::exists(paths::kXmpTemporary));
+  return count;
+}
+
 // Kills all of the daemon, its children too, anywhere in a take: while it is recorded, ended and completed.
 void cut_power(int times) {
   std::mt19937 random(20'260'309);
@@ -208,43 +317,46 @@ void cut_power(int times) {
   int pictures = 0;
   int copies = 0;
   int whole = 0;
+  size_t stills = 0;
   for (int round = 0; round < times; ++round) {
     SCOPED_TRACE(round);
     child daemon = start_daemon();
     ASSERT_TRUE(await_api());
     const files others = read_folder(paths::kUsbTakes, "");
     ASSERT_TRUE(begin_take());
-    if (round % 3 == 0) within_us(4'000'000);
-    if (round % 3 != 0) {
-      ASSERT_TRUE(await_picture());
+    const cut_moment& moment = kMoments[static_cast<size_t>(round) % std::size(kMoments)];
+    if (moment.is_stopped) {
+      ASSERT_TRUE(await_picture() && recorder("save") && recorder("save"));
+      write_text(paths::kSaveTimes, "00:00:00.200\n00:00:00.600\n");  // however late the picture began
       const std::string path = read_folder(paths::kInternalTakes, ".mp4").begin()->first;
       const std::string caption = on_the_stick(path.substr(0, path.size() - 3) + "vtt");
       recorder("stop");
-      if (round % 3 == 1) within_us(150'000);
-      while (round % 3 == 2 && access(caption.c_str(), F_OK) != 0) continue;
-      if (round % 3 == 2) within_us(700);
+      while (moment.is_captioned && access(caption.c_str(), F_OK) != 0) continue;
     }
+    within_us(moment.within_us);
     const pid_t group = -daemon.pid();
     kill(group, SIGKILL);
-    shell_first_line("pkill -KILL -f vx-1.mp4", 1);  // ffmpeg has a session of its own
+    shell_first_line("pkill -KILL -f 'vx-1.mp4|-vframes'", 1);  // ffmpeg has a session of its own
     daemon.wait();
     ASSERT_TRUE(await([group] { return kill(group, 0) != 0; }));
 
     const files internal = read_folder(paths::kInternalTakes, ".mp4");
     for (const auto& [path, picture] : internal)
-      ++pictures, copies += fs::exists(on_the_stick(path)), whole += read_text(on_the_stick(path)) == picture;
+      ++pictures, copies += fs::exists(on_the_stick(path)),
+          whole += is_copy_of(picture, read_text(on_the_stick(path)));
     daemon = start_daemon();
     ASSERT_TRUE(await_api());
     ASSERT_TRUE(await_completion());
     EXPECT_TRUE(read_folder(paths::kInternalTakes, ".mp4").empty());
     for (const auto& [path, picture] : internal)
-      EXPECT_TRUE(read_text(on_the_stick(path)) == picture) << path;
+      EXPECT_TRUE(is_copy_of(picture, read_text(on_the_stick(path)))) << path;
+    stills = expect_listed_stills();
     for (const auto& [path, content] : others) EXPECT_TRUE(read_text(path) == content) << path;
     for (const auto& [path, content] : read_folder(paths::kUsbTakes, ".json"))
       EXPECT_TRUE(load_json_file(path.c_str())) << content;
   }
-  printf("%d cuts: %d internal files, %d with a copy begun, %d with a whole copy\n", times, pictures, copies,
-         whole);
+  printf("%d cuts: %d internal files, %d with a copy begun, %d with a whole copy; %zu stills\n", times,
+         pictures, copies, whole, stills);
 }
 
 TEST(takes, a_power_cut_loses_nothing) { cut_power(3); }

@@ -88,7 +88,7 @@ child start_daemon() { return child({kBuild + "/orbd"}, kBuild + "/libboard_prel
 
 bool await_api() {
   if (!await([] { return !http("GET", "/api/camera/zoom/speed").body.empty(); })) return false;
-  return ctl("board", "strict on") == "ok\n";
+  return await([] { return ctl("board", "strict on") == "ok\n"; });  // its thread may start after the API's
 }
 
 int connect_to(const char* address, unsigned short port) {
