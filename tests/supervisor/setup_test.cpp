@@ -99,7 +99,6 @@ TEST(setup_api, without_stick_and_board_and_with_values_that_are_none) {
   orb_write_nv(kSettingHighBeamTime, &seconds, sizeof seconds);
   orb_write_nv(kSettingLanguage, "GER", 3);
   start_api();
-  for (int i = 0; i < 1000 && ask("GET", "/setup/password").empty(); ++i) usleep(5000);
   EXPECT_EQ(ask("GET", "/setup/high_beam_time"), "{'high_beam_time':'15'}");
   EXPECT_EQ(ask("GET", "/setup/language"), "{'language':'ENG'}");
   EXPECT_EQ(ask("PUT", "/trace/mask", "{'trace_mask':4294967295}"), kOk);

@@ -41,7 +41,9 @@ std::string without_chance(std::string text) {
       {std::regex(R"re((zoom|focus|_position)":-?\d+)re"), "$1\":N"},
       {std::regex(R"re((magnification|depth_of_field)":"[^"]*")re"), "$1\":\"T\""},
       {std::regex(R"re(sample_count":\d+)re"), "sample_count\":N"},
-      {std::regex(R"re((\{"time|\{"date|firmware_version|camera_version)":"[^"]*")re"), "$1\":\"T\""},
+      {std::regex(R"re((firmware_version|camera_version)":"[^"]*")re"), "$1\":\"T\""},
+      {std::regex(R"re("time":"\d\d:\d\d:\d\d")re"), R"("time":"HH:MM:SS")"},
+      {std::regex(R"re("date":"\d{4}-\d\d-\d\d")re"), R"("date":"YYYY-MM-DD")"},
       {std::regex(R"( \[\d\d:\d\d:\d\d\.\d\d\d\])"), ""},
   };
   for (const auto& [pattern, with] : kRules) text = std::regex_replace(text, pattern, with);
