@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <string>
 
-#include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/thread.h"
 #include "http/routes.h"
+#include "tests/await.h"
 
 // The body of the reply; "" when nobody listens. Quotes are written as ' on both ways.
 inline std::string ask(const std::string& method, const std::string& path, std::string body = "") {
@@ -34,5 +34,5 @@ inline std::string ask(const std::string& method, const std::string& path, std::
 inline void start_api() {
   constexpr thread_body kServe = [](void*) -> void* { return http_server_thread(), nullptr; };
   start_detached_thread("http", kServe, nullptr);
-  for (int i = 0; i < 1000 && ask("GET", "/setup/password").empty(); ++i) sleep_ms(5);
+  await([] { return !ask("GET", "/setup/password").empty(); });
 }

@@ -99,7 +99,6 @@ void step_with_motor(uint8_t type) {
     board.readings.imu_accelerometer_2 = 0.5;
     board.readings.motor_type = type;
   }
-  board.has_frame = true;
   power_board_instance = &board;
   step_status();
 }
@@ -134,7 +133,11 @@ TEST(status_object, tells_the_whole_unit) {
   set_led_mode("low");
   ask("PUT", "/camera/zoom/speed", "{'zoom_speed':4}");
   ask("PUT", "/camera/focus/speed", "{'focus_speed':5}");
+  board.has_frame = false;
   step_with_motor(kMotorHeight);
+  EXPECT_EQ(member("avr_temp"), "null") << "the board has not been heard";
+  board.has_frame = true;
+  step_status();
   EXPECT_EQ(status(), golden("english"));
   EXPECT_EQ(read_file(paths::kChannel2Status, 99),
             "720p15 no_signal_at_the_second_input_since_the_last_change_of_its_mode");
@@ -145,9 +148,15 @@ TEST(status_object, tells_the_whole_unit) {
   recorder.recording = 1;
   step_status();
   EXPECT_EQ(status(), golden("metric"));
-  recorder.recording = 0;
+  recorder.recording = recorder.post_processing = 0;
+  std::ofstream(paths::kRecording) << "1";
+  std::ofstream(paths::kUpdateStatus) << std::string(61, 'x') + "äy";
+  heat_processor(-20500, 0);
+  remove("/sys/devices/platform/coretemp.0/hwmon/hwmon1/temp5_input");  // counts as 0
   step_status();
-  EXPECT_EQ(member("recording") + member("transferring"), "falsetrue");
+  EXPECT_EQ(member("recording") + member("transferring") + member("core0_temp") + member("up_temp"),
+            "truefalse-20.5-15.4");
+  EXPECT_EQ(member("update_status"), "'" + std::string(61, 'x') + "'");
   ask("PUT", "/setup/units", "{'units':'english'}");
   board.laser.distance = 31.0;
   EXPECT_EQ(member("laser_distance"), "'102 ft'");
@@ -165,6 +174,7 @@ TEST(status_object, lights_and_warnings) {
       {[](int on) { board.drive_overcurrent_hold = on; }, ""},
       {[](int on) { board.drive_overcurrent_hold = on, step_with_motor(kMotorPan); }, "pan_mtr "},
       {[](int on) { board.drive_overcurrent_hold = on, step_with_motor(kMotorHeight); }, "height_mtr "}};
+  board.has_frame = true;
   step_with_motor(0);
   for (const auto& [set, expected] : rows) {
     set(1);

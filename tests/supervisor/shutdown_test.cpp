@@ -91,8 +91,7 @@ void record() {
 }
 
 bool await_stop() {
-  for (int i = 0; i < 500 && recorder.recording != 0; ++i) sleep_ms(2);
-  return recorder.recording == 0;
+  return await([] { return recorder.recording == 0; });
 }
 
 TEST(shutdown, requests_are_served_once_each) {
