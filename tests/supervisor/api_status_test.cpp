@@ -86,7 +86,7 @@ void play_camera() {
 void fill_usb_store() {
   mkdir(paths::kUsbTakes, 0755);
   ASSERT_EQ(syscall(SYS_mount, "takes", paths::kUsbTakes, "tmpfs", 0, "size=100k,nr_blocks=100"), 0);
-  std::ofstream(std::string(paths::kUsbTakes) + "/take") << std::string(37 * 4096, 'x');
+  std::ofstream(std::string(paths::kUsbTakes) + "/take") << std::string(size_t{37} * 4096, 'x');
 }
 
 void step_with_motor(uint8_t type) {

@@ -81,7 +81,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   EXPECT_EQ(traced(), "umount -1 16\nusb out\n");
 
   // Ejected while something is written, and asked for twice.
-  std::ofstream{kArchive};
+  std::ofstream(kArchive) << "PK";
   plug(true);
   step_usb_stick();
   EXPECT_EQ(stick(), "inserted, mounted, update");
