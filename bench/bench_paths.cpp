@@ -27,7 +27,7 @@ void parse_request(benchmark::State& state) {
       "Accept: application/json\r\nConnection: keep-alive\r\nContent-Length: 2\r\n\r\n{}";
   static http_request request;
   const long before = allocations;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     http_request_reset(&request);
     benchmark::DoNotOptimize(http_request_parse_http_header(&request, text, sizeof text - 1, nullptr));
   }
@@ -36,7 +36,7 @@ void parse_request(benchmark::State& state) {
 BENCHMARK(parse_request);
 
 void disabled_trace(benchmark::State& state) {
-  for (auto _ : state) trace(kTraceRefresh, "refresh %02X %d %d %d", 0x88, 141, 0, 0);
+  for ([[maybe_unused]] auto _ : state) trace(kTraceRefresh, "refresh %02X %d %d %d", 0x88, 141, 0, 0);
 }
 BENCHMARK(disabled_trace);
 
@@ -48,7 +48,7 @@ void refresh_cycle(benchmark::State& state) {
   uint8_t frame[kAdvancedFrameLength] = {};
   power_board_readings readings;
   const long before = allocations;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(take_frame(frame, true, &readings));
     detect_events(&board, readings);
     average_battery(&board, readings);
@@ -68,7 +68,7 @@ void queue_write(benchmark::State& state) {
   orb_power_board_init(&board, &application, 1);
   const uint8_t data[] = {0x09, 25};
   const long before = allocations;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     orb_power_board_issue_write(&board, 1, data, sizeof data);
     const mutex_lock lock(board.queue_lock);
     board.queue.take();
@@ -84,7 +84,7 @@ void camera_command(benchmark::State& state) {
   visca_camera* camera = visca_connection_add_camera(&connection, 1, 0);
   const uint8_t acknowledge[] = {0x90, 0x41, 0xFF};
   const long before = allocations;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     connection.connected = 1;
     visca_camera_zoom_tele_variable(camera, 3);
     visca_connection_receive(&connection, acknowledge, sizeof acknowledge);

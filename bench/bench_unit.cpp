@@ -13,6 +13,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
@@ -61,8 +62,8 @@ int listen_as_camera(uint16_t port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   inet_pton(AF_INET, "192.168.0.127", &address.sin_addr);
-  bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  listen(fd, 4);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 4) != 0)
+    perror("bench: the camera's port");
   return fd;
 }
 
@@ -107,12 +108,11 @@ std::vector<double> refresh_times_ms(size_t from) {
   std::vector<double> times;
   std::istringstream trace(read_text("/media/usb99/trace").substr(from));
   for (std::string line; std::getline(trace, line);) {
-    int h = 0, m = 0, s = 0, ms = 0;
     const size_t at = line.rfind('[');
-    if (line.rfind("PBRF: refresh", 0) == 0 && at != std::string::npos &&
-        sscanf(line.c_str() + at, "[%d:%d:%d.%d]", &h, &m, &s, &ms) == 4) {
-      times.push_back(((h * 60.0 + m) * 60 + s) * 1000 + ms);
-    }
+    if (line.rfind("PBRF: refresh", 0) != 0 || at == std::string::npos) continue;
+    const char* time = line.c_str() + at + 1;  // HH:MM:SS.mmm
+    const auto minutes = static_cast<double>(strtol(time, nullptr, 10) * 60 + strtol(time + 3, nullptr, 10));
+    times.push_back((minutes * 60 + strtod(time + 6, nullptr)) * 1000);
   }
   return times;
 }
@@ -140,6 +140,7 @@ void measure_refreshes(const char* world, manner manner, double seconds) {
   std::atomic<bool> ended = false;
   std::atomic<long> requests = 0;
   std::vector<std::thread> clients;
+  clients.reserve(8);
   for (int i = 0; i < 8; ++i) {
     clients.emplace_back([&ended, &requests] {
       int64_t next_write = monotonic_ns();
@@ -164,6 +165,7 @@ void measure_refreshes(const char* world, manner manner, double seconds) {
 void measure_status(const char* path, int clients, int requests) {
   std::vector<std::vector<double>> of_client(static_cast<size_t>(clients));
   std::vector<std::thread> threads;
+  threads.reserve(of_client.size());
   for (std::vector<double>& times_ms : of_client) {
     threads.emplace_back([path, requests, &times_ms] {
       for (int i = 0; i < requests; ++i) {

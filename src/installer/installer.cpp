@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "app/trace.h"
 #include "base/child_process.h"
@@ -110,6 +111,22 @@ void set_progress(const update_progress& progress) {
   installer.progress = progress;
 }
 
+// The words of a line of the deploy script: the first, and the first that begins behind a blank after it.
+// Words end at blanks and colons; a missing one is empty.
+struct progress_words {
+  std::string_view first;
+  std::string_view second;
+};
+progress_words find_progress_words(std::string_view line) {
+  const auto word_from = [line](size_t at) {
+    at = line.find_first_not_of(kWordEnds, at);
+    return at == line.npos ? std::string_view() : line.substr(at, line.find_first_of(kWordEnds, at) - at);
+  };
+  const size_t begin = line.find_first_not_of(kWordEnds);
+  const size_t blank = line.find(' ', begin);
+  return {word_from(0), blank == line.npos ? std::string_view() : word_from(blank)};
+}
+
 void take_line(int number, std::string_view printed) {
   char cut[kLineSize];
   copy_text(cut, sizeof cut, printed);
@@ -152,16 +169,6 @@ void* install_worker(void*) {
 }  // namespace
 
 int orb_start_installer() { return start_detached_thread("installer", install_worker, nullptr); }
-
-progress_words find_progress_words(std::string_view line) {
-  const auto word_from = [line](size_t at) {
-    at = line.find_first_not_of(kWordEnds, at);
-    return at == line.npos ? std::string_view() : line.substr(at, line.find_first_of(kWordEnds, at) - at);
-  };
-  const size_t begin = line.find_first_not_of(kWordEnds);
-  const size_t blank = line.find(' ', begin);
-  return {word_from(0), blank == line.npos ? std::string_view() : word_from(blank)};
-}
 
 int orb_get_installer_software_update_available(char* path, size_t size) {
   const std::string archive = find_archive();

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string_view>
 
 // Starts the worker that runs the deploy script, once: 0, or the error number of its thread.
 int orb_start_installer();
@@ -32,11 +31,3 @@ int orb_trigger_camera_update();
 void orb_load_installer_status(char* target, size_t target_size, char* step, size_t step_size,
                                char* description_1, size_t description_1_size, char* description_2,
                                size_t description_2_size);
-
-// The words of a line of the deploy script: the first, and the first that begins behind a blank after it.
-// Words end at blanks and colons; a missing one is empty.
-struct progress_words {
-  std::string_view first;
-  std::string_view second;
-};
-progress_words find_progress_words(std::string_view line);

@@ -22,7 +22,7 @@ constexpr int kSlowDistance = 11303;        // 50.8 mm
 constexpr double kFastDistance = 14128.75;  // 1.25 times that
 constexpr double kUpperMargin = 2825.75;    // a quarter of it
 constexpr double kLowerMargin = 274097.75;  // 24.25 times it
-constexpr int kSettledDistance = 499;
+constexpr int kSettleTolerance = 499;
 constexpr int kEncoderNoise = 99;
 
 // Samples, of 0.1 s each.
@@ -160,7 +160,7 @@ void settle_homing(const machine& m) {
   motor_state& motors = m.motors;
   const int distance = std::abs(m.sample.encoder - motors.home_count);
   trace(kTraceHeightMotor, "homing sample %d", distance);
-  if (distance > kSettledDistance) {
+  if (distance > kSettleTolerance) {
     motors.stable_count = 0;
     if (++motors.resample_count > kHomingStable) {
       motors.home_count = m.sample.encoder;

@@ -94,8 +94,8 @@ void take_statistics(const encoder_statistics& statistics) {
   for (size_t i = 0; i < next.channels.size(); ++i) {
     copy_text(next.channels[i], sizeof next.channels[i], statistics.channels[i]);
   }
-  write_value_file(paths::kChannel1Status, next.channels[0]);
-  write_value_file(paths::kChannel2Status, next.channels[1]);
+  write_value_file(paths::kChannel1Status, statistics.channels[0].c_str());
+  write_value_file(paths::kChannel2Status, statistics.channels[1].c_str());
   next.temperatures = statistics.temperatures;
   if (statistics.invalid) {
     trace(kTraceSupervisor, "*** INVALID ***");

@@ -6,12 +6,11 @@
 
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <regex>
 
-#include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "tests/await.h"
 
 namespace fs = std::filesystem;
 
@@ -22,11 +21,6 @@ const std::regex kSuffix(R"( \[([01]\d|2[0-3]):[0-5]\d:[0-5]\d\.\d{3}\]\n)");
 std::string content(const char* path) { return read_file(path, 1 << 20).value_or("nothing"); }
 // The whole trace, each line's suffix replaced by "|".
 std::string traced() { return std::regex_replace(content(paths::kTrace), kSuffix, "|\n"); }
-
-bool await(const std::function<bool()>& reached) {
-  for (int i = 0; i < 4000 && !reached(); ++i) sleep_ms(1);
-  return reached();
-}
 
 void start(std::string_view mask) {
   std::ofstream(paths::kTraceMask) << mask;

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "base/clock.h"
 #include "base/redis.h"
+#include "tests/await.h"
 
 // One command on a connection of its own.
 #pragma GCC diagnostic push
@@ -24,7 +24,7 @@ inline void start_redis() {
   ASSERT_EQ(
       system("redis-server --bind 127.0.0.1 --save '' --daemonize yes --pidfile /run/redis.pid >/dev/null"),
       0);
-  for (int i = 0; i < 1000 && !ask_redis("PING"); ++i) sleep_ms(5);
+  await([] { return ask_redis("PING"); });
 }
 
 inline void signal_redis(const std::string& name) {

@@ -130,7 +130,6 @@ TEST(heading, calibration_is_taken_whole_or_not_at_all) {
   orb_init_nv();
   start_trace();
   start_api();
-  for (int tries = 0; tries < 100 && ask("GET", kPath).empty(); ++tries) sleep_ms(10);
 
   // Each key left out, and each with what it cannot be.
   const std::regex member("'([^']+)':([^,}]+)");

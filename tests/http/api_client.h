@@ -11,11 +11,7 @@
 #include "base/paths.h"
 #include "base/thread.h"
 #include "http/routes.h"
-
-inline void start_api() {
-  constexpr thread_body kServe = [](void*) -> void* { return http_server_thread(), nullptr; };
-  start_detached_thread("http", kServe, nullptr);
-}
+#include "tests/await.h"
 
 // The body of the reply; "" when nobody listens. Quotes are written as ' on both ways.
 inline std::string ask(const std::string& method, const std::string& path, std::string body = "") {
@@ -32,4 +28,11 @@ inline std::string ask(const std::string& method, const std::string& path, std::
   reply.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
   std::ranges::replace(reply, '"', '\'');
   return reply.substr(reply.find("\r\n\r\n") + 4);
+}
+
+// Returns when it answers.
+inline void start_api() {
+  constexpr thread_body kServe = [](void*) -> void* { return http_server_thread(), nullptr; };
+  start_detached_thread("http", kServe, nullptr);
+  await([] { return !ask("GET", "/setup/password").empty(); });
 }

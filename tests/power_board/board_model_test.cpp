@@ -90,18 +90,9 @@ TEST_F(board, the_frames_show_what_was_set_and_written) {
     EXPECT_EQ(field(basic, 58, 4), extended ? 3 + 513U * 65536 : 0);
     EXPECT_EQ(sum(basic) == 0, extended);
   }
-  EXPECT_EQ(violations, texts{});
-}
-
-TEST_F(board, frames_can_be_spoilt) {
-  const controller c;
   with_board([](board_model& b) { b.mode = frame_mode::noise; });
   for (int i = 0; i < 300; ++i) ASSERT_NE(sum(c.read(kReadAdvanced, 141)), 0) << i;
-  with_board([](board_model& b) { b.mode = frame_mode::zeros; });
-  EXPECT_EQ(c.read(kReadAdvanced, 141), bytes(141));
-  with_board([](board_model& b) { b.mode = frame_mode::bad_checksum; });
-  EXPECT_EQ(sum(c.read(kReadAdvanced, 141)), 1);
-  EXPECT_EQ(sum(c.read(kReadBasic, 64)), 1);
+  EXPECT_EQ(violations, texts{});
 }
 
 TEST_F(board, the_laser_errs_and_the_battery_sags_as_they_were_told) {

@@ -1,5 +1,5 @@
 // What each refresh derives from the readings, stepped without a bus.
-#include "http/api_client.h"
+#include "base/json.h"
 #include "osd/osd.h"
 #include "power_board/rig.h"
 #include "store/logger.h"
@@ -119,18 +119,14 @@ TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
 
 TEST_F(events, the_laser_distance_is_told_in_the_units_of_the_operator) {
   orb_init_nv();
-  power_board_instance = &board_;
-  start_api();
-  ASSERT_TRUE(wait_until([] { return ask("GET", "/laser/distance") == "{'laser_distance':''}"; }));
   const std::tuple<int, double, const char*> rows[] = {
       {1, 1.5, "4.9 ft"}, {1, 30.327, "99.5 ft"}, {1, 30.328, "100 ft"}, {1, 0.05, ""},
       {0, 1.56, "1.6 m"}, {0, 99.499, "99.5 m"},  {0, 99.5, "100 m"},    {0, 0, ""}};
   for (const auto& [units, metres, text] : rows) {
     orb_write_nv(kSettingUnits, &units, sizeof units);
     laser(metres);
-    EXPECT_EQ(ask("GET", "/laser/distance"), "{'laser_distance':'" + std::string(text) + "'}");
+    EXPECT_STREQ(load_laser_distance(&board_).text, text);
   }
-  power_board_instance = nullptr;
 }
 
 // Above the upper limit begins, below the lower one counts down, in periods of 50 refreshes after a delay.

@@ -24,7 +24,7 @@ TEST_F(power_link, a_failed_bring_up_leaves_a_board_that_never_works) {
   fail_next(bus_call::spi_init);
   const std::string said = said_by([&] {
     ASSERT_EQ(orb_power_board_start_service(&board_), 0);
-    ASSERT_TRUE(wait_until([&] { return board_.service_state == kServiceFailed; }));
+    ASSERT_TRUE(await([&] { return board_.service_state == kServiceFailed; }));
     orb_power_board_suspend_refresh(&board_);
     for (int i = 0; i < 3; ++i) orb_power_board_trigger_refresh(&board_), tick();
     for (int i = 0; i < 3; ++i) orb_power_board_resume_refresh(&board_), tick();

@@ -10,11 +10,11 @@
 
 #include "app/application.h"
 #include "app/trace.h"
-#include "base/clock.h"
 #include "base/paths.h"
 #include "power_board/internal.h"
 #include "sim/board/bus.h"
 #include "sim/board/control.h"
+#include "tests/await.h"
 
 using texts = std::vector<std::string>;
 
@@ -25,13 +25,6 @@ inline void fresh_bus() {
   set_wire_time(false);
   violations.clear();
   set_violation_handler([](const char* text) { violations.emplace_back(text); });
-}
-
-// Polls for at most 10 s.
-inline bool wait_until(const std::function<bool()>& reached) {
-  int left = 50'000;
-  while (!reached() && --left > 0) sleep_ns(200'000);
-  return left > 0;
 }
 
 // What f says on standard error, without line numbers.
@@ -70,7 +63,7 @@ class rig : public testing::Test {
 
   void start() {
     ASSERT_EQ(orb_power_board_start_service(&board_), 0);
-    ASSERT_TRUE(wait_until([&] { return board_.service_state == kServiceRunning; }));
+    ASSERT_TRUE(await([&] { return board_.service_state == kServiceRunning; }));
   }
 
   int write(uint8_t number, std::initializer_list<uint8_t> data) {
@@ -84,7 +77,7 @@ class rig : public testing::Test {
     const auto markers = [] { return with_board([](auto& b) { return b.counts.unknown_writes; }); };
     const auto before = markers();
     ASSERT_EQ(write(127, {}), 0);
-    ASSERT_TRUE(wait_until([&] { return markers() > before; }));
+    ASSERT_TRUE(await([&] { return markers() > before; }));
   }
 
   // Ticks once, and returns how many refreshes came of it.

@@ -97,8 +97,8 @@ TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   static std::atomic<int> completed = 0;
   constexpr completion_function kComplete = [] { ++completed; };
   EXPECT_NE(orb_power_board_trigger_firmware_update(&board_, kComplete), 0);
-  ASSERT_TRUE(wait_until([&] { return traced() == texts{"PWRB: update"}; }));
-  ASSERT_TRUE(wait_until([&] { return board_.write_suspended == 0 && completed == 1; }));
+  ASSERT_TRUE(await([&] { return traced() == texts{"PWRB: update"}; }));
+  ASSERT_TRUE(await([&] { return board_.write_suspended == 0 && completed == 1; }));
   for (int i = 0; i < 5; ++i) refreshes_of_tick();
   EXPECT_EQ(orb_power_board_home_height(&board_), 0);
   refreshes_of_tick();
@@ -107,7 +107,7 @@ TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   orb_power_board_trigger_firmware_update(&board_, kComplete);
   for (int i = 0; i < 20; ++i) {  // the homing would send its run command again
     tick();
-    ASSERT_TRUE(wait_until([&] { return !board_.refresh_queued; }));
+    ASSERT_TRUE(await([&] { return !board_.refresh_queued; }));
   }
   EXPECT_EQ(traced().back(), "PWRB: update dropped");
   EXPECT_EQ(completed, 2);

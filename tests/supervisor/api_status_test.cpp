@@ -1,13 +1,20 @@
 // The status object, byte for byte.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <fstream>
+#include <functional>
+#include <regex>
 
+#include "base/redis_server.h"
+#include "camera/modes.h"
 #include "camera/visca_connection.h"
 #include "camera/visca_thread.h"
 #include "http/api_client.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
+#include "recorder/internal.h"
 #include "seats/seats.h"
 #include "store/settings.h"
 #include "supervisor/status.h"
@@ -19,7 +26,6 @@ orb_power_board board;
 void begin() {
   orb_init_nv();
   start_api();
-  for (int i = 0; i < 1000 && ask("GET", "/model").empty(); ++i) usleep(5000);
 }
 
 std::string status() { return ask("GET", "/status"); }
@@ -37,25 +43,50 @@ std::string golden(const std::string& name) {
   return text;
 }
 
-// Answers one poll, to each of its requests the same.
-void play_encoder() {
+// The warnings that are true, a blank behind each.
+std::string warnings() {
+  const std::string answer = status();
+  const std::regex on("'(\\w+)_warning':true");
+  std::string all;
+  for (std::sregex_iterator one(answer.begin(), answer.end(), on), end; one != end; ++one)
+    all += (*one)[1].str() + " ";
+  return all;
+}
+
+void heat_processor(int core_0, int step) {
+  for (int core = 0; core < 4; ++core)
+    std::ofstream("/sys/devices/platform/coretemp.0/hwmon/hwmon1/temp" + std::to_string(core + 2) + "_input")
+        << core_0 + step * core;
+}
+
+// The camera's echo, and one poll of its encoder, which answers each request the same.
+void play_camera() {
   const std::string body =
-      R"({"encoder_status_str":"1080p30 720p15 on off","temp_status_str":"+LENS 34 +FPGA 45.5 +CPU 51"})";
+      R"({"encoder_status_str":"1080p30 720p15 on no_signal_at_the_second_input_since_the_last_change_of_its_mode","temp_status_str":"+LENS 34 +FPGA 45.5 +CPU 51"})";
   const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n";
-  const unique_fd listener(socket(AF_INET, SOCK_STREAM, 0));
+  const unique_fd listener(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
   sockaddr_in address{AF_INET, htons(addresses::kEncoderHttpPort), {inet_addr(addresses::kCamera)}, {}};
   ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   listen(listener.get(), 1);
+  start_camera_ping(ev_default_loop(0));
   start_encoder_poll(ev_default_loop(0));
-  ev_run(ev_default_loop(0), EVRUN_ONCE);  // its timer
-  const unique_fd fd(accept(listener.get(), nullptr, nullptr));
+  while (!is_camera_reachable()) ev_run(ev_default_loop(0), EVRUN_ONCE);
+  unique_fd fd;
   char request[256];
-  for (int i = 0; i < 2000 && *last_encoder_report().channels[0] == '\0'; ++i) {
+  for (int i = 0; i < 8000 && *last_encoder_report().channels[0] == '\0'; ++i) {
     ev_run(ev_default_loop(0), EVRUN_NOWAIT);
+    if (!fd) fd.reset(accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK));
     if (recv(fd.get(), request, sizeof request, MSG_DONTWAIT) > 0)
       send(fd.get(), (head + body).data(), head.size() + body.size(), 0);
     usleep(1000);
   }
+}
+
+// The USB store has 100 pages, of which 37 are in use.
+void fill_usb_store() {
+  mkdir(paths::kUsbTakes, 0755);
+  ASSERT_EQ(syscall(SYS_mount, "takes", paths::kUsbTakes, "tmpfs", 0, "size=100k,nr_blocks=100"), 0);
+  std::ofstream(std::string(paths::kUsbTakes) + "/take") << std::string(size_t{37} * 4096, 'x');
 }
 
 void step_with_motor(uint8_t type) {
@@ -65,9 +96,9 @@ void step_with_motor(uint8_t type) {
     board.readings.bme280_temperature = 21.46F;
     board.readings.monitor_vin_volts = 18;
     board.readings.imu_accelerometer_0 = 1;
+    board.readings.imu_accelerometer_2 = 0.5;
     board.readings.motor_type = type;
   }
-  board.has_frame = true;
   power_board_instance = &board;
   step_status();
 }
@@ -77,6 +108,7 @@ TEST(status_object, tells_the_whole_unit) {
   for (const char* file : {paths::kFocusSpeed, paths::kZoomSpeed}) unlink(file);
   EXPECT_EQ(status(), golden("at_start"));
 
+  // No two members of a kind are alike.
   static visca_connection camera_link;
   camera_link.records[1].focus_position = 8192;
   camera_link.records[1].zoom_position = 5793;
@@ -84,19 +116,47 @@ TEST(status_object, tells_the_whole_unit) {
   board.laser.distance = 30.0;
   board.laser.invalid_count = 0;
   board.battery_level = 2;
+  board.motors.motor_type = kMotorHeight;
+  board.motors.homing_state = kHomed;
+  recorder.emmc_kb = 3'611'000;
+  recorder.usb_kb = 7'232'000;
+  fill_usb_store();
+  start_redis();
+  ask_redis("SET orb-battery Dewalt");
   std::ofstream(paths::kRelease) << "2.4.0\nbuilt by hand\n";
   std::ofstream(paths::kUpdateStatus) << "copying";
   std::ofstream(paths::kPaused) << "1";
-  for (int core = 0; core < 4; ++core)
-    std::ofstream("/sys/devices/platform/coretemp.0/hwmon/hwmon1/temp" + std::to_string(core + 2) + "_input")
-        << 82000 + 1100 * core;
+  heat_processor(82000, 1100);
   reset_status();
-  play_encoder();
-  step_with_motor(kMotorPan);
+  play_camera();
+  keep_focus_mode(camera_mode::manual);
+  set_led_mode("low");
   ask("PUT", "/camera/zoom/speed", "{'zoom_speed':4}");
+  ask("PUT", "/camera/focus/speed", "{'focus_speed':5}");
+  board.has_frame = false;
+  step_with_motor(kMotorHeight);
+  EXPECT_EQ(member("avr_temp"), "null") << "the board has not been heard";
+  board.has_frame = true;
+  step_status();
   EXPECT_EQ(status(), golden("english"));
+  EXPECT_EQ(read_file(paths::kChannel2Status, 99),
+            "720p15 no_signal_at_the_second_input_since_the_last_change_of_its_mode");
+
   ask("PUT", "/setup/units", "{'units':'metric'}");
+  std::ofstream(paths::kPaused) << "0";
+  recorder.post_processing = 42;
+  recorder.recording = 1;
+  step_status();
   EXPECT_EQ(status(), golden("metric"));
+  recorder.recording = recorder.post_processing = 0;
+  std::ofstream(paths::kRecording) << "1";
+  std::ofstream(paths::kUpdateStatus) << std::string(61, 'x') + "äy";
+  heat_processor(-20500, 0);
+  remove("/sys/devices/platform/coretemp.0/hwmon/hwmon1/temp5_input");  // counts as 0
+  step_status();
+  EXPECT_EQ(member("recording") + member("transferring") + member("core0_temp") + member("up_temp"),
+            "truefalse-20.5-15.4");
+  EXPECT_EQ(member("update_status"), "'" + std::string(61, 'x') + "'");
   ask("PUT", "/setup/units", "{'units':'english'}");
   board.laser.distance = 31.0;
   EXPECT_EQ(member("laser_distance"), "'102 ft'");
@@ -104,19 +164,31 @@ TEST(status_object, tells_the_whole_unit) {
 
 TEST(status_object, lights_and_warnings) {
   begin();
-  board.drive_overcurrent_hold = 1;
-  for (const auto& [type, expected] :
-       {std::pair(uint8_t{0}, "false false"), {kMotorPan, "true false"}, {kMotorHeight, "false true"}}) {
-    step_with_motor(type);
-    EXPECT_EQ(member("pan_mtr_warning") + " " + member("height_mtr_warning"), expected);
+  const std::pair<std::function<void(int)>, const char*> rows[] = {
+      {[](int on) { heat_processor(on != 0 ? 81000 : 45000, 0); }, "high_temp "},
+      {[](int on) { heat_processor(on != 0 ? 88500 : 45000, 0); }, "crit_temp high_temp "},
+      {[](int on) { heat_processor(on != 0 ? -1000 : 45000, 0); }, "low_temp "},
+      {[](int on) { board.high_pressure_hold = on; }, "high_press "},
+      {[](int on) { board.high_humidity_hold = on; }, "high_rh "},
+      {[](int on) { board.tilt_overcurrent_hold = on; }, "tilt_mtr "},
+      {[](int on) { board.drive_overcurrent_hold = on; }, ""},
+      {[](int on) { board.drive_overcurrent_hold = on, step_with_motor(kMotorPan); }, "pan_mtr "},
+      {[](int on) { board.drive_overcurrent_hold = on, step_with_motor(kMotorHeight); }, "height_mtr "}};
+  board.has_frame = true;
+  step_with_motor(0);
+  for (const auto& [set, expected] : rows) {
+    set(1);
+    step_status();
+    EXPECT_EQ(warnings(), expected);
+    set(0);
+    step_status();
   }
-  board.drive_overcurrent_hold = 0;
   for (const std::string of :
        {"crit_temp", "high_temp", "low_temp", "high_press", "high_rh", "tilt_mtr", "pan_mtr", "height_mtr"}) {
-    const std::string name = of + "_warning";
-    EXPECT_EQ(member(name), "false") << name;
-    ask("PUT", "/debug/" + name, "{'debug_" + name + "':true}");
-    EXPECT_EQ(member(name), "true") << name;
+    for (const std::string on : {"true", "false"}) {
+      ask("PUT", "/debug/" + of + "_warning", "{'debug_" + of + "_warning':" + on + "}");
+      EXPECT_EQ(warnings(), on == "true" ? of + " " : "");
+    }
   }
   set_led_mode("low");
   EXPECT_EQ(member("led_intensity"), "'25%'");

@@ -8,6 +8,7 @@
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/redis_server.h"
+#include "http/api_client.h"
 #include "power_board/internal.h"
 #include "recorder/internal.h"
 #include "supervisor/identity.h"
@@ -39,13 +40,16 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
       R"({"model_number":"ORB-2","model_name":"ORB Advanced","serial_number":"SIM-0001","battery":"Dewalt"})");
 
   start_redis();
+  start_api();
   replace_file(kConfig, R"({"other":1,"model_name":"a/b","battery":"Dewalt"})");
   EXPECT_EQ(orb_set_supervisor_battery_type("Indipro"), 0);
-  EXPECT_EQ(text_of(orb_load_supervisor_battery_type), "Indipro");
   EXPECT_EQ(text_of(orb_load_supervisor_battery_type, 4), "Ind");
   EXPECT_EQ(config(), R"({"model_name":"a/b","battery":"Indipro"})");
   ask_redis("SET orb-serial-number %s", "A\xFF");
-  EXPECT_EQ(text_of(orb_load_supervisor_serial_number), "A?");
+  ask_redis("SET orb-model-name %s", "ORB of a long name");
+  EXPECT_EQ(ask("GET", "/serial_number"), "{'serial_number':'A?'}");
+  EXPECT_EQ(ask("GET", "/model"), "{'model':'ORB of a long n'}");
+  EXPECT_EQ(ask("GET", "/setup/battery_type"), "{'battery_type':'Indipro'}");
 
   // A file that cannot be written beside, or read, stays as it is.
   mkdir("/config/system.json.new", 0755);
@@ -64,6 +68,12 @@ TEST(identity, voltage_comes_with_the_level) {
   readings.monitor_vin_volts = 18.04F;
   EXPECT_EQ(text_of(orb_load_supervisor_firmware_version), "00.00");
   power_board_instance = &board;
+  {
+    const mutex_lock lock(board.readings_lock);
+    board.readings.board_revision = 3;
+    board.readings.build_number = 12;
+  }
+  EXPECT_EQ(text_of(orb_load_supervisor_firmware_version), "03.12");
   for (int refresh = 0; refresh < 64; ++refresh) average_battery(&board, readings);
   EXPECT_EQ(text_of(orb_load_supervisor_battery_voltage), "");
   average_battery(&board, readings);
@@ -81,8 +91,7 @@ void record() {
 }
 
 bool await_stop() {
-  for (int i = 0; i < 500 && recorder.recording != 0; ++i) sleep_ms(2);
-  return recorder.recording == 0;
+  return await([] { return recorder.recording == 0; });
 }
 
 TEST(shutdown, requests_are_served_once_each) {

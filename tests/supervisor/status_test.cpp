@@ -1,12 +1,10 @@
-// What the status record makes of its measurements, and the record as a whole.
+// What the status record makes of its measurements.
 #include "supervisor/status.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 
-#include "power_board/internal.h"
 #include "recorder/recorder.h"
 
 namespace {
@@ -90,46 +88,6 @@ TEST(status, remaining_times_follow_the_take_or_the_assumed_rate) {
   EXPECT_EQ(times({110'000, 2'030'000}, rate), "00:08:20 02:46:40 8 MIN");
   step_take_rate(&rate, false, false, 0);
   EXPECT_EQ(times({110'000, 2'030'000}, rate), "00:01:40 00:33:20 1 MIN");
-}
-
-TEST(status, record_is_the_default_until_the_first_step) {
-  static orb_power_board board;
-  supervisor_values values;
-  orb_load_supervisor_values(&values);
-  EXPECT_STREQ(values.battery, "unknown");
-  EXPECT_TRUE(std::isnan(values.board_temperature) && std::isnan(values.core_temperature[3]));
-  char text[8];
-  orb_load_supervisor_direction(text, sizeof text);
-  EXPECT_STREQ(text, "??");
-  {
-    const mutex_lock lock(board.readings_lock);
-    board.readings.bme280_temperature = 21.5;
-    board.readings.imu_accelerometer_0 = 0.5;
-    board.readings.imu_accelerometer_2 = -0.5;
-    board.readings.motor_type = kMotorPan;
-  }
-  power_board_instance = &board;
-  std::ofstream("/opt/nork/ORB_RELEASE") << "2.4.0\nbuilt by hand\n";
-  std::ofstream("/tmp/recording") << "1";
-  std::ofstream("/tmp/orb_update") << std::string(61, 'x') + "äy";
-  std::ofstream("/sys/devices/platform/coretemp.0/hwmon/hwmon1/temp2_input") << "-20500\n";
-  remove("/sys/devices/platform/coretemp.0/hwmon/hwmon1/temp5_input");
-  reset_status();
-  step_status();
-  orb_load_supervisor_values(&values);
-  EXPECT_TRUE(std::isnan(values.board_temperature)) << "the board has not been heard";
-  board.has_frame = true;
-  step_status();
-  orb_load_supervisor_values(&values);
-  EXPECT_STREQ(values.version, "2.4.0");
-  EXPECT_STREQ(values.tilt_angle, "-45°");
-  EXPECT_STREQ(values.motor_type, "pan");
-  EXPECT_STREQ(values.external_usb, "removed");
-  EXPECT_EQ(values.update_status, std::string(61, 'x'));
-  EXPECT_TRUE(values.recording && !values.paused && values.freezing == false);
-  EXPECT_EQ(values.board_temperature, 21.5);
-  EXPECT_EQ(values.core_temperature[0], -20.5);
-  EXPECT_EQ(values.processor_temperature, (-20.5 + 45 + 45) / 4);
 }
 
 }  // namespace

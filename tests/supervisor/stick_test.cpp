@@ -9,10 +9,13 @@
 #include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
+#include "http/api_client.h"
 #include "supervisor/bench_stick.h"
 #include "supervisor/status.h"
 
 namespace {
+
+constexpr char kArchive[] = "/run/bench/stick/orb_733-00158_update_2.4.0.zip";
 
 // The trace since the last call, without its times.
 std::string traced() {
@@ -28,8 +31,12 @@ void set_in_flight(int count) {
 }
 
 std::string stick() {
-  return std::string(stick_text(usb_stick_now())) + (orb_is_external_usb_mounted() ? ", mounted" : "");
+  return std::string(stick_text(usb_stick_now())) + (orb_is_external_usb_mounted() ? ", mounted" : "") +
+         (usb_stick_now().update_available ? ", update" : "");
 }
+
+// As a client asks for it.
+bool eject() { return ask("POST", "/eject") == "{'status':'OK'}"; }
 
 TEST(usb_stick, lives_from_plug_to_pull) {
   std::ofstream("/media/usb99/trace_mask") << "0x00000001";
@@ -38,7 +45,8 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   start_usb_stick();
   step_usb_stick();
   EXPECT_EQ(stick(), "removed");
-  EXPECT_EQ(orb_request_supervisor_eject(), -1);
+  start_api();
+  EXPECT_FALSE(eject());
 
   plug(true);
   step_usb_stick();
@@ -57,14 +65,18 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   EXPECT_EQ(traced(), "umount -1 16\nusb out\n");
 
   // Ejected while something is written, and asked for twice.
+  std::ofstream(kArchive) << "PK";
   plug(true);
   step_usb_stick();
+  EXPECT_EQ(stick(), "inserted, mounted, update");
+  step_status();
+  EXPECT_NE(ask("GET", "/status").find("'update_available':true"), std::string::npos);
   set_in_flight(3);
-  EXPECT_EQ(orb_request_supervisor_eject(), 1);
+  EXPECT_TRUE(eject());
   sleep_ms(500);
-  EXPECT_EQ(orb_request_supervisor_eject(), 1);
+  EXPECT_TRUE(eject());
   step_usb_stick();
-  EXPECT_EQ(stick(), "eject pending");
+  EXPECT_EQ(stick(), "eject pending, update");
   open_file.reset(open("/media/usb-cpy/file", O_RDONLY | O_CLOEXEC));
   set_in_flight(0);
   sleep_ms(1000);
@@ -72,24 +84,25 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   sleep_ms(1000);
   step_usb_stick();
   EXPECT_EQ(stick(), "ejected");
-  EXPECT_EQ(orb_request_supervisor_eject(), -1);
+  EXPECT_FALSE(eject());
 
   // Out and in again while the second request is served, which is not for the new stick.
   plug(false);
   step_usb_stick();
   EXPECT_EQ(stick(), "removed");
+  remove(kArchive);
   plug(true);
   step_usb_stick();
   sleep_ms(3500);
   EXPECT_EQ(stick(), "inserted, mounted");
   EXPECT_EQ(traced(),
-            "usb in\nupdate 0 0 0\nusb eject begin\nio 3\nio 0\numount start\neject umount -1 16\n"
+            "usb in\nupdate 1 0 0\nusb eject begin\nio 3\nio 0\numount start\neject umount -1 16\n"
             "io 0\numount start\nusb ejected\nusb in\nupdate 0 0 0\nusb eject end\n"
             "usb eject begin\nusb eject end\n");
 
   // Pulled while its eject waits.
   set_in_flight(1);
-  EXPECT_EQ(orb_request_supervisor_eject(), 1);
+  EXPECT_TRUE(eject());
   sleep_ms(300);
   plug(false);
   step_usb_stick();

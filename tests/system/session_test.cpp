@@ -15,24 +15,18 @@ namespace {
 
 constexpr char kTraceMask[] = "0x00001190";  // API, focus and zoom loops, camera controller
 
-// Lines that were added to a growing text, each behind `mark`.
-class follower {
- public:
-  follower(std::string mark, std::string (*read)()) : mark_(std::move(mark)), read_(read) {}
+// What has been added to a text that grows, each line behind `mark`.
+struct follower {
+  std::string mark;
+  std::string (*read)();
+  size_t seen = 0;
 
   std::string added() {
-    const std::string text = read_();
-    std::istringstream lines(text.substr(std::min(seen_, text.size())));
-    seen_ = text.size();
-    std::string result;
-    for (std::string line; std::getline(lines, line);) result += mark_ + line + "\n";
-    return result;
+    const std::string text = read();
+    const std::string added = text.substr(std::min(seen, text.size()));
+    seen = text.size();
+    return std::regex_replace(added, std::regex("(.*)\n"), mark + "$1\n");
   }
-
- private:
-  std::string mark_;
-  std::string (*read_)();
-  size_t seen_ = 0;
 };
 
 // Times, and positions of lenses that are moving, are not the same twice.
@@ -41,7 +35,9 @@ std::string without_chance(std::string text) {
       {std::regex(R"re((zoom|focus|_position)":-?\d+)re"), "$1\":N"},
       {std::regex(R"re((magnification|depth_of_field)":"[^"]*")re"), "$1\":\"T\""},
       {std::regex(R"re((sample_count|distance)":[-\d.e]+)re"), "$1\":N"},
-      {std::regex(R"re((\{"time|\{"date|firmware_version|camera_version)":"[^"]*")re"), "$1\":\"T\""},
+      {std::regex(R"re((firmware_version|camera_version)":"[^"]*")re"), "$1\":\"T\""},
+      {std::regex(R"re("time":"\d\d:\d\d:\d\d")re"), R"("time":"HH:MM:SS")"},
+      {std::regex(R"re("date":"\d{4}-\d\d-\d\d")re"), R"("date":"YYYY-MM-DD")"},
       {std::regex(R"re((Content-Length: )\d+(.*":N))re"), "$1N$2"},
       {std::regex(R"( \[\d\d:\d\d:\d\d\.\d\d\d\])"), ""},
   };
@@ -123,9 +119,9 @@ void start(whole_unit* unit) {
 }
 
 std::string replay(const std::string& session, whole_unit* unit) {
-  follower camera("camera ", camera_log);
-  follower board("board ", board_log);
-  follower trace("trace ", trace_log);
+  follower camera{"camera ", camera_log};
+  follower board{"board ", board_log};
+  follower trace{"trace ", trace_log};
   const auto begin = [&] {
     start(unit);
     for (follower* each : {&camera, &board, &trace}) each->added();

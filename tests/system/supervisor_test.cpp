@@ -1,6 +1,8 @@
 // The supervisor of the whole daemon: the camera that it watches, and the unit's end.
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -61,7 +63,7 @@ std::string power_calls() {
 }
 
 TEST(supervisor, ends_the_unit_and_loses_no_take) {
-  write_text("/media/usb99/trace_mask", "0x00000221");
+  write_text("/media/usb99/trace_mask", "0x00000231");
   const child camera({ORB_BUILD_FOLDER "/sim_camera"});
   ASSERT_TRUE(await([] {
     const int fd = connect_to("192.168.0.127", 554);
@@ -84,21 +86,43 @@ TEST(supervisor, ends_the_unit_and_loses_no_take) {
   ASSERT_EQ(takes.size(), 1U);
   EXPECT_GT(takes[0], 2);
 
-  // Hot: nothing waits for the take but its ffmpeg's end; it is there after the next start all the same.
+  // A reboot, asked for twice, waits for a completion that takes long. When the unit becomes hot it waits no
+  // more and the power goes off; the take is there after the next start all the same.
   daemon = start_daemon();
   ASSERT_TRUE(await_api());
+  record_for(5);
+  write_text("/tmp/slow", "#!/bin/sh\nexec sleep 60\n");
+  chmod("/tmp/slow", 0755);
+  ASSERT_EQ(mount("/tmp/slow", "/usr/bin/ffprobe", nullptr, MS_BIND, nullptr), 0);
+  for (int i = 0; i < 2; ++i) {
+    http("POST", "/api/shutdown", R"({"shutdown_type":"2"})");
+    usleep(1'500'000);
+  }
+  EXPECT_EQ(power_calls(), "shutdown -P now\n");
+  set_host("temperature 90");
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_EQ(power_calls(), "shutdown -P now\nshutdown -P now\n");
+  has_in_order(trace_log(), {"HAPI: shutdown 2", "SUPV: shutdown begin", "SUPV: stop recording",
+                             "SUPV: temp shutdown 25.0 90.0", "SUPV: need shutdown",
+                             "SUPV: temperature, skip post", "SUPV: camera off", "SUPV: cl shutdown"});
+  set_host("temperature 45");
+  umount("/usr/bin/ffprobe");
+
+  // Hot: nothing waits for the take but its ffmpeg's end, which takes long here.
+  daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  EXPECT_TRUE(await([] { return finished_takes().size() == 2 && !fs::exists("/home/orb/ApiVideos/guid"); }));
+  remove("/media/usb99/trace");
   record_for(5);
   ctl("camera", "picture_silent on");  // the camera's power goes with the unit's
   usleep(500'000);
   set_host("temperature 90");
   EXPECT_EQ(daemon.wait(), 0);
-  EXPECT_EQ(power_calls(), "shutdown -P now\nshutdown -P now\n");
-  has_in_order(trace_log(), {"SUPV: temp shutdown 25.0 90.0", "SUPV: need shutdown", "SUPV: shutdown begin",
-                             "SUPV: stop recording", "SUPV: temperature, skip post", "SUPV: camera off",
+  has_in_order(trace_log(), {"SUPV: stop recording", "SUPV: temperature, skip post", "SUPV: camera off",
                              "SUPV: cl shutdown"});
   set_host("temperature 45");
   daemon = start_daemon();
-  EXPECT_TRUE(await([] { return finished_takes().size() == 2 && !fs::exists("/home/orb/ApiVideos/guid"); }));
+  EXPECT_TRUE(await([] { return finished_takes().size() == 3 && !fs::exists("/home/orb/ApiVideos/guid"); }));
   takes = finished_takes();
   EXPECT_GT(*std::min_element(takes.begin(), takes.end()), 2);
 }

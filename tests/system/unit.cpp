@@ -2,15 +2,18 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <utility>
+
+#include "base/child_process.h"
+#include "base/paths.h"
 
 namespace {
 
@@ -28,20 +31,14 @@ std::string read_all(int fd) {
 }  // namespace
 
 child::child(const std::vector<std::string>& command, const std::string& preload) {
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  const unique_fd log(open("/tmp/children.log", O_WRONLY | O_CREAT | O_APPEND, 0644));
+  const std::string words = "exec env LD_PRELOAD='" + preload + "' \"$@\" 2>&1";
+  std::vector<const char*> arguments{"sh", "-c", words.c_str(), "sh"};
+  for (const std::string& word : command) arguments.push_back(word.c_str());
   arguments.push_back(nullptr);
-  pid_ = fork();
-  setpgid(pid_, 0);  // in both: whichever is first
-  if (pid_ != 0) return;
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const int log = open("/tmp/children.log", O_WRONLY | O_CREAT | O_APPEND, 0644);
-  dup2(log, 1);
-  dup2(log, 2);
-  if (!preload.empty()) setenv("LD_PRELOAD", preload.c_str(), 1);
-  execvp(arguments[0], arguments.data());
-  _exit(127);
+  child_process process;
+  start_child({paths::kShell, arguments.data(), log.get(), false, SIGKILL}, &process);
+  pid_ = process.pid;
 }
 
 child::child(child&& other) noexcept : pid_(std::exchange(other.pid_, 0)) {}

@@ -9,7 +9,9 @@
 #include <string_view>
 #include <vector>
 
-// A child process, with a process group of its own; ended with SIGKILL and reaped when the record goes.
+#include "tests/await.h"
+
+// A child process, with a session of its own; ended with SIGKILL and reaped when the record goes.
 class child {
  public:
   child() = default;
@@ -50,13 +52,3 @@ int connect_to(const char* address, unsigned short port);
 
 std::string read_text(const std::string& path);
 void write_text(const std::string& path, const std::string& text);
-
-// Polls `condition` every 10 ms for up to `seconds`.
-template <typename Condition>
-bool await(Condition condition, double seconds = 10) {
-  for (int round = 0; round < seconds * 100; ++round) {
-    if (condition()) return true;
-    usleep(10'000);
-  }
-  return condition();
-}
