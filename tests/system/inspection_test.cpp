@@ -100,11 +100,11 @@ void tilt_the_head() {
 void zoom_in() {
   begin_step("Zoom");
   EXPECT_TRUE(await([] {
-    order("POST", "/camera/zoom/increment");
+    ask("POST", "/camera/zoom/increment");
     usleep(300'000);
     return number_after(status("zoom_magnification"), "") >= 2;
   }));
-  order("POST", "/camera/zoom/stop");
+  ask("POST", "/camera/zoom/stop");
   end_step("zoom");
 }
 
@@ -118,7 +118,7 @@ void write_the_titles() {
         R"({"gps_data":"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"})");
   for (const std::string item : {"title", "operator_id", "flow_direction", "zoom"})
     order("PUT", "/osd/" + item, "{\"" + item + R"(_osd":1})");
-  EXPECT_TRUE(await([] { return ctl("camera", "titles").find("crew 7") != std::string::npos; }));
+  EXPECT_TRUE(await([] { return ctl("camera", "titles").find("CREW 7") != std::string::npos; }));
   end_step("titles");
 }
 
