@@ -72,6 +72,7 @@ constexpr int kBasicIdentity = 58;  // revision, build number and checksum: exte
 
 constexpr double kImuSamplesPerSecond = 50;
 constexpr double kLaserSamplesPerSecond = 4;
+constexpr double kTiltCountsPerRadian = 30'000;
 
 constexpr double kLedAmps = 2.0;  // all lines at full intensity
 constexpr double kLaserAmps = 0.15;
@@ -324,15 +325,26 @@ void trip(board_model& board, uint8_t bit, bool on) {
   board.status = static_cast<uint8_t>(on ? board.status | bit : board.status & ~bit);
 }
 
+// The head turns about its axis 1, and what it measures of gravity turns with it: outward counts lower it.
+void tilt_head(board_readings& now, double counts) {
+  if (counts == 0) return;
+  const double angle = -counts / kTiltCountsPerRadian;
+  const double vertical = now.accel_x;
+  now.accel_x = vertical * std::cos(angle) - now.accel_z * std::sin(angle);
+  now.accel_z = vertical * std::sin(angle) + now.accel_z * std::cos(angle);
+}
+
 void advance_drives(board_model& board, double seconds) {
   board_readings& now = board.readings;
   change_drive(board);
   adopt_count(board.tilt, now.encoder_0, board.shown_0);
+  const double tilt_before = board.tilt.position;
   adopt_count(board.mast, now.encoder_1, board.shown_1);
   const bool ran = board.motor_ran;
   board.motor_ran = motor_running(board.motor);
   advance_drive(board, board.tilt, kBoardMotorTilt, seconds);
   advance_drive(board, board.mast, kBoardMotorDrive, seconds);
+  tilt_head(now, board.tilt.position - tilt_before);
   now.encoder_0 = board.shown_0 = drive_count(board.tilt);
   now.encoder_1 = board.shown_1 = drive_count(board.mast);
   now.encoder_speed_0 = board.tilt.speed;

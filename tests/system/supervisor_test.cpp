@@ -109,10 +109,10 @@ TEST(supervisor, ends_the_unit_and_loses_no_take) {
   umount("/usr/bin/ffprobe");
 
   // Hot: nothing waits for the take but its ffmpeg's end, which takes long here.
+  remove("/media/usb99/trace");
   daemon = start_daemon();
   ASSERT_TRUE(await_api());
   EXPECT_TRUE(await([] { return finished_takes().size() == 2 && !fs::exists("/home/orb/ApiVideos/guid"); }));
-  remove("/media/usb99/trace");
   record_for(5);
   ctl("camera", "picture_silent on");  // the camera's power goes with the unit's
   usleep(500'000);

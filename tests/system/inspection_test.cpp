@@ -1,0 +1,229 @@
+// One inspection as a crew makes it, from power-up to shutdown, by the tablets' routes alone. `./unit tour`
+// plays it aloud: it prints every request with its answer and takes a picture after each step.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "base/json.h"
+#include "base/paths.h"
+#include "system/unit.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const bool is_tour = getenv("ORB_TOUR") != nullptr;
+int step_count = 0;
+std::string seat_token;
+
+void say(const std::string& text) {
+  if (is_tour) printf("%s\n", text.substr(0, 600).c_str());
+}
+
+void run(const std::string& command) { EXPECT_EQ(system(command.c_str()), 0) << command; }
+
+std::string ask(const std::string& method, const std::string& route, const std::string& body = "") {
+  const reply answer = http(method, "/api" + route, body);
+  say("> " + method + " /api" + route + " " + body + "\n< " + answer.body);
+  return answer.body;
+}
+
+void order(const std::string& method, const std::string& route, const std::string& body = "") {
+  EXPECT_EQ(ask(method, route, body), R"({"status":"OK"})") << method << " " << route << " " << body;
+}
+
+// A member of an answer, as text.
+std::string member(const std::string& answer, const char* key) {
+  const json_owner object(json_tokener_parse(answer.c_str()));
+  json_object* value = json_member(object.get(), key);
+  return value == nullptr ? "" : json_object_get_string(value);
+}
+
+std::string status(const char* key) { return member(http("GET", "/api/status").body, key); }
+
+bool await_status(const char* key, const std::string& value, double seconds = 15) {
+  return await([&] { return status(key) == value; }, seconds);
+}
+
+void begin_step(const char* name) {
+  say("\n-- " + std::to_string(++step_count) + ". " + name);
+  if (!seat_token.empty())
+    http("POST", "/api/seats/update", R"({"seat_update":"refresh","seat_token":")" + seat_token + "\"}");
+}
+
+// What the operator sees now.
+void end_step(const char* picture) {
+  if (!is_tour) return;
+  const std::string path = "/run/bench/" + std::to_string(10 + step_count) + "-" + picture + ".png";
+  run("ffmpeg -v error -y -i rtsp://192.168.0.127:554/vx-1.mp4 -frames:v 1 " + path);
+  say("   picture: " + fs::path(path).filename().string());
+}
+
+void take_the_seat() {
+  begin_step("The tablet takes the controller's seat");
+  seat_token = member(ask("POST", "/seats/request", R"({"seat_role":"controller"})"), "seat_token");
+  const std::string body = R"({"seat_update":"lock","seat_token":")" + seat_token + "\"}";
+  EXPECT_EQ(member(ask("POST", "/seats/update", body), "seat_role"), "controller");
+  EXPECT_TRUE(await_status("camera_signal", "true"));
+}
+
+void switch_the_lights_on() {
+  begin_step("Lights");
+  order("PUT", "/led/mode", R"({"led_mode":"high"})");
+  order("PUT", "/led/intensity", R"({"led_intensity":"80"})");
+  EXPECT_EQ(status("led_mode"), "high");
+  end_step("lights");
+}
+
+void raise_the_mast() {
+  begin_step("The mast finds its home and goes to 8 inches");
+  order("POST", "/motor/height/findhome");
+  EXPECT_TRUE(await_status("height", "HOMING", 2));
+  EXPECT_TRUE(await([] { return status("height").ends_with(" in"); }, 20)) << status("height");
+  order("PUT", "/height/preset", R"({"height_preset":"8"})");
+  EXPECT_TRUE(await_status("height", "SETTING", 2));
+  EXPECT_TRUE(await([] { return number_after(status("height"), "") > 7.4; }, 20)) << status("height");
+  say("   height: " + status("height"));
+}
+
+void tilt_the_head() {
+  begin_step("The head tilts");
+  const std::string before = status("tilt_angle");
+  for (int i = 0; i < 3; ++i) order("POST", "/motor/tilt/increment"), usleep(300'000);
+  order("POST", "/motor/tilt/stop");
+  EXPECT_TRUE(await([&] { return status("tilt_angle") != before; }, 3)) << before;
+  say("   tilt: " + before + " to " + status("tilt_angle"));
+}
+
+void zoom_in() {
+  begin_step("Zoom");
+  EXPECT_TRUE(await([] {
+    ask("POST", "/camera/zoom/increment");
+    usleep(300'000);
+    return number_after(status("zoom_magnification"), "") >= 2;
+  }));
+  ask("POST", "/camera/zoom/stop");
+  end_step("zoom");
+}
+
+void write_the_titles() {
+  begin_step("Titles");
+  order("PUT", "/setup/title", R"({"title":"Main St <12> \"north\""})");
+  order("PUT", "/setup/operator_id", R"({"operator_id":"crew 7"})");
+  order("PUT", "/setup/flow_direction", R"({"flow_direction":"UPSTREAM"})");
+  order("PUT", "/setup/filename", R"({"filename":"Shaft 12"})");
+  order("PUT", "/setup/gps_data",
+        R"({"gps_data":"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"})");
+  for (const std::string item : {"title", "operator_id", "flow_direction", "zoom"})
+    order("PUT", "/osd/" + item, "{\"" + item + R"(_osd":1})");
+  EXPECT_TRUE(await([] { return ctl("camera", "titles").find("CREW 7") != std::string::npos; }));
+  end_step("titles");
+}
+
+void measure_the_distance() {
+  begin_step("Laser");
+  ctl("board", "laser 12.5");
+  order("PUT", "/laser/mode", R"({"laser_mode":"manual"})");
+  order("POST", "/laser/execute");
+  EXPECT_TRUE(await([] { return status("laser_distance") == "41.0 ft"; }, 5)) << status("laser_distance");
+}
+
+void record_a_take() {
+  begin_step("A take with two stills");
+  order("PUT", "/camera/recorder/video/note", R"({"metadata_note":"first run"})");
+  EXPECT_TRUE(await([] { return ask("POST", "/camera/recorder/start").find("OK") != std::string::npos; }));
+  usleep(4'000'000);
+  for (const std::string note : {R"(crack at joint)", R"(roots & \"mud\")"}) {
+    order("PUT", "/camera/recorder/image/note", R"({"metadata_note":")" + note + "\"}");
+    order("POST", "/camera/recorder/save");
+    usleep(1'200'000);
+  }
+  EXPECT_EQ(status("recording"), "true");
+  order("POST", "/camera/recorder/stop");
+  EXPECT_TRUE(await([] { return !fs::exists(paths::kTakeGuid); }, 20));
+  end_step("take");
+}
+
+// The files of the unit, by the end of their name.
+std::string file_named(const std::string& answer, const std::string& end, const char* key) {
+  const json_owner list(json_tokener_parse(answer.c_str()));
+  for (size_t i = 0; list && i < json_object_array_length(list.get()); ++i) {
+    json_object* file = json_object_array_get_idx(list.get(), i);
+    if (json_text(file, "name").ends_with(end)) return json_text(file, key);
+  }
+  return "";
+}
+
+void look_at_the_take() {
+  begin_step("What the take has become");
+  const std::string listed = ask("GET", "/camera/recorder/files");
+  EXPECT_EQ(file_named(listed, ".mp4", "asset_id"), R"(Main St <12> "north")");
+  const std::string still = file_named(listed, ".jpg", "name");
+  EXPECT_NE(still, "");
+  const std::string file = R"({"file_name":"/media/usb99/ApiVideos/)" + still + "\"";
+  order("PUT", "/camera/recorder/file/note", file + R"(,"metadata_note":"crack at joint, repair"})");
+  const std::string metadata = ask("POST", "/camera/recorder/file/metadata", file + "}");
+  EXPECT_EQ(member(metadata, "metadata_note"), "crack at joint, repair");
+  EXPECT_EQ(member(metadata, "metadata_title"), R"(Main St <12> "north")");
+  EXPECT_EQ(member(metadata, "metadata_gps_latitude"), "48.11730");
+  if (is_tour) run("cp /media/usb99/ApiVideos/*.jpg /media/usb99/ApiVideos/*.mp4 /run/bench/");
+}
+
+// The body that asks for all the listed files.
+std::string all_of(const std::string& listed) { return R"({"files":)" + listed + "}"; }
+
+void hand_everything_over() {
+  begin_step("Everything goes onto the stick");
+  run(ORB_SIM_FOLDER "/host usb insert");
+  EXPECT_TRUE(await_status("ext_usb_status", "inserted"));
+  order("POST", "/logger/log_file");
+  order("POST", "/camera/recorder/copy", all_of(ask("GET", "/camera/recorder/files")));
+  order("POST", "/logger/copy", all_of(ask("GET", "/logger/files")));
+  for (const char* files : {"/camera/recorder/files", "/logger/files"}) {
+    EXPECT_TRUE(await([&] {
+      const std::string listed = http("GET", std::string("/api") + files).body;
+      return listed.find("External USB") != listed.npos && listed.find("Main USB") == listed.npos;
+    })) << ask("GET", files);
+  }
+  order("POST", "/eject");
+  EXPECT_TRUE(await_status("ext_usb_status", "ejected"));
+  size_t count = 0;
+  for (const auto& file : fs::directory_iterator("/run/bench/stick")) count += fs::file_size(file) > 100;
+  EXPECT_EQ(count, 4U);  // take, two stills, log file
+}
+
+std::string power_calls() {
+  std::string calls = read_text("/tmp/power_calls");
+  return calls.substr(std::min(calls.size(), calls.find(' ') + 1));
+}
+
+void end_the_day() {
+  begin_step("The day ends");
+  order("POST", "/shutdown", R"({"shutdown_type":"1"})");
+}
+
+TEST(inspection, from_power_up_to_shutdown) {
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  const child redis = start_redis();
+  const child camera = start_camera(true);
+  child daemon = start_daemon();
+  ASSERT_TRUE(await_api());
+  take_the_seat();
+  switch_the_lights_on();
+  raise_the_mast();
+  tilt_the_head();
+  zoom_in();
+  write_the_titles();
+  measure_the_distance();
+  record_a_take();
+  look_at_the_take();
+  hand_everything_over();
+  end_the_day();
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_EQ(power_calls(), "shutdown -P now\n");
+  say("\nThe unit is off.");
+}
+
+}  // namespace
