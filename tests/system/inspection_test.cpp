@@ -141,6 +141,7 @@ void record_a_take() {
     usleep(1'200'000);
   }
   EXPECT_EQ(status("recording"), "true");
+  usleep(2'500'000);  // a still is cut a second after its mark
   order("POST", "/camera/recorder/stop");
   EXPECT_TRUE(await([] { return !fs::exists(paths::kTakeGuid); }, 20));
   end_step("take");
