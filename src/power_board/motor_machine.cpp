@@ -173,6 +173,14 @@ void settle_homing(const machine& m) {
   if (++motors.stable_count > kHomingStable) complete_homing(motors);
 }
 
+// A homing whose request has been withdrawn.
+void cancel_homing(const machine& m) {
+  trace(kTraceHeightMotor, "homing cancel");
+  stop(m);
+  m.motors.homing_state = kHomingIdle;
+  m.motors.move_state = kMoveIdle;
+}
+
 // --- moves ---
 
 bool is_inside(const machine& m) {
@@ -417,6 +425,12 @@ bool is_driving(const motor_state& motors) {
 
 void step_motors(motor_state& motors, const motor_sample& sample, motor_writes& writes) {
   check_type(motors, sample.reported_type);
-  kHoming[motors.homing_state]({motors, sample, writes});
+  const machine m{motors, sample, writes};
+  const int state = motors.homing_state;
+  if (state != kHomingIdle && state != kHomed && motors.homing_requested == 0) {
+    cancel_homing(m);
+  } else {
+    kHoming[state](m);
+  }
   motors.previous_count = sample.encoder;
 }
