@@ -334,6 +334,21 @@ TEST_F(mast, a_jog_needs_a_home_but_a_tilt_does_not) {
   EXPECT_EQ(board_.queue.take().number, 6);
 }
 
+TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
+  for (const bool homing : {true, false}) {
+    home();
+    homing ? void(orb_power_board_home_height(&board_)) : request(48);
+    ended_ = false;
+    refresh(10);
+    take_log();
+    model_.readings.motor_type = 0;
+    refresh(10);
+    EXPECT_EQ(take_log(), "motor pending 0,no height,stop,");
+    model_.readings.motor_type = kMotorHeight;
+    refresh(5);
+  }
+}
+
 // Resumed an hour later, nothing may drive that was asked for before, and a new request is served.
 TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
   const auto home_now = [this] { ended_ = false, orb_power_board_home_height(&board_); };
