@@ -141,10 +141,12 @@ int orb_power_board_get_board_type(orb_power_board* board) {
 void orb_power_board_suspend_refresh(orb_power_board* board) {
   trace(kTracePowerBoard, "suspend refresh");
   board->refresh_suspended = true;
+  withdraw_motor_requests(board);
 }
 
 void orb_power_board_resume_refresh(orb_power_board* board) {
   trace(kTracePowerBoard, "resume refresh");
+  if (board->refresh_suspended) withdraw_motor_requests(board);  // those made meanwhile
   board->refresh_suspended = false;
   board->refresh_queued = false;
 }

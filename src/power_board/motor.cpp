@@ -63,6 +63,13 @@ bool jog_waits(orb_power_board* board) {
 
 bool is_extended(orb_power_board* board) { return orb_power_board_get_board_type(board) != 0; }
 
+int queue_motor_stop(orb_power_board* board) {
+  const uint8_t stop[] = {kMotorStop};
+  if (queue_work(board, write_item(kMotorRegister, stop))) return 0;
+  report_refused_write(board, __LINE__);
+  return -1;
+}
+
 // Asks for a homing where an unhomed mast is jogged. True when the jog may go on.
 bool may_jog(motor_state& motors, int command) {
   const bool moving = is_moving(motors);
@@ -97,10 +104,15 @@ int orb_power_board_stop_motor(orb_power_board* board) {
   } else if (!is_homed(motors) && motors.homing_requested != 0) {
     return -1;
   }
-  const uint8_t stop[] = {kMotorStop};
-  if (queue_work(board, write_item(kMotorRegister, stop))) return 0;
-  report_refused_write(board, __LINE__);
-  return -1;
+  return queue_motor_stop(board);
+}
+
+void withdraw_motor_requests(orb_power_board* board) {
+  motor_state& motors = board->motors;
+  const bool moving = is_moving(motors);
+  if (moving) motors.move_cancel = 1;
+  const bool homing = !is_homed(motors) && motors.homing_requested.exchange(0) != 0;
+  if (moving || homing) queue_motor_stop(board);
 }
 
 int orb_power_board_home_height(orb_power_board* board) {

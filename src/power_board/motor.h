@@ -110,6 +110,9 @@ void step_motors(motor_state& motors, const motor_sample& sample, motor_writes& 
 // then asks for.
 int orb_power_board_start_motor(orb_power_board* board, int command, int pwm, int duration);
 
+// Ends a homing and a move for good, running or only asked for: the next refresh takes them back.
+void withdraw_motor_requests(orb_power_board* board);
+
 // Stops whatever runs; a move is cancelled. -1 when a homing is asked for that a stop must not break off.
 int orb_power_board_stop_motor(orb_power_board* board);
 

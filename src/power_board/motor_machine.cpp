@@ -55,7 +55,9 @@ void stop(const machine& m) { write_command(m, kMotorStop); }
 
 // --- motor type ---
 
-void confirm_type(motor_state& motors) {
+void confirm_type(const machine& m) {
+  motor_state& motors = m.motors;
+  if (is_driving(motors)) stop(m);  // nobody looks after it from now on
   motors.motor_type = motors.motor_type_seen;
   if (motors.motor_type == kMotorHeight) {
     trace(kTraceHeightMotor, "height detected");
@@ -68,14 +70,16 @@ void confirm_type(motor_state& motors) {
   }
 }
 
-void check_type(motor_state& motors, int reported) {
+void check_type(const machine& m) {
+  motor_state& motors = m.motors;
+  const int reported = m.sample.reported_type;
   if (reported != motors.motor_type_seen) {
     motors.motor_type_seen = reported;
     motors.motor_type_stable = 0;
     trace(kTraceHeightMotor, "motor pending %d", reported);
   } else if (motors.motor_type_stable < kTypeSamples && ++motors.motor_type_stable == kTypeSamples &&
              reported != motors.motor_type) {
-    confirm_type(motors);
+    confirm_type(m);
   }
 }
 
@@ -171,6 +175,14 @@ void settle_homing(const machine& m) {
   }
   motors.resample_count = 0;
   if (++motors.stable_count > kHomingStable) complete_homing(motors);
+}
+
+// A homing whose request has been withdrawn.
+void cancel_homing(const machine& m) {
+  trace(kTraceHeightMotor, "homing cancel");
+  stop(m);
+  m.motors.homing_state = kHomingIdle;
+  m.motors.move_state = kMoveIdle;
 }
 
 // --- moves ---
@@ -385,7 +397,7 @@ constexpr state_function kMoves[] = {start_move,   move_out_fast, move_out_slow,
                                      move_in_slow, check_move,    rest};
 
 void step_homed(const machine& m) {
-  check_type(m.motors, m.sample.reported_type);
+  check_type(m);
   if (m.motors.homing_state != kHomed) return;
   kMoves[m.motors.move_state.load(std::memory_order_acquire)](m);
 }
@@ -416,7 +428,13 @@ bool is_driving(const motor_state& motors) {
 }
 
 void step_motors(motor_state& motors, const motor_sample& sample, motor_writes& writes) {
-  check_type(motors, sample.reported_type);
-  kHoming[motors.homing_state]({motors, sample, writes});
+  const machine m{motors, sample, writes};
+  check_type(m);
+  const int state = motors.homing_state;
+  if (state != kHomingIdle && state != kHomed && motors.homing_requested == 0) {
+    cancel_homing(m);
+  } else {
+    kHoming[state](m);
+  }
   motors.previous_count = sample.encoder;
 }

@@ -190,7 +190,9 @@ void orb_power_board_signal_shutdown(orb_power_board* board);
 // 1 when the board reports the extended frame, else 0.
 int orb_power_board_get_board_type(orb_power_board* board);
 
-// Refresh control: while suspended, each trigger yields one refresh (two within a tick of 0.1 s are one).
+// Refresh control: while suspended, each trigger yields one refresh (two within a tick of 0.1 s are one). No
+// homing or move outlives a suspension, nor one that was asked for during it: unwatched for so long, it must
+// not drive at the resume.
 void orb_power_board_suspend_refresh(orb_power_board* board);
 void orb_power_board_resume_refresh(orb_power_board* board);
 void orb_power_board_trigger_refresh(orb_power_board* board);

@@ -334,6 +334,58 @@ TEST_F(mast, a_jog_needs_a_home_but_a_tilt_does_not) {
   EXPECT_EQ(board_.queue.take().number, 6);
 }
 
+TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
+  for (const bool homing : {true, false}) {
+    home();
+    homing ? void(orb_power_board_home_height(&board_)) : request(48);
+    ended_ = false;
+    refresh(10);
+    take_log();
+    model_.readings.motor_type = 0;
+    refresh(10);
+    EXPECT_EQ(take_log(), "motor pending 0,no height,stop,");
+    model_.readings.motor_type = kMotorHeight;
+    refresh(5);
+  }
+}
+
+// Resumed an hour later, nothing may drive that was asked for before, and a new request is served.
+TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
+  const auto home_now = [this] { ended_ = false, orb_power_board_home_height(&board_); };
+  const auto move_now = [this] { request(48); };
+  const std::tuple<std::function<void()>, int, const char*> cases[] = {
+      {home_now, 0, ""},
+      {home_now, 3, "homing cancel,stop,"},
+      {home_now, 30, "homing cancel,stop,"},
+      {move_now, 2, "move out cancel 0 0,stop,"},
+      {move_now, 30, "move out cancel 374 0,stop,"},
+  };
+  for (const auto& [ask, after, log] : cases) {
+    for (const bool while_suspended : {false, true}) {
+      place(24, 5000);
+      home();
+      place(24, count_at(24));
+      motors().timeout_count = motors().no_movement_count = 0;
+      if (while_suspended) orb_power_board_suspend_refresh(&board_);
+      ask();
+      refresh(after);  // also one by one, as they are triggered
+      if (!while_suspended) orb_power_board_suspend_refresh(&board_);
+      read_trace();
+      take_log();
+      model_.motor = {};  // it runs for its dead-man time at most
+      orb_power_board_resume_refresh(&board_);
+      refresh(30);
+      EXPECT_EQ(take_log(), std::string("resume refresh,") + log) << after;
+      home();
+      go(12);
+      EXPECT_EQ(last_, "move done");
+      const mutex_lock lock(board_.queue_lock);
+      ASSERT_FALSE(board_.queue.empty());
+      while (!board_.queue.empty()) EXPECT_TRUE(is_motor_stop(board_.queue.take()));
+    }
+  }
+}
+
 // A pan drive that is jogged before its type is known must not turn as if it were homed, and a jog that the
 // board has not been told yet would drive a homing at its own speed.
 TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
