@@ -1,6 +1,6 @@
 // XMP metadata of takes and stills: one packet in a JPEG or MP4 file, built from the template that is
-// installed with the system, written into the file and read back. Adobe XMP Specification Part 3, "Storage in
-// Files": the APP1 segment of JPEG, the "uuid" box of MP4.
+// installed with the system, written into the file and read back. ISO 16684 (XMP): the APP1 segment of JPEG,
+// the "uuid" box of MP4.
 #pragma once
 
 #include <cstddef>
