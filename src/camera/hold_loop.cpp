@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int64_t kTick_ns = kHoldTick_ms * kNanosecondsPerMillisecond;
-constexpr int64_t kSettlePause_ms = 250;
+constexpr int64_t kSettlePause_ms = 20;
 
 struct hold_run {
   int direction = 0;

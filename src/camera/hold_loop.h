@@ -14,7 +14,7 @@ struct hold_actions {
   void (*start)(int direction);
   void (*step)(int direction, int held_ms);  // every 5 ms while held
   bool (*end)();                             // false: not yet; it is called again after 5 ms
-  bool (*settle)();  // what the end still owes; false: not yet, it is called again after 250 ms. May be null
+  bool (*settle)();  // what the end still owes; false: not yet, it is called again after 20 ms. May be null
 };
 
 struct hold_loop {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/trace.h"
+#include "base/clock.h"
 #include "base/paths.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
@@ -23,6 +24,7 @@ struct motion {
   int (*positive)(visca_camera* camera, int speed);
   int (*negative)(visca_camera* camera, int speed);
   int (*stop)(visca_camera* camera);
+  std::atomic<bool> visca_camera::*at_rest;
 };
 
 constexpr motion kZoom{kTraceZoomLoop,
@@ -30,27 +32,42 @@ constexpr motion kZoom{kTraceZoomLoop,
                        kDefaultZoomSpeed,
                        visca_camera_zoom_tele_variable,
                        visca_camera_zoom_wide_variable,
-                       visca_camera_zoom_stop};
+                       visca_camera_zoom_stop,
+                       &visca_camera::zoom_at_rest};
 constexpr motion kFocus{kTraceFocusLoop,
                         paths::kFocusSpeed,
                         kDefaultFocusSpeed,
                         visca_camera_focus_far_variable,
                         visca_camera_focus_near_variable,
-                        visca_camera_focus_stop};
+                        visca_camera_focus_stop,
+                        &visca_camera::focus_at_rest};
+
+constexpr int kStopTries = 3;  // on one link
+constexpr int64_t kStopWatch_ns = 1000 * kNanosecondsPerMillisecond;
+
+struct sent_stop {
+  uint32_t link = 0;
+  uint32_t lost_commands = 0;  // of the camera, before it was queued
+  int64_t at_ns = 0;
+  int tries = 0;  // on this link; 0: none was sent since the last drive
+};
 
 // Touched by the motion's own thread only.
 template <const motion& Motion>
 int start_speed = 0;
 template <const motion& Motion>
-bool moving = false;  // the camera has been told to move and not yet to stop
+bool moving = false;  // the camera has been told to move, and it is not certain yet that it has the stop
 template <const motion& Motion>
 uint32_t driven_link = 0;  // the link that it was told on
+template <const motion& Motion>
+sent_stop last_stop;
 
 template <const motion& Motion>
 void drive(visca_camera* camera, int direction, int speed) {
   if ((direction > 0 ? Motion.positive : Motion.negative)(camera, speed) != 0) return;
   moving<Motion> = true;
   driven_link<Motion> = visca_thread_data.link_number;
+  last_stop<Motion> = {};
 }
 
 template <const motion& Motion>
@@ -80,8 +97,12 @@ void step_motion(int direction, int held_ms) {
 template <const motion& Motion>
 bool queue_stop() {
   visca_camera* camera = visca_thread_data.camera;
-  if (camera == nullptr || Motion.stop(camera) != 0 || !visca_link_is_up(&visca_thread_data)) return false;
-  moving<Motion> = false;
+  if (camera == nullptr) return false;
+  const uint32_t link = visca_thread_data.link_number;
+  const uint32_t lost_commands = camera->lost_commands;
+  if (Motion.stop(camera) != 0 || !visca_link_is_up(&visca_thread_data)) return false;
+  sent_stop& stop = last_stop<Motion>;
+  stop = {link, lost_commands, monotonic_ns(), stop.link == link ? stop.tries + 1 : 1};
   return true;
 }
 
@@ -94,10 +115,30 @@ bool end_motion() {
   return true;
 }
 
-// A lens must not run on because the link went: a camera that was moving is told to stop on the next link.
+enum class stop_state { on_its_way, taken, lost, given_up };
+
+// What has become of the stop, as far as it can be told: it may still wait in the queue, and its refusal come
+// late.
+stop_state judge_stop(const sent_stop& stop, const visca_camera* camera) {
+  if (stop.tries == 0 || stop.link != visca_thread_data.link_number) return stop_state::lost;
+  if (!visca_camera_is_idle(camera)) return stop_state::on_its_way;
+  if (camera->lost_commands != stop.lost_commands) {
+    return stop.tries < kStopTries ? stop_state::lost : stop_state::given_up;
+  }
+  return monotonic_ns() - stop.at_ns < kStopWatch_ns ? stop_state::on_its_way : stop_state::taken;
+}
+
+// A lens must not run on because the camera did not take the stop, or because the link went before it had:
+// the stop is sent again, on the next link too, unless something else has been asked of the lens.
 template <const motion& Motion>
 bool settle_motion() {
-  return !moving<Motion> || (visca_link_is_up(&visca_thread_data) && queue_stop<Motion>());
+  if (!moving<Motion>) return true;
+  visca_camera* camera = visca_thread_data.camera;
+  if (camera == nullptr || !visca_link_is_up(&visca_thread_data)) return false;
+  const stop_state state = judge_stop(last_stop<Motion>, camera);
+  moving<Motion> = camera->*Motion.at_rest && state != stop_state::taken;
+  if (moving<Motion> && state == stop_state::lost) queue_stop<Motion>();
+  return !moving<Motion>;
 }
 
 constexpr int kIntensityPeriod_ms = 250;

@@ -161,6 +161,7 @@ void take_error(visca_camera* camera, size_t socket, uint8_t code) {
   if (socket != 0) assign_pending(camera, socket);
   if (camera->on_error != nullptr) camera->on_error(camera, static_cast<int>(socket), code);
   camera->sockets[socket].state = 0;
+  ++camera->lost_commands;
   visca_camera_complete_command(camera, kViscaRefused);
 }
 
@@ -199,6 +200,7 @@ void clear_interface(visca_camera* camera) {
   const uint8_t packet[] = {static_cast<uint8_t>(0x80 | camera->address), 0x01, 0x00, 0x01, kViscaTerminator};
   send_bytes(camera->connection, packet, sizeof packet);
   pending.state = 0;
+  ++camera->lost_commands;
 }
 
 // The timer is not restarted at each send, which happens on other threads: it looks at when the outstanding

@@ -196,6 +196,53 @@ TEST_F(HoldLoops, TheStopWaitsForRoomWhileTheLinkIsUp) {
   EXPECT_TRUE(traced("ZMLP", "end;start 3;end;"));
 }
 
+TEST(Stops, AreSentUntilTheCameraHasThemOnThisLinkOrTheNext) {
+  start_trace();
+  orb_create_zoom_loop();
+  std::optional<stepped_link> link;
+  const auto next_link = [&] {
+    visca_thread_data.camera = nullptr;
+    visca_thread_data.connection = nullptr;
+    link.reset();
+    ++visca_thread_data.link_number;
+    link.emplace();
+  };
+  const auto hold = [&](int (*last)(visca_camera*)) {
+    EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
+    link->expect("0723");
+    if (last != nullptr) last(link->camera);
+    orb_stop_zoom_loop();
+    EXPECT_TRUE(traced("ZMLP", "end;"));
+  };
+  const char* stop = "8101040700FF";
+  next_link();
+  hold(nullptr);
+  for (const bool answered : {true, false, true}) {
+    EXPECT_EQ(link->block.packet(), stop);
+    if (answered) {
+      link->hear("906003FF");  // no socket is free
+    } else {
+      EXPECT_TRUE(eventually([&] {
+        visca_connection_poll(link->connection);
+        return link->block.packet(0) == "81010001FF";  // the interface is cleared
+      }));
+    }
+  }
+  EXPECT_EQ(link->block.packet(300), "");  // the next link is waited for
+  next_link();
+  link->expect("0700");
+  EXPECT_EQ(link->block.packet(300), "");
+  hold(visca_camera_auto_focus);  // the stop waits behind it
+  next_link();
+  link->expect("0700");
+  hold(nullptr);
+  EXPECT_EQ(link->block.packet(), stop);
+  visca_camera_zoom_direct(link->camera, 0);  // from now on the lens is another's
+  link->hear("906003FF");
+  link->expect("4700000000");
+  EXPECT_EQ(link->block.packet(300), "");
+}
+
 // A camera that was not told to move gets no stop when it comes.
 TEST_F(HoldLoops, NoStopIsOwedForAMotionThatNeverBegan) {
   visca_camera* camera = visca_thread_data.camera.exchange(nullptr);
