@@ -8,7 +8,8 @@
 // thread, once, after the camera thread has been started.
 void orb_init_camera();
 
-// Lets the worker put zoom, focus and exposure into their known state.
+// Lets the worker put zoom, focus and exposure into their known state, once the holds that were stopped
+// before have queued their stops.
 void orb_set_controller_defaults();
 
 // The setting as its word, cut to size - 1 characters and terminated.
@@ -40,6 +41,9 @@ void orb_stop_focus_loop();
 void orb_create_zoom_loop();
 int orb_trigger_zoom_loop(int direction, int duration_ms);
 void orb_stop_zoom_loop();
+// Waits for the stops of a zoom and a focus that have been stopped: until they are queued, at most so long
+// for each. Not the loops' threads.
+void orb_await_lens_stops(int timeout_ms);
 void orb_create_intensity_loop();
 int orb_trigger_intensity_loop(int direction, int duration_ms);
 void orb_stop_intensity_loop();

@@ -16,6 +16,7 @@ constexpr int kLinkWaits = 90;
 constexpr int64_t kLinkWait_ms = 1000;
 constexpr int64_t kCameraWait_ms = 250;
 constexpr int64_t kRefusedWait_ms = 5;
+constexpr int kStopWait_ms = 60'000;  // a full queue is through before
 constexpr int64_t kZoomWatch_ms = 250;
 constexpr int64_t kStartPause_ms = 5;
 
@@ -136,7 +137,10 @@ void* defaults_worker(void*) {
   for (;;) {
     const worker_requests now = take_requests();
     if (now.power_up) set_up_camera();
-    if (now.defaults) reset_camera_state();
+    if (now.defaults) {
+      orb_await_lens_stops(kStopWait_ms);  // one that came later would end the reset half-way
+      reset_camera_state();
+    }
     if (now.ir_filter) send_ir_filter();
   }
 }

@@ -24,7 +24,10 @@ std::optional<hold_run> wait_for_trigger(hold_loop* loop, bool settled) {
   const mutex_lock lock(loop->lock);
   for (;;) {
     if (loop->direction != 0 && has_expired(loop)) loop->direction = 0;
-    if (loop->direction != 0) return hold_run{loop->direction, loop->run};
+    if (loop->direction != 0) {
+      loop->holding = loop->run;
+      return hold_run{loop->direction, loop->run};
+    }
     if (!settled) return std::nullopt;
     loop->wake.wait(loop->lock);
   }
@@ -38,6 +41,11 @@ bool is_held(hold_loop* loop, const hold_run& run) {
   return loop->direction != 0;
 }
 
+unsigned run_under_way(hold_loop* loop) {
+  const mutex_lock lock(loop->lock);
+  return loop->holding;
+}
+
 void hold(hold_loop* loop, const hold_run& run) {
   loop->actions.start(run.direction);
   int64_t next = monotonic_ns();
@@ -48,6 +56,8 @@ void hold(hold_loop* loop, const hold_run& run) {
     loop->actions.step(run.direction, held_ms);
   }
   while (!loop->actions.end()) sleep_ms(kHoldTick_ms);
+  const mutex_lock lock(loop->lock);
+  loop->holding = 0;
 }
 
 void* hold_thread(void* argument) {
@@ -85,4 +95,12 @@ int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms) {
 void stop_hold_loop(hold_loop* loop) {
   const mutex_lock lock(loop->lock);
   loop->direction = 0;
+}
+
+void await_hold_end(hold_loop* loop, int timeout_ms) {
+  const unsigned run = run_under_way(loop);
+  for (int left_ms = timeout_ms; run != 0 && run_under_way(loop) == run && left_ms > 0;
+       left_ms -= kHoldTick_ms) {
+    sleep_ms(kHoldTick_ms);
+  }
 }

@@ -26,6 +26,7 @@ struct hold_loop {
   int direction GUARDED_BY(lock) = 0;  // 0 idle
   int64_t hold_until_ns GUARDED_BY(lock) = 0;
   unsigned run GUARDED_BY(lock) = 0;  // counts the starts, so that a stop and a new start are not one motion
+  unsigned holding GUARDED_BY(lock) = 0;  // the run whose end has not been made yet; 0 none
 };
 
 // Starts the loop's thread. Once, main thread.
@@ -35,3 +36,7 @@ void create_hold_loop(hold_loop* loop);
 // runs.
 int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms);
 void stop_hold_loop(hold_loop* loop);
+
+// Waits until the run that is under way, if one is, has made its end, at most `timeout_ms`; not for a later
+// run.
+void await_hold_end(hold_loop* loop, int timeout_ms);

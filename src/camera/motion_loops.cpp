@@ -190,6 +190,11 @@ int orb_trigger_zoom_loop(int direction, int duration_ms) {
 }
 void orb_stop_zoom_loop() { stop_hold_loop(&zoom_loop); }
 
+void orb_await_lens_stops(int timeout_ms) {
+  await_hold_end(&zoom_loop, timeout_ms);
+  await_hold_end(&focus_loop, timeout_ms);
+}
+
 void orb_create_intensity_loop() { create_hold_loop(&intensity_loop); }
 int orb_trigger_intensity_loop(int direction, int duration_ms) {
   return trigger_hold_loop(&intensity_loop, direction, duration_ms);

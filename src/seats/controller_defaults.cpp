@@ -13,6 +13,9 @@
 void restore_controller_defaults() {
   trace(kTraceApi, "controller defaults");
   orb_stop_recorder();  // also of a take that has not begun yet
+  orb_stop_zoom_loop();
+  orb_stop_focus_loop();
+  orb_stop_intensity_loop();
   orb_set_controller_defaults();
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
   keep_focus_mode(camera_mode::automatic);

@@ -118,6 +118,11 @@ TEST(DefaultsWorker, SetsTheCameraUp) {
   EXPECT_EQ(file_text(paths::kZoomSpeed) + file_text(paths::kFocusMode) + file_text(paths::kFocusSpeed) +
                 file_text(paths::kExposureMode) + file_text(paths::kIntensity),
             "3auto2auto25");
+  orb_create_zoom_loop();
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);  // whose stop must not end the reset
+  link.expect("0723");
+  restore_controller_defaults();
+  link.expect("0700 4700000000 3802 3900");
 }
 
 struct HoldLoops : testing::Test {
