@@ -31,6 +31,8 @@
 
 namespace {
 
+constexpr int kLensStopWait_ms = 50;
+
 orb_application application;
 orb_power_board power_board;
 
@@ -88,7 +90,10 @@ int run_unit(bool advanced) {
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   orb_application_run(&application);
+  orb_stop_zoom_loop();
+  orb_stop_focus_loop();
   orb_power_board_destroy(&power_board);
+  orb_await_lens_stops(kLensStopWait_ms);  // which are on the wire then, unless a command is outstanding
   close_recorder();
   return 0;
 }

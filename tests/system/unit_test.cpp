@@ -162,12 +162,12 @@ size_t count_in_camera_log(std::string_view packet) {
 }
 
 // A lens drives on without its link. The stop that could not be sent is sent when the camera is there again,
-// and a hold that goes on over the gap drives the camera again.
+// and a hold that goes on over the gap drives the camera again. The daemon's end stops it.
 TEST(unit, a_zoom_survives_the_loss_of_its_link) {
   constexpr std::string_view kTele = "81 01 04 07 23 FF";
   constexpr std::string_view kStop = "81 01 04 07 00 FF";
   const child camera = start_camera();
-  const child daemon = start_daemon();
+  child daemon = start_daemon();
   ASSERT_TRUE(await_api());
   ASSERT_TRUE(await_set_up());
   http("POST", "/api/camera/zoom/increment");
@@ -185,6 +185,12 @@ TEST(unit, a_zoom_survives_the_loss_of_its_link) {
     return count_in_camera_log(kWide) == 2;
   }));
   EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 2; }));
+  http("POST", "/api/camera/zoom/decrement");
+  ASSERT_TRUE(await([&] { return count_in_camera_log(kWide) == 3; }));
+  usleep(200'000);  // the acknowledge is read every 0.1 s
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 3; }));
 }
 
 // The bench's deploy script prints thirteen lines in four seconds.
