@@ -2,9 +2,11 @@
 // list").
 //
 // The visca_camera_* operations build one packet each, queue it and, when nothing is outstanding, send it at
-// once; none waits for the camera. At most one command is on the wire: the camera thread retires it on the
-// camera's acknowledge, completion or error, or when 0.25 s have passed, and sends the next. They may be
-// called on any thread, and on a camera record whose link has gone: records are recycled, never freed.
+// once; none waits for the camera. The camera thread retires the outstanding command on the camera's
+// acknowledge, completion or error, or when 0.25 s have passed, and sends the next. A reply does not say
+// which command it is for: within a burst a command's acknowledge sends the next, and its completion retires
+// that one too, so that several can be on the wire. The operations may be called on any thread, and on a
+// camera record whose link has gone: records are recycled, never freed.
 #pragma once
 
 #include <ev.h>
@@ -52,7 +54,7 @@ struct visca_camera {
   std::atomic<int32_t> insert_index = 1;
   std::atomic<int32_t> extract_index = 1;
   std::atomic<int32_t> last_completed_index = 0;
-  std::atomic<uint32_t> busy = 0;  // 1 while a command is on the wire; changed by compare-and-swap
+  std::atomic<uint32_t> busy = 0;  // 1 while a command is outstanding; changed by compare-and-swap
   std::atomic<int64_t> outstanding_since_ns = 0;  // 0: nothing sent since the last command was retired
   mutex lock;
   std::array<visca_command, kViscaRingSize> commands GUARDED_BY(lock){};
