@@ -27,10 +27,15 @@ unique_fd open_regular(const char* path) {
   return fd;
 }
 
-// Anything else that stands in the file's place goes: it would keep every other save from the disk.
+// Whether open() tells that something else stands in the file's place; it may want for descriptors or space.
+bool is_in_the_way(int error) {
+  return error == EISDIR || error == EINVAL || error == ENXIO || error == ELOOP || error == EACCES;
+}
+
+// What else stands in the file's place goes: it would keep every other save from the disk.
 unique_fd open_target(const char* path) {
   unique_fd fd = open_regular(path);
-  if (fd || errno == EROFS || errno == ENOSPC) return fd;
+  if (fd || !is_in_the_way(errno)) return fd;
   const int error = errno;
   if (remove(path) == 0) return open_regular(path);
   errno = error;

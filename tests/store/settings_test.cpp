@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -178,6 +179,13 @@ TEST(settings, what_is_no_file_is_replaced) {
     set(kSettingUnits, 0);
     EXPECT_EQ(content(0), record(1, 2, R"(units":1>units":0)"));
   }
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{0, limit.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  set(kSettingUnits, 1);  // to file 1, which cannot be opened
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_TRUE(fs::exists(kFile[1]));
 }
 
 // Save k sets the seats (k even) or the delay (k odd) to k: what is loaded tells whole saves from torn ones.
