@@ -52,6 +52,11 @@ void load_config_text(json_object* config, const char* key, char (&text)[Size]) 
   copy_text(text, Size, json_text(config, key));
 }
 
+template <size_t Size>
+void keep_given(char (&text)[Size], const char (&given)[Size]) {
+  if (given[0] != '\0') copy_text(text, Size, given);
+}
+
 void load_texts() {
   const json_owner config = load_json_file(paths::kSystemConfig);
   recorder_texts texts;
@@ -62,9 +67,12 @@ void load_texts() {
   load_config_text(config.get(), "model_name", texts.model_name);
   load_config_text(config.get(), "serial_number", texts.serial_number);
   const mutex_lock lock(recorder.texts_lock);
-  // The API runs already: a name that it was given stands.
-  if (recorder.texts.filename[0] != '\0')
-    copy_text(texts.filename, sizeof texts.filename, recorder.texts.filename);
+  // The API runs already: a text that it was given stands.
+  const recorder_texts& given = recorder.texts;
+  keep_given(texts.title, given.title);
+  keep_given(texts.operator_id, given.operator_id);
+  keep_given(texts.flow_direction, given.flow_direction);
+  keep_given(texts.filename, given.filename);
   recorder.texts = texts;
 }
 

@@ -162,6 +162,9 @@ TEST_F(takes, texts_are_cut_and_the_settings_keep_less) {
   EXPECT_EQ(orb_set_recorder_save_delay(5000), 0);
   EXPECT_EQ(orb_set_recorder_save_delay(5001), -1);
   EXPECT_EQ(orb_get_recorder_save_delay(), 5000U);
+  orb_create_recorder();  // the API may be asked before it
+  orb_load_recorder_title(text, sizeof text);
+  EXPECT_EQ(text, title.substr(0, 80));
 }
 
 TEST_F(takes, a_start_describes_its_take) {
