@@ -65,6 +65,13 @@ int put_note(http_connection* connection, const char* body, unsigned long length
   return send_status(connection, note && target.set(note->c_str()) == 0);
 }
 
+int send_loaded(http_connection* connection, const char* message, void (*load)(orb_xmp_fields* fields)) {
+  trace(kTraceApi, "%s", message);
+  orb_xmp_fields fields;
+  load(&fields);
+  return send_metadata(connection, fields);
+}
+
 }  // namespace
 
 // A fresh distance accompanies the mark.
@@ -81,10 +88,7 @@ int post_recorder_remove(http_connection* connection, const char*, unsigned long
 }
 
 int get_video_metadata(http_connection* connection, const char*, unsigned long, void*) {
-  trace(kTraceApi, "video metadata");
-  orb_xmp_fields fields;
-  orb_load_recorder_video_metadata(&fields);
-  return send_metadata(connection, fields);
+  return send_loaded(connection, "video metadata", orb_load_recorder_video_metadata);
 }
 
 int put_video_note(http_connection* connection, const char* body, unsigned long length, void*) {
@@ -92,10 +96,7 @@ int put_video_note(http_connection* connection, const char* body, unsigned long 
 }
 
 int get_image_metadata(http_connection* connection, const char*, unsigned long, void*) {
-  trace(kTraceApi, "image metadata");
-  orb_xmp_fields fields;
-  orb_load_recorder_image_metadata(&fields);
-  return send_metadata(connection, fields);
+  return send_loaded(connection, "image metadata", orb_load_recorder_image_metadata);
 }
 
 int put_image_note(http_connection* connection, const char* body, unsigned long length, void*) {
