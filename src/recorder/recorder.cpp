@@ -68,11 +68,10 @@ void load_texts() {
   load_config_text(config.get(), "serial_number", texts.serial_number);
   const mutex_lock lock(recorder.texts_lock);
   // The API runs already: a text that it was given stands.
-  const recorder_texts& given = recorder.texts;
-  keep_given(texts.title, given.title);
-  keep_given(texts.operator_id, given.operator_id);
-  keep_given(texts.flow_direction, given.flow_direction);
-  keep_given(texts.filename, given.filename);
+  keep_given(texts.title, recorder.texts.title);
+  keep_given(texts.operator_id, recorder.texts.operator_id);
+  keep_given(texts.flow_direction, recorder.texts.flow_direction);
+  keep_given(texts.filename, recorder.texts.filename);
   recorder.texts = texts;
 }
 
