@@ -5,6 +5,9 @@
 
 #include <pthread.h>
 
+#include <cstdint>
+#include <ctime>
+
 #if defined(__clang__)
 #define ORB_THREAD_SAFETY(x) __attribute__((x))
 #else
@@ -51,6 +54,11 @@ class condition {
   condition& operator=(const condition&) = delete;
 
   void wait(mutex& m) REQUIRES(m) { pthread_cond_wait(&handle_, &m.handle_); }
+  // At most until monotonic_ns() reaches `deadline_ns`.
+  void wait_until_ns(mutex& m, int64_t deadline_ns) REQUIRES(m) {
+    const timespec deadline{deadline_ns / 1'000'000'000, deadline_ns % 1'000'000'000};
+    pthread_cond_clockwait(&handle_, &m.handle_, CLOCK_MONOTONIC, &deadline);
+  }
   void signal() { pthread_cond_signal(&handle_); }
 
  private:

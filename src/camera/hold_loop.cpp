@@ -9,7 +9,7 @@
 namespace {
 
 constexpr int64_t kTick_ns = kHoldTick_ms * kNanosecondsPerMillisecond;
-constexpr int64_t kSettlePause_ms = 20;
+constexpr int64_t kSettlePause_ns = 20 * kNanosecondsPerMillisecond;
 
 struct hold_run {
   int direction = 0;
@@ -18,19 +18,25 @@ struct hold_run {
 
 bool has_expired(const hold_loop* loop) REQUIRES(loop->lock) { return monotonic_ns() >= loop->hold_until_ns; }
 
-// The run that a trigger has started and that is still held; nothing when the loop has something to settle
-// first.
+std::optional<hold_run> held_run(hold_loop* loop) REQUIRES(loop->lock) {
+  if (loop->direction != 0 && has_expired(loop)) loop->direction = 0;
+  if (loop->direction == 0) return std::nullopt;
+  loop->holding = loop->run;
+  return hold_run{loop->direction, loop->run};
+}
+
+// The run that a trigger has started and that is still held. While the loop has something to settle, the wait
+// is short and nothing may come of it.
 std::optional<hold_run> wait_for_trigger(hold_loop* loop, bool settled) {
   const mutex_lock lock(loop->lock);
-  for (;;) {
-    if (loop->direction != 0 && has_expired(loop)) loop->direction = 0;
-    if (loop->direction != 0) {
-      loop->holding = loop->run;
-      return hold_run{loop->direction, loop->run};
-    }
-    if (!settled) return std::nullopt;
+  std::optional<hold_run> run = held_run(loop);
+  while (!run && settled) {
     loop->wake.wait(loop->lock);
+    run = held_run(loop);
   }
+  if (run) return run;
+  loop->wake.wait_until_ns(loop->lock, monotonic_ns() + kSettlePause_ns);
+  return held_run(loop);
 }
 
 // True while this run goes on.
@@ -64,11 +70,7 @@ void* hold_thread(void* argument) {
   auto* loop = static_cast<hold_loop*>(argument);
   for (;;) {
     const bool settled = loop->actions.settle == nullptr || loop->actions.settle();
-    if (const std::optional<hold_run> run = wait_for_trigger(loop, settled)) {
-      hold(loop, *run);
-    } else {
-      sleep_ms(kSettlePause_ms);
-    }
+    if (const std::optional<hold_run> run = wait_for_trigger(loop, settled)) hold(loop, *run);
   }
 }
 

@@ -179,6 +179,23 @@ TEST_F(HoldLoops, StopTurnAndExtend) {
   EXPECT_TRUE(traced("ITLP", "start;adjust 1 0;end;"));
 }
 
+// Not even while the stop before it is being watched.
+TEST_F(HoldLoops, ATriggerMovesTheLensAtOnce) {
+  std::vector<int64_t> delays_ms;
+  for (int i = 0; i < 9; ++i) {
+    const int64_t start = monotonic_ns();
+    EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
+    EXPECT_EQ(link.block.packet(), "8101040723FF");
+    delays_ms.push_back((monotonic_ns() - start) / kNanosecondsPerMillisecond);
+    link.hear("9041FF");
+    orb_stop_zoom_loop();
+    link.expect("0700");
+    sleep_ms(25);  // within the watch, out of step with it
+  }
+  std::ranges::sort(delays_ms);
+  EXPECT_LT(delays_ms[4], 4);
+}
+
 TEST_F(HoldLoops, TheStopWaitsForRoomWhileTheLinkIsUp) {
   EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
   EXPECT_EQ(link.block.packet(), "8101040723FF");
