@@ -89,6 +89,7 @@ int run_unit(bool advanced) {
   start_osd_tick(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
+  run_before_others();
   orb_application_run(&application);
   orb_stop_zoom_loop();
   orb_stop_focus_loop();

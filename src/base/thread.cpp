@@ -1,6 +1,27 @@
 #include "base/thread.h"
 
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdint>
+
+namespace {
+
+// The first layout of sched_setattr(2)'s structure; the C library has none.
+struct sched_wish {
+  uint32_t size = sizeof(sched_wish);
+  uint32_t policy = SCHED_OTHER;
+  uint64_t flags = 1;  // SCHED_FLAG_RESET_ON_FORK
+  int32_t nice = -10;
+  uint32_t priority = 0;
+  uint64_t slice_ns = 100'000;  // short turns come sooner (Linux 6.12; nothing before)
+  uint64_t deadline_ns = 0;
+  uint64_t period_ns = 0;
+};
+
+}  // namespace
 
 int start_thread(pthread_t* handle, const char* name, thread_body body, void* argument) {
   sigset_t all;
@@ -18,4 +39,11 @@ int start_detached_thread(const char* name, thread_body body, void* argument) {
   const int error = start_thread(&handle, name, body, argument);
   if (error == 0) pthread_detach(handle);
   return error;
+}
+
+void run_before_others() {
+  sched_wish wish;
+  if (syscall(SYS_sched_setattr, 0, &wish, 0) == 0) return;
+  wish.nice = 0;
+  syscall(SYS_sched_setattr, 0, &wish, 0);
 }

@@ -82,6 +82,7 @@ void serve(orb_power_board* board) {
 void* service_thread(void* argument) {
   auto* board = static_cast<orb_power_board*>(argument);
   board->service_state = kServiceStarting;
+  run_before_others();
   if (open_bus(board) != 0) {
     board->service_state = kServiceFailed;
     return nullptr;
