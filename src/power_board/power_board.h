@@ -36,7 +36,7 @@ inline constexpr uint8_t kLedHigh = 0x24;
 inline constexpr uint8_t kLedStrip = 0xC0;
 inline constexpr uint8_t kLedAll = 0xFF;  // high beam
 
-struct led_setting {
+struct alignas(2) led_setting {  // for an atomic of it
   uint8_t mask = kLedOff;
   uint8_t pwm = 0;
 };
@@ -137,6 +137,7 @@ struct orb_power_board {
   // Of register 1 as it was last given, which its reading follows late.
   std::atomic<bool> has_leds = false;
   std::atomic<led_setting> leds = led_setting{};
+  static_assert(std::atomic<led_setting>::is_always_lock_free);
 
   motor_state motors;
   laser_state laser;
