@@ -31,8 +31,6 @@
 
 namespace {
 
-constexpr int kLensStopWait_ms = 50;
-
 orb_application application;
 orb_power_board power_board;
 
@@ -91,10 +89,9 @@ int run_unit(bool advanced) {
   fputs("entering loop...\n", stderr);
   run_before_others();
   orb_application_run(&application);
-  orb_stop_zoom_loop();
-  orb_stop_focus_loop();
+  orb_close_lens_loops();  // the API still runs, and a button may still be held
   orb_power_board_destroy(&power_board);
-  orb_await_lens_stops(kLensStopWait_ms);  // which are on the wire then, unless a command is outstanding
+  orb_await_lens_stops();  // which are on the wire then, unless a command is outstanding
   close_recorder();
   return 0;
 }

@@ -10,10 +10,11 @@
 #include <string>
 
 #include "base/file.h"
+#include "base/text.h"
 
 namespace {
 
-constexpr size_t kFileLimit = 1 << 20;
+constexpr size_t kFileLimit = 4 << 20;
 constexpr int kForm = JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE;
 
 // A regular file to write, or nothing.
@@ -27,9 +28,11 @@ unique_fd open_regular(const char* path) {
   return fd;
 }
 
-// Whether open() tells that something else stands in the file's place; it may want for descriptors or space.
+// Whether open() tells that something else stands in the file's place, be it a link to nowhere; it may want
+// for descriptors or space.
 bool is_in_the_way(int error) {
-  return error == EISDIR || error == EINVAL || error == ENXIO || error == ELOOP || error == EACCES;
+  return error == EISDIR || error == EINVAL || error == ENXIO || error == ELOOP || error == EACCES ||
+         error == ENOENT || error == ENOTDIR;
 }
 
 // What else stands in the file's place goes: it would keep every other save from the disk.
@@ -75,5 +78,5 @@ std::string json_text(json_object* object, const char* key) {
 }
 
 void add_json_text(json_object* object, const char* key, const std::string& text) {
-  json_object_object_add(object, key, json_object_new_string(text.c_str()));
+  json_object_object_add(object, key, json_object_new_string(as_utf8(text).c_str()));
 }

@@ -11,7 +11,7 @@ struct json_releaser {
 };
 using json_owner = std::unique_ptr<json_object, json_releaser>;
 
-// The value of a file of at most 1 MiB that holds JSON; null when it cannot be read or does not parse.
+// The value of a file of at most 4 MiB that holds JSON; null when it cannot be read or does not parse.
 json_owner load_json_file(const char* path);
 
 // Writes `object` to `path` in place, in json-c's plain form with slashes unescaped, and flushes file and
@@ -30,5 +30,5 @@ json_object* json_member(json_object* object, const char* key);
 // The member `key` as a text, "" when it is none.
 std::string json_text(json_object* object, const char* key);
 
-// Adds a text that `object` does not have yet.
+// Adds a text that `object` does not have yet, as UTF-8 (base/text.h).
 void add_json_text(json_object* object, const char* key, const std::string& text);

@@ -209,6 +209,7 @@ int post_focus(http_connection* connection, const char* message, int direction) 
 // "OK" only when the command was queued.
 int put_position(http_connection* connection, std::optional<int> position,
                  int (*command)(visca_camera* camera, int position)) {
+  orb_await_lens_stops();  // of a hold that has just been stopped: it would end this motion, too
   visca_camera* camera = camera_now();
   const bool valid = position && is_visca_position(*position);
   return send_status(connection, valid && camera != nullptr && command(camera, *position) == 0);
@@ -297,6 +298,7 @@ int post_focus_stop(http_connection* connection, const char*, unsigned long, voi
 
 int post_zoom_reset(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom reset");
+  orb_await_lens_stops();  // of a hold that has just been stopped: it would end the reset half-way
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
   visca_camera* camera = camera_now();
   if (camera != nullptr) visca_camera_zoom_direct(camera, 0);

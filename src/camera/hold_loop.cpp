@@ -39,17 +39,23 @@ std::optional<hold_run> wait_for_trigger(hold_loop* loop, bool settled) {
   return held_run(loop);
 }
 
-// True while this run goes on.
-bool is_held(hold_loop* loop, const hold_run& run) {
+bool goes_on(const hold_loop* loop, unsigned run) REQUIRES(loop->lock) {
+  return loop->direction != 0 && loop->run == run;
+}
+
+// Waits for the tick, or for a stop that comes before. True while this run goes on.
+bool is_held_at(hold_loop* loop, const hold_run& run, int64_t tick_ns) {
   const mutex_lock lock(loop->lock);
-  if (loop->direction == 0 || loop->run != run.number) return false;
+  while (goes_on(loop, run.number) && monotonic_ns() < tick_ns) loop->wake.wait_until_ns(loop->lock, tick_ns);
+  if (!goes_on(loop, run.number)) return false;
   if (has_expired(loop)) loop->direction = 0;
   return loop->direction != 0;
 }
 
-unsigned run_under_way(hold_loop* loop) {
+// The run whose end is being made, 0 when there is none.
+unsigned ending_run(hold_loop* loop) {
   const mutex_lock lock(loop->lock);
-  return loop->holding;
+  return goes_on(loop, loop->holding) ? 0 : loop->holding;
 }
 
 void hold(hold_loop* loop, const hold_run& run) {
@@ -57,8 +63,7 @@ void hold(hold_loop* loop, const hold_run& run) {
   int64_t next = monotonic_ns();
   for (int held_ms = kHoldTick_ms;; held_ms += kHoldTick_ms) {
     next = std::max(next + kTick_ns, monotonic_ns());  // a missed tick is not made up for
-    sleep_until_ns(next);
-    if (!is_held(loop, run)) break;
+    if (!is_held_at(loop, run, next)) break;
     loop->actions.step(run.direction, held_ms);
   }
   while (!loop->actions.end()) sleep_ms(kHoldTick_ms);
@@ -84,7 +89,7 @@ int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms) {
   if (direction == 0) return 0;
   const mutex_lock lock(loop->lock);
   if (has_expired(loop)) loop->direction = 0;  // the thread may be busy with an end and not know yet
-  if (loop->direction != 0 && (loop->direction > 0) != (direction > 0)) return 0;
+  if (loop->closed || (loop->direction != 0 && (loop->direction > 0) != (direction > 0))) return 0;
   if (loop->direction == 0) {
     loop->direction = direction;
     ++loop->run;
@@ -97,12 +102,17 @@ int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms) {
 void stop_hold_loop(hold_loop* loop) {
   const mutex_lock lock(loop->lock);
   loop->direction = 0;
+  loop->wake.signal();
+}
+
+void close_hold_loop(hold_loop* loop) {
+  const mutex_lock lock(loop->lock);
+  loop->closed = true;
+  loop->direction = 0;
+  loop->wake.signal();
 }
 
 void await_hold_end(hold_loop* loop, int timeout_ms) {
-  const unsigned run = run_under_way(loop);
-  for (int left_ms = timeout_ms; run != 0 && run_under_way(loop) == run && left_ms > 0;
-       left_ms -= kHoldTick_ms) {
-    sleep_ms(kHoldTick_ms);
-  }
+  const unsigned run = ending_run(loop);
+  for (int left_ms = timeout_ms; run != 0 && ending_run(loop) == run && left_ms > 0; --left_ms) sleep_ms(1);
 }

@@ -27,6 +27,7 @@ struct hold_loop {
   int64_t hold_until_ns GUARDED_BY(lock) = 0;
   unsigned run GUARDED_BY(lock) = 0;  // counts the starts, so that a stop and a new start are not one motion
   unsigned holding GUARDED_BY(lock) = 0;  // the run whose end has not been made yet; 0 none
+  bool closed GUARDED_BY(lock) = false;
 };
 
 // Starts the loop's thread. Once, main thread.
@@ -37,6 +38,9 @@ void create_hold_loop(hold_loop* loop);
 int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms);
 void stop_hold_loop(hold_loop* loop);
 
-// Waits until the run that is under way, if one is, has made its end, at most `timeout_ms`; not for a later
-// run.
+// Stops it for good: later triggers are refused.
+void close_hold_loop(hold_loop* loop);
+
+// Waits until a run that has been stopped has made its end, at most `timeout_ms`; neither for one that is
+// held nor for a later one. Not the loop's thread.
 void await_hold_end(hold_loop* loop, int timeout_ms);

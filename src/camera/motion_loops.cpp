@@ -48,13 +48,15 @@ constexpr int64_t kStopWatch_ns = 1000 * kNanosecondsPerMillisecond;
 struct sent_stop {
   uint32_t link = 0;
   uint32_t lost_commands = 0;  // of the camera, before it was queued
-  int64_t at_ns = 0;
-  int tries = 0;  // on this link; 0: none was sent since the last drive
+  int64_t at_ns = 0;           // or when the camera was last busy with it, or with what stood before it
+  int tries = 0;               // on this link; 0: none was sent since the last drive
 };
 
-// Touched by the motion's own thread only.
+mutex speed_lock;
 template <const motion& Motion>
-int start_speed = 0;
+int start_speed GUARDED_BY(speed_lock) = 0;
+
+// Touched by the motion's own thread only.
 template <const motion& Motion>
 bool moving = false;  // the camera has been told to move, and it is not certain yet that it has the stop
 template <const motion& Motion>
@@ -71,9 +73,29 @@ void drive(visca_camera* camera, int direction, int speed) {
 }
 
 template <const motion& Motion>
+int take_start_speed() {
+  const mutex_lock lock(speed_lock);
+  return start_speed<Motion> = read_speed(Motion.speed_file, Motion.default_speed);
+}
+
+// The acceleration was for this hold only.
+template <const motion& Motion>
+void restore_speed() {
+  const mutex_lock lock(speed_lock);
+  write_value_file(Motion.speed_file, start_speed<Motion>);
+}
+
+// Also for the end of a hold that is still to come.
+template <const motion& Motion>
+void reset_speed() {
+  const mutex_lock lock(speed_lock);
+  start_speed<Motion> = Motion.default_speed;
+  write_value_file(Motion.speed_file, Motion.default_speed);
+}
+
+template <const motion& Motion>
 void start_motion(int direction) {
-  const int speed = read_speed(Motion.speed_file, Motion.default_speed);
-  start_speed<Motion> = speed;
+  const int speed = take_start_speed<Motion>();
   trace(Motion.trace_level, "start %d", speed);
   visca_camera* camera = visca_thread_data.camera;
   if (camera != nullptr) drive<Motion>(camera, direction, speed);
@@ -111,7 +133,7 @@ template <const motion& Motion>
 bool end_motion() {
   if (!queue_stop<Motion>() && visca_link_is_up(&visca_thread_data)) return false;
   trace(Motion.trace_level, "end");
-  write_value_file(Motion.speed_file, start_speed<Motion>);  // the acceleration was for this hold only
+  restore_speed<Motion>();
   return true;
 }
 
@@ -119,9 +141,12 @@ enum class stop_state { on_its_way, taken, lost, given_up };
 
 // What has become of the stop, as far as it can be told: it may still wait in the queue, and its refusal come
 // late.
-stop_state judge_stop(const sent_stop& stop, const visca_camera* camera) {
+stop_state judge_stop(sent_stop& stop, const visca_camera* camera) {
   if (stop.tries == 0 || stop.link != visca_thread_data.link_number) return stop_state::lost;
-  if (!visca_camera_is_idle(camera)) return stop_state::on_its_way;
+  if (!visca_camera_is_idle(camera)) {
+    stop.at_ns = monotonic_ns();  // it may not even have been sent: a refusal can still come
+    return stop_state::on_its_way;
+  }
   if (camera->lost_commands != stop.lost_commands) {
     return stop.tries < kStopTries ? stop_state::lost : stop_state::given_up;
   }
@@ -189,6 +214,16 @@ int orb_trigger_zoom_loop(int direction, int duration_ms) {
   return trigger_hold_loop(&zoom_loop, direction, duration_ms);
 }
 void orb_stop_zoom_loop() { stop_hold_loop(&zoom_loop); }
+
+void orb_reset_lens_speeds() {
+  reset_speed<kZoom>();
+  reset_speed<kFocus>();
+}
+
+void orb_close_lens_loops() {
+  close_hold_loop(&zoom_loop);
+  close_hold_loop(&focus_loop);
+}
 
 void orb_await_lens_stops(int timeout_ms) {
   await_hold_end(&zoom_loop, timeout_ms);

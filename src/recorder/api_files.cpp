@@ -36,16 +36,16 @@ int post_recorder_delete(http_connection* connection, const char* body, unsigned
 int api_get_recordings(http_connection* connection, const char*, unsigned long, void*) {
   printf("get_recordings\n");
   json_owner list = list_recordings();
-  printf("Writing files response\n");
+  printf("Writing files response");
   json_v1_response_handler(connection, list.release());
   return 0;
 }
 
 int post_image_cache(http_connection* connection, const char* body, unsigned long length, void*) {
+  if (length < 1 || length > kImageLimit) return send_status(connection, false);
   trace(kTraceApi, "post image cache %d", static_cast<int>(length));
-  const bool is_fit = length >= 1 && length <= kImageLimit;
-  return send_status(connection, is_fit && replace_file(paths::kImageCache, paths::kImageCacheTemporary,
-                                                        {body, length}, flushed::no));
+  return send_status(
+      connection, replace_file(paths::kImageCache, paths::kImageCacheTemporary, {body, length}, flushed::no));
 }
 
 int get_image_cache(http_connection* connection, const char*, unsigned long, void*) {

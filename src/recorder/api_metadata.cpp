@@ -42,8 +42,9 @@ int send_metadata(http_connection* connection, const orb_xmp_fields& fields) {
 
 // The body's note without what is not printable ASCII; nothing when there is none.
 std::optional<std::string> body_note(json_object* object) {
-  if (!json_object_is_type(json_member(object, "metadata_note"), json_type_string)) return std::nullopt;
-  std::string note = json_text(object, "metadata_note");
+  json_object* text = json_member(object, "metadata_note");
+  if (!json_object_is_type(text, json_type_string)) return std::nullopt;
+  std::string note(json_object_get_string(text), static_cast<size_t>(json_object_get_string_len(text)));
   std::erase_if(note, [](char c) { return c < ' ' || c > '~'; });
   return note;
 }
@@ -106,8 +107,9 @@ int put_image_note(http_connection* connection, const char* body, unsigned long 
 int post_file_metadata(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
   char path[kPathSize];
-  copy_body_text(object.get(), "file_name", path, sizeof path);
+  const bool named = copy_body_text(object.get(), "file_name", path, sizeof path);
   trace(kTraceApi, "post file note '%s'", path);
+  if (!named) return send_status(connection, false);
   orb_xmp_fields fields;
   orb_load_recorder_file_metadata(path, &fields);
   return send_metadata(connection, fields);

@@ -1,5 +1,6 @@
 #include "recorder/files.h"
 
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -82,8 +83,9 @@ void add_recording_location(json_object* file, json_object* entry) {
 bool is_in_work(const std::string& guid, const std::string& name) {
   return std::ranges::any_of(incomplete_takes(), [&](const std::string& incomplete) {
     take t;
-    if (guid == incomplete || name.starts_with(incomplete)) return true;
-    return load_description(incomplete, &t) && name.starts_with(take_file_stem(t));
+    const bool described = load_description(incomplete, &t) != nullptr;
+    return strcasecmp(guid.c_str(), incomplete.c_str()) == 0 ||
+           (described ? is_named_after_take(t, name) : name.starts_with(incomplete));
   });
 }
 

@@ -19,10 +19,14 @@ constexpr size_t kSentenceSize = 81;
 constexpr size_t kTextSize = 21;
 constexpr size_t kMaximumFields = 15;
 
-// The largest values, as the sentence writes them.
-constexpr double kMaximumLatitude = 9000;
-constexpr double kMaximumLongitude = 18000;
-constexpr double kMaximumTime = 235960.999;  // a leap second
+// A number as the sentence writes it: the last two digits before the point are minutes, or a time's seconds.
+struct gps_range {
+  double maximum;
+  double sixtieths_end;
+};
+constexpr gps_range kLatitude{9000, 60};
+constexpr gps_range kLongitude{18000, 60};
+constexpr gps_range kTime{235960.999, 61};  // with a leap second
 
 struct gps_location {
   char latitude[kTextSize] = "";
@@ -55,12 +59,12 @@ gps_fields split(std::string_view sentence) {
   return fields;
 }
 
-// The field as a number from 0 to `maximum`.
-std::optional<double> number_up_to(double maximum, std::string_view field) {
+std::optional<double> number_in(const gps_range& range, std::string_view field) {
   double value = 0;
   const auto [rest, error] = std::from_chars(field.data(), field.data() + field.size(), value);
   const bool whole = error == std::errc() && rest == field.data() + field.size();
-  return whole && value >= 0 && value <= maximum ? std::optional(value) : std::nullopt;
+  const bool in_range = value >= 0 && value <= range.maximum && std::fmod(value, 100) < range.sixtieths_end;
+  return whole && in_range ? std::optional(value) : std::nullopt;
 }
 
 double degrees(double value, bool negative) {
@@ -72,9 +76,9 @@ double degrees(double value, bool negative) {
 std::optional<gps_location> parse_location(const gps_fields& fields) {
   const auto& values = fields.values;
   if (values[0] != "$GPGGA") return std::nullopt;
-  const std::optional<double> time = number_up_to(kMaximumTime, values[1]);
-  const std::optional<double> latitude = number_up_to(kMaximumLatitude, values[2]);
-  const std::optional<double> longitude = number_up_to(kMaximumLongitude, values[4]);
+  const std::optional<double> time = number_in(kTime, values[1]);
+  const std::optional<double> latitude = number_in(kLatitude, values[2]);
+  const std::optional<double> longitude = number_in(kLongitude, values[4]);
   if (!time || !latitude || !longitude) return std::nullopt;
   gps_location location;
   snprintf(location.latitude, kTextSize, "%.5f", degrees(*latitude, values[3] == "S"));
@@ -82,6 +86,7 @@ std::optional<gps_location> parse_location(const gps_fields& fields) {
   const double hours = std::trunc(*time / 10000);
   const double rest = *time - 10000 * hours;
   const double minutes = std::trunc(rest / 100);
+  if (minutes >= 60) return std::nullopt;
   snprintf(location.time, kTextSize, "%02.0f:%02.0f:%02.2f UTC", hours, minutes, rest - 100 * minutes);
   return location;
 }

@@ -62,7 +62,8 @@ bool describe_anew(const std::string& note) REQUIRES(recorder.notes_lock) {
 // be taken for all.
 bool may_write_files() {
   const mutex_lock lock(recorder.stage_lock);
-  return recorder.stage != recorder_stage::recovering;
+  return recorder.stage != recorder_stage::recovering &&
+         recorder.stage != recorder_stage::completion_requested;
 }
 
 }  // namespace

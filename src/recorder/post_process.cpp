@@ -91,6 +91,7 @@ void remove_take(const take& t, const char* guid_path) {
   if (remove(internal_take_path(t).c_str()) == 0) trace(kTraceRecorder, "removed recorded file");
   flush_folder_of(guid_path);
   if (remove(guid_path) == 0) trace(kTraceRecorder, "removed guid file");
+  flush_folder_of(guid_path);  // or a power cut could bring it back after the take has been deleted
 }
 
 bool complete(const take& t, json_object* description, const char* guid_path, bool start_up) {

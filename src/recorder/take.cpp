@@ -1,5 +1,6 @@
 #include "recorder/take.h"
 
+#include <strings.h>
 #include <uuid/uuid.h>
 
 #include <algorithm>
@@ -27,9 +28,24 @@ std::string fit_name(std::string name) {
   return name;
 }
 
+// ffmpeg would read "%" as the place of a number.
+std::string fit_still_name(std::string name) {
+  std::ranges::replace(name, '%', '_');
+  return name;
+}
+
+bool begins_with(const std::string& name, const std::string& start) {
+  return strncasecmp(name.c_str(), start.c_str(), start.size()) == 0;
+}
+
 }  // namespace
 
 std::string take_file_stem(const take& t) { return fit_name(t.name + "_" + t.start_time); }
+
+bool is_named_after_take(const take& t, const std::string& name) {
+  const std::string stem = take_file_stem(t);
+  return begins_with(name, stem) || begins_with(name, fit_still_name(stem)) || begins_with(name, t.guid);
+}
 
 std::string take_file_name(const take& t, const char* extension) {
   return take_file_stem(t) + "." + extension;
@@ -39,9 +55,7 @@ std::string still_file_name(const take& t, std::string offset) {
   for (char& c : offset) {
     if (c == ':' || c == '.') c = '-';
   }
-  std::string name = take_file_stem(t) + "_" + offset + ".jpg";
-  std::replace(name.begin(), name.end(), '%', '_');  // ffmpeg would read it as the place of a number
-  return name;
+  return fit_still_name(take_file_stem(t) + "_" + offset + ".jpg");
 }
 
 std::string internal_take_path(const take& t) {

@@ -20,6 +20,9 @@ struct take {
 // hold becomes "_".
 std::string take_file_stem(const take& t);
 
+// Whether `name` begins like a file of the take, in any case: on a vfat store that is the same file.
+bool is_named_after_take(const take& t, const std::string& name);
+
 // "NAME_START.EXTENSION".
 std::string take_file_name(const take& t, const char* extension);
 

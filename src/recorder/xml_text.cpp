@@ -16,13 +16,19 @@ constexpr escape kEscapes[] = {
 
 bool continues(char byte) { return (byte & 0xC0) == 0x80; }
 
-// What stands for the first character of `text`, of `length` bytes: XML has no other control characters.
+// XML has neither other control characters nor U+FFFE and U+FFFF.
+bool is_writable(std::string_view character) {
+  return static_cast<unsigned char>(character[0]) >= 0x20 && character != "\xEF\xBF\xBE" &&
+         character != "\xEF\xBF\xBF";
+}
+
+// What stands for the first character of `text`, of `length` bytes.
 std::string_view written_character(std::string_view text, size_t length) {
-  const char first = text[0];
   for (const escape& e : kEscapes) {
-    if (first == e.plain) return e.escaped;
+    if (text[0] == e.plain) return e.escaped;
   }
-  return static_cast<unsigned char>(first) < 0x20 ? "?" : text.substr(0, length);
+  const std::string_view character = text.substr(0, length);
+  return is_writable(character) ? character : "?";
 }
 
 }  // namespace

@@ -17,9 +17,8 @@ void restore_controller_defaults() {
   orb_stop_focus_loop();
   orb_stop_intensity_loop();
   orb_set_controller_defaults();
-  write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
+  orb_reset_lens_speeds();
   keep_focus_mode(camera_mode::automatic);
-  write_value_file(paths::kFocusSpeed, kDefaultFocusSpeed);
   keep_exposure_mode(camera_mode::automatic);
   reset_lighting();
   if (orb_power_board* board = power_board_now()) {

@@ -27,7 +27,8 @@ int get_log_file(http_connection* connection, const char* body, unsigned long le
   const json_owner object = read_json_body(connection, body, length);
   const std::string name = json_text(object.get(), "file_name");
   trace(kTraceApi, "read logger file '%s'", name.c_str());
-  if (json_member(object.get(), "file_name") == nullptr) return send_status(connection, false);
+  if (!json_object_is_type(json_member(object.get(), "file_name"), json_type_string))
+    return send_status(connection, false);
   return send_json(connection, orb_get_logger_file_readings(name));
 }
 

@@ -2,17 +2,20 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <utility>
 
 #include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "recorder/stored_files.h"
 #include "store/logger.h"
 
 namespace {
 
+constexpr size_t kReadLimit = 1 << 20;
 constexpr char kListedPath[] = "/ApiLogs";
 
 void delete_log_file(const stored_files& kind, json_object* entry, const file_task&) {
@@ -61,8 +64,9 @@ json_owner orb_get_logger_files() {
 }
 
 json_owner orb_get_logger_file_readings(const std::string& name) {
-  json_owner readings;
-  if (is_file_name(name)) readings = load_json_file(path_in(paths::kUsbLogs, name).c_str());
+  std::optional<std::string> text;
+  if (is_file_name(name)) text = read_file(path_in(paths::kUsbLogs, name).c_str(), kReadLimit);
+  json_owner readings(json_tokener_parse(as_utf8(text.value_or("")).c_str()));
   if (!json_object_is_type(readings.get(), json_type_object)) readings.reset(json_object_new_object());
   return readings;
 }

@@ -77,6 +77,14 @@ TEST_F(CameraApi, Zoom) {
   expect("POST zoom/decrement", "", kZoom + kAndOk, "0733");
   EXPECT_EQ(link.block.packet(350), "");
   link.expect("0700");  // not held again within half a second
+  expect("PUT zoom/speed", "{'zoom_speed':5}", kOk);
+  expect("POST zoom/increment", "", kZoom + kAndOk, "0725");
+  ask("POST", "/camera/zoom/stop");
+  expect("PUT zoom/position", "{'zoom_position':0}", kOk, "0700 4700000000");  // never the stop behind it
+  expect("POST zoom/increment", "", kZoom + kAndOk, "0725");
+  ask("POST", "/camera/zoom/stop");
+  expect("POST zoom/reset", "", "{'zoom_speed':3," + kZoom.substr(1) + kAndOk, "0700 4700000000");
+  expect("GET zoom/speed", "", "{'zoom_speed':3}");
   visca_thread_data.camera = nullptr;
   expect("POST zoom/stop", "", "{'zoom_position':-1,'zoom_magnification':'?'" + kAndOk);
   expect("PUT zoom/position", "{'zoom_position':1}", kBad);

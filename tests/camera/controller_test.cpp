@@ -119,10 +119,13 @@ TEST(DefaultsWorker, SetsTheCameraUp) {
                 file_text(paths::kExposureMode) + file_text(paths::kIntensity),
             "3auto2auto25");
   orb_create_zoom_loop();
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);  // whose stop must not end the reset
-  link.expect("0723");
+  write_value_file(paths::kZoomSpeed, 5);
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000),
+            1);  // whose end must not end the reset, nor bring the speed back
+  link.expect("0725");
   restore_controller_defaults();
   link.expect("0700 4700000000 3802 3900");
+  EXPECT_EQ(file_text(paths::kZoomSpeed), "3");
 }
 
 struct HoldLoops : testing::Test {
@@ -257,12 +260,34 @@ TEST(Stops, AreSentUntilTheCameraHasThemOnThisLinkOrTheNext) {
   hold(visca_camera_auto_focus);  // the stop waits behind it
   next_link();
   link->expect("0700");
+  // It waits long, an answer that is not its own retires it, and then comes its refusal.
+  hold(
+      [](visca_camera* camera) { return visca_camera_auto_focus(camera) + visca_camera_auto_focus(camera); });
+  sleep_ms(1100);
+  link->hear("9041FF");
+  sleep_ms(100);
+  link->hear("9051FF9042FF");
+  sleep_ms(100);
+  for (const char* packet : {"8101043802FF", "8101043802FF", stop}) EXPECT_EQ(link->block.packet(), packet);
+  link->hear("906003FF");
+  link->expect("0700");
+  EXPECT_EQ(link->block.packet(300), "");
   hold(nullptr);
   EXPECT_EQ(link->block.packet(), stop);
   visca_camera_zoom_direct(link->camera, 0);  // from now on the lens is another's
   link->hear("906003FF");
   link->expect("4700000000");
   EXPECT_EQ(link->block.packet(300), "");
+}
+
+// The API still runs when the daemon ends, and its client may still hold the button.
+TEST_F(HoldLoops, AreClosedForGood) {
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
+  link.expect("0723");
+  orb_close_lens_loops();
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 0);
+  EXPECT_EQ(orb_trigger_focus_loop(1, 60000), 0);
+  link.expect("0700");
 }
 
 // A camera that was not told to move gets no stop when it comes.

@@ -39,7 +39,7 @@ void put(const std::string& path, int size, char with = 'm') {
 std::string content(const std::string& path) { return read_file(path.c_str(), 1 << 20).value_or("nothing"); }
 
 std::string description(const std::string& files) {
-  return "{'id':'" + kId + "','name':'n','asset_id':'a/b','start_time':'1','duration':'0:00:05','files':[" +
+  return "{'id':'" + kId + "','name':'n%','asset_id':'a/b','start_time':'1','duration':'0:00:05','files':[" +
          files + "],'note':'x'}";
 }
 
@@ -264,13 +264,13 @@ TEST_F(stored_takes, are_not_deleted_before_they_are_complete) {
     SCOPED_TRACE(guid_file);
     describe(kDescription, A);
     std::ofstream(guid_file) << kId;
-    for (const char* name : {"n_1.mp4", "n_1.vtt", "n_1_00-00-01-000.jpg", "n_2.mp4"})
+    for (const char* name : {"n%_1.mp4", "n%_1.vtt", "n__1_00-00-01-000.jpg", "n%_2.mp4"})
       put(kTakes + "/" + name, 5);
     remove_files(OF_TAKE
-                 "'a.mp4'},{'name':'n_1.mp4'},{'name':'n_1.vtt'},{'name':'n_1_00-00-01-000.jpg'},"
+                 "'a.mp4'},{'name':'n%_1.mp4'},{'name':'n%_1.vtt'},{'name':'n__1_00-00-01-000.jpg'},"
                  "{'name':'" +
-                 kId + ".json'},{'name':'n_2.mp4'}");
-    EXPECT_EQ(names_left(), "n_1.mp4 n_1.vtt n_1_00-00-01-000.jpg ");
+                 kId + ".json'},{'name':'n%_2.mp4'}");
+    EXPECT_EQ(names_left(), "n%_1.mp4 n%_1.vtt n__1_00-00-01-000.jpg ");
     EXPECT_TRUE(fs::exists(kDescription));
     fs::remove(guid_file);
     EXPECT_EQ(remove_files(OF_TAKE "'a.mp4'}").substr(25), "file 'usb:a.vtt' missing;rm parent;");

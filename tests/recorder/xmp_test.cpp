@@ -106,6 +106,8 @@ TEST_F(xmp, texts_come_back_and_always_leave_room_for_the_end) {
   copy_text(full.composer, sizeof full.composer, quotes);
   copy_text(full.scene, sizeof full.scene, quotes);
   for (const size_t size : {1100U, 2560U, 60'000U}) packet_of(full, size);
+  ASSERT_EQ(parse_xmp_packet(packet_of(fields_with("no XML: \uFFFE\uFFFF"), 2560), &read), 0);
+  EXPECT_STREQ(read.comment, "no XML: ??");
   EXPECT_EQ(parse_xmp_packet(packet_of(fields_with("bad \xFF\x01 end"), 2560), &read), 0);
   EXPECT_STREQ(read.comment, "bad ?? end");
 }
@@ -299,6 +301,11 @@ TEST_F(xmp, a_write_that_fails_leaves_the_file_as_it_was) {
   chmod(".", 0555);
   expect_failure("a.jpg", jpeg);
   chmod(".", 0755);
+  const std::string small =  // another program's packet, which has no room for ours
+      "\xFF\xD8\xFF\xE1\2\0"s + kSignature + std::string(481, 'p') + kJpeg.substr(2);
+  replace_file("a.jpg", small);
+  expect_failure("a.jpg", small);
+  replace_file("a.jpg", jpeg);
   ASSERT_EQ(mount("tmpfs", paths::kUsbTakes, "tmpfs", 0, "size=300k"), 0);
   const std::string full = paths::kUsbTakes + "/a.jpg"s;
   replace_file(full, jpeg);

@@ -61,6 +61,9 @@ TEST(log_files, are_read_listed_copied_and_deleted) {
       EXPECT_EQ(text_of(orb_get_logger_file_readings(name)), "{}") << name;
     EXPECT_EQ(text_of(orb_get_logger_file_readings("a.json")), json.size() > 5 ? text : "{}");
   }
+  put(kLogs + "a.json", "{\"a\":\"\xE4\"}");  // another program's
+  EXPECT_EQ(text_of(orb_get_logger_file_readings("a.json")), "{'a':'?'}");
+  put(kLogs + "\xE4.json", "");
   start_usb_stick(), plug(true), step_usb_stick();
   for (const char* name : {"b.json", "c.json", "d.jso", ".json"}) put(kLogs + name, "12345678");
   put("/media/usb-cpy/b.json", "12"), put("/media/usb-cpy/c.json", "12345678");
@@ -68,9 +71,10 @@ TEST(log_files, are_read_listed_copied_and_deleted) {
     return "{'path':'/ApiLogs','name':'" + name + "','data_store':'" + place + "'}";
   };
   EXPECT_EQ(text_of(orb_get_logger_files()),
-            "[" + listed("a.json", "Main USB','size':'11','percent_copied':'") + "," +
+            "[" + listed("a.json", "Main USB','size':'9','percent_copied':'") + "," +
                 listed("b.json", "Main USB','size':'8','percent_copied':'25.0 %") + "," +
-                listed("c.json", "External USB','size':'8','percent_copied':'100.0 %") + "]");
+                listed("c.json", "External USB','size':'8','percent_copied':'100.0 %") + "," +
+                listed("?.json", "Main USB','size':'0','percent_copied':'") + "]");
   const size_t seen = traces("LGGR").size();
   EXPECT_EQ(request(orb_copy_logger_files, "{}"), -1);
   EXPECT_EQ(request(orb_copy_logger_files, R"([{"name":"b.json"},{"name":"c.json"}])"), 0);

@@ -116,7 +116,7 @@ TEST(settings, files_that_are_not_valid_are_ignored) {
   const std::string whole = record(6, 7, R"(seats":5>seats":2)");
   for (const std::string& text :
        {std::string("a pipe"), std::string(), std::string("[1]"), std::string(900, '\0'),
-        std::string(2 << 20, ' ') + whole, whole.substr(0, whole.size() - 1),
+        std::string(5 << 20, ' ') + whole, whole.substr(0, whole.size() - 1),
         record(6, 7, R"(valid":1>valid":0)"), record(6, 7, "values_valid>valid")}) {
     for (const int bad : {0, 1}) {
       fs::remove(kFile[0]), fs::remove(kFile[1]);
@@ -172,7 +172,8 @@ TEST(settings, failed_save_is_repeated_with_the_same_id) {
 TEST(settings, what_is_no_file_is_replaced) {
   start_without(paths::kSettingsFolder);
   for (void (*place)() : {+[] { mkfifo(kFile[0], 0644); }, +[] { fs::create_directory(kFile[0]); },
-                          +[] { fs::create_symlink("/dev/full", kFile[0]); }}) {
+                          +[] { fs::create_symlink("/dev/full", kFile[0]); },
+                          +[] { fs::create_symlink("/not/there", kFile[0]); }}) {
     fs::remove(kFile[0]), fs::remove(kFile[1]);
     place();
     orb_init_nv();  // saves to file 1

@@ -72,6 +72,9 @@ TEST(gps, location_of_a_sentence) {
       {"$GPGGA,123519,4807.038x,N,01131.000,E" + rest, kept},
       {"$GPGGA,123519,nan,N,01131.000,E" + rest, kept},
       {"$GPGGA,123519,9000.1,N,01131.000,E" + rest, kept},
+      {"$GPGGA,123519,4760,N,01131.000,E" + rest, kept},
+      {"$GPGGA,126000,4807.038,N,01131.000,E" + rest, kept},
+      {"$GPGGA,123561,4807.038,N,01131.000,E" + rest, kept},
       {"$GPGGA,123519,4807.038,N,-1131.000,E" + rest, kept},
       {std::string(200, ','), kept},
       {"", kept}};

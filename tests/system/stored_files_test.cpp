@@ -69,6 +69,8 @@ TEST(stored_files, takes_and_log_files_go_to_the_stick) {
   const std::string name = "\"" + listed.substr(std::min(listed.size(), listed.find("log_")), 28) + "\"";
   EXPECT_EQ(get(kLogger + "log_file", R"({"file_name":)" + name + "}").substr(0, 60),
             get(kLogger + "readings").substr(0, 60));
+  EXPECT_EQ(get(kLogger + "log_file", R"({"file_name":7})"), kBad);
+  EXPECT_EQ(post(kRecorder + "file/metadata", R"({"file_name":null})"), kBad);
   EXPECT_EQ(get(kLogger + "log_file", R"({"file_name":"none"})") + get(kLogger + "log_file"),
             "{}" + std::string(kBad));
   EXPECT_EQ(post(kLogger + "delete", R"({"files":[{"name":)" + name + "}]}"), kOk);
