@@ -41,10 +41,9 @@ constexpr http_route_row kRoutes[] = {
     {"POST", "/api/1.0/video", api_post_video, nullptr},
     {"GET", "/api/1.0/lighting", api_get_lighting, nullptr},
     {"POST", "/api/1.0/lighting", api_post_lighting, nullptr},
+    {"GET", "/api/1.0/recordings", api_get_recordings, nullptr},
     {"POST", "/api/1.0/laser/enable", api_post_laser, nullptr},
     {"POST", "/api/1.0/laser/disable", api_post_laser, nullptr},
-
-    {"GET", "/api/1.0/recordings", api_get_recordings, nullptr},
 
     {"GET", "/api/setup/date", get_date, nullptr},
     {"PUT", "/api/setup/date", put_date, nullptr},
