@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 #include "base/file.h"
 
 namespace {
 
 constexpr int64_t kBlockSize = 4096;
+constexpr size_t kReadSize = 32768;  // at once: behind an insertion the blocks lie across the source's pages
 constexpr int64_t kWriteOutSize = 8 << 20;
 
 }  // namespace
@@ -19,21 +21,26 @@ bool copy_blocks(int from, int to, int64_t size, copy_step step, void* context) 
   const int64_t start = std::max<int64_t>(lseek(to, 0, SEEK_CUR), 0);
   int64_t copied = 0;
   int64_t written_out = 0;
-  char block[kBlockSize];
+  char chunk[kReadSize];
   while (copied < size) {
-    // The blocks are the target's: a write that reaches into two of them takes longer.
-    const int64_t wanted = std::min(kBlockSize - (start + copied) % kBlockSize, size - copied);
-    const ssize_t count = read(from, block, static_cast<size_t>(wanted));
+    const ssize_t count =
+        read(from, chunk, static_cast<size_t>(std::min<int64_t>(sizeof chunk, size - copied)));
     if (count < 0 && errno == EINTR) continue;
     if (count == 0) errno = EIO;  // shorter than it was
-    if (count <= 0 || !write_all(to, {block, static_cast<size_t>(count)})) return false;
-    copied += count;
+    if (count <= 0) return false;
+    for (std::string_view left(chunk, static_cast<size_t>(count)); !left.empty();) {
+      // The blocks are the target's: a write that reaches into two of them takes longer.
+      const auto block = left.substr(0, static_cast<size_t>(kBlockSize - (start + copied) % kBlockSize));
+      if (!write_all(to, block)) return false;
+      left.remove_prefix(block.size());
+      copied += static_cast<int64_t>(block.size());
+      if (step != nullptr) step(context, copied, size);
+    }
     // The store works while we copy; the flush at the end would wait for all of it.
     if (copied - written_out >= kWriteOutSize) {
       sync_file_range(to, start + written_out, copied - written_out, SYNC_FILE_RANGE_WRITE);
       written_out = copied;
     }
-    if (step != nullptr) step(context, copied, size);
   }
   return true;
 }
