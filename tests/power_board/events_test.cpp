@@ -36,7 +36,6 @@ class events : public rig {
     for (const std::string key : keys) values += json_text(readings.get(), ("present_" + key).c_str()) + " ";
     return values;
   }
-  void laser(double metres) { update_laser(&board_, {.laser_distance = metres}); }
 };
 
 TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_refreshes) {
@@ -108,7 +107,7 @@ TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
     } else if (*request != 0) {
       EXPECT_EQ(orb_power_board_trigger_laser_reading(&board_), *request == 't' ? 0 : -1);
     }
-    laser(metres);
+    update_laser(&board_, {.laser_distance = metres});
     std::ostringstream now;
     const laser_state& l = board_.laser;
     now << l.trigger << ' ' << l.clear << ' ' << l.distance << ' ' << l.invalid_count << ' ' << l.shown << ' '
@@ -120,11 +119,10 @@ TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
 TEST_F(events, the_laser_distance_is_told_in_the_units_of_the_operator) {
   orb_init_nv();
   const std::tuple<int, double, const char*> rows[] = {
-      {1, 1.5, "4.9 ft"}, {1, 30.327, "99.5 ft"}, {1, 30.328, "100 ft"}, {1, 0.05, ""},
-      {0, 1.56, "1.6 m"}, {0, 99.499, "99.5 m"},  {0, 99.5, "100 m"},    {0, 0, ""}};
+      {1, 30.327, "99.5 ft"}, {1, 30.328, "100 ft"}, {0, 1.56, "1.6 m"}, {0, 0.05, ""}};
   for (const auto& [units, metres, text] : rows) {
     orb_write_nv(kSettingUnits, &units, sizeof units);
-    laser(metres);
+    update_laser(&board_, {.laser_distance = metres});
     EXPECT_STREQ(load_laser_distance(&board_).text, text);
   }
 }

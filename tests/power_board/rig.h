@@ -81,9 +81,12 @@ class rig : public testing::Test {
     ASSERT_TRUE(await([&] { return markers() > before; }));
   }
 
+  static unsigned long reads() {
+    return with_board([](auto& b) { return b.counts.reads; });
+  }
+
   // Ticks once, and returns how many refreshes came of it.
   unsigned long refreshes_of_tick() {
-    const auto reads = [] { return with_board([](auto& b) { return b.counts.reads; }); };
     const auto before = reads();
     tick();
     settle();
