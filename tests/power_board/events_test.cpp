@@ -3,7 +3,6 @@
 #include "osd/osd.h"
 #include "power_board/rig.h"
 #include "store/logger.h"
-#include "store/settings.h"
 
 namespace {
 
@@ -113,17 +112,6 @@ TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
     now << l.trigger << ' ' << l.clear << ' ' << l.distance << ' ' << l.invalid_count << ' ' << l.shown << ' '
         << orb_get_osd_item(kOsdLaser);
     EXPECT_EQ(now.str(), after) << metres;
-  }
-}
-
-TEST_F(events, the_laser_distance_is_told_in_the_units_of_the_operator) {
-  orb_init_nv();
-  const std::tuple<int, double, const char*> rows[] = {
-      {1, 30.327, "99.5 ft"}, {1, 30.328, "100 ft"}, {0, 1.56, "1.6 m"}, {0, 0.05, ""}};
-  for (const auto& [units, metres, text] : rows) {
-    orb_write_nv(kSettingUnits, &units, sizeof units);
-    update_laser(&board_, {.laser_distance = metres});
-    EXPECT_STREQ(load_laser_distance(&board_).text, text);
   }
 }
 
