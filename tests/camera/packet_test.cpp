@@ -111,6 +111,7 @@ TEST_F(PacketClient, EndsTheProcessWhenItsSocketIsOfNoUse) {
   };
   EXPECT_EXIT(without_socket(), exits, "^Socket error.\nFailed to close socket.\n$");
   EXPECT_EQ(camera.closeSocket(), 0);
+  const unique_fd other(dup(STDOUT_FILENO));  // has its number
   EXPECT_EQ(camera.closeSocket(), -1);
   EXPECT_EQ(camera.initSocket(addresses::kCameraPort, addresses::kCamera), 0);
 }
