@@ -6,7 +6,7 @@
 
 namespace {
 
-// Those that neither the controller, the API nor the overlay sends.
+// Those that no test of the controller, the API or the overlay sees.
 TEST(ViscaCommands, BytesWithoutArguments) {
   const std::pair<std::vector<int (*)(visca_camera*)>, const char*> rows[] = {
       {{visca_camera_initialize_lens, visca_camera_initialize_camera}, "1901 1903"},
