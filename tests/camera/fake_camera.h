@@ -13,10 +13,10 @@
 #include <sstream>
 
 #include "app/trace_reader.h"
-#include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "camera/visca_thread.h"
+#include "tests/await.h"
 
 using strings = std::vector<std::string>;
 
@@ -42,17 +42,10 @@ inline strings words(const std::string& text) {
   return {std::istream_iterator<std::string>(stream), {}};
 }
 
-inline bool eventually(const std::function<bool()>& holds, int timeout_ms = 3000) {
-  for (const int64_t end = monotonic_ns() + timeout_ms * kNanosecondsPerMillisecond; !holds(); sleep_ms(2)) {
-    if (monotonic_ns() > end) return false;
-  }
-  return true;
-}
-
 inline std::string file_text(const char* path) { return read_file(path, 100).value_or(""); }
 
 inline bool traced(const std::string& tag, const std::string& messages) {
-  return eventually([&] { return traces(tag).ends_with(messages); });
+  return await([&] { return traces(tag).ends_with(messages); });
 }
 
 class fake_camera {
@@ -118,7 +111,7 @@ struct stepped_link {
   visca_camera* camera = visca_connection_add_camera(connection, 1, 0);
 
   stepped_link() {
-    EXPECT_TRUE(eventually([&] { return visca_connection_poll(connection), connection->connected == 1; }));
+    EXPECT_TRUE(await([&] { return visca_connection_poll(connection), connection->connected == 1; }));
     EXPECT_TRUE(block.accept_link());
     visca_thread_data.connection = connection;
     visca_thread_data.camera = camera;

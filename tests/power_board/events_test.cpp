@@ -3,7 +3,6 @@
 #include "osd/osd.h"
 #include "power_board/rig.h"
 #include "store/logger.h"
-#include "store/settings.h"
 
 namespace {
 
@@ -24,11 +23,6 @@ class events : public rig {
     orb_power_board_load_battery_level(&board_, text, sizeof text);
     return text;
   }
-  std::string battery_voltage() {
-    char text[8];
-    orb_power_board_load_battery_voltage(&board_, text, sizeof text);
-    return text;
-  }
   // What the logger has of it: values of the session, a blank after each.
   static std::string reported(std::initializer_list<const char*> keys) {
     const json_owner readings = orb_get_logger_current_readings();
@@ -36,7 +30,6 @@ class events : public rig {
     for (const std::string key : keys) values += json_text(readings.get(), ("present_" + key).c_str()) + " ";
     return values;
   }
-  void laser(double metres) { update_laser(&board_, {.laser_distance = metres}); }
 };
 
 TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_refreshes) {
@@ -73,7 +66,7 @@ TEST_F(events, the_battery_level_is_unknown_for_64_refreshes_and_then_has_hyster
   texts levels;
   for (const float volts : {19.5F, 19.375F, 18.5F, 18.375F, 17.5F, 17.375F}) {
     orb_power_board_init(&board_, &application_, 1);
-    EXPECT_EQ(battery(volts) + battery_voltage(), "?") << volts;
+    EXPECT_EQ(battery(volts), "?") << volts;
     levels.push_back(battery(volts, 1));
   }
   EXPECT_EQ(levels, (texts{"100%", "75%", "75%", "50%", "50%", "25%"}));
@@ -82,51 +75,40 @@ TEST_F(events, the_battery_level_is_unknown_for_64_refreshes_and_then_has_hyster
   for (const float volts : {18.5F, 18.375F, 17.5F, 17.375F, 16.5F, 16.375F}) levels.push_back(battery(volts));
   EXPECT_EQ(levels,
             (texts{"25%", "50%", "50%", "75%", "75%", "100%", "100%", "75%", "75%", "50%", "50%", "25%"}));
-  EXPECT_EQ(battery_voltage(), "16.4 V");
 }
 
 TEST_F(events, a_laser_reading_is_shown_when_it_is_valid_and_asked_for_or_new) {
-  const struct {
-    int mode;  // set first; -1: none is
-    const char* request;
-    double metres;
-    const char* after;  // trigger, clear, distance, invalid count, shown, on the overlay
-  } rows[] = {{1, "trigger", 0.05, "1 0 0 2 -1 0"},
-              {-1, "", 0.051, "0 0 0.051 0 -1 1"},
-              {-1, "clear", 0, "0 0 0.051 1 -1 0"},
-              {2, "trigger", 0, "1 0 0.051 2 -1 0"},
-              {-1, "clear", 0.05, "1 1 0.051 3 -1 0"},
-              {3, "refused", 0, "1 1 0.051 4 -1 0"},
-              {-1, "", 2, "1 1 2 0 2 1"},
-              {9, "", 3, "1 1 3 0 3 1"},
-              {3, "", 0, "1 1 3 1 -1 1"},
-              {0, "refused", 4, "1 1 4 0 -1 0"}};
-  for (const auto& [mode, request, metres, after] : rows) {
-    if (mode >= 0) orb_power_board_set_laser_mode(&board_, mode);
-    if (*request == 'c') {
-      orb_power_board_clear_laser_reading(&board_);
-    } else if (*request != 0) {
-      EXPECT_EQ(orb_power_board_trigger_laser_reading(&board_), *request == 't' ? 0 : -1);
-    }
-    laser(metres);
-    std::ostringstream now;
-    const laser_state& l = board_.laser;
-    now << l.trigger << ' ' << l.clear << ' ' << l.distance << ' ' << l.invalid_count << ' ' << l.shown << ' '
-        << orb_get_osd_item(kOsdLaser);
-    EXPECT_EQ(now.str(), after) << metres;
-  }
-}
-
-TEST_F(events, the_laser_distance_is_told_in_the_units_of_the_operator) {
-  orb_init_nv();
-  const std::tuple<int, double, const char*> rows[] = {
-      {1, 1.5, "4.9 ft"}, {1, 30.327, "99.5 ft"}, {1, 30.328, "100 ft"}, {1, 0.05, ""},
-      {0, 1.56, "1.6 m"}, {0, 99.499, "99.5 m"},  {0, 99.5, "100 m"},    {0, 0, ""}};
-  for (const auto& [units, metres, text] : rows) {
-    orb_write_nv(kSettingUnits, &units, sizeof units);
-    laser(metres);
-    EXPECT_STREQ(load_laser_distance(&board_).text, text);
-  }
+  const auto mode = [this](int value) { orb_power_board_set_laser_mode(&board_, value); };
+  const auto trigger = [this] { return orb_power_board_trigger_laser_reading(&board_); };
+  const auto shows = [this](double metres) {
+    update_laser(&board_, {.laser_distance = metres});
+    return orb_get_osd_item(kOsdLaser) != 0;
+  };
+  mode(1);
+  EXPECT_EQ(trigger(), 0);
+  EXPECT_FALSE(shows(0.05));  // none: the trigger waits
+  EXPECT_TRUE(shows(0.051));
+  orb_power_board_clear_laser_reading(&board_);
+  EXPECT_FALSE(shows(0));
+  mode(2);
+  EXPECT_EQ(trigger(), 0);
+  orb_power_board_clear_laser_reading(&board_);
+  EXPECT_FALSE(shows(0));
+  EXPECT_EQ(board_.laser.invalid_count, 2);
+  EXPECT_EQ(board_.laser.distance, 0.051);
+  EXPECT_EQ(board_.laser.clear, 1) << "waits for the trigger";
+  mode(3);
+  EXPECT_EQ(trigger(), -1);
+  EXPECT_TRUE(shows(2));
+  EXPECT_EQ(board_.laser.invalid_count, 0);
+  orb_set_osd_item(kOsdLaser, 0);
+  EXPECT_FALSE(shows(2)) << "no new one";
+  mode(9);  // none
+  EXPECT_TRUE(shows(3));
+  EXPECT_TRUE(shows(0));
+  mode(0);
+  EXPECT_EQ(trigger(), -1);
+  EXPECT_FALSE(shows(4));
 }
 
 // Above the upper limit begins, below the lower one counts down, in periods of 50 refreshes after a delay.

@@ -1,21 +1,9 @@
 // The mast, stepped refresh by refresh against a drive that really travels: no bus, no clock.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cctype>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <functional>
 #include <random>
-#include <regex>
 
-#include "app/application.h"
-#include "app/trace.h"
-#include "base/paths.h"
-#include "power_board/power_board.h"
-#include "sim/board/board_model.h"
+#include "power_board/rig.h"
 #include "store/settings.h"
 
 namespace {
@@ -57,12 +45,9 @@ constexpr move_variant kMoveVariants[] = {
     {.end = "no movement stop", .inertia_s = 0.5, .later_astray = -1'000'000},
 };
 
-class mast : public testing::Test {
+class mast : public rig {
  protected:
-  static inline orb_power_board board_;
-  static inline orb_application application_;
   board_model model_;
-  std::ifstream trace_;
   std::string last_;   // traced line, without its tag and time
   std::string log_;    // since the last look: lines traced and register writes, without what is only repeated
   int since_run_ = 0;  // refreshes
@@ -72,12 +57,11 @@ class mast : public testing::Test {
 
   motor_state& motors() { return board_.motors; }
 
+  mast() { trace_mask_ = 1U << kTraceHeightMotor | 1U << kTracePowerBoard; }
+
   void SetUp() override {
-    set_trace_mask(1U << kTraceHeightMotor | 1U << kTracePowerBoard);
-    init_trace();
     orb_init_nv();
-    orb_power_board_init(&board_, &application_, 1);
-    trace_.open(paths::kTrace);
+    rig::SetUp();
     refresh(5);
     EXPECT_EQ(motors().motor_type, kMotorHeight);
   }
@@ -85,23 +69,26 @@ class mast : public testing::Test {
   int move_state() { return motors().homing_state == kHomed ? motors().move_state.load() : kMoveIdle; }
 
   void read_trace() {
-    trace_.clear();
-    for (std::string line; std::getline(trace_, line);) {
-      last_ = line.substr(6, line.rfind(" [") - 6);
+    for (const std::string& line : traced()) {
+      last_ = line.substr(6);
       if (contains_any(last_, kEnds)) ended_ = true;
       const bool sample = std::isdigit(last_[0]) != 0 || last_[0] == '-';
       if (!sample && !contains_any(last_, kUnlogged)) log_ += last_ + ",";
     }
   }
 
+  static std::string described(uint8_t number, std::span<const uint8_t> data) {
+    if (number == kSpeedRegister) return std::to_string(static_cast<int8_t>(data[0])) + ",";
+    return data[0] == kMotorStop ? "stop," : "run,";
+  }
+
   // True when it is a run command.
   bool perform(const motor_write& write) {
     board_write(model_, write.number, std::span(write.data).first(write.length));
-    const bool speed = write.number == 3;
-    const bool run = !speed && write.data[0] != kMotorStop;
-    EXPECT_TRUE(!speed || (write.data[1] | write.data[2] << 8) == 1000);
-    if (run && log_.ends_with("run,")) return true;
-    log_ += speed ? std::to_string(static_cast<int8_t>(write.data[0])) + "," : run ? "run," : "stop,";
+    EXPECT_TRUE(write.number != kSpeedRegister || (write.data[1] | write.data[2] << 8) == 1000);
+    const std::string text = described(write.number, write.data);
+    const bool run = text == "run,";
+    if (!run || !log_.ends_with(text)) log_ += text;
     return run;
   }
 
@@ -136,16 +123,20 @@ class mast : public testing::Test {
   }
 
   // Until the mast rests; the number of refreshes.
-  int run_to_rest(int most = 1000) {
+  int run_to_rest() {
     int count = 0;
     do refresh_once();
-    while (++count < most && !(motors().homing_state == kHomed && motors().move_state == kMoveIdle));
+    while (++count < 1000 && !(motors().homing_state == kHomed && motors().move_state == kMoveIdle));
     return count;
   }
 
-  void home() {
+  void request_home() {
     ended_ = false;
     EXPECT_EQ(orb_power_board_home_height(&board_), 0);
+  }
+
+  void home() {
+    request_home();
     EXPECT_LT(run_to_rest(), 450);
     refresh(20);
   }
@@ -190,6 +181,17 @@ class mast : public testing::Test {
   }
 
   std::string take_log() { return std::exchange(log_, ""); }
+
+  // What the operations have queued.
+  std::string queued() {
+    std::string all;
+    const mutex_lock lock(board_.queue_lock);
+    while (!board_.queue.empty()) {
+      const work_item item = board_.queue.take();
+      all += described(item.number, item.data);
+    }
+    return all;
+  }
 };
 
 // Every way from one preset to another, thousands of times; refresh_once looks at what must always hold.
@@ -225,13 +227,13 @@ TEST_F(mast, each_event_of_a_move_in_both_directions) {
     const bool check = m.move_state == kMoveCheck;
     model_.readings.encoder_1 = check ? m.target + m.direction * counts : m.position + counts;
   };
-  const auto stop = [] { orb_power_board_stop_motor(&board_); };
+  const auto stop = [this] { orb_power_board_stop_motor(&board_); };
   const std::tuple<int, const char*, std::function<void()>> cases[] = {
       {1, "encoder resample #,encoder #,move * fast start # #,~60,run,", [&] { push(-300); }},
       {3, "move * cancel # #,stop,", stop},
       {30, "move * cancel 374 0,stop,", stop},
       {30, "move * cancel 374 0,stop,",
-       [] { EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1); }},
+       [this] { EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1); }},
       {30, "move * overcurrent stop 373 1,stop,", [&] { model_.mast.jammed = true; }},
       {30, "run,move * no movement stop 364 10,stop,", [&] { model_.mast.fault = encoder_fault::frozen; }},
       {30, "run,move * timeout 0 0,stop,", [&] { model_.mast.full_speed = 1200, refresh(365); }},
@@ -287,8 +289,7 @@ TEST_F(mast, each_reason_ends_a_homing) {
   };
   for (const auto& [after, change, refreshes, end] : cases) {
     place(24, 5000);
-    ended_ = false;
-    EXPECT_EQ(orb_power_board_home_height(&board_), 0);
+    request_home();
     take_log();
     refresh(after);
     change(model_.mast);
@@ -314,31 +315,16 @@ TEST_F(mast, ignores_small_changes_and_presets_while_it_moves) {
   request(10);
   refresh(20);
   orb_power_board_set_height_preset(&board_, 48);  // only stored
-  EXPECT_EQ(motors().height_preset, 48);
   run_to_rest();
   EXPECT_EQ(take_log(),
             "preset 10,offset 2.0,move to 77394,encoder 68916,move in slow start,-15,run,preset 48,run,"
             "move in check,stop,move done,");
 }
 
-TEST_F(mast, a_jog_needs_a_home_but_a_tilt_does_not) {
-  EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);
-  refresh(2);
-  EXPECT_EQ(motors().homing_state, kHomingStart);
-  run_to_rest();
-  EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 300, 500), 0);
-  const mutex_lock lock(board_.queue_lock);
-  const work_item speed = board_.queue.take();
-  EXPECT_EQ(speed.number, 3);
-  EXPECT_EQ(static_cast<int8_t>(speed.data[0]), 100);  // limited; not scaled: no extended frame has been read
-  EXPECT_EQ(board_.queue.take().number, 6);
-}
-
 TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
   for (const bool homing : {true, false}) {
     home();
-    homing ? void(orb_power_board_home_height(&board_)) : request(48);
-    ended_ = false;
+    homing ? request_home() : request(48);
     refresh(10);
     take_log();
     model_.readings.motor_type = 0;
@@ -351,7 +337,7 @@ TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
 
 // Resumed an hour later, nothing may drive that was asked for before, and a new request is served.
 TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
-  const auto home_now = [this] { ended_ = false, orb_power_board_home_height(&board_); };
+  const auto home_now = [this] { request_home(); };
   const auto move_now = [this] { request(48); };
   const std::tuple<std::function<void()>, int, const char*> cases[] = {
       {home_now, 0, ""},
@@ -379,9 +365,7 @@ TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
       home();
       go(12);
       EXPECT_EQ(last_, "move done");
-      const mutex_lock lock(board_.queue_lock);
-      ASSERT_FALSE(board_.queue.empty());
-      while (!board_.queue.empty()) EXPECT_TRUE(is_motor_stop(board_.queue.take()));
+      EXPECT_TRUE(std::regex_match(queued(), std::regex("(stop,)+")));
     }
   }
 }
@@ -394,7 +378,9 @@ TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
   refresh(10);
   EXPECT_EQ(motors().homing_state, kHomingIdle);
   EXPECT_EQ(motors().homing_requested, 0);
-  EXPECT_EQ(orb_power_board_home_height(&board_), 0);
+  EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunTilt, -300, 500), 0);   // needs no home
+  EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);  // asks for one
+  EXPECT_EQ(queued(), "-100,run,");  // limited; not scaled: no extended frame has been read
   motor_writes writes;
   step_motors(motors(), {.reported_type = kMotorHeight, .jog_waiting = true}, writes);
   EXPECT_TRUE(writes.all().empty());
@@ -405,50 +391,27 @@ TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
 // Quick changes of direction: the last speed that was queued counts, not the reading of the last frame.
 TEST_F(mast, every_change_of_direction_writes_its_speed) {
   home();
-  std::string speeds;
   for (const int pwm : {60, -60, 60, 60}) EXPECT_EQ(orb_power_board_start_motor(&board_, 1, pwm, 500), 0);
-  const mutex_lock lock(board_.queue_lock);
-  while (!board_.queue.empty()) {
-    const work_item item = board_.queue.take();
-    speeds += item.number == 3 ? std::to_string(static_cast<int8_t>(item.data[0])) + " " : "run ";
-  }
-  EXPECT_EQ(speeds, "60 run -60 run 60 run run ");
+  EXPECT_EQ(queued(), "60,run,-60,run,60,run,run,");
 }
 
 TEST_F(mast, a_stop_finds_a_place_in_a_full_queue) {
-  const uint8_t data[] = {1};
-  while (orb_power_board_issue_write(&board_, 9, data, 1) == 0) continue;
+  while (write(9, {1}) == 0) continue;
   for (int i = 0; i < 100; ++i) EXPECT_EQ(orb_power_board_stop_motor(&board_), 0);
-  const mutex_lock lock(board_.queue_lock);
-  work_item last;
-  while (!board_.queue.empty()) last = board_.queue.take();
-  EXPECT_TRUE(is_motor_stop(last));
+  EXPECT_TRUE(queued().ends_with("stop,"));
 }
 
 TEST_F(mast, shows_its_height) {
-  const auto height = [] {
-    char text[16];
-    orb_power_board_load_height(&board_, text, sizeof text);
-    return std::string(text);
-  };
-  orb_power_board_home_height(&board_);
-  EXPECT_EQ(height(), "HOMING");
-  run_to_rest();
-  EXPECT_EQ(height(), "6.0 in");
-  request(24);
-  EXPECT_EQ(height(), "SETTING");
-  run_to_rest();
-  EXPECT_NEAR(strtod(height().c_str(), nullptr), 24, 0.5);
+  home();
+  go(24);
   orb_power_board_set_height_extension(&board_, 1);
-  const int metric = 0;
-  orb_write_nv(kSettingUnits, &metric, sizeof metric);
-  EXPECT_NEAR(strtod(height().c_str(), nullptr), 48 * 2.54, 1.3);
-  EXPECT_NE(height().find(" cm"), std::string::npos);
+  char text[16];
+  orb_power_board_load_height(&board_, text, sizeof text);
+  EXPECT_NEAR(std::stod(text), 48, 0.5);
 }
 
 TEST(tilt, slows_down_with_the_zoom) {
-  const std::pair<float, int> rows[] = {{0, 100}, {1, 100}, {1.5F, 98}, {15, 61},
-                                        {30, 20}, {31, 20}, {360, 20}};
+  const std::pair<float, int> rows[] = {{0, 100}, {1.5F, 98}, {15, 61}, {30, 20}, {360, 20}};
   for (const auto& [zoom, pwm] : rows) EXPECT_EQ(tilt_jog_pwm(zoom), pwm) << zoom;
 }
 

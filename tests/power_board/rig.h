@@ -41,11 +41,12 @@ class rig : public testing::Test {
   // Never freed: a board that ran has an update thread for the rest of the process.
   static inline auto& kept_ = *new std::vector<orb_power_board*>;
   orb_power_board& board_ = *kept_.emplace_back(new orb_power_board);
+  uint32_t trace_mask_ = 1U << kTracePowerBoard | 1U << kTraceRefresh;
   std::ifstream trace_;
 
   void SetUp() override {
     fresh_bus();
-    set_trace_mask(1U << kTracePowerBoard | 1U << kTraceRefresh);
+    set_trace_mask(trace_mask_);
     init_trace();
     application_.program_name = name_;
     application_.loop = ev_loop_new(0);
@@ -80,9 +81,12 @@ class rig : public testing::Test {
     ASSERT_TRUE(await([&] { return markers() > before; }));
   }
 
+  static unsigned long reads() {
+    return with_board([](auto& b) { return b.counts.reads; });
+  }
+
   // Ticks once, and returns how many refreshes came of it.
   unsigned long refreshes_of_tick() {
-    const auto reads = [] { return with_board([](auto& b) { return b.counts.reads; }); };
     const auto before = reads();
     tick();
     settle();
