@@ -206,13 +206,14 @@ int post_focus(http_connection* connection, const char* message, int direction) 
   return send_focus(connection, manual);
 }
 
-// "OK" only when the command was queued.
-int put_position(http_connection* connection, std::optional<int> position,
+// "OK" only when the command was queued, behind the stop of a hold that has just been stopped: that would end
+// this motion, too.
+int put_position(http_connection* connection, std::optional<int> position, void (*await_stop)(int timeout_ms),
                  int (*command)(visca_camera* camera, int position)) {
-  orb_await_lens_stops();  // of a hold that has just been stopped: it would end this motion, too
+  if (!position || !is_visca_position(*position)) return send_status(connection, false);
+  await_stop(kLensStopWait_ms);
   visca_camera* camera = camera_now();
-  const bool valid = position && is_visca_position(*position);
-  return send_status(connection, valid && camera != nullptr && command(camera, *position) == 0);
+  return send_status(connection, camera != nullptr && command(camera, *position) == 0);
 }
 
 }  // namespace
@@ -282,7 +283,7 @@ int get_focus_position(http_connection* connection, const char*, unsigned long, 
 int put_focus_position(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_position(connection,
                       take_position(connection, body, length, "focus_position", "focus pos %d %d"),
-                      visca_camera_focus_direct);
+                      orb_await_focus_stop, visca_camera_focus_direct);
 }
 int post_focus_increment(http_connection* connection, const char*, unsigned long, void*) {
   return post_focus(connection, "focus inc", 1);
@@ -298,7 +299,7 @@ int post_focus_stop(http_connection* connection, const char*, unsigned long, voi
 
 int post_zoom_reset(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom reset");
-  orb_await_lens_stops();  // of a hold that has just been stopped: it would end the reset half-way
+  orb_await_zoom_stop();  // it would end the reset half-way
   write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
   visca_camera* camera = camera_now();
   if (camera != nullptr) visca_camera_zoom_direct(camera, 0);
@@ -323,7 +324,7 @@ int get_zoom_position(http_connection* connection, const char*, unsigned long, v
 int put_zoom_position(http_connection* connection, const char* body, unsigned long length, void*) {
   orb_power_board_clear_laser_reading(power_board_now());
   return put_position(connection, take_position(connection, body, length, "zoom_position", "zoom pos %d %d"),
-                      visca_camera_zoom_direct);
+                      orb_await_zoom_stop, visca_camera_zoom_direct);
 }
 int post_zoom_increment(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom inc");

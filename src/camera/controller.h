@@ -43,10 +43,11 @@ int orb_trigger_zoom_loop(int direction, int duration_ms);
 void orb_stop_zoom_loop();
 // Stop zoom and focus for good: later triggers are refused.
 void orb_close_lens_loops();
-// Waits for the stops of a zoom and a focus that have been stopped: until they are queued, at most so long
-// for each; not for what is still held. Not the loops' threads.
+// Wait for the stop of a motion that has been stopped: until it is queued, at most so long; not for one that
+// is still held. Not the loops' threads.
 inline constexpr int kLensStopWait_ms = 50;
-void orb_await_lens_stops(int timeout_ms = kLensStopWait_ms);
+void orb_await_zoom_stop(int timeout_ms = kLensStopWait_ms);
+void orb_await_focus_stop(int timeout_ms = kLensStopWait_ms);
 // Writes the default speeds of zoom and focus; a hold that has been stopped and makes its end later leaves
 // them.
 void orb_reset_lens_speeds();

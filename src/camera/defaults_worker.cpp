@@ -138,7 +138,8 @@ void* defaults_worker(void*) {
     const worker_requests now = take_requests();
     if (now.power_up) set_up_camera();
     if (now.defaults) {
-      orb_await_lens_stops(kStopWait_ms);  // one that came later would end the reset half-way
+      orb_await_zoom_stop(kStopWait_ms);  // one that came later would end the reset half-way
+      orb_await_focus_stop(kStopWait_ms);
       reset_camera_state();
     }
     if (now.ir_filter) send_ir_filter();

@@ -55,7 +55,7 @@ bool is_held_at(hold_loop* loop, const hold_run& run, int64_t tick_ns) {
 // The run whose end is being made, 0 when there is none.
 unsigned ending_run(hold_loop* loop) {
   const mutex_lock lock(loop->lock);
-  return goes_on(loop, loop->holding) ? 0 : loop->holding;
+  return goes_on(loop, loop->holding) && !has_expired(loop) ? 0 : loop->holding;
 }
 
 void hold(hold_loop* loop, const hold_run& run) {

@@ -65,11 +65,12 @@ template <const motion& Motion>
 sent_stop last_stop;
 
 template <const motion& Motion>
-void drive(visca_camera* camera, int direction, int speed) {
-  if ((direction > 0 ? Motion.positive : Motion.negative)(camera, speed) != 0) return;
+bool drive(visca_camera* camera, int direction, int speed) {
+  if ((direction > 0 ? Motion.positive : Motion.negative)(camera, speed) != 0) return false;
   moving<Motion> = true;
   driven_link<Motion> = visca_thread_data.link_number;
   last_stop<Motion> = {};
+  return true;
 }
 
 template <const motion& Motion>
@@ -97,6 +98,7 @@ template <const motion& Motion>
 void start_motion(int direction) {
   const int speed = take_start_speed<Motion>();
   trace(Motion.trace_level, "start %d", speed);
+  driven_link<Motion> = 0;  // of this hold: what a full queue refuses is told again
   visca_camera* camera = visca_thread_data.camera;
   if (camera != nullptr) drive<Motion>(camera, direction, speed);
 }
@@ -111,7 +113,7 @@ void step_motion(int direction, int held_ms) {
   if (driven_link<Motion> != visca_thread_data.link_number) drive<Motion>(camera, direction, speed);
   if (held_ms % kSpeedUp_ms != 0 || speed >= kMaximumSpeed) return;
   trace(Motion.trace_level, "adjust %d %d", speed, speed + 1);
-  drive<Motion>(camera, direction, speed + 1);
+  if (!drive<Motion>(camera, direction, speed + 1)) return;
   write_value_file(Motion.speed_file, speed + 1);
 }
 
@@ -225,10 +227,8 @@ void orb_close_lens_loops() {
   close_hold_loop(&focus_loop);
 }
 
-void orb_await_lens_stops(int timeout_ms) {
-  await_hold_end(&zoom_loop, timeout_ms);
-  await_hold_end(&focus_loop, timeout_ms);
-}
+void orb_await_zoom_stop(int timeout_ms) { await_hold_end(&zoom_loop, timeout_ms); }
+void orb_await_focus_stop(int timeout_ms) { await_hold_end(&focus_loop, timeout_ms); }
 
 void orb_create_intensity_loop() { create_hold_loop(&intensity_loop); }
 int orb_trigger_intensity_loop(int direction, int duration_ms) {

@@ -47,10 +47,9 @@ media_file scan_media(const char* path, const media_format& format, xmp_place* p
   return file;
 }
 
-std::string build_packet(const orb_xmp_fields& fields, int64_t size, bool* cut = nullptr) {
+std::string build_packet(const orb_xmp_fields& fields, int64_t size) {
   std::string packet(static_cast<size_t>(size), ' ');
-  const bool built = orb_xmp_build(fields, packet.data(), packet.size()) == 0;
-  if (cut != nullptr) *cut = built && !packet.ends_with(kXmpTrailer);
+  orb_xmp_build(fields, packet.data(), packet.size());
   return packet;
 }
 
@@ -64,10 +63,8 @@ bool rewrite_packet(const char* path, const xmp_place& place, const orb_xmp_fiel
   const media_file file = open_media(path, O_RDWR);
   std::string old(static_cast<size_t>(place.length), ' ');
   if (!file.fd || pread(file.fd.get(), old.data(), old.size(), place.packet) != place.length) return false;
-  bool cut = false;
-  const std::string packet = build_packet(fields, place.length, &cut);
-  if (cut) return false;  // another program's place that is too small for ours: it could not be read again
-  if (write_at(file.fd.get(), packet, place.packet) && fsync(file.fd.get()) == 0) return true;
+  if (write_at(file.fd.get(), build_packet(fields, place.length), place.packet) && fsync(file.fd.get()) == 0)
+    return true;
   write_at(file.fd.get(), old, place.packet);
   return false;
 }

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::string_view kPaddingMark = "<!-- XML whitespace as padding -->";
 constexpr std::string_view kEndMark = "<?xpacket end";
+constexpr std::string_view kTrailer = "<?xpacket end=\"w\"?>\r\n \r\n \r\n";
 constexpr size_t kTemplateLine = 80;  // of a padding line, too
 constexpr size_t kReadLine = 1023;
 constexpr size_t kShotDateLimit = 80;
@@ -133,8 +134,8 @@ struct packet_writer {
 
 // Lines of spaces, but for the trailer's room; the spaces are there.
 void put_padding(packet_writer& packet) {
-  while (packet.left.size() > kXmpTrailer.size()) {
-    const size_t length = std::min(kTemplateLine, packet.left.size() - kXmpTrailer.size());
+  while (packet.left.size() > kTrailer.size()) {
+    const size_t length = std::min(kTemplateLine, packet.left.size() - kTrailer.size());
     const size_t line_end = std::min<size_t>(length, 2);
     packet.left = packet.left.subspan(length - line_end);
     packet.put(std::string_view("\r\n").substr(2 - line_end));
@@ -146,7 +147,7 @@ void put_padding(packet_writer& packet) {
 int fill_xmp_packet(std::string_view xmp_template, const orb_xmp_fields& fields, std::span<char> packet) {
   bool ended = false;
   std::vector<packet_line> lines = template_lines(xmp_template, &ended);
-  const size_t fixed = kXmpSignature.size() + kXmpTrailer.size();
+  const size_t fixed = kXmpSignature.size() + kTrailer.size();
   fill_lines(lines, fields, packet.size() - std::min(packet.size(), fixed));
 
   packet_writer writer{packet};
@@ -157,7 +158,7 @@ int fill_xmp_packet(std::string_view xmp_template, const orb_xmp_fields& fields,
   std::fill(writer.left.begin(), writer.left.end(), ' ');
   if (!ended) return -1;
   put_padding(writer);
-  writer.put(kXmpTrailer);
+  writer.put(kTrailer);
   return 0;
 }
 

@@ -9,8 +9,6 @@
 // Every packet begins with it, its zero byte included, as in a JPEG's APP1 segment; ours in MP4 do, too.
 inline constexpr std::string_view kXmpSignature{"http://ns.adobe.com/xap/1.0/\0", 29};
 
-inline constexpr std::string_view kXmpTrailer = "<?xpacket end=\"w\"?>\r\n \r\n \r\n";
-
 inline constexpr size_t kXmpReadLimit = 4096;
 
 // Fills the whole packet. A line of the template that has a field's tag carries the field between its first

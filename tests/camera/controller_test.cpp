@@ -278,6 +278,18 @@ TEST(Stops, AreSentUntilTheCameraHasThemOnThisLinkOrTheNext) {
   EXPECT_EQ(link->block.packet(300), "");
 }
 
+// While the queue is full a hold cannot begin, and begins when there is room.
+TEST_F(HoldLoops, AStartWaitsForRoom) {
+  visca_thread_data.link_number = 1;
+  EXPECT_EQ(orb_trigger_zoom_loop(1, 20), 1);
+  link.expect("0723 0700");
+  while (visca_camera_auto_focus(link.camera) == 0) continue;
+  EXPECT_EQ(orb_trigger_zoom_loop(-1, 60000), 1);
+  EXPECT_TRUE(traced("ZMLP", "end;start 3;"));
+  for (int i = 0; i < 127; ++i) link.expect("3802");
+  link.expect("0733");
+}
+
 // The API still runs when the daemon ends, and its client may still hold the button.
 TEST_F(HoldLoops, AreClosedForGood) {
   EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);

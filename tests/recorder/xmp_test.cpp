@@ -301,10 +301,6 @@ TEST_F(xmp, a_write_that_fails_leaves_the_file_as_it_was) {
   chmod(".", 0555);
   expect_failure("a.jpg", jpeg);
   chmod(".", 0755);
-  const std::string small =  // another program's packet, which has no room for ours
-      "\xFF\xD8\xFF\xE1\2\0"s + kSignature + std::string(481, 'p') + kJpeg.substr(2);
-  replace_file("a.jpg", small);
-  expect_failure("a.jpg", small);
   replace_file("a.jpg", jpeg);
   ASSERT_EQ(mount("tmpfs", paths::kUsbTakes, "tmpfs", 0, "size=300k"), 0);
   const std::string full = paths::kUsbTakes + "/a.jpg"s;
