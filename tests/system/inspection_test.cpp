@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "base/json.h"
-#include "base/paths.h"
 #include "system/unit.h"
 
 namespace {
@@ -31,7 +30,7 @@ std::string ask(const std::string& method, const std::string& route, const std::
 }
 
 void order(const std::string& method, const std::string& route, const std::string& body = "") {
-  EXPECT_EQ(ask(method, route, body), R"({"status":"OK"})") << method << " " << route << " " << body;
+  EXPECT_EQ(ask(method, route, body), kOk) << method << " " << route << " " << body;
 }
 
 // A member of an answer, as text.
@@ -143,7 +142,7 @@ void record_a_take() {
   EXPECT_EQ(status("recording"), "true");
   usleep(2'500'000);  // a still is cut a second after its mark
   order("POST", "/camera/recorder/stop");
-  EXPECT_TRUE(await([] { return !fs::exists(paths::kTakeGuid); }, 20));
+  EXPECT_TRUE(await_completion());
   end_step("take");
 }
 
@@ -195,11 +194,6 @@ void hand_everything_over() {
   EXPECT_EQ(count, 4U);  // take, two stills, log file
 }
 
-std::string power_calls() {
-  std::string calls = read_text("/tmp/power_calls");
-  return calls.substr(std::min(calls.size(), calls.find(' ') + 1));
-}
-
 void end_the_day() {
   begin_step("The day ends");
   order("POST", "/shutdown", R"({"shutdown_type":"1"})");
@@ -209,8 +203,7 @@ TEST(inspection, from_power_up_to_shutdown) {
   setvbuf(stdout, nullptr, _IOLBF, 0);
   const child redis = start_redis();
   const child camera = start_camera(true);
-  child daemon = start_daemon();
-  ASSERT_TRUE(await_api());
+  child daemon = start_serving_daemon();
   take_the_seat();
   switch_the_lights_on();
   raise_the_mast();
