@@ -295,12 +295,12 @@ TEST_F(xmp, a_write_that_fails_leaves_the_file_as_it_was) {
   umount(paths::kUsbTakes);
 
   replace_file("temp", "of a power cut");
-  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("")), 0);
+  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("", "another title")), 0);
   const std::string written = content("a.jpg");
   signal(SIGXFSZ, SIG_IGN);
   rlimit old{};
   getrlimit(RLIMIT_FSIZE, &old);
-  for (const rlim_t limit : {6U, 7U, 1000U}) {  // of the file: none or some bytes of the packet are written
+  for (const rlim_t limit : {6U, 7U, 2000U}) {  // of the file: none or some bytes of the packet are written
     const rlimit cut{limit, old.rlim_max};
     setrlimit(RLIMIT_FSIZE, &cut);
     expect_failure("a.jpg", written);
