@@ -42,10 +42,10 @@ int api_get_recordings(http_connection* connection, const char*, unsigned long, 
 }
 
 int post_image_cache(http_connection* connection, const char* body, unsigned long length, void*) {
-  if (length < 1 || length > kImageLimit) return send_status(connection, false);
   trace(kTraceApi, "post image cache %d", static_cast<int>(length));
-  return send_status(
-      connection, replace_file(paths::kImageCache, paths::kImageCacheTemporary, {body, length}, flushed::no));
+  const bool is_fit = length >= 1 && length <= kImageLimit;
+  return send_status(connection, is_fit && replace_file(paths::kImageCache, paths::kImageCacheTemporary,
+                                                        {body, length}, flushed::no));
 }
 
 int get_image_cache(http_connection* connection, const char*, unsigned long, void*) {

@@ -47,11 +47,8 @@ struct marks : testing::Test {
 };
 
 TEST_F(marks, an_offset_has_the_hours_of_local_time) {
-  constexpr int64_t kSecond = 1'000 * kNanosecondsPerMillisecond;
-  EXPECT_EQ(mark_offset_text(6 * kSecond + kSecond / 4), "00:00:06.250");
-  EXPECT_EQ(mark_offset_text(3'600 * kSecond - 1), "00:59:59.999");
   setenv("TZ", "XXX-2", 1), tzset();
-  EXPECT_EQ(mark_offset_text(6 * kSecond), "02:00:06.000");
+  EXPECT_EQ(mark_offset_text(3'599'999 * kNanosecondsPerMillisecond), "02:59:59.999");
   setenv("TZ", "UTC", 1), tzset();
 }
 

@@ -2,13 +2,16 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <utility>
 
@@ -83,6 +86,12 @@ child start_camera(bool with_picture) {
 
 child start_daemon() { return child({kBuild + "/orbd"}, kBuild + "/libboard_preload.so"); }
 
+child start_serving_daemon() {
+  child daemon = start_daemon();
+  EXPECT_TRUE(await_api());
+  return daemon;
+}
+
 bool await_api() {
   if (!await([] { return !http("GET", "/api/camera/zoom/speed").body.empty(); })) return false;
   return await([] { return ctl("board", "strict on") == "ok\n"; });  // its thread may start after the API's
@@ -133,3 +142,28 @@ std::string read_text(const std::string& path) {
 }
 
 void write_text(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+std::string trace_log() {
+  return std::regex_replace(read_text(paths::kTrace), std::regex(R"( \[\d\d:\d\d:\d\d\.\d\d\d\])"), "");
+}
+
+std::string power_calls() {
+  return std::regex_replace(read_text("/tmp/power_calls"), std::regex("\\S+T\\S+ "), "");
+}
+
+bool await_completion() {
+  return await([] { return access(paths::kTakeGuid, F_OK) != 0; }, 25);
+}
+
+double duration(const std::string& path) {
+  const std::string command = "ffprobe -v error -show_entries format=duration -of csv=p=0 ";
+  return strtod(shell_first_line(command + shell_quoted(path), 20).c_str(), nullptr);
+}
+
+int playable_takes() {
+  int count = 0;
+  std::error_code none;  // before the first take there is no folder
+  for (const auto& file : std::filesystem::directory_iterator(paths::kUsbTakes, none))
+    count += file.path().extension() == ".mp4" && duration(file.path()) > 1;
+  return count;
+}
