@@ -55,13 +55,6 @@ TEST(trace_log, is_right_to_the_byte) {
                           "HAPI:  30313233343536373839616263646566 0123456789abcdef|\n");
 }
 
-TEST(trace_log, without_a_stick) {
-  fs::remove("/media/usb99");
-  init_trace();
-  trace(kTraceMaskMonitor, "nowhere");
-  EXPECT_EQ(set_trace_mask(0xFF), -1);
-}
-
 TEST(trace_mask, by_file_and_by_call) {
   start("1f");
   const std::pair<std::string_view, uint32_t> rows[] = {// the mask afterwards

@@ -1,19 +1,15 @@
-// The compass: a whole turn of a simulated unit, and the calibration routes.
+// The compass: a whole turn of a simulated unit, and what shows nothing.
 #include "heading/heading.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <numbers>
-#include <regex>
-#include <sstream>
 #include <string>
 
-#include "app/trace_reader.h"
-#include "base/clock.h"
-#include "http/api_client.h"
 #include "power_board/readings.h"
 #include "sim/board/board_model.h"
+#include "store/settings.h"
 
 namespace {
 
@@ -90,55 +86,6 @@ TEST(heading, is_xx_without_a_calibration) {
   EXPECT_EQ(heading(readings), "XX");
   store(1, {NAN, NAN, NAN, 1e300, 1e300, 1e300});  // counts as 0; is too large
   EXPECT_EQ(heading(measure(45, 0, 0)), "XX");
-}
-
-// The calibration, "VALUE VALUE …", in the order of the routes.
-std::string calibration(const std::string& values) {
-  std::istringstream list(values);
-  std::string text, value;
-  for (const std::string key :
-       {"calibrated", "calibration_x", "calibration_y", "calibration_z", "ellipsoid_00", "ellipsoid_01",
-        "ellipsoid_02", "ellipsoid_10", "ellipsoid_11", "ellipsoid_12", "ellipsoid_20", "ellipsoid_21",
-        "ellipsoid_22"}) {
-    list >> value;
-    text += (text.empty() ? "{'magnetometer_" : ",'magnetometer_") + key + "':" + value;
-  }
-  return text + "}";
-}
-
-TEST(heading, calibration_is_taken_whole_or_not_at_all) {
-  constexpr char kPath[] = "/magnetometer/calibration";
-  const std::string ok = "{'status':'OK'}", bad = "{'status':'BAD_REQUEST'}";
-  const std::string good = calibration("true 1 -2.00006 1e20 0.5 1e-9 -0.25 10 11 12 20 21 22");
-  const std::string answer = calibration(
-      "true 1.0000 -2.0001 100000000000000000000.0000 0.5000 0.0000 -0.2500 10.0000 11.0000 12.0000 20.0000 "
-      "21.0000 22.0000");
-  orb_init_nv();
-  start_trace();
-  start_api();
-
-  // Each key left out, and each with what it cannot be.
-  const std::regex member("'([^']+)':([^,}]+)");
-  for (std::sregex_iterator one(good.begin(), good.end(), member), end; one != end; ++one) {
-    const std::string name = "'" + (*one)[1].str() + "':";
-    const std::string other = name + ((*one)[2] == "true" ? "1" : "true");
-    for (const std::string& with : {std::string("'other':0"), name + "null", name + "'1'", name + "[1]",
-                                    name + "NaN", name + "-Infinity", name + "1e999", other}) {
-      const std::string body = one->prefix().str() + with + std::string((*one)[0].second, good.end());
-      EXPECT_EQ(ask("PUT", kPath, body), bad) << with;
-    }
-  }
-  for (const char* body : {"", "[]", "true"}) EXPECT_EQ(ask("PUT", kPath, body), bad) << body;
-  EXPECT_EQ(ask("GET", kPath), calibration("false 0.0000"));
-  EXPECT_EQ(traces("NVPC"), "") << "nothing was stored";
-
-  EXPECT_EQ(ask("PUT", kPath, good), ok);
-  EXPECT_EQ(ask("GET", kPath), answer);
-  EXPECT_EQ(traces("NVPC"), "stored 2 to file 0;") << "all of it in one save";
-  EXPECT_EQ(traces("HAPI"), "");
-  orb_init_nv();
-  EXPECT_EQ(ask("GET", kPath), answer);
-  EXPECT_EQ(ask("PUT", kPath, answer), ok) << "it takes what it gives";
 }
 
 }  // namespace

@@ -1,17 +1,21 @@
-// The data logger: the minute stepped without a clock, its two files to the byte, and what a reset, bad
-// numbers and a kill leave of the history.
+// The data logger: the minute stepped without a clock, its two files to the byte, what a reset, bad numbers
+// and a kill leave of the history; and its dated files.
 #include "store/logger.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <regex>
+#include <set>
 
 #include "app/trace_reader.h"
+#include "base/clock.h"
 #include "base/file.h"
+#include "store/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
 
@@ -95,25 +99,21 @@ TEST(logger, runs_count_from_their_third_minute) {
 TEST(logger, counters_and_averages_saturate) {
   for (const int64_t count : {4'294'967'295, 5'000'000'000}) {
     statistics numbers;
-    numbers.session.runtime_minutes = 2;
-    numbers.history.runtime_minutes = INT64_MAX - 1, numbers.history.sessions = 65535;
     numbers.session.quantities[kPsbTemperature] = {50, 1, 4.0 * 65535, 65535};
+    numbers.history = {.runtime_minutes = INT64_MAX, .sessions = 65535};
     numbers.history.quantities[kPsbTemperature] = {50, 1, 4.0 * static_cast<double>(count), count};
     for (statistics_set* set : {&numbers.session, &numbers.history}) set->counters.fill(65535);
-    for (size_t i = 0; i < kCounterCount; ++i) count_event(numbers, static_cast<statistics_counter>(i));
+    count_event(numbers, kInvalidCameraLens);
     add_sample(numbers, kPsbTemperature, 50);
-    step_minute(numbers);
+    for (int minute = 0; minute < 3; ++minute) step_minute(numbers);
     EXPECT_EQ(numbers.history.runtime_minutes, INT64_MAX);
     EXPECT_EQ(numbers.history.sessions, 65535);
     for (const statistics_set* set : {&numbers.session, &numbers.history}) {
       const int64_t limit = set == &numbers.session ? 65535 : count;
-      for (const int64_t counter : set->counters) EXPECT_EQ(counter, 65535);
+      EXPECT_EQ(set->counters[kInvalidCameraLens], 65535);
       EXPECT_EQ(set->quantities[kPsbTemperature].average_count, limit);
       EXPECT_DOUBLE_EQ(set->quantities[kPsbTemperature].average_sum, 4.0 * static_cast<double>(limit) + 46);
     }
-    numbers.session.runtime_minutes = 65535;
-    step_minute(numbers);
-    EXPECT_EQ(numbers.session.runtime_minutes, 65535);
   }
 }
 
@@ -179,28 +179,69 @@ TEST(logger, a_report_does_not_wait_for_a_save) {
   EXPECT_NE(reading("present_tilt_motor_warnings"), "0");
 }
 
-// Minute k samples k everywhere: what is loaded tells whole minutes from mixed ones.
-void save_minute(int k) {
-  for (const auto& sample : kSamples) sample(k);
-  orb_report_logger_pan_motor_warning();
-  tick_logger();
-}
+// Minute k counts one event more: what is loaded tells whole minutes from mixed ones.
+void save_minute(int) { orb_report_logger_pan_motor_warning(), tick_logger(); }
 
 int load_minute() {
   orb_init_logger();
-  const json_owner readings = orb_get_logger_current_readings();
-  const auto text = [&](const char* key) { return json_text(readings.get(), key); };
-  const std::string minute = text("historical_pan_motor_warnings");
-  const bool whole = text("historical_total_runtime") == minute + " MIN" &&
-                     text("historical_up_max_temperature") == minute + ".0 °C" &&
-                     text("historical_psb_min_temperature") == "1.0 °C" &&
-                     text("historical_internal_max_pressure") == minute + " mb";
-  return whole ? std::stoi(minute) : -1;
+  const std::string minute = reading("historical_pan_motor_warnings");
+  return reading("historical_total_runtime") == minute + " MIN" ? std::stoi(minute) : -1;
 }
 
 TEST(logger, a_kill_loses_no_more_than_the_minute_in_flight) {
   start_afresh();
   kill_while_saving(0, 100, save_minute, load_minute);
+}
+
+// --- dated files ---
+
+const std::string kLogs = paths::kUsbLogs + std::string("/");
+
+void put(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+std::string text_of(const json_owner& value) {
+  return json_object_to_json_string_ext(value.get(), JSON_C_TO_STRING_NOSLASHESCAPE);
+}
+
+TEST(log_files, of_one_second_are_a_second_apart_and_whole) {
+  orb_init_logger();
+  fs::remove_all(kLogs);  // another stick
+  const std::string before = local_time_text(0);
+  while (local_time_text(0) == before) sleep_ms(1);
+  std::set<std::string> expected;
+  for (const int later_s : {0, 1, 2}) expected.insert("log_" + local_time_text(later_s) + ".json");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(orb_create_logger_file(), 0);
+  flush_fails = true;
+  EXPECT_EQ(orb_create_logger_file(), -1);
+  flush_fails = false;
+  std::set<std::string> names;
+  for (const fs::directory_entry& file : fs::directory_iterator(kLogs)) names.insert(file.path().filename());
+  EXPECT_EQ(names, expected);
+  const json_owner readings = orb_get_logger_file_readings(*names.begin());
+  EXPECT_EQ(json_text(readings.get(), "historical_session_count"), "0");
+}
+
+TEST(log_files, are_read_listed_and_deleted) {
+  start_trace();
+  fs::remove_all(kLogs);
+  orb_init_logger();
+  for (const char* json : {"", "{", "[1]", R"({"a":"b/c"})"}) {
+    put(kLogs + "a.json", json);
+    for (const char* name : {"none.json", "", "..", "../ApiLogs/a.json"})
+      EXPECT_EQ(text_of(orb_get_logger_file_readings(name)), "{}") << name;
+    EXPECT_EQ(text_of(orb_get_logger_file_readings("a.json")), strlen(json) > 5 ? json : "{}");
+  }
+  for (const char* name : {"b.json", "d.jso", ".json"}) put(kLogs + name, "12345678");
+  put("/media/usb-cpy/b.json", "12");
+  EXPECT_EQ(
+      text_of(orb_get_logger_files()),
+      R"([{"path":"/ApiLogs","name":"a.json","data_store":"Main USB","size":"11","percent_copied":""},)"
+      R"({"path":"/ApiLogs","name":"b.json","data_store":"Main USB","size":"8","percent_copied":"25.0 %"}])");
+  json_object* list = json_tokener_parse(R"([{"name":"a.json"},{"name":"x/../b.json"}])");
+  EXPECT_EQ(orb_delete_logger_files(list, json_owner(list)), 0);
+  while (!traces("LGGR").ends_with("delete 'x/../b.json';file '/media/usb99/ApiLogs/' missing;delete end;"))
+    sleep_ms(5);
+  EXPECT_TRUE(!fs::exists(kLogs + "a.json") && fs::exists(kLogs + "b.json"));
 }
 
 }  // namespace
