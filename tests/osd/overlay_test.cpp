@@ -164,7 +164,6 @@ TEST_F(Overlay, LetsAStopPass) {
 TEST(OverlayItems, AreKept) {
   orb_init_nv();
   orb_init_osd();
-  EXPECT_EQ(orb_get_osd_item(kOsdDateTime), 1);
   for (int item = -1; item <= kOsdItemCount; ++item) orb_set_osd_item(item, 40 + item);
   EXPECT_EQ(orb_get_osd_item(kOsdLaser), 46);
   orb_init_nv();  // as after a restart

@@ -23,11 +23,6 @@ namespace {
 
 orb_power_board board;
 
-void begin() {
-  orb_init_nv();
-  start_api();
-}
-
 std::string status() { return ask("GET", "/status"); }
 
 // The value of one member, as it stands in the answer.
@@ -75,13 +70,16 @@ void step_with_motor(uint8_t type) {
     board.readings.imu_accelerometer_0 = 1;
     board.readings.imu_accelerometer_2 = 0.5;
     board.readings.motor_type = type;
+    board.readings.board_revision = 3;
+    board.readings.build_number = 12;
   }
   power_board_instance = &board;
   step_status();
 }
 
 TEST(status_object, tells_the_whole_unit) {
-  begin();
+  orb_init_nv();
+  start_api();
   for (const char* file : {paths::kFocusSpeed, paths::kZoomSpeed}) unlink(file);
   EXPECT_EQ(status(), golden("at_start"));
 
@@ -89,6 +87,7 @@ TEST(status_object, tells_the_whole_unit) {
   static visca_connection camera_link;
   camera_link.records[1].focus_position = 8192;
   camera_link.records[1].zoom_position = 5793;
+  camera_link.records[1].rom_version = 0x40A;
   visca_thread_data.camera = &camera_link.records[1];
   board.laser.distance = 30.0;
   board.laser.invalid_count = 0;
@@ -115,6 +114,8 @@ TEST(status_object, tells_the_whole_unit) {
   board.has_frame = true;
   step_status();
   EXPECT_EQ(status(), golden("english"));
+  EXPECT_EQ(ask("GET", "/versions"),
+            "{'software_version':'03.01','firmware_version':'03.12','camera_version':'040A'}");
 
   ask("PUT", "/setup/units", "{'units':'metric'}");
   std::ofstream(paths::kPaused) << "0";
@@ -134,7 +135,8 @@ TEST(status_object, tells_the_whole_unit) {
 }
 
 TEST(status_object, lights_and_warnings) {
-  begin();
+  orb_init_nv();
+  start_api();
   const std::pair<std::function<void(int)>, const char*> rows[] = {
       {[](int on) { heat_processor(on != 0 ? 88500 : 45000, 0); }, "crit_temp high_temp "},
       {[](int on) { heat_processor(on != 0 ? -1000 : 45000, 0); }, "low_temp "},

@@ -9,7 +9,6 @@
 #include "base/file.h"
 #include "base/redis_server.h"
 #include "http/api_client.h"
-#include "power_board/internal.h"
 #include "recorder/internal.h"
 #include "supervisor/identity.h"
 #include "supervisor/internal.h"
@@ -55,17 +54,6 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   replace_file(kConfig, "{broken");
   EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);
   EXPECT_EQ(config(), "{broken");
-}
-
-TEST(identity, firmware_version_of_the_board) {
-  static orb_power_board board;
-  power_board_instance = &board;
-  {
-    const mutex_lock lock(board.readings_lock);
-    board.readings.board_revision = 3;
-    board.readings.build_number = 12;
-  }
-  EXPECT_EQ(text_of(orb_load_supervisor_firmware_version), "03.12");
 }
 
 std::string power_calls() {
