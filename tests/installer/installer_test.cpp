@@ -44,6 +44,7 @@ TEST(installer, the_archive_whose_name_sorts_last) {
     put_archive(added);
     EXPECT_EQ(version(), expected) << added;
   }
+  fs::create_directory(kStick + "9.9.9.zip");
   fs::create_symlink("nowhere", kStick + "9.9.8.zip");
   ASSERT_EQ(mkfifo((kStick + "9.9.7.zip").c_str(), 0600), 0);
   fs::create_symlink(kStick + "2.4.0.zip", kStick + "9.0.zip");

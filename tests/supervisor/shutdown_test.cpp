@@ -9,6 +9,7 @@
 #include "base/file.h"
 #include "base/redis_server.h"
 #include "http/api_client.h"
+#include "power_board/internal.h"
 #include "recorder/internal.h"
 #include "supervisor/identity.h"
 #include "supervisor/internal.h"
@@ -54,6 +55,18 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   replace_file(kConfig, "{broken");
   EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);
   EXPECT_EQ(config(), "{broken");
+}
+
+TEST(identity, voltage_comes_with_the_level) {
+  static orb_power_board board;
+  board.battery_thresholds = &orb_power_board_dewalt_thresholds;
+  power_board_instance = &board;
+  power_board_readings readings;
+  readings.monitor_vin_volts = 18.04F;
+  for (int refresh = 0; refresh < 64; ++refresh) average_battery(&board, readings);
+  EXPECT_EQ(text_of(orb_load_supervisor_battery_voltage), "");
+  average_battery(&board, readings);
+  EXPECT_EQ(text_of(orb_load_supervisor_battery_voltage), "18.0 V");
 }
 
 std::string power_calls() {
