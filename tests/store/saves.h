@@ -1,4 +1,5 @@
-// What the stores' tests share: the flushes, and a store that is killed while it saves.
+// What the stores' tests share: the flushes, golden records, and a store that is killed while it
+// saves.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,11 +10,31 @@
 #include <atomic>
 #include <csignal>
 #include <random>
+#include <sstream>
 #include <string>
+
+#include "base/file.h"
 
 extern std::string flushed;  // names, in order
 extern bool flush_fails;
 extern void (*on_flush)();
+
+// A golden file, its lines joined.
+inline std::string golden(const std::string& name) {
+  std::string text = read_file((ORB_GOLDEN_FOLDER "/" + name).c_str(), 1 << 16).value_or("");
+  return std::erase(text, '\n'), text;
+}
+
+// A golden record as its file holds it, with parts replaced: "from>to|from>to".
+inline std::string golden_record(const std::string& name, int previous, int current,
+                                 const std::string& changes) {
+  std::string text = golden(name);
+  std::istringstream list("PREVIOUS>" + std::to_string(previous) + "|CURRENT>" + std::to_string(current) +
+                          "|" + changes);
+  for (std::string from, to; std::getline(list, from, '>') && std::getline(list, to, '|');)
+    text.replace(text.find(from), from.size(), to);
+  return text;
+}
 
 // Saves number after number in children that are killed at any moment, after at least 20 saves each. `load`
 // starts the store again and returns the number that it holds (-1: a mixture, or nothing): the last

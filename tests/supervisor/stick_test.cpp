@@ -2,11 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <regex>
-#include <sstream>
-
-#include "app/trace.h"
+#include "app/trace_reader.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "http/api_client.h"
@@ -17,13 +13,12 @@ namespace {
 
 constexpr char kArchive[] = "/run/bench/stick/orb_733-00158_update_2.4.0.zip";
 
-// The trace since the last call, without its times.
+// Traced since the last call.
 std::string traced() {
   static size_t seen = 0;
-  const std::string text = read_file("/media/usb99/trace", 1 << 20).value_or("");
-  const std::string added = text.substr(std::min(seen, text.size()));
-  seen = text.size();
-  return std::regex_replace(added, std::regex(R"(SUPV: | \[\d\d:\d\d:\d\d\.\d\d\d\])"), "");
+  const std::string added = traces("SUPV").substr(seen);
+  seen += added.size();
+  return added;
 }
 
 void set_in_flight(int count) {
@@ -39,9 +34,7 @@ std::string stick() {
 bool eject() { return ask("POST", "/eject") == "{'status':'OK'}"; }
 
 TEST(usb_stick, lives_from_plug_to_pull) {
-  std::ofstream("/media/usb99/trace_mask") << "0x00000001";
-  init_trace();
-  traced();
+  start_trace();
   start_usb_stick();
   step_usb_stick();
   EXPECT_EQ(stick(), "removed");
@@ -52,7 +45,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   step_usb_stick();
   step_usb_stick();
   EXPECT_EQ(stick(), "inserted, mounted");
-  EXPECT_EQ(traced(), "usb in\nupdate 0 0 0\n");
+  EXPECT_EQ(traced(), "usb in;update 0 0 0;");
 
   // Pulled without a word while a file on it is open; then it is closed.
   unique_fd open_file(open("/media/usb-cpy/file", O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
@@ -62,7 +55,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   open_file.reset();
   step_usb_stick();
   EXPECT_EQ(stick(), "removed");
-  EXPECT_EQ(traced(), "umount -1 16\nusb out\n");
+  EXPECT_EQ(traced(), "umount -1 16;usb out;");
 
   // Ejected while something is written, and asked for twice.
   std::ofstream(kArchive) << "PK";
@@ -96,9 +89,9 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   sleep_ms(3500);
   EXPECT_EQ(stick(), "inserted, mounted");
   EXPECT_EQ(traced(),
-            "usb in\nupdate 1 0 0\nusb eject begin\nio 3\nio 0\numount start\neject umount -1 16\n"
-            "io 0\numount start\nusb ejected\nusb in\nupdate 0 0 0\nusb eject end\n"
-            "usb eject begin\nusb eject end\n");
+            "usb in;update 1 0 0;usb eject begin;io 3;io 0;umount start;eject umount -1 16;"
+            "io 0;umount start;usb ejected;usb in;update 0 0 0;usb eject end;"
+            "usb eject begin;usb eject end;");
 
   // Pulled while its eject waits.
   set_in_flight(1);
@@ -111,7 +104,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   sleep_ms(1200);
   step_usb_stick();
   EXPECT_EQ(stick(), "removed");
-  EXPECT_EQ(traced(), "usb eject begin\nio 1\nio 0\numount start\nusb ejected\n");
+  EXPECT_EQ(traced(), "usb eject begin;io 1;io 0;umount start;usb ejected;");
 }
 
 }  // namespace

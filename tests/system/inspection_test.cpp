@@ -66,6 +66,9 @@ void take_the_seat() {
   const std::string body = R"({"seat_update":"lock","seat_token":")" + seat_token + "\"}";
   EXPECT_EQ(member(ask("POST", "/seats/update", body), "seat_role"), "controller");
   EXPECT_TRUE(await_status("camera_signal", "true"));
+  EXPECT_TRUE(await_status("channel_1", "1920x1080 15fps"));  // the encoder is asked every 5 s
+  EXPECT_EQ(status("channel_2"), "640x360 15fps");
+  EXPECT_EQ(status("lens_temp") + status("fpga_temp") + status("cpu_temp"), "35.0045.0050.00");
 }
 
 void switch_the_lights_on() {
