@@ -17,8 +17,8 @@
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
-#include "recorder/files.h"
 #include "recorder/stored_files.h"
+#include "recorder/take_files.h"
 #include "recorder/xmp.h"
 #include "supervisor/bench_stick.h"
 

@@ -8,7 +8,7 @@
 #include "http/files_route.h"
 #include "http/response.h"
 #include "recorder/api.h"
-#include "recorder/files.h"
+#include "recorder/take_files.h"
 
 namespace {
 

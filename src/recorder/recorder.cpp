@@ -17,8 +17,8 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/thread.h"
-#include "recorder/files.h"
 #include "recorder/internal.h"
+#include "recorder/take_files.h"
 #include "store/settings.h"
 
 constinit recorder_state recorder;

@@ -1,4 +1,4 @@
-#include "recorder/files.h"
+#include "recorder/take_files.h"
 
 #include <strings.h>
 #include <unistd.h>
