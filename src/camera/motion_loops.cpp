@@ -48,8 +48,8 @@ constexpr int64_t kStopWatch_ns = 1000 * kNanosecondsPerMillisecond;
 struct sent_stop {
   uint32_t link = 0;
   uint32_t lost_commands = 0;  // of the camera, before it was queued
-  int64_t at_ns = 0;           // or when the camera was last busy with it, or with what stood before it
   int tries = 0;               // on this link; 0: none was sent since the last drive
+  int64_t through_ns = 0;      // when the queue was first seen empty behind it; 0 not yet
 };
 
 mutex speed_lock;
@@ -126,7 +126,7 @@ bool queue_stop() {
   const uint32_t lost_commands = camera->lost_commands;
   if (Motion.stop(camera) != 0 || !visca_link_is_up(&visca_thread_data)) return false;
   sent_stop& stop = last_stop<Motion>;
-  stop = {link, lost_commands, monotonic_ns(), stop.link == link ? stop.tries + 1 : 1};
+  stop = {link, lost_commands, stop.link == link ? stop.tries + 1 : 1};
   return true;
 }
 
@@ -145,14 +145,12 @@ enum class stop_state { on_its_way, taken, lost, given_up };
 // late.
 stop_state judge_stop(sent_stop& stop, const visca_camera* camera) {
   if (stop.tries == 0 || stop.link != visca_thread_data.link_number) return stop_state::lost;
-  if (!visca_camera_is_idle(camera)) {
-    stop.at_ns = monotonic_ns();  // it may not even have been sent: a refusal can still come
-    return stop_state::on_its_way;
-  }
+  if (!visca_camera_is_idle(camera)) return stop_state::on_its_way;
+  if (stop.through_ns == 0) stop.through_ns = monotonic_ns();
   if (camera->lost_commands != stop.lost_commands) {
     return stop.tries < kStopTries ? stop_state::lost : stop_state::given_up;
   }
-  return monotonic_ns() - stop.at_ns < kStopWatch_ns ? stop_state::on_its_way : stop_state::taken;
+  return monotonic_ns() - stop.through_ns < kStopWatch_ns ? stop_state::on_its_way : stop_state::taken;
 }
 
 // A lens must not run on because the camera did not take the stop, or because the link went before it had:

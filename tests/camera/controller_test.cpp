@@ -270,6 +270,17 @@ TEST(Stops, AreSentUntilTheCameraHasThemOnThisLinkOrTheNext) {
   link->hear("906003FF");
   link->expect("0700");
   EXPECT_EQ(link->block.packet(300), "");
+  // A second later it is taken, however busy the camera is meanwhile: nobody else's refusal brings it back.
+  hold(nullptr);
+  link->expect("0700");
+  for (int i = 0; i < 6; ++i) {
+    sleep_ms(200);
+    visca_camera_auto_focus(link->camera);
+    EXPECT_EQ(link->block.packet(), "8101043802FF");
+    sleep_ms(50);
+    link->hear(i < 5 ? "9041FF" : "906041FF");
+  }
+  EXPECT_EQ(link->block.packet(300), "");
   hold(nullptr);
   EXPECT_EQ(link->block.packet(), stop);
   visca_camera_zoom_direct(link->camera, 0);  // from now on the lens is another's

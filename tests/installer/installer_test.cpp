@@ -85,7 +85,7 @@ TEST(installer, shows_the_progress_of_the_script_and_refuses_a_second_update) {
   std::string expected;
   for (const auto& [printed, mirrored, shown] : lines) {
     expected += "sw '" + mirrored + "';";
-    EXPECT_TRUE(await([&] {
+    EXPECT_TRUE(await([&, mirrored = mirrored, shown = shown] {
       return read_file(paths::kUpdateStatus, 200) == mirrored && status() == "software|" + shown &&
              traces("ISTR") == expected;
     })) << printed

@@ -68,9 +68,10 @@ const std::string kFirstPaint =
 TEST_F(Overlay, SendsWhatChanges) {
   const std::pair<std::function<void()>, std::string> rows[] = {
       {[&] { set_all(1); }, kFirstPaint},
-      {[&] { in.now.tm_hour = 10, in.now.tm_min = 0, in.now.tm_sec = 59; },
-       "7320'ORB  11/05' 7330'/26  10:00' | "},
-      {[&] { fill(in.zoom, "12x"), fill(in.compass, "S"); }, "732A'S         ' 733A'       12X' | "},
+      {[&] { in.now.tm_sec = 59; }, ""},
+      {[&] { in.now.tm_hour = 10, in.now.tm_min = 0; }, "7320'ORB  11/05' 7330'/26  10:00' | "},
+      {[&] { fill(in.zoom, "12x"); }, "732A'NE        ' 733A'       12X' | "},
+      {[&] { fill(in.compass, "S"); }, "732A'S         ' 733A'       12X' | "},
       {[&] { in.items[kOsdLaser] = 1, in.laser_m = 30.3F; }, "732A'S     30.3' 733A' M     12X' | "},
       {[&] { in.in_feet = true; }, "732A'S     99.4' 733A' FT    12X' | "},
       {[&] { in.items[kOsdLaser] = 0; }, "732A'S         ' 733A'       12X' | "},
@@ -79,9 +80,10 @@ TEST_F(Overlay, SendsWhatChanges) {
        "7321'A TITLE OF' 7331' 21 CHARAC' 731100060000000000000000 | "},
       {[&] { fill(in.title, "\xC3\x84-7"); },
        "7321'  -7      ' 7331'          ' 7311000E0000000000000000 | "},
+      {[&] { fill(in.operator_id, "J. Doe-4"); }, "7323'J. DOE-4  ' 7333'          ' | "},
       {[&] { in.items[kOsdColor] = 3, in.items[kOsdTitle] = 0; },
        "7431 | 7322'UPSTREAM  ' 7332'          ' 7312000C0300000000000000 | "
-       "7323'J. DOE-3  ' 7333'          ' 7313000C0300000000000000 | "
+       "7323'J. DOE-4  ' 7333'          ' 7313000C0300000000000000 | "
        "732A'S         ' 733A'       12X' 731A00060300000000000000 | "},
       // The date takes a new colour with its next minute.
       {[&] { in.now.tm_min = 1; }, "7320'ORB  11/05' 7330'/26  10:01' 731000060300000000000000 | "},
@@ -89,12 +91,15 @@ TEST_F(Overlay, SendsWhatChanges) {
        "7432 | 7433 | 732A'S         ' 733A'       12X' 731A00060000000000000000 | "},
       {[&] { set_all(0); }, "7430 | 743A | "},
       {[&] { in.items[kOsdOperatorId] = -1; },
-       "7323'J. DOE-3  ' 7333'          ' 7313000C0000000000000000 7423 | "},
+       "7323'J. DOE-4  ' 7333'          ' 7313000C0000000000000000 7423 | "},
   };
   for (const auto& [change, packets] : rows) {
     change();
     EXPECT_EQ(painted(), packets);
   }
+  const int32_t queued = link.camera->insert_index;  // the date line is off
+  for (in.now.tm_min = 0; in.now.tm_min < 60; ++in.now.tm_min) tick(600);
+  EXPECT_EQ(link.camera->insert_index, queued);
   EXPECT_TRUE(traces("OSDP").starts_with("clear all;top text set;top line set;top line on;title text set;"));
 }
 

@@ -315,6 +315,7 @@ TEST_F(mast, ignores_small_changes_and_presets_while_it_moves) {
   request(10);
   refresh(20);
   orb_power_board_set_height_preset(&board_, 48);  // only stored
+  EXPECT_EQ(motors().height_preset, 48);
   run_to_rest();
   EXPECT_EQ(take_log(),
             "preset 10,offset 2.0,move to 77394,encoder 68916,move in slow start,-15,run,preset 48,run,"

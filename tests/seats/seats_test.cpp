@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <map>
 #include <random>
 #include <set>
@@ -69,6 +71,47 @@ std::string lived(const std::string& life) {
     }
   }
   return answers + " " + picture(table);
+}
+
+TEST(seat_table, random_lives_break_no_rule) {
+  constexpr const char* kActions[] = {"lock", "refresh", "release", "make_controller", "make_observer"};
+  const auto is_observer = [](const seat& s) { return s.role >= seat_role::observer_requested; };
+  for (unsigned seed = 1; seed <= 100'000; ++seed) {
+    SCOPED_TRACE(seed);
+    chance.seed(seed);
+    seat_table table;
+    std::array<std::string, 8> tokens;  // held, freed and refused ones
+    for (int i = 0; i < 40; ++i) {
+      const seat_table before = table;
+      std::string& token = tokens[static_cast<size_t>(draw() % 8)];
+      const int dice = draw() % 20;
+      int lost = 0;
+      if (dice < 5) {
+        token = grant_seat(table, dice < 2 ? "controller" : "observer", draw);
+      } else if (dice < 15) {
+        const int action = draw() % 5;
+        const auto held = std::ranges::find_if(before.seats, [&](const seat& s) {
+          return s.role != seat_role::free && token == s.token.data();
+        });
+        const seat_change change = change_seat(table, kActions[action], token);
+        lost = change.is_controller_lost ? 1 : 0;
+        if (held == before.seats.end()) {
+          ASSERT_TRUE(*change.role == '\0' && picture(table) == picture(before));
+        } else if (action == 0) {
+          ASSERT_EQ(*change.role, is_observer(*held) ? 'o' : 'c');
+        }
+      } else if (dice < 19) {
+        for (int s = draw() % 8 == 0 ? draw() % 32 : 1; s > 0; --s) lost += count_down_seats(table);
+      } else {
+        table.observer_limit = draw() % 6;
+        while (seat* excess = excess_observer(table)) free_seat(*excess);
+        ASSERT_LE(std::ranges::count_if(table.seats, is_observer), table.observer_limit);
+      }
+      for (size_t k = 0; k < table.seats.size(); ++k)
+        lost -= before.seats[k].role == seat_role::controller && table.seats[k].role != seat_role::controller;
+      ASSERT_EQ(lost, 0);  // the defaults run once for each
+    }
+  }
 }
 
 TEST(seat_table, lives_as_the_rules_say) {

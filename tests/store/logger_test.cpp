@@ -93,23 +93,29 @@ TEST(logger, runs_count_from_their_third_minute) {
     EXPECT_EQ(numbers.history.runtime_minutes, history_minutes);
     EXPECT_EQ(numbers.history.sessions, history_minutes > 0);
   }
+  numbers.session.runtime_minutes = 65535;  // a long run stays there, and the history goes on
+  step_minute(numbers);
+  EXPECT_EQ(numbers.session.runtime_minutes, 65535);
+  EXPECT_EQ(numbers.history.runtime_minutes, 5);
 }
 
 // A file can hold more than a count ever reaches.
 TEST(logger, counters_and_averages_saturate) {
-  for (const int64_t count : {4'294'967'295, 5'000'000'000}) {
+  for (const int64_t count : {4'294'967'294, 4'294'967'295, 5'000'000'000}) {
+    const int room = count == 4'294'967'294 ? 1 : 0;  // for one more
     statistics numbers;
-    numbers.session.quantities[kPsbTemperature] = {50, 1, 4.0 * 65535, 65535};
+    numbers.session.quantities[kPsbTemperature] = {50, 1, 4.0 * (65535 - room), 65535 - room};
     numbers.history = {.runtime_minutes = INT64_MAX, .sessions = 65535};
     numbers.history.quantities[kPsbTemperature] = {50, 1, 4.0 * static_cast<double>(count), count};
-    for (statistics_set* set : {&numbers.session, &numbers.history}) set->counters.fill(65535);
+    for (statistics_set* set : {&numbers.session, &numbers.history}) set->counters.fill(65535 - room);
+    numbers.history = parse_history(history_record(numbers.history).get());
     count_event(numbers, kInvalidCameraLens);
     add_sample(numbers, kPsbTemperature, 50);
     for (int minute = 0; minute < 3; ++minute) step_minute(numbers);
     EXPECT_EQ(numbers.history.runtime_minutes, INT64_MAX);
     EXPECT_EQ(numbers.history.sessions, 65535);
     for (const statistics_set* set : {&numbers.session, &numbers.history}) {
-      const int64_t limit = set == &numbers.session ? 65535 : count;
+      const int64_t limit = set == &numbers.session ? 65535 : count + room;
       EXPECT_EQ(set->counters[kInvalidCameraLens], 65535);
       EXPECT_EQ(set->quantities[kPsbTemperature].average_count, limit);
       EXPECT_DOUBLE_EQ(set->quantities[kPsbTemperature].average_sum, 4.0 * static_cast<double>(limit) + 46);

@@ -38,6 +38,7 @@ std::string without_chance(std::string text) {
       {std::regex(R"re((firmware_version|camera_version)":"[^"]*")re"), "$1\":\"T\""},
       {std::regex(R"re("time":"\d\d:\d\d:\d\d")re"), R"("time":"HH:MM:SS")"},
       {std::regex(R"re("date":"\d{4}-\d\d-\d\d")re"), R"("date":"YYYY-MM-DD")"},
+      {std::regex(R"re("metadata_(date|time)":"[-\d]+")re"), R"("metadata_$1":"T")"},
       {std::regex(R"re((Content-Length: )\d+(.*":N))re"), "$1N$2"},
   };
   for (const auto& [pattern, with] : kRules) text = std::regex_replace(text, pattern, with);

@@ -1,9 +1,12 @@
 // The supervisor of the whole daemon: the camera that it watches, and the unit's end.
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 
+#include "base/paths.h"
 #include "system/unit.h"
 
 namespace {
@@ -47,20 +50,25 @@ TEST(supervisor, ends_the_unit_and_loses_no_take) {
   EXPECT_NE(read_text("/tmp/children.log").find("WRITE: (0) 02\nWRITE: (0) 03\n"), std::string::npos);
   EXPECT_EQ(playable_takes(), 1);
 
-  // Hot: nothing waits for the take but its ffmpeg's end, which takes long here. It is there after the next
-  // start all the same.
+  // Hot: nothing waits for the take but its ffmpeg's end, which takes long here, as its completion would. It
+  // is there after the next start all the same.
   remove("/media/usb99/trace");
   daemon = start_serving_daemon();
   record_for(5);
   ctl("camera", "picture_silent on");  // the camera's power goes with the unit's
   usleep(500'000);
+  write_text("/tmp/slow", "#!/bin/sh\nexec sleep 60\n");
+  chmod("/tmp/slow", 0755);
+  ASSERT_EQ(mount("/tmp/slow", "/usr/bin/ffprobe", nullptr, MS_BIND, nullptr), 0);
   set_host("temperature 90");
   EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_EQ(access(paths::kTakeGuid, F_OK), 0) << "completed, not abandoned";
   EXPECT_EQ(power_calls(), "shutdown -P now\nshutdown -P now\n");
   expect_in_order(trace_log(), {"SUPV: temp shutdown 25.0 90.0", "SUPV: need shutdown",
                                 "SUPV: shutdown begin", "SUPV: stop recording",
                                 "SUPV: temperature, skip post", "SUPV: camera off", "SUPV: cl shutdown"});
   set_host("temperature 45");
+  umount("/usr/bin/ffprobe");
   daemon = start_serving_daemon();
   EXPECT_TRUE(await_completion());
   EXPECT_EQ(playable_takes(), 2);
