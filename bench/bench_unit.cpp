@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "base/clock.h"
+#include "base/paths.h"
 #include "system/unit.h"
 
 namespace {
@@ -183,6 +184,34 @@ void measure_status(const char* path, int clients, int requests) {
          percentile(all, 0.5), percentile(all, 0.99));
 }
 
+template <typename Condition>
+void measure_while(const char* work, Condition goes_on) {
+  std::vector<double> times_ms;
+  const int64_t begin = monotonic_ns();
+  while (goes_on()) {
+    for (int i = 0; i < 20; ++i) {
+      const int64_t start = monotonic_ns();
+      http("GET", "/api/status");
+      times_ms.push_back(static_cast<double>(monotonic_ns() - start) * 1e-6);
+    }
+  }
+  printf("GET /api/status during %s of %.1f s: %zu, median %.3f ms, 99 %% %.3f ms, worst %.3f ms\n", work,
+         static_cast<double>(monotonic_ns() - begin) * 1e-9, times_ms.size(), percentile(times_ms, 0.5),
+         percentile(times_ms, 0.99), percentile(times_ms, 1));
+}
+
+// A take that was interrupted: the daemon's start copies it twice, to the USB store and with its metadata.
+void leave_a_take() {
+  const std::string guid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
+  for (const char* folder : {paths::kInternalTakes, paths::kUsbTakes})
+    std::filesystem::create_directories(folder);
+  const std::string picture = paths::kInternalTakes + std::string("/a_1.mp4");
+  write_text(picture, "");
+  std::filesystem::resize_file(picture, 640 << 20);
+  write_text(paths::kUsbTakes + ("/" + guid) + ".json", R"({"name":"a","start_time":"1"})");
+  write_text(paths::kTakeGuid, guid);
+}
+
 // Files without blocks on the USB store cost the stick their whole size all the same.
 void measure_during_copy() {
   constexpr int kFiles = 10;
@@ -199,18 +228,7 @@ void measure_during_copy() {
            R"({"status":"OK"})";
   };
   if (!await([&] { return copy(list); })) return;
-  std::vector<double> times_ms;
-  const int64_t begin = monotonic_ns();
-  while (!copy("")) {
-    for (int i = 0; i < 20; ++i) {
-      const int64_t start = monotonic_ns();
-      http("GET", "/api/status");
-      times_ms.push_back(static_cast<double>(monotonic_ns() - start) * 1e-6);
-    }
-  }
-  printf("GET /api/status during a copy of %.1f s: %zu, median %.3f ms, 99 %% %.3f ms, worst %.3f ms\n",
-         static_cast<double>(monotonic_ns() - begin) * 1e-9, times_ms.size(), percentile(times_ms, 0.5),
-         percentile(times_ms, 0.99), percentile(times_ms, 1));
+  measure_while("a copy", [&] { return !copy(""); });
   std::filesystem::remove("/dev/usb_ext1");
 }
 
@@ -257,8 +275,10 @@ int main() {
   write_text("/media/usb99/trace_mask", "0x00010000");
   child redis = start_redis();
   std::thread(play_camera).detach();
+  leave_a_take();
   const child daemon = start_daemon();
   if (!await_api()) return 1;
+  measure_while("a completion", [] { return access(paths::kTakeGuid, F_OK) == 0; });
   usleep(3'000'000);
   measure_request_to_camera();
   measure_idle(daemon.pid());

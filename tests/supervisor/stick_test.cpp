@@ -16,7 +16,7 @@ constexpr char kArchive[] = "/run/bench/stick/orb_733-00158_update_2.4.0.zip";
 // Traced since the last call.
 std::string traced() {
   static size_t seen = 0;
-  const std::string added = traces("SUPV").substr(seen);
+  std::string added = traces("SUPV").substr(seen);
   seen += added.size();
   return added;
 }
