@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "app/trace.h"
-#include "base/text.h"
+#include "base/json.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"
@@ -35,8 +35,7 @@ int send_metadata(http_connection* connection, const orb_xmp_fields& fields) {
       {"metadata_note", fields.comment},
   };
   return send_object(connection, [&](json_object* answer) {
-    for (const auto& [key, text] : members)
-      json_object_object_add(answer, key, json_object_new_string(as_utf8(text).c_str()));
+    for (const auto& [key, text] : members) add_json_text(answer, key, text);
   });
 }
 

@@ -43,8 +43,9 @@ bool begins_with(const std::string& name, const std::string& start) {
 std::string take_file_stem(const take& t) { return fit_name(t.name + "_" + t.start_time); }
 
 bool is_named_after_take(const take& t, const std::string& name) {
+  if (begins_with(name, t.guid)) return true;
   const std::string stem = take_file_stem(t);
-  return begins_with(name, stem) || begins_with(name, fit_still_name(stem)) || begins_with(name, t.guid);
+  return !t.start_time.empty() && (begins_with(name, stem) || begins_with(name, fit_still_name(stem)));
 }
 
 std::string take_file_name(const take& t, const char* extension) {

@@ -20,7 +20,8 @@ struct take {
 // hold becomes "_".
 std::string take_file_stem(const take& t);
 
-// Whether `name` begins like a file of the take, in any case: on a vfat store that is the same file.
+// Whether `name` begins like a file of the take, in any case: on a vfat store that is the same file. Of a
+// take without a description the guid is all that is known.
 bool is_named_after_take(const take& t, const std::string& name);
 
 // "NAME_START.EXTENSION".

@@ -83,9 +83,8 @@ void add_recording_location(json_object* file, json_object* entry) {
 bool is_in_work(const std::string& guid, const std::string& name) {
   return std::ranges::any_of(incomplete_takes(), [&](const std::string& incomplete) {
     take t;
-    const bool described = load_description(incomplete, &t) != nullptr;
-    return strcasecmp(guid.c_str(), incomplete.c_str()) == 0 ||
-           (described ? is_named_after_take(t, name) : name.starts_with(incomplete));
+    load_description(incomplete, &t);
+    return strcasecmp(guid.c_str(), incomplete.c_str()) == 0 || is_named_after_take(t, name);
   });
 }
 

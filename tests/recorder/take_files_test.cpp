@@ -259,6 +259,9 @@ TEST_F(stored_takes, are_not_deleted_before_they_are_complete) {
                  kId + ".json'},{'name':'n%_2.mp4'}");
     EXPECT_EQ(names_left(), "n%_1.mp4 n%_1.vtt n__1_00-00-01-000.jpg ");
     EXPECT_TRUE(fs::exists(kDescription));
+    for (const std::string other_case :
+         {"N%_1.MP4", "N__1_00-00-01-000.JPG", "0F7E3A52-8D5C-11EF-9C1A-0242AC120002.JSON"})
+      EXPECT_EQ(remove_files("{'name':'" + other_case + "'}"), "take in work '" + other_case + "';");
     fs::remove(guid_file);
     EXPECT_EQ(remove_files(OF_TAKE "'a.mp4'}").substr(25), "file 'usb:a.vtt' missing;rm parent;");
   }
