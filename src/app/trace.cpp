@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 
+#include "base/clock.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
@@ -59,8 +60,7 @@ const char* tag_of(int level) {
 void format_suffix() REQUIRES(trace_lock) {
   timeval now{};
   gettimeofday(&now, nullptr);
-  tm local{};
-  localtime_r(&now.tv_sec, &local);
+  const tm local = local_time(now.tv_sec);
   snprintf(suffix, sizeof suffix, " [%02d:%02d:%02d.%03d]", local.tm_hour, local.tm_min, local.tm_sec,
            static_cast<int>(now.tv_usec / 1000));
 }

@@ -25,10 +25,15 @@ void sleep_ns(int64_t nanoseconds) { sleep_until_ns(monotonic_ns() + nanoseconds
 
 void sleep_ms(int64_t milliseconds) { sleep_ns(milliseconds * kNanosecondsPerMillisecond); }
 
-std::string local_time_text(int later_s) {
-  const time_t when = time(nullptr) + later_s;
+tm local_time(time_t when) {
+  tzset();  // which localtime_r need not do
   tm local{};
   localtime_r(&when, &local);
+  return local;
+}
+
+std::string local_time_text(int later_s) {
+  const tm local = local_time(time(nullptr) + later_s);
   char text[32];
   strftime(text, sizeof text, "%Y-%m-%d-%H-%M-%S", &local);
   return text;

@@ -39,9 +39,7 @@ int add_mark() REQUIRES(recorder.notes_lock) {
 // The hours are those of local time, and so shift with the zone: on purpose.
 std::string mark_offset_text(int64_t offset_ns) {
   const int64_t milliseconds = offset_ns / kNanosecondsPerMillisecond;
-  const time_t seconds = milliseconds / 1000;
-  tm local{};
-  localtime_r(&seconds, &local);
+  const tm local = local_time(milliseconds / 1000);
   char text[64];
   snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", local.tm_hour, local.tm_min, local.tm_sec,
            static_cast<int>(milliseconds % 1000));

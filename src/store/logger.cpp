@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "app/trace.h"
+#include "base/clock.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
@@ -93,9 +94,7 @@ bool add_identity(json_object* readings) {
 }
 
 bool add_time(json_object* readings) {
-  const time_t now = time(nullptr);
-  tm local{};
-  localtime_r(&now, &local);
+  const tm local = local_time(time(nullptr));
   char date[64];
   char clock[64];
   snprintf(date, sizeof date, "%04d-%02d-%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);

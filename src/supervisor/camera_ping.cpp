@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "base/file.h"
 #include "base/paths.h"
@@ -22,6 +23,7 @@ constexpr double kPatience_s = 0.45;
 
 constexpr int kTimeToLive = 255;
 constexpr size_t kIpHeaderSize = 20;  // without options
+constexpr size_t kIpSource = 12;
 constexpr size_t kIcmpHeaderSize = 8;
 constexpr uint8_t kFirstPayloadByte = '0';
 
@@ -58,6 +60,17 @@ std::span<const uint8_t> icmp_part(std::span<const uint8_t> packet) {
   const bool good = header_size >= kIpHeaderSize && packet.size() >= header_size + kIcmpHeaderSize &&
                     packet[9] == IPPROTO_ICMP;
   return good ? packet.subspan(header_size) : std::span<const uint8_t>();
+}
+
+in_addr camera_address() {
+  in_addr address{};
+  inet_pton(AF_INET, addresses::kCamera, &address);
+  return address;
+}
+
+bool is_from_camera(std::span<const uint8_t> packet) {
+  const in_addr camera = camera_address();
+  return memcmp(&packet[kIpSource], &camera, sizeof camera) == 0;
 }
 
 bool is_numbered(std::span<const uint8_t> icmp, uint16_t identifier, uint16_t number) {
@@ -107,7 +120,7 @@ bool send_echo() {
   setsockopt(ping_fd.get(), IPPROTO_IP, IP_TTL, &kTimeToLive, sizeof kTimeToLive);
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  inet_pton(AF_INET, addresses::kCamera, &address.sin_addr);
+  address.sin_addr = camera_address();
   const auto packet = echo_request(own_identifier(), ++sequence);
   return sendto(ping_fd.get(), packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&address),
                 sizeof address) == static_cast<ssize_t>(packet.size());
@@ -119,6 +132,7 @@ void on_timer(struct ev_loop* loop, ev_timer*, int) {
   looks_left = kLooks;
   ev_io_set(&ping_socket, ping_fd.get(), EV_READ);
   ev_io_start(loop, &ping_socket);
+  ev_now_update(loop);  // or a long step of the loop before this one counts as waiting
   ev_timer_set(&patience_timer, kPatience_s, 0.);
   ev_timer_start(loop, &patience_timer);
 }
@@ -140,7 +154,9 @@ std::array<uint8_t, kEchoSize> echo_request(uint16_t identifier, uint16_t number
 echo_answer judge_echo_packet(std::span<const uint8_t> packet, uint16_t identifier, uint16_t number) {
   const std::span<const uint8_t> icmp = icmp_part(packet);
   if (icmp.empty() || checksum(icmp) != 0) return echo_answer::none;
-  if (icmp[0] == ICMP_ECHOREPLY && is_numbered(icmp, identifier, number)) return echo_answer::reply;
+  if (icmp[0] == ICMP_ECHOREPLY && is_numbered(icmp, identifier, number) && is_from_camera(packet)) {
+    return echo_answer::reply;
+  }
   if (icmp[0] != ICMP_DEST_UNREACH) return echo_answer::none;
   // It carries the start of the packet that could not be delivered.
   const std::span<const uint8_t> lost = icmp_part(icmp.subspan(kIcmpHeaderSize));

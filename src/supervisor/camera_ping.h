@@ -12,6 +12,6 @@ inline constexpr size_t kEchoSize = 40;
 std::array<uint8_t, kEchoSize> echo_request(uint16_t identifier, uint16_t sequence);
 
 // What an IPv4 packet says to that request: nothing (it is broken, or of somebody else), that the camera is
-// there, or that it cannot be reached.
+// there (a reply of another machine says nothing), or that it cannot be reached.
 enum class echo_answer { none, reply, unreachable };
 echo_answer judge_echo_packet(std::span<const uint8_t> packet, uint16_t identifier, uint16_t sequence);

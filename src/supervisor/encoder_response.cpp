@@ -20,6 +20,7 @@ constexpr std::string_view kLineEnd = "\r\n";
 constexpr char kNoStream[] = "No stream detected";
 constexpr size_t kTemperatureWords = 7;
 constexpr double kHighestTemperature = 100.0;  // °C
+constexpr double kAbsoluteZero = -273.15;
 
 // The decimal number that is all of `text`.
 std::optional<size_t> whole_number(std::string_view text) {
@@ -80,7 +81,7 @@ std::array<std::string, 2> split_channels(const std::string& text) {
 camera_temperature temperature_of(const std::string& word) {
   char* end = nullptr;
   const double value = strtod(word.c_str(), &end);
-  if (end == word.c_str() || !std::isfinite(value)) return {};
+  if (end == word.c_str() || !std::isfinite(value) || value < kAbsoluteZero) return {};
   return {value, true};
 }
 

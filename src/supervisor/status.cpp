@@ -112,7 +112,8 @@ void read_recorder(supervisor_values* values) {
   values->emmc_kb = static_cast<int64_t>(free.emmc_kb);
   values->usb_kb = static_cast<int64_t>(free.usb_kb);
   put_usb_percent(values->usb_percent);
-  step_take_rate(&running_take, orb_get_recorder_recording() != 0, values->paused, recorder_take_kb());
+  step_take_rate(&running_take, orb_get_recorder_recording() != 0, orb_get_recorder_paused() != 0,
+                 recorder_take_kb());
   tell_remaining_times(free, running_take, values);
 }
 
