@@ -72,9 +72,23 @@ json_object* json_member(json_object* object, const char* key) {
   return json_object_object_get_ex(object, key, &value) ? value : nullptr;
 }
 
-std::string json_text(json_object* object, const char* key) {
+std::optional<std::string_view> text_member(json_object* object, const char* key) {
   json_object* value = json_member(object, key);
-  return json_object_is_type(value, json_type_string) ? json_object_get_string(value) : "";
+  switch (json_object_get_type(value)) {
+    case json_type_string:
+      return std::string_view(json_object_get_string(value), size_t(json_object_get_string_len(value)));
+    case json_type_boolean:
+    case json_type_int:
+    case json_type_double:
+      return json_object_get_string(value);
+    default:
+      return std::nullopt;
+  }
+}
+
+std::string json_text(json_object* object, const char* key) {
+  const std::optional<std::string_view> text = text_member(object, key);
+  return text ? text->data() : "";
 }
 
 void add_json_text(json_object* object, const char* key, const std::string& text) {

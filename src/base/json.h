@@ -4,7 +4,9 @@
 #include <json-c/json.h>
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 struct json_releaser {
   void operator()(json_object* object) const { json_object_put(object); }
@@ -27,7 +29,11 @@ bool replace_json_file(const std::string& path, json_object* object);
 // The member `key`, or null when `object` is no object, the key is missing or its value is null. Borrowed.
 json_object* json_member(json_object* object, const char* key);
 
-// The member `key` as a text, "" when it is none.
+// The member `key` as a text, as json-c reads a string, a number or a boolean; nothing when it is missing,
+// null, an array or an object. Borrowed; a zero byte ends it.
+std::optional<std::string_view> text_member(json_object* object, const char* key);
+
+// The same up to its first zero byte, "" when there is none.
 std::string json_text(json_object* object, const char* key);
 
 // Adds a text that `object` does not have yet, as UTF-8 (base/text.h).

@@ -67,3 +67,5 @@ std::optional<int> leading_number(const char* text) {
   if (end == text) return std::nullopt;
   return static_cast<int>(std::clamp(value, long{INT_MIN}, long{INT_MAX}));
 }
+
+int number_or_zero(const char* text) { return leading_number(text).value_or(0); }

@@ -19,3 +19,6 @@ std::string as_utf8(std::string text);
 // The decimal number at the start of `text`, as strtol reads it, kept inside an int; nothing when it does not
 // begin with one.
 std::optional<int> leading_number(const char* text);
+
+// The same, 0 when it does not begin with one.
+int number_or_zero(const char* text);

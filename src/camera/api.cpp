@@ -73,8 +73,8 @@ std::optional<int> take_position(http_connection* connection, const char* body, 
 #pragma GCC diagnostic pop
 
 int put_image(http_connection* connection, const char* body, unsigned long length, const image_route& route) {
-  const body_word word = take_word(connection, body, length, route.key, route.message);
-  return send_status(connection, route.set(word.text) == 0);
+  const std::optional<body_word> word = take_word(connection, body, length, route.key, route.message);
+  return send_status(connection, word && route.set(word->text) == 0);
 }
 
 // --- exposure ---
@@ -112,8 +112,8 @@ std::optional<camera_mode> find_mode(const char* word) {
 }
 
 int put_mode(http_connection* connection, const char* body, unsigned long length, const mode_route& route) {
-  const std::optional<camera_mode> mode =
-      find_mode(take_word(connection, body, length, route.key, route.message).text);
+  const std::optional<body_word> word = take_word(connection, body, length, route.key, route.message);
+  const std::optional<camera_mode> mode = word ? find_mode(word->text) : std::nullopt;
   if (!mode) return send_status(connection, false);
   visca_camera* camera = camera_now();
   if (camera != nullptr) (*mode == camera_mode::manual ? route.manual : route.automatic)(camera);
@@ -140,7 +140,7 @@ constexpr speed_route kFocusSpeedRoute{paths::kFocusSpeed, kDefaultFocusSpeed, k
                                        "focus speed '%s'"};
 
 int get_speed(http_connection* connection, const speed_route& route) {
-  const int speed = shown_speed(route.file, route.default_speed, route.missing_speed);
+  const int speed = read_value_file(route.file).value_or(route.missing_speed);
   return send_member(connection, route.key, json_object_new_int(speed));
 }
 
@@ -154,8 +154,10 @@ int put_speed(http_connection* connection, const char* body, unsigned long lengt
 // One step up or down between the limits.
 int post_speed(http_connection* connection, const char* body, unsigned long length,
                const speed_route& route) {
-  const body_word word = take_word(connection, body, length, route.operation_key, route.operation_message);
-  const int step = strcmp(word.text, "increment") == 0 ? 1 : strcmp(word.text, "decrement") == 0 ? -1 : 0;
+  const std::optional<body_word> word =
+      take_word(connection, body, length, route.operation_key, route.operation_message);
+  if (!word) return send_status(connection, false);
+  const int step = strcmp(word->text, "increment") == 0 ? 1 : strcmp(word->text, "decrement") == 0 ? -1 : 0;
   const int now = read_speed(route.file, route.default_speed);
   const int next = std::clamp(now + step, 0, kMaximumSpeed);
   if (next != now) write_value_file(route.file, next);

@@ -69,14 +69,14 @@ void print_name(const char* name) {
 
 int queue_once(visca_camera* camera, const camera_command& command, json_object* parameters) {
   if (command.direct != nullptr) {
-    const std::optional<int> position = body_integer(parameters, "position");
+    const std::optional<int> position = body_plain_number(parameters, "position");
     if (!position) return -1;
     printf("  position: %d\n", *position);
     return camera == nullptr || !is_visca_position(*position) ? -1 : command.direct(camera, *position);
   }
   if (camera == nullptr) return -1;
   const std::optional<int> speed =
-      command.variable != nullptr ? body_integer(parameters, "speed") : std::nullopt;
+      command.variable != nullptr ? body_plain_number(parameters, "speed") : std::nullopt;
   return speed ? command.variable(camera, std::clamp(*speed, 0, kMaximumSpeed)) : command.fixed(camera);
 }
 

@@ -11,6 +11,3 @@ inline constexpr int kMissingFocusSpeed = -1;
 
 // The speed in `path`; `absent` when the file is missing or holds a number outside 0 to 7. Any thread.
 int read_speed(const char* path, int absent);
-
-// The same for a client: `missing` when there is no file. Any thread.
-int shown_speed(const char* path, int absent, int missing);

@@ -30,9 +30,9 @@ std::optional<double> finite_number(json_object* value) {
 // Nothing unless every key is there and fits.
 std::optional<calibration_body> parse_calibration(json_object* object) {
   calibration_body calibration;
-  json_object* flag = json_member(object, setting_key(kSettingMagnetometerCalibrated));
-  if (json_object_is_type(flag, json_type_boolean) == 0) return std::nullopt;
-  calibration.calibrated = json_object_get_boolean(flag);
+  const std::optional<bool> flag = body_flag(object, setting_key(kSettingMagnetometerCalibrated));
+  if (!flag) return std::nullopt;
+  calibration.calibrated = *flag ? 1 : 0;
   for (uint32_t i = 0; i < kCalibrationNumbers; ++i) {
     const std::optional<double> number = finite_number(json_member(object, setting_key(number_index(i))));
     if (!number) return std::nullopt;

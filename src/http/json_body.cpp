@@ -35,10 +35,9 @@ json_owner read_json_body(http_connection* connection, const char* body, unsigne
 }
 
 bool copy_body_text(json_object* object, const char* key, char* text, size_t size) {
-  json_object* value = json_member(object, key);
-  const bool found = json_object_is_type(value, json_type_string) != 0;
-  copy_text(text, size, found ? json_object_get_string(value) : "");
-  return found;
+  const std::optional<std::string_view> value = text_member(object, key);
+  copy_text(text, size, value.value_or(""));
+  return value.has_value();
 }
 
 std::optional<body_word> body_text(json_object* object, const char* key) {
@@ -51,20 +50,30 @@ std::optional<int> body_integer(json_object* object, const char* key) {
   json_object* value = json_member(object, key);
   switch (json_object_get_type(value)) {
     case json_type_boolean:
-    case json_type_int:
       return json_object_get_int(value);
-    case json_type_double:
-      if (std::isnan(json_object_get_double(value))) return std::nullopt;
-      return json_object_get_int(value);
+    case json_type_string:
+      return leading_number(json_object_get_string(value));
     default:
-      return std::nullopt;
+      return body_plain_number(object, key);
   }
 }
 
-std::optional<int> body_text_number(json_object* object, const char* key) {
+std::optional<int> body_plain_number(json_object* object, const char* key) {
   json_object* value = json_member(object, key);
-  if (!json_object_is_type(value, json_type_string)) return std::nullopt;
-  return leading_number(json_object_get_string(value));
+  if (json_object_is_type(value, json_type_int)) return json_object_get_int(value);
+  const bool is_number =
+      json_object_is_type(value, json_type_double) && !std::isnan(json_object_get_double(value));
+  return is_number ? std::optional(json_object_get_int(value)) : std::nullopt;
+}
+
+std::optional<int> body_text_number(json_object* object, const char* key) {
+  const std::optional<std::string_view> text = text_member(object, key);
+  return text ? std::optional(number_or_zero(text->data())) : std::nullopt;
+}
+
+std::optional<bool> body_flag(json_object* object, const char* key) {
+  if (!text_member(object, key)) return std::nullopt;
+  return json_object_get_boolean(json_member(object, key)) != 0;
 }
 
 json_object* body_parameters(json_object* object) {
@@ -83,11 +92,11 @@ std::optional<int> find_word(std::span<const char* const> words, const char* wor
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
 
-body_word take_word(http_connection* connection, const char* body, unsigned long length, const char* key,
-                    const char* message) {
+std::optional<body_word> take_word(http_connection* connection, const char* body, unsigned long length,
+                                   const char* key, const char* message) {
   const json_owner object = read_json_body(connection, body, length);
-  const body_word word = body_text(object.get(), key).value_or(body_word{});
-  trace(kTraceApi, message, word.text);
+  const std::optional<body_word> word = body_text(object.get(), key);
+  if (word) trace(kTraceApi, message, word->text);
   return word;
 }
 
@@ -95,7 +104,7 @@ std::optional<int> take_number(http_connection* connection, const char* body, un
                                const char* key, const char* message) {
   const json_owner object = read_json_body(connection, body, length);
   const std::optional<int> number = body_integer(object.get(), key);
-  trace(kTraceApi, message, number.value_or(-1));
+  if (number) trace(kTraceApi, message, *number);
   return number;
 }
 

@@ -16,19 +16,25 @@ struct body_word {
   char text[16] = "";
 };
 
-// Copies the member into `text` of `size` bytes, cut where it is longer (base/text.h). False, with "" copied,
-// when it is missing, null or not a JSON string.
-bool copy_body_text(json_object* object, const char* key, char* text, size_t size);
+// The members of a body, each kind read in one way, that of json-c. An array, an object and null count as
+// missing, like a member that is not there.
 
-// The member as a text; nothing when it is missing, null or not a JSON string.
+// A string, a number or a boolean as a text, copied into `text` of `size` bytes and cut where it is longer
+// (base/text.h). False, with "" copied, when it is missing.
+bool copy_body_text(json_object* object, const char* key, char* text, size_t size);
 std::optional<body_word> body_text(json_object* object, const char* key);
 
-// The member as an integer (json-c's reading of numbers and booleans, kept inside an int); nothing when it is
-// missing, null or of another type.
+// A number, a boolean, or a text that begins with a number, as an integer kept inside an int.
 std::optional<int> body_integer(json_object* object, const char* key);
 
-// The decimal number at the start of a text member, kept inside an int; nothing when there is no such text.
+// The decimal number at the start of a text, kept inside an int; 0 when it does not begin with one.
 std::optional<int> body_text_number(json_object* object, const char* key);
+
+// A boolean, a number that is not 0, or a text that is not empty.
+std::optional<bool> body_flag(json_object* object, const char* key);
+
+// Version 1.0: only a JSON number is one.
+std::optional<int> body_plain_number(json_object* object, const char* key);
 
 // The object "parameters" of a version-1.0 command, or what stands in its place as "params"; null without
 // one. Borrowed.
@@ -38,8 +44,8 @@ json_object* body_parameters(json_object* object);
 std::optional<int> find_word(std::span<const char* const> words, const char* word);
 
 // The whole way of a handler that takes one member: reads the body and traces `message` with the member at
-// the API's level; an empty word, or -1, stands for a missing one.
-body_word take_word(http_connection* connection, const char* body, unsigned long length, const char* key,
-                    const char* message);
+// the API's level. Nothing, and no trace, when it is missing.
+std::optional<body_word> take_word(http_connection* connection, const char* body, unsigned long length,
+                                   const char* key, const char* message);
 std::optional<int> take_number(http_connection* connection, const char* body, unsigned long length,
                                const char* key, const char* message);

@@ -14,6 +14,7 @@ int store_text(http_connection* connection, const char* body, unsigned long leng
   const json_owner object = read_json_body(connection, body, length);
   char text[kRouteTextSize];
   const bool given = copy_body_text(object.get(), route.key, text, route.size);
+  if (!given) return send_status(connection, route.is_optional);
   trace(kTraceApi, "%s '%s'", route.message, text);
-  return send_status(connection, given ? route.set(text) >= 0 : route.is_optional);
+  return send_status(connection, route.set(text) >= 0);
 }

@@ -93,8 +93,8 @@ int get_osd_color(http_connection* connection, const char*, unsigned long, void*
 }
 
 int put_osd_color(http_connection* connection, const char* body, unsigned long length, void*) {
-  const body_word word = take_word(connection, body, length, "osd_color", "osd color '%s'");
-  const std::optional<int> color = find_word(kOsdColors, word.text);
+  const std::optional<body_word> word = take_word(connection, body, length, "osd_color", "osd color '%s'");
+  const std::optional<int> color = word ? find_word(kOsdColors, word->text) : std::nullopt;
   if (color) orb_set_osd_item(kOsdColor, *color);
   return send_status(connection, color.has_value());
 }

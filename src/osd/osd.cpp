@@ -6,11 +6,10 @@
 
 #include <array>
 #include <atomic>
-#include <climits>
 #include <ctime>
 
 #include "app/trace.h"
-#include "base/text.h"
+#include "base/clock.h"
 #include "camera/controller.h"
 #include "camera/visca_thread.h"
 #include "osd/overlay.h"
@@ -31,35 +30,42 @@ constexpr std::array<uint32_t, kOsdItemCount> kItemSettings{
     kNotStored,         kSettingOsdColor,         kSettingOsdDelay,
 };
 
-constexpr int kUnset = INT_MIN;  // until the start has loaded it
-std::array<std::atomic<int>, kOsdItemCount> items{kUnset, kUnset, kUnset, kUnset, kUnset,
-                                                  kUnset, kUnset, kUnset, kUnset};
+std::atomic<int> is_laser_shown = 0;
 std::atomic<float> laser_reading_m = 0;
 std::atomic<int> is_recorder_active = 0;
 
 // Main loop.
 ev_timer tick_timer;
 overlay_state state;
+std::array<int, kOsdItemCount> items{};  // as last read
 int units = 0;
 
 bool is_item(int item) { return item >= 0 && item < kOsdItemCount; }
 
+// While a setting is being saved, what was last read holds.
+void read_settings() {
+  std::array<nv_target, kOsdItemCount + 1> targets;
+  for (size_t i = 0; i < items.size(); ++i) targets[i] = {kItemSettings[i], &items[i], sizeof items[i]};
+  targets.back() = {kSettingUnits, &units, sizeof units};
+  try_read_nv(targets);
+  items[kOsdLaser] = is_laser_shown;
+}
+
 overlay_inputs load_inputs() {
   overlay_inputs in;
-  for (size_t i = 0; i < items.size(); ++i) in.items[i] = items[i];
+  read_settings();
+  in.items = items;
   in.is_recording = is_recorder_active != 0;
   // The number first: a link that is built after it has been read is cleared in the next tick.
   in.link_number = visca_thread_data.link_number;
   if (visca_link_is_up(&visca_thread_data)) in.camera = visca_thread_data.camera;
-  const time_t now = time(nullptr);
-  localtime_r(&now, &in.now);
+  in.now = local_time(time(nullptr));
   orb_load_recorder_title(in.title.data(), in.title.size());
   orb_load_recorder_flow_direction(in.flow_direction.data(), in.flow_direction.size());
   orb_load_recorder_operator_id(in.operator_id.data(), in.operator_id.size());
   orb_load_supervisor_direction(in.compass.data(), in.compass.size());
   orb_load_camera_zoom_values(nullptr, nullptr, in.zoom.data(), static_cast<int>(in.zoom.size()));
   in.laser_m = laser_reading_m;
-  try_read_nv(kSettingUnits, &units, sizeof units);
   in.in_feet = units == 1;
   return in;
 }
@@ -70,16 +76,7 @@ void on_tick(struct ev_loop*, ev_timer*, int) { step_overlay(state, load_inputs(
 
 void orb_init_osd() {
   trace(kTraceOverlay, "init");
-  for (size_t i = 0; i < items.size(); ++i) {
-    int value = 0;
-    orb_read_nv(kItemSettings[i], &value, sizeof value);  // nothing for the one that is not stored
-    int unset = kUnset;
-    if (kItemSettings[i] == kNotStored) {
-      items[i] = 0;
-    } else {
-      items[i].compare_exchange_strong(unset, value);  // the API runs already: what it was given stands
-    }
-  }
+  read_settings();
   state = {};
 }
 
@@ -89,15 +86,17 @@ void start_osd_tick(struct ev_loop* loop) {
 }
 
 void orb_set_osd_item(int item, int value) {
-  if (!is_item(item)) return;
-  const auto i = static_cast<size_t>(item);
-  items[i] = value;
-  if (kItemSettings[i] != kNotStored) orb_write_nv(kItemSettings[i], &value, sizeof value);
+  if (item == kOsdLaser) {
+    is_laser_shown = value;
+  } else if (is_item(item)) {
+    orb_write_nv(kItemSettings[static_cast<size_t>(item)], &value, sizeof value);
+  }
 }
 
 int orb_get_osd_item(int item) {
-  const int value = is_item(item) ? items[static_cast<size_t>(item)].load() : kUnset;
-  return value == kUnset ? 0 : value;
+  int value = item == kOsdLaser ? is_laser_shown.load() : 0;
+  if (is_item(item)) orb_read_nv(kItemSettings[static_cast<size_t>(item)], &value, sizeof value);
+  return value;
 }
 
 void orb_set_osd_laser_reading(float metres) { laser_reading_m = metres; }

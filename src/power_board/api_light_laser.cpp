@@ -38,8 +38,8 @@ int get_led_mode(http_connection* connection, const char*, unsigned long, void*)
 }
 
 int put_led_mode(http_connection* connection, const char* body, unsigned long length, void*) {
-  const body_word mode = take_word(connection, body, length, "led_mode", "led mode '%s'");
-  return send_status(connection, set_led_mode(mode.text) == 0);
+  const std::optional<body_word> mode = take_word(connection, body, length, "led_mode", "led mode '%s'");
+  return send_status(connection, mode && set_led_mode(mode->text) == 0);
 }
 
 int post_high_beam_on(http_connection* connection, const char*, unsigned long, void*) {
@@ -59,8 +59,9 @@ int get_led_intensity(http_connection* connection, const char*, unsigned long, v
 }
 
 int put_led_intensity(http_connection* connection, const char* body, unsigned long length, void*) {
-  const body_word word = take_word(connection, body, length, "led_intensity", "led intensity '%s'");
-  const std::optional<int> value = leading_number(word.text);
+  const std::optional<body_word> word =
+      take_word(connection, body, length, "led_intensity", "led intensity '%s'");
+  const std::optional<int> value = word ? leading_number(word->text) : std::nullopt;
   if (!value) return send_status(connection, false);
   orb_set_api_led_intensity(std::clamp(*value, 0, kMaximumIntensity));
   return send_status(connection, true);
@@ -126,8 +127,9 @@ int get_laser_speed(http_connection* connection, const char*, unsigned long, voi
 }
 
 int put_laser_speed(http_connection* connection, const char* body, unsigned long length, void*) {
-  const body_word word = take_word(connection, body, length, "laser_speed", "laser speed '%s'");
-  const std::optional<int> speed = find_word(kLaserSpeeds, word.text);
+  const std::optional<body_word> word =
+      take_word(connection, body, length, "laser_speed", "laser speed '%s'");
+  const std::optional<int> speed = word ? find_word(kLaserSpeeds, word->text) : std::nullopt;
   orb_power_board* board = power_board_now();
   if (!speed || board == nullptr) return send_status(connection, false);
   orb_power_board_set_laser_speed(board, *speed);
@@ -141,8 +143,8 @@ int get_laser_mode(http_connection* connection, const char*, unsigned long, void
 }
 
 int put_laser_mode(http_connection* connection, const char* body, unsigned long length, void*) {
-  const body_word word = take_word(connection, body, length, "laser_mode", "laser mode '%s'");
-  const std::optional<int> mode = find_word(kLaserModes, word.text);
+  const std::optional<body_word> word = take_word(connection, body, length, "laser_mode", "laser mode '%s'");
+  const std::optional<int> mode = word ? find_word(kLaserModes, word->text) : std::nullopt;
   orb_power_board* board = power_board_now();
   if (!mode || board == nullptr) return send_status(connection, false);
   orb_power_board_set_laser_mode(board, *mode);

@@ -1,11 +1,12 @@
 // The handlers of "/api/power_board": diagnostics of the link.
 
+#include <algorithm>
 #include <cctype>
 #include <concepts>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <optional>
+#include <string_view>
 
 #include "app/trace.h"
 #include "base/json.h"
@@ -104,53 +105,45 @@ constexpr reading_row kReadings[] = {
     {"pb_motor_type", "%u", print<&r::motor_type>},
 };
 
-bool is_hex(const char* text) {
-  for (; *text != '\0'; ++text) {
-    if (isxdigit(static_cast<unsigned char>(*text)) == 0) return false;
-  }
-  return true;
+bool is_hex(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return isxdigit(static_cast<unsigned char>(c)) != 0; });
 }
 
-// A register below 0x80 in hexadecimal.
-std::optional<uint8_t> parse_register(const char* text) {
-  if (*text == '\0' || !is_hex(text)) return std::nullopt;
-  const unsigned long value = strtoul(text, nullptr, 16);
-  return value < 0x80 ? std::optional(static_cast<uint8_t>(value)) : std::nullopt;
+// A number in hexadecimal, with or without "0x".
+std::optional<unsigned long> parse_register(std::string_view text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
+  if (text.empty() || !is_hex(text)) return std::nullopt;
+  return strtoul(text.data(), nullptr, 16);
 }
 
 struct write_data {
-  uint8_t bytes[kWriteDataSize] = {};
-  uint32_t length = 0;
+  uint8_t bytes[kWriteDataSize] = {};  // the first of them
+  size_t length = 0;                   // as given: more than there is room for are refused as a whole
 };
 
-// Two digits a byte, at most 16 bytes.
-std::optional<write_data> parse_data(const char* text) {
-  const size_t digits = strlen(text);
-  if (digits % 2 != 0 || digits > 2 * kWriteDataSize || !is_hex(text)) return std::nullopt;
-  write_data data;
-  for (; *text != '\0'; text += 2) {
-    const char byte[] = {text[0], text[1], '\0'};
-    data.bytes[data.length++] = static_cast<uint8_t>(strtoul(byte, nullptr, 16));
+// Two digits a byte.
+std::optional<write_data> parse_data(std::string_view text) {
+  if (text.size() % 2 != 0 || !is_hex(text)) return std::nullopt;
+  write_data data{.length = text.size() / 2};
+  for (size_t i = 0; i < std::min(data.length, kWriteDataSize); ++i) {
+    const char byte[] = {text[2 * i], text[2 * i + 1], '\0'};
+    data.bytes[i] = static_cast<uint8_t>(strtoul(byte, nullptr, 16));
   }
   return data;
 }
 
-const char* member_text(json_object* object, const char* key) {
-  json_object* value = json_member(object, key);
-  return json_object_is_type(value, json_type_string) ? json_object_get_string(value) : nullptr;
-}
-
-// False when a text is no register or no data, or the board's queue refuses the write.
-bool write_texts(const char* number_text, const char* data_text) {
-  if (number_text == nullptr || data_text == nullptr) return false;
-  const std::optional<uint8_t> number = parse_register(number_text);
+// False when a text is no register or no data, or the board refuses the write.
+bool write_texts(std::string_view number_text, std::string_view data_text) {
+  const std::optional<unsigned long> number = parse_register(number_text);
   const std::optional<write_data> data = parse_data(data_text);
+  if (!number || !data) return false;
+  trace(kTraceApi, "write pb reg %02lX %d", *number, static_cast<int>(data->length));
+  for (size_t i = 0; i < std::min(data->length, kWriteDataSize); ++i)
+    trace(kTraceApi, "write pb reg data[%d] %02X", static_cast<int>(i), data->bytes[i]);
   orb_power_board* board = power_board_now();
-  if (!number || !data || board == nullptr) return false;
-  trace(kTraceApi, "write pb reg %02X %d", *number, data->length);
-  for (uint32_t i = 0; i < data->length; ++i)
-    trace(kTraceApi, "write pb reg data[%d] %02X", i, data->bytes[i]);
-  return orb_power_board_issue_write(board, *number, data->bytes, data->length) == 0;
+  return board != nullptr && *number <= UINT8_MAX &&
+         orb_power_board_issue_write(board, static_cast<uint8_t>(*number), data->bytes,
+                                     static_cast<uint32_t>(data->length)) == 0;
 }
 
 void keep_suspended(int suspended) { orb_write_nv(kSettingPbSuspended, &suspended, sizeof suspended); }
@@ -208,15 +201,16 @@ int post_trigger(http_connection* connection, const char*, unsigned long, void*)
 
 int post_write(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
-  const char* number = member_text(object.get(), "register");
-  const char* data = member_text(object.get(), "data");
-  trace(kTraceApi, "write pb '%s' '%s'", number == nullptr ? "" : number, data == nullptr ? "" : data);
-  return send_status(connection, write_texts(number, data));
+  const std::optional<std::string_view> number = text_member(object.get(), "register");
+  const std::optional<std::string_view> data = text_member(object.get(), "data");
+  if (!number || !data) return send_status(connection, false);
+  trace(kTraceApi, "write pb '%s' '%s'", number->data(), data->data());
+  return send_status(connection, write_texts(*number, *data));
 }
 
 int put_zero_buffer(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
-  const int flag = body_integer(object.get(), "zero_buffer").value_or(0) != 0 ? 1 : 0;
+  const int flag = body_flag(object.get(), "zero_buffer").value_or(false) ? 1 : 0;
   trace(kTraceApi, "pb zero buffer %d", flag);
   if (orb_power_board* board = power_board_now()) orb_power_board_set_zero_buffer(board, flag);
   return send_status(connection, true);

@@ -78,7 +78,7 @@ int get_height_extension(http_connection* connection, const char*, unsigned long
 
 int put_height_extension(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
-  const int extension = body_integer(object.get(), "height_extension").value_or(0) != 0 ? 1 : 0;
+  const int extension = body_flag(object.get(), "height_extension").value_or(false) ? 1 : 0;
   trace(kTraceApi, "height extension %d", extension);
   orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_set_height_extension(board, extension);
@@ -93,11 +93,13 @@ int get_height_preset(http_connection* connection, const char*, unsigned long, v
 }
 
 int put_height_preset(http_connection* connection, const char* body, unsigned long length, void*) {
-  const body_word word = take_word(connection, body, length, "height_preset", "height preset '%s'");
+  const std::optional<body_word> word =
+      take_word(connection, body, length, "height_preset", "height preset '%s'");
+  if (!word) return send_status(connection, false);
   const bool known = std::any_of(std::begin(kPresets), std::end(kPresets),
-                                 [&](const char* preset) { return strcmp(preset, word.text) == 0; });
+                                 [&](const char* preset) { return strcmp(preset, word->text) == 0; });
   orb_power_board* board = power_board_now();
   if (!known || board == nullptr) return send_status(connection, false);
-  orb_power_board_set_height_preset(board, atoi(word.text));  // NOLINT(cert-err34-c): one of the words above
+  orb_power_board_set_height_preset(board, atoi(word->text));  // NOLINT(cert-err34-c): one of the words above
   return send_status(connection, true);
 }

@@ -38,8 +38,8 @@ void run_motor(orb_power_board* board, uint8_t command, json_object* parameters)
     orb_power_board_stop_motor(board);
     return;
   }
-  const int speed = body_integer(parameters, "speed").value_or(0);
-  orb_power_board_start_motor(board, command, speed, body_integer(parameters, "duration").value_or(0));
+  const int speed = body_plain_number(parameters, "speed").value_or(0);
+  orb_power_board_start_motor(board, command, speed, body_plain_number(parameters, "duration").value_or(0));
 }
 
 bool path_has(const http_connection* connection, const char* word) {
@@ -48,7 +48,7 @@ bool path_has(const http_connection* connection, const char* word) {
 
 // The body's intensity, kept in the value file; else what the board last reported.
 uint8_t take_intensity(json_object* body) {
-  const std::optional<int> wanted = body_integer(body, "intensity");
+  const std::optional<int> wanted = body_plain_number(body, "intensity");
   if (!wanted) return reported_intensity();
   const int limited = std::clamp(*wanted, 0, kMaximumIntensity);
   write_value_file(paths::kIntensity, limited);

@@ -60,6 +60,7 @@ int get_save_delay(http_connection* connection, const char*, unsigned long, void
 
 int put_save_delay(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
+  if (!object) return send_status(connection, false);
   const int delay_ms = body_text_number(object.get(), "save_delay").value_or(0);
   trace(kTraceApi, "save delay %d", delay_ms);
   return send_status(connection,
@@ -82,7 +83,9 @@ int put_gps_location(http_connection* connection, const char* body, unsigned lon
   bool given = true;
   for (size_t i = 0; i < std::size(kGpsKeys); ++i)
     given = copy_body_text(object.get(), kGpsKeys[i], texts[i], kRouteTextSize) && given;
-  trace(kTraceApi, "gps location '%s' '%s' '%s'", texts[0], texts[1], texts[2]);
-  if (given) orb_set_recorder_gps_location(texts[0], texts[1], texts[2]);
+  if (given) {
+    trace(kTraceApi, "gps location '%s' '%s' '%s'", texts[0], texts[1], texts[2]);
+    orb_set_recorder_gps_location(texts[0], texts[1], texts[2]);
+  }
   return send_status(connection, true);
 }

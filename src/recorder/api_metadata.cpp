@@ -41,16 +41,15 @@ int send_metadata(http_connection* connection, const orb_xmp_fields& fields) {
 
 // The body's note without what is not printable ASCII; nothing when there is none.
 std::optional<std::string> body_note(json_object* object) {
-  json_object* text = json_member(object, "metadata_note");
-  if (!json_object_is_type(text, json_type_string)) return std::nullopt;
-  std::string note(json_object_get_string(text), static_cast<size_t>(json_object_get_string_len(text)));
+  const std::optional<std::string_view> text = text_member(object, "metadata_note");
+  if (!text) return std::nullopt;
+  std::string note(*text);
   std::erase_if(note, [](char c) { return c < ' ' || c > '~'; });
   return note;
 }
 
-std::string shown(const std::optional<std::string>& note) {
-  const std::string text = note.value_or("");
-  return text.size() > kShownNote ? text.substr(0, kShownNote) + "..." : text;
+std::string shown(const std::string& note) {
+  return note.size() > kShownNote ? note.substr(0, kShownNote) + "..." : note;
 }
 
 struct note_target {
@@ -61,8 +60,9 @@ struct note_target {
 int put_note(http_connection* connection, const char* body, unsigned long length, const note_target& target) {
   const json_owner object = read_json_body(connection, body, length);
   const std::optional<std::string> note = body_note(object.get());
-  trace(kTraceApi, "%s '%s'", target.message, shown(note).c_str());
-  return send_status(connection, note && target.set(note->c_str()) == 0);
+  if (!note) return send_status(connection, false);
+  trace(kTraceApi, "%s '%s'", target.message, shown(*note).c_str());
+  return send_status(connection, target.set(note->c_str()) == 0);
 }
 
 int send_loaded(http_connection* connection, const char* message, void (*load)(orb_xmp_fields* fields)) {
@@ -106,9 +106,8 @@ int put_image_note(http_connection* connection, const char* body, unsigned long 
 int post_file_metadata(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
   char path[kPathSize];
-  const bool named = copy_body_text(object.get(), "file_name", path, sizeof path);
+  if (!copy_body_text(object.get(), "file_name", path, sizeof path)) return send_status(connection, false);
   trace(kTraceApi, "post file note '%s'", path);
-  if (!named) return send_status(connection, false);
   orb_xmp_fields fields;
   orb_load_recorder_file_metadata(path, &fields);
   return send_metadata(connection, fields);
@@ -119,6 +118,7 @@ int put_file_note(http_connection* connection, const char* body, unsigned long l
   char path[kPathSize];
   const bool named = copy_body_text(object.get(), "file_name", path, sizeof path);
   const std::optional<std::string> note = body_note(object.get());
-  trace(kTraceApi, "put file note '%s' '%s'", path, shown(note).c_str());
-  return send_status(connection, named && note && orb_set_recorder_file_note(path, note->c_str()) == 0);
+  if (!named || !note) return send_status(connection, false);
+  trace(kTraceApi, "put file note '%s' '%s'", path, shown(*note).c_str());
+  return send_status(connection, orb_set_recorder_file_note(path, note->c_str()) == 0);
 }

@@ -15,6 +15,7 @@
 
 namespace {
 
+constexpr std::string_view kSentenceName = "$GPGGA";
 constexpr size_t kSentenceSize = 81;
 constexpr size_t kTextSize = 21;
 constexpr size_t kMaximumFields = 15;
@@ -75,7 +76,6 @@ double degrees(double value, bool negative) {
 
 std::optional<gps_location> parse_location(const gps_fields& fields) {
   const auto& values = fields.values;
-  if (values[0] != "$GPGGA") return std::nullopt;
   const std::optional<double> time = number_in(kTime, values[1]);
   const std::optional<double> latitude = number_in(kLatitude, values[2]);
   const std::optional<double> longitude = number_in(kLongitude, values[4]);
@@ -109,8 +109,9 @@ int orb_set_recorder_gps_data(const char* sentence) {
   store_sentence(text);
   const gps_fields fields = split(text);
   trace(kTraceRecorder, "gps values %d", fields.count);
+  if (fields.values[0] != kSentenceName) return -1;
   const std::optional<gps_location> location = parse_location(fields);
-  if (!location) return -1;
+  if (!location) return 0;
   trace(kTraceRecorder, "gps location '%s' '%s' '%s'", location->latitude, location->longitude,
         location->time);
   store_location(*location);

@@ -34,7 +34,9 @@ int put_observer_seats(http_connection* connection, const char* body, unsigned l
 }
 
 int post_seat_request(http_connection* connection, const char* body, unsigned long length, void*) {
-  const body_word role = take_word(connection, body, length, "seat_role", "seat request '%s'");
+  const json_owner object = read_json_body(connection, body, length);
+  const body_word role = body_text(object.get(), "seat_role").value_or(body_word{});
+  trace(kTraceApi, "seat request '%s'", role.text);
   const seat_token token = request_seat(role.text);
   trace(kTraceApi, "seat token '%s'", token.text);
   return send_member(connection, "seat_token", json_object_new_string(token.text));

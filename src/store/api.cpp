@@ -25,10 +25,9 @@ int get_logger_readings(http_connection* connection, const char*, unsigned long,
 
 int get_log_file(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
+  if (!text_member(object.get(), "file_name")) return send_status(connection, false);
   const std::string name = json_text(object.get(), "file_name");
   trace(kTraceApi, "read logger file '%s'", name.c_str());
-  if (!json_object_is_type(json_member(object.get(), "file_name"), json_type_string))
-    return send_status(connection, false);
   return send_json(connection, orb_get_logger_file_readings(name));
 }
 

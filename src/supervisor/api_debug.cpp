@@ -25,7 +25,7 @@ int take_debug_flag(http_connection* connection, const char* body, unsigned long
   constexpr size_t kPrefix = sizeof "debug_" - 1;
   debug_flag& flag = debug_flags[warning];
   const json_owner object = read_json_body(connection, body, length);
-  flag.is_on = json_object_get_boolean(json_member(object.get(), flag.key)) != 0;
+  flag.is_on = body_flag(object.get(), flag.key).value_or(false);
   trace(kTraceApi, "debug %s %d", flag.key + kPrefix, flag.is_on ? 1 : 0);
   return send_status(connection, true);
 }

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "app/trace.h"
+#include "base/clock.h"
 #include "base/text.h"
 #include "http/json_body.h"
 #include "http/response.h"
@@ -77,9 +78,7 @@ int set_ssid(const char* text) {
 // --- clock and identity ---
 
 int send_local_time(http_connection* connection, const char* key, const char* format) {
-  const time_t now = time(nullptr);
-  tm local{};
-  localtime_r(&now, &local);
+  const tm local = local_time(time(nullptr));
   char text[16];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -93,7 +92,7 @@ int put_clock(http_connection* connection, const char* body, unsigned long lengt
               size_t size, std::optional<time_t> (*with)(time_t now, const char* text)) {
   const json_owner object = read_json_body(connection, body, length);
   char text[16];
-  copy_body_text(object.get(), key, text, size);
+  if (!copy_body_text(object.get(), key, text, size)) return send_status(connection, false);
   trace(kTraceApi, "%s '%s'", key, text);
   const std::optional<time_t> moment = with(time(nullptr), text);
   return send_status(connection, moment && set_clock(*moment));
@@ -121,8 +120,9 @@ const text_route ssid_route{"ssid", "ssid", sizeof ssid, load_ssid, set_ssid, tr
 int put_password(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
   char password[17];
-  copy_body_text(object.get(), "password", password, sizeof password);
-  trace(kTraceApi, "password '%s'", password);
+  if (copy_body_text(object.get(), "password", password, sizeof password)) {
+    trace(kTraceApi, "password '%s'", password);
+  }
   return send_status(connection, true);
 }
 

@@ -7,6 +7,7 @@
 
 #include "base/distance.h"
 #include "base/paths.h"
+#include "base/value_file.h"
 #include "camera/controller.h"
 #include "camera/depth_of_field.h"
 #include "camera/modes.h"
@@ -125,7 +126,7 @@ json_object* far_limit(const unit_state& unit) { return string(unit.depth.far_li
 json_object* near_limit(const unit_state& unit) { return string(unit.depth.near_limit); }
 
 json_object* focus_speed(const unit_state&) {
-  return json_object_new_int(shown_speed(paths::kFocusSpeed, kDefaultFocusSpeed, kMissingFocusSpeed));
+  return json_object_new_int(read_value_file(paths::kFocusSpeed).value_or(kMissingFocusSpeed));
 }
 
 json_object* laser_age(const unit_state& unit) {
@@ -138,7 +139,7 @@ json_object* zoom_position(const unit_state& unit) { return json_object_new_int(
 json_object* zoom_magnification(const unit_state& unit) { return string(unit.zoom_magnification); }
 
 json_object* zoom_speed(const unit_state&) {
-  return json_object_new_int(shown_speed(paths::kZoomSpeed, kDefaultZoomSpeed, kMissingZoomSpeed));
+  return json_object_new_int(read_value_file(paths::kZoomSpeed).value_or(kMissingZoomSpeed));
 }
 
 // --- warnings: real or forced ---

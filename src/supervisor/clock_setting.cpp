@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "base/clock.h"
 #include "base/text.h"
 
 namespace {
@@ -26,12 +27,12 @@ constexpr clock_form kDate{
     '-', {{1900, 9999, &tm::tm_year, 1900}, {1, 12, &tm::tm_mon, 1}, {1, 31, &tm::tm_mday, 0}}};
 
 std::optional<time_t> with_fields(const clock_form& form, time_t now, const char* text) {
-  tm local{};
-  localtime_r(&now, &local);
+  tm local = local_time(now);
   for (const clock_field& field : form.fields) {
-    const std::optional<int> value = text == nullptr ? std::nullopt : leading_number(text);
-    if (!value || *value < field.lowest || *value > field.highest) return std::nullopt;
-    local.*field.member = *value - field.origin;
+    if (text == nullptr) return std::nullopt;
+    const int value = number_or_zero(text);
+    if (value < field.lowest || value > field.highest) return std::nullopt;
+    local.*field.member = value - field.origin;
     const char* separator = strchr(text, form.separator);
     text = separator == nullptr ? nullptr : separator + 1;
   }

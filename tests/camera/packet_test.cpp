@@ -127,7 +127,7 @@ TEST_F(PacketClient, Handlers) {
       {"/focus", camera_packet::get_focus_mode, "", "905003FF", "81090438FF", "{'focusMode':false}"},
       {"/shutter", camera_packet::set_shutter_speed, "{'shutterSpeed':7}", "9041FF9051FF",
        "8101044B0000000FFF", "{'status':'OK'}"},
-      {"/shutter", camera_packet::set_shutter_speed, "{'shutterSpeed':'7'}", "", "",
+      {"/shutter", camera_packet::set_shutter_speed, "{'shutterSpeed':'fast'}", "", "",
        "{'status':'BAD_REQUEST'}"},
       {"/reset", camera_packet::reset_camera, "", "9041FF9051FF", "8101041903FF", "{'status':'OK'}"},
       {"/info", camera_packet::get_camera_info, "", "9050FF", "81090002FF", "{'status':'OK'}"},
