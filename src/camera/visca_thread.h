@@ -55,6 +55,9 @@ void visca_init_update(visca_thread_record* data);
 // Any thread.
 int visca_get_update_available(char* path, size_t size);
 void visca_load_update_version(char* version, size_t size);
+// How far a running one has come (base/update_progress.h): it ends as it begins.
+void visca_load_update_status(char* step, size_t step_size, char* description_1, size_t description_1_size,
+                              char* description_2, size_t description_2_size);
 
 // Runs an update: the link is let go, the update finds no image and ends, the link is built again, and
 // `completed` (which may be null) is called. Returns not 0, or 0 while one runs. Any thread.

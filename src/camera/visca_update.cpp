@@ -3,6 +3,7 @@
 
 #include "base/text.h"
 #include "base/thread.h"
+#include "base/update_progress.h"
 #include "camera/visca_thread.h"
 
 namespace {
@@ -42,6 +43,12 @@ int visca_get_update_available(char* path, size_t size) {
 }
 
 void visca_load_update_version(char* version, size_t size) { copy_text(version, size, ""); }
+
+void visca_load_update_status(char* step, size_t step_size, char* description_1, size_t description_1_size,
+                              char* description_2, size_t description_2_size) {
+  copy_update_progress({}, step, step_size, description_1, description_1_size, description_2,
+                       description_2_size);
+}
 
 int visca_start_update(visca_thread_record* data, completion_function completed) {
   const mutex_lock lock(data->update_lock);

@@ -15,6 +15,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "base/update_progress.h"
 #include "base/value_file.h"
 #include "camera/visca_thread.h"
 #include "power_board/power_board.h"
@@ -24,7 +25,6 @@ namespace {
 
 constexpr int kShownSteps = 11;  // whatever the script prints
 constexpr size_t kLineSize = 128;
-constexpr size_t kDescriptionSize = 17;
 constexpr std::string_view kWordEnds = " :";
 
 // A shell that could not start a script.
@@ -33,12 +33,6 @@ constexpr int kNotFound = 127;
 
 enum class update_target : uint32_t { none, software, firmware, camera };
 constexpr const char* kTargetNames[] = {"none", "software", "firmware", "camera"};
-
-struct update_progress {
-  char step[32] = "0 of 0";
-  char description_1[kDescriptionSize] = "not active";
-  char description_2[kDescriptionSize] = "not active";
-};
 
 struct installer_state {
   mutex install_lock;
@@ -232,12 +226,19 @@ void orb_load_installer_status(char* target, size_t target_size, char* step, siz
                                size_t description_2_size) {
   const update_target now = target_now();
   copy_text(target, target_size, kTargetNames[static_cast<size_t>(now)]);
+  if (now == update_target::firmware) {
+    return orb_power_board_load_update_status(power_board_now(), step, step_size, description_1,
+                                              description_1_size, description_2, description_2_size);
+  }
+  if (now == update_target::camera) {
+    return visca_load_update_status(step, step_size, description_1, description_1_size, description_2,
+                                    description_2_size);
+  }
   update_progress progress;
   if (now == update_target::software) {
     const mutex_lock lock(installer.progress_lock);
     progress = installer.progress;
   }
-  copy_text(step, step_size, progress.step);
-  copy_text(description_1, description_1_size, progress.description_1);
-  copy_text(description_2, description_2_size, progress.description_2);
+  copy_update_progress(progress, step, step_size, description_1, description_1_size, description_2,
+                       description_2_size);
 }

@@ -229,6 +229,10 @@ void orb_power_board_load_battery_voltage(const orb_power_board* board, char* te
 // version. The board may be null.
 int orb_power_board_get_update_available(const orb_power_board* board, char* path, size_t size);
 void orb_power_board_load_update_version(const orb_power_board* board, char* version, size_t size);
+// How far a running one has come (base/update_progress.h): it ends as it begins.
+void orb_power_board_load_update_status(const orb_power_board* board, char* step, size_t step_size,
+                                        char* description_1, size_t description_1_size, char* description_2,
+                                        size_t description_2_size);
 
 // Hands the bus to the update thread: until that thread has ended the update, refreshes are skipped and
 // writes dropped. Then, or when another update has the bus, `completed` (which may be null) is called.

@@ -4,6 +4,7 @@
 #include "app/trace.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "base/update_progress.h"
 #include "power_board/internal.h"
 
 namespace {
@@ -52,6 +53,13 @@ int orb_power_board_get_update_available(const orb_power_board*, char* path, siz
 
 void orb_power_board_load_update_version(const orb_power_board*, char* version, size_t size) {
   copy_text(version, size, "");
+}
+
+void orb_power_board_load_update_status(const orb_power_board*, char* step, size_t step_size,
+                                        char* description_1, size_t description_1_size, char* description_2,
+                                        size_t description_2_size) {
+  copy_update_progress({}, step, step_size, description_1, description_1_size, description_2,
+                       description_2_size);
 }
 
 int orb_power_board_trigger_firmware_update(orb_power_board* board, completion_function completed) {
