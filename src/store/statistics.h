@@ -51,7 +51,7 @@ struct quantity_statistics {
   double maximum = 0;
   double minimum = 0;
   double average_sum = 0;     // the average times its count
-  int64_t average_count = 0;  // minutes; 0: no data yet, the other numbers mean nothing
+  int64_t average_count = 0;  // minutes; 0: no average; with both others 0, too, no data yet
 };
 
 // The numbers of a period: this run of the program, or the unit's life. No count is ever negative.

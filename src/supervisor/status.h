@@ -1,4 +1,4 @@
-// What the status record says of what was measured: pure steps. Main loop.
+// The status record: what it says of what was measured, in pure steps, and its assembly. Main loop.
 #pragma once
 
 #include <cstdint>
