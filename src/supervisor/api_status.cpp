@@ -50,12 +50,11 @@ unit_state load_unit() {
 
 json_object* string(const char* text) { return json_object_new_string(text); }
 
-// JSON has no number for what is not known.
+// JSON has no number for what is not known; nor is one that is cut one.
 json_object* number(double value, int decimals) {
-  if (!std::isfinite(value)) return nullptr;
   char text[32];
-  snprintf(text, sizeof text, "%.*f", decimals, value);
-  return json_object_new_double_s(value, text);
+  const bool is_whole = snprintf(text, sizeof text, "%.*f", decimals, value) < int{sizeof text};
+  return std::isfinite(value) && is_whole ? json_object_new_double_s(value, text) : nullptr;
 }
 
 // --- members of the status record ---

@@ -134,6 +134,39 @@ TEST(status_object, tells_the_whole_unit) {
   EXPECT_EQ(member("update_status"), "'" + std::string(61, 'x') + "'");
 }
 
+// Every member of each answer: what is sent is JSON, and its numbers are whole.
+TEST(status_object, extremes_are_numbers) {
+  orb_init_nv();
+  start_api();
+  board.has_frame = true;
+  using limits = std::numeric_limits<float>;
+  for (const float extreme : {limits::max(), limits::lowest(), limits::infinity(), limits::quiet_NaN()}) {
+    for (const char* path : {paths::kFocusSpeed, paths::kZoomSpeed, paths::kIntensity})
+      std::ofstream(path) << "-99999999999999";
+    heat_processor(std::numeric_limits<int>::min() + 3, 1);
+    board.laser.distance = 4294967.295;
+    board.laser.invalid_count = 0;
+    step_with_motor(kMotorHeight);
+    {
+      const mutex_lock lock(board.readings_lock);
+      board.readings.bme280_temperature = board.readings.monitor_vin_volts = extreme;
+      board.readings.imu_accelerometer_0 = board.readings.imu_accelerometer_2 = extreme;
+    }
+    step_status();
+    EXPECT_EQ(member("avr_temp") + member("power"), "nullnull");
+    for (const char* path :
+         {"/status", "/1.0/orb", "/laser/status", "/power_board/readings", "/logger/readings"}) {
+      std::string answer = ask("GET", path);
+      std::ranges::replace(answer, '\'', '"');
+      json_tokener* strict = json_tokener_new();
+      json_tokener_set_flags(strict, JSON_TOKENER_STRICT);
+      const json_owner object(json_tokener_parse_ex(strict, answer.c_str(), int(answer.size())));
+      EXPECT_TRUE(object) << answer;
+      json_tokener_free(strict);
+    }
+  }
+}
+
 TEST(status_object, lights_and_warnings) {
   orb_init_nv();
   start_api();
