@@ -91,8 +91,7 @@ int run_unit(bool advanced) {
   orb_application_run(&application);
   orb_close_lens_loops();  // the API still runs, and a button may still be held
   orb_power_board_destroy(&power_board);
-  orb_await_zoom_stop();  // it is on the wire then, unless a command is outstanding
-  orb_await_focus_stop();
+  orb_await_lens_stops();
   close_recorder();
   return 0;
 }

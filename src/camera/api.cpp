@@ -98,7 +98,10 @@ struct mode_route {
   void (*keep)(camera_mode mode);
 };
 
-constexpr mode_route kFocusModeRoute{"focus_mode", "focus mode '%s'", visca_camera_auto_focus,
+// The automatic focus takes the lens; the manual one leaves it.
+int order_auto_focus(visca_camera*) { return orb_order_focus({lens_effect::ends, visca_camera_auto_focus}); }
+
+constexpr mode_route kFocusModeRoute{"focus_mode", "focus mode '%s'", order_auto_focus,
                                      visca_camera_manual_focus, keep_focus_mode};
 constexpr mode_route kExposureModeRoute{"exposure_mode", "exposure mode '%s'",
                                         visca_camera_exposure_mode_auto, visca_camera_exposure_mode_manual,
@@ -208,14 +211,13 @@ int post_focus(http_connection* connection, const char* message, int direction) 
   return send_focus(connection, manual);
 }
 
-// "OK" only when the command was queued, behind the stop of a hold that has just been stopped: that would end
-// this motion, too.
-int put_position(http_connection* connection, std::optional<int> position, void (*await_stop)(int timeout_ms),
+// "OK" only when the command was queued.
+int put_position(http_connection* connection, std::optional<int> position,
+                 int (*give_order)(const lens_order& order),
                  int (*command)(visca_camera* camera, int position)) {
-  if (!position || !is_visca_position(*position)) return send_status(connection, false);
-  await_stop(kLensStopWait_ms);
-  visca_camera* camera = camera_now();
-  return send_status(connection, camera != nullptr && command(camera, *position) == 0);
+  const bool good = position && is_visca_position(*position) &&
+                    give_order({lens_effect::ends, nullptr, command, *position}) == 0;
+  return send_status(connection, good);
 }
 
 }  // namespace
@@ -285,7 +287,7 @@ int get_focus_position(http_connection* connection, const char*, unsigned long, 
 int put_focus_position(http_connection* connection, const char* body, unsigned long length, void*) {
   return put_position(connection,
                       take_position(connection, body, length, "focus_position", "focus pos %d %d"),
-                      orb_await_focus_stop, visca_camera_focus_direct);
+                      orb_order_focus, visca_camera_focus_direct);
 }
 int post_focus_increment(http_connection* connection, const char*, unsigned long, void*) {
   return post_focus(connection, "focus inc", 1);
@@ -301,10 +303,8 @@ int post_focus_stop(http_connection* connection, const char*, unsigned long, voi
 
 int post_zoom_reset(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom reset");
-  orb_await_zoom_stop();  // it would end the reset half-way
-  write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);
-  visca_camera* camera = camera_now();
-  if (camera != nullptr) visca_camera_zoom_direct(camera, 0);
+  orb_order_zoom({lens_effect::ends, nullptr, visca_camera_zoom_direct, 0});
+  write_value_file(paths::kZoomSpeed, kDefaultZoomSpeed);  // behind the end of a hold, which writes it too
   return send_object(connection, [](json_object* answer) {
     add(answer, "zoom_speed", json_object_new_int(kDefaultZoomSpeed));
     add_zoom(answer);
@@ -326,7 +326,7 @@ int get_zoom_position(http_connection* connection, const char*, unsigned long, v
 int put_zoom_position(http_connection* connection, const char* body, unsigned long length, void*) {
   orb_power_board_clear_laser_reading(power_board_now());
   return put_position(connection, take_position(connection, body, length, "zoom_position", "zoom pos %d %d"),
-                      orb_await_zoom_stop, visca_camera_zoom_direct);
+                      orb_order_zoom, visca_camera_zoom_direct);
 }
 int post_zoom_increment(http_connection* connection, const char*, unsigned long, void*) {
   trace(kTraceApi, "zoom inc");

@@ -7,6 +7,7 @@
 
 #include "base/json.h"
 #include "camera/api.h"
+#include "camera/controller.h"
 #include "camera/depth_of_field.h"
 #include "camera/speeds.h"
 #include "camera/visca_thread.h"
@@ -22,25 +23,31 @@ constexpr int kFreshReading = 6;  // refreshes
 
 struct camera_command {
   const char* name;
-  int (*fixed)(visca_camera* camera);                 // without parameters
-  int (*variable)(visca_camera* camera, int speed);   // when the parameters hold "speed"
-  int (*direct)(visca_camera* camera, int position);  // with the parameter "position"
+  int (*fixed)(visca_camera* camera);                    // without parameters
+  int (*variable)(visca_camera* camera, int speed);      // when the parameters hold "speed"
+  int (*direct)(visca_camera* camera, int position);     // with the parameter "position"
+  int (*give_order)(const lens_order& order) = nullptr;  // of a lens
+  lens_effect effect = lens_effect::ends;
 };
 
 constexpr camera_command kCommands[] = {
     {"power_on", visca_camera_power_on, nullptr, nullptr},
     {"power_off", visca_camera_power_off, nullptr, nullptr},
-    {"zoom_tele", visca_camera_zoom_tele, visca_camera_zoom_tele_variable, nullptr},
-    {"zoom_wide", visca_camera_zoom_wide, visca_camera_zoom_wide_variable, nullptr},
-    {"zoom_stop", visca_camera_zoom_stop, nullptr, nullptr},
-    {"zoom_direct", nullptr, nullptr, visca_camera_zoom_direct},
+    {"zoom_tele", visca_camera_zoom_tele, visca_camera_zoom_tele_variable, nullptr, orb_order_zoom,
+     lens_effect::drives},
+    {"zoom_wide", visca_camera_zoom_wide, visca_camera_zoom_wide_variable, nullptr, orb_order_zoom,
+     lens_effect::drives},
+    {"zoom_stop", visca_camera_zoom_stop, nullptr, nullptr, orb_order_zoom, lens_effect::stops},
+    {"zoom_direct", nullptr, nullptr, visca_camera_zoom_direct, orb_order_zoom},
     {"digital_zoom_on", visca_camera_digital_zoom_on, nullptr, nullptr},
     {"digital_zoom_off", visca_camera_digital_zoom_off, nullptr, nullptr},
-    {"focus_near", visca_camera_focus_near, visca_camera_focus_near_variable, nullptr},
-    {"focus_far", visca_camera_focus_far, visca_camera_focus_far_variable, nullptr},
-    {"focus_stop", visca_camera_focus_stop, nullptr, nullptr},
-    {"focus_direct", nullptr, nullptr, visca_camera_focus_direct},
-    {"focus_mode_auto", visca_camera_auto_focus, nullptr, nullptr},
+    {"focus_near", visca_camera_focus_near, visca_camera_focus_near_variable, nullptr, orb_order_focus,
+     lens_effect::drives},
+    {"focus_far", visca_camera_focus_far, visca_camera_focus_far_variable, nullptr, orb_order_focus,
+     lens_effect::drives},
+    {"focus_stop", visca_camera_focus_stop, nullptr, nullptr, orb_order_focus, lens_effect::stops},
+    {"focus_direct", nullptr, nullptr, visca_camera_focus_direct, orb_order_focus},
+    {"focus_mode_auto", visca_camera_auto_focus, nullptr, nullptr, orb_order_focus},
     {"focus_mode_manual", visca_camera_manual_focus, nullptr, nullptr},
     {"iris_reset", visca_camera_iris_reset, nullptr, nullptr},
     {"iris_down", visca_camera_iris_down, nullptr, nullptr},
@@ -67,17 +74,25 @@ void print_name(const char* name) {
   putchar('\n');
 }
 
-int queue_once(visca_camera* camera, const camera_command& command, json_object* parameters) {
+// The command with its number, if it has one. Nothing without a position that it needs.
+std::optional<lens_order> read_order(const camera_command& command, json_object* parameters) {
   if (command.direct != nullptr) {
     const std::optional<int> position = body_plain_number(parameters, "position");
-    if (!position) return -1;
+    if (!position) return std::nullopt;
     printf("  position: %d\n", *position);
-    return camera == nullptr || !is_visca_position(*position) ? -1 : command.direct(camera, *position);
+    if (!is_visca_position(*position)) return std::nullopt;
+    return lens_order{command.effect, nullptr, command.direct, *position};
   }
-  if (camera == nullptr) return -1;
   const std::optional<int> speed =
       command.variable != nullptr ? body_plain_number(parameters, "speed") : std::nullopt;
-  return speed ? command.variable(camera, std::clamp(*speed, 0, kMaximumSpeed)) : command.fixed(camera);
+  if (!speed) return lens_order{command.effect, command.fixed};
+  return lens_order{command.effect, nullptr, command.variable, std::clamp(*speed, 0, kMaximumSpeed)};
+}
+
+int queue_once(visca_camera* camera, const camera_command& command, json_object* parameters) {
+  const std::optional<lens_order> order = read_order(command, parameters);
+  if (!order || camera == nullptr) return -1;
+  return command.give_order != nullptr ? command.give_order(*order) : command.fixed(camera);
 }
 
 void obey(visca_camera* camera, json_object* body) {

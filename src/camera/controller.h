@@ -4,12 +4,13 @@
 // controller's own worker.
 #pragma once
 
+#include "camera/lens_watch.h"
+
 // Loads the image settings and starts the worker, which sets the camera up as soon as the link is there. Main
 // thread, once, after the camera thread has been started.
 void orb_init_camera();
 
-// Lets the worker put zoom, focus and exposure into their known state, once the holds that were stopped
-// before have queued their stops.
+// Lets the worker put zoom, focus and exposure into their known state.
 void orb_set_controller_defaults();
 
 // The setting as its word, cut to size - 1 characters and terminated.
@@ -41,15 +42,16 @@ void orb_stop_focus_loop();
 void orb_create_zoom_loop();
 int orb_trigger_zoom_loop(int direction, int duration_ms);
 void orb_stop_zoom_loop();
-// Stop zoom and focus for good: later triggers are refused.
+// Every other order to a lens: ends its hold and is queued behind the hold's stop. 0, or -1 when it could not
+// be queued, or once the loops are closed.
+int orb_order_focus(const lens_order& order);
+int orb_order_zoom(const lens_order& order);
+// Stop zoom and focus for good: later triggers and orders are refused.
 void orb_close_lens_loops();
-// Wait for the stop of a motion that has been stopped: until it is queued, at most so long; not for one that
-// is still held. Not the loops' threads.
-inline constexpr int kLensStopWait_ms = 50;
-void orb_await_zoom_stop(int timeout_ms = kLensStopWait_ms);
-void orb_await_focus_stop(int timeout_ms = kLensStopWait_ms);
-// Writes the default speeds of zoom and focus; a hold that has been stopped and makes its end later leaves
-// them.
+// Waits until the camera has answered the stops of both, at most so long.
+inline constexpr int kLensStopWait_ms = 1000;
+void orb_await_lens_stops(int timeout_ms = kLensStopWait_ms);
+// Writes the default speeds of zoom and focus; the end of a hold that is still to come leaves them.
 void orb_reset_lens_speeds();
 void orb_create_intensity_loop();
 int orb_trigger_intensity_loop(int direction, int duration_ms);

@@ -16,7 +16,6 @@ constexpr int kLinkWaits = 90;
 constexpr int64_t kLinkWait_ms = 1000;
 constexpr int64_t kCameraWait_ms = 250;
 constexpr int64_t kRefusedWait_ms = 5;
-constexpr int kStopWait_ms = 60'000;  // a full queue is through before
 constexpr int64_t kZoomWatch_ms = 250;
 constexpr int64_t kStartPause_ms = 5;
 
@@ -37,13 +36,13 @@ void request(bool worker_requests::*flag) {
 }
 
 // Queues a command until the queue takes it, however long the camera stays away.
-template <typename... Arguments>
-void queue_until_taken(int (*command)(visca_camera*, Arguments...), Arguments... arguments) {
+template <typename Command>
+void queue_until_taken(Command command) {
   for (;;) {
     visca_camera* camera = visca_thread_data.camera;
     if (camera == nullptr) {
       sleep_ms(kCameraWait_ms);
-    } else if (command(camera, arguments...) == 0) {
+    } else if (command(camera) == 0) {
       return;
     } else {
       sleep_ms(kRefusedWait_ms);
@@ -69,7 +68,9 @@ bool wait_for_link() {
 // Zooms out and waits until the camera has arrived or stands still.
 void reset_zoom() {
   trace(kTraceCamera, "zoom direct %d", 0);
-  queue_until_taken(visca_camera_zoom_direct, 0);
+  queue_until_taken([](visca_camera*) {
+    return orb_order_zoom({lens_effect::ends, nullptr, visca_camera_zoom_direct, 0});
+  });
   int previous = 0;
   for (;;) {
     sleep_ms(kZoomWatch_ms);
@@ -84,7 +85,9 @@ void reset_zoom() {
 
 void reset_camera_state() {
   reset_zoom();
-  queue_traced("auto focus", visca_camera_auto_focus);
+  queue_traced("auto focus", [](visca_camera*) {
+    return orb_order_focus({lens_effect::ends, visca_camera_auto_focus});
+  });
   queue_traced("auto exposure", visca_camera_exposure_mode_auto);
 }
 
@@ -137,11 +140,7 @@ void* defaults_worker(void*) {
   for (;;) {
     const worker_requests now = take_requests();
     if (now.power_up) set_up_camera();
-    if (now.defaults) {
-      orb_await_zoom_stop(kStopWait_ms);  // one that came later would end the reset half-way
-      orb_await_focus_stop(kStopWait_ms);
-      reset_camera_state();
-    }
+    if (now.defaults) reset_camera_state();
     if (now.ir_filter) send_ir_filter();
   }
 }

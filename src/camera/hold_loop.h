@@ -1,46 +1,74 @@
 // Hold-to-run: a motion that goes on while the operator holds a button. Each trigger holds it for some time
-// more; a stop, or the end of that time, ends it. One thread a loop.
+// more; a stop, or the end of that time, ends it. Who decides also acts, under the loop's lock: what a loop
+// does never waits. Its thread sees to what time brings, and to what an action has left undone.
 #pragma once
 
 #include <cstdint>
+#include <limits>
+#include <optional>
 
 #include "base/mutex.h"
+#include "camera/lens_watch.h"
 
-inline constexpr int kHoldTick_ms = 5;
+inline constexpr int64_t kNever_ns = std::numeric_limits<int64_t>::max();
 
-// What a loop does. The functions run on the loop's thread, without its lock.
-struct hold_actions {
-  const char* thread_name;
-  void (*start)(int direction);
-  void (*step)(int direction, int held_ms);  // every 5 ms while held
-  bool (*end)();                             // false: not yet; it is called again after 5 ms
-  bool (*settle)();  // what the end still owes; false: not yet, it is called again after 20 ms. May be null
+// The button as a plain record: it reads no clock, and who owns it locks it.
+struct hold_state {
+  int direction = 0;      // 0: not held
+  int64_t until_ns = 0;   // it ends then
+  int64_t period_ns = 0;  // the next whole period is over then
+  int held_ms = 0;        // whole periods
+  bool closed = false;    // for good
 };
 
+enum class hold_event { none, begin, period, end };
+
+// What the time brings, one event a call.
+hold_event step_hold(hold_state& hold, int64_t now_ns, int period_ms);
+
+// After step_hold at the same time. Nothing when it is refused: the direction is 0, or the other one is held,
+// or the hold is closed.
+std::optional<hold_event> trigger_hold(hold_state& hold, int direction, int duration_ms, int64_t now_ns,
+                                       int period_ms);
+
+struct hold_loop;
+
+// What a loop does, under its lock.
+struct hold_actions {
+  int period_ms;
+  void (*begin)(hold_loop& loop, int64_t now_ns);
+  void (*period)(hold_loop& loop, int64_t now_ns);  // at the end of each whole one; a late one counts once
+  void (*end)(hold_loop& loop, int64_t now_ns);
+  // What is left to do; when to call it next, or kNever_ns.
+  int64_t (*settle)(hold_loop& loop, int64_t now_ns);
+};
+
+struct lens_motion;
+
 struct hold_loop {
-  constexpr explicit hold_loop(const hold_actions& what) : actions(what) {}
+  constexpr hold_loop(const hold_actions& what, const lens_motion* lens) : actions(what), motion(lens) {}
 
   const hold_actions& actions;
+  const lens_motion* const motion;  // of a lens; null for the lights
   mutex lock;
   condition wake;
-  int direction GUARDED_BY(lock) = 0;  // 0 idle
-  int64_t hold_until_ns GUARDED_BY(lock) = 0;
-  unsigned run GUARDED_BY(lock) = 0;  // counts the starts, so that a stop and a new start are not one motion
-  unsigned holding GUARDED_BY(lock) = 0;  // the run whose end has not been made yet; 0 none
-  bool closed GUARDED_BY(lock) = false;
+  hold_state hold GUARDED_BY(lock);
+  int start_speed GUARDED_BY(lock) = 0;  // of a lens: what the speed file held when the hold began
+  lens_watch watch GUARDED_BY(lock);
 };
 
 // Starts the loop's thread. Once, main thread.
-void create_hold_loop(hold_loop* loop);
+void create_hold_loop(hold_loop& loop, const char* thread_name);
 
-// Any thread; neither waits for the motion. Trigger returns 1, or 0 when the direction is 0 or the other one
-// runs.
-int trigger_hold_loop(hold_loop* loop, int direction, int duration_ms);
-void stop_hold_loop(hold_loop* loop);
+// Any thread, without the lock; the time is monotonic_ns(), or a test's. Trigger returns 1, or 0 when it is
+// refused.
+int trigger_hold_loop(hold_loop& loop, int direction, int duration_ms, int64_t now_ns);
+void stop_hold_loop(hold_loop& loop, int64_t now_ns);
 
-// Stops it for good: later triggers are refused.
-void close_hold_loop(hold_loop* loop);
+// Ends the hold, if there is one.
+void end_hold(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock);
 
-// Waits until a run that has been stopped has made its end, at most `timeout_ms`; neither for one that is
-// held nor for a later one. Not the loop's thread.
-void await_hold_end(hold_loop* loop, int timeout_ms);
+// What the loop's thread does at `now_ns`; when it has something to do next, or kNever_ns.
+int64_t step_hold_loop(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock);
+
+extern hold_loop zoom_loop, focus_loop, intensity_loop;

@@ -15,155 +15,125 @@
 namespace {
 
 constexpr int kSpeedUp_ms = 2000;  // of holding, for each speed step
+constexpr int64_t kRetry_ns = 5 * kNanosecondsPerMillisecond;
+
+}  // namespace
 
 // A motion of the camera that speeds up the longer it is held.
-struct motion {
+struct lens_motion {
   int trace_level;
   const char* speed_file;
   int default_speed;
   int (*positive)(visca_camera* camera, int speed);
   int (*negative)(visca_camera* camera, int speed);
   int (*stop)(visca_camera* camera);
-  std::atomic<bool> visca_camera::*at_rest;
 };
 
-constexpr motion kZoom{kTraceZoomLoop,
-                       paths::kZoomSpeed,
-                       kDefaultZoomSpeed,
-                       visca_camera_zoom_tele_variable,
-                       visca_camera_zoom_wide_variable,
-                       visca_camera_zoom_stop,
-                       &visca_camera::zoom_at_rest};
-constexpr motion kFocus{kTraceFocusLoop,
-                        paths::kFocusSpeed,
-                        kDefaultFocusSpeed,
-                        visca_camera_focus_far_variable,
-                        visca_camera_focus_near_variable,
-                        visca_camera_focus_stop,
-                        &visca_camera::focus_at_rest};
+namespace {
 
-constexpr int kStopTries = 3;  // on one link
-constexpr int64_t kStopWatch_ns = 1000 * kNanosecondsPerMillisecond;
+constexpr lens_motion kZoom{kTraceZoomLoop,
+                            paths::kZoomSpeed,
+                            kDefaultZoomSpeed,
+                            visca_camera_zoom_tele_variable,
+                            visca_camera_zoom_wide_variable,
+                            visca_camera_zoom_stop};
+constexpr lens_motion kFocus{kTraceFocusLoop,
+                             paths::kFocusSpeed,
+                             kDefaultFocusSpeed,
+                             visca_camera_focus_far_variable,
+                             visca_camera_focus_near_variable,
+                             visca_camera_focus_stop};
 
-struct sent_stop {
-  uint32_t link = 0;
-  uint32_t lost_commands = 0;  // of the camera, before it was queued
-  int tries = 0;               // on this link; 0: none was sent since the last drive
-  int64_t through_ns = 0;      // when the queue was first seen empty behind it; 0 not yet
-};
-
-mutex speed_lock;
-template <const motion& Motion>
-int start_speed GUARDED_BY(speed_lock) = 0;
-
-// Touched by the motion's own thread only.
-template <const motion& Motion>
-bool moving = false;  // the camera has been told to move, and it is not certain yet that it has the stop
-template <const motion& Motion>
-uint32_t driven_link = 0;  // the link that it was told on
-template <const motion& Motion>
-sent_stop last_stop;
-
-template <const motion& Motion>
-bool drive(visca_camera* camera, int direction, int speed) {
-  if ((direction > 0 ? Motion.positive : Motion.negative)(camera, speed) != 0) return false;
-  moving<Motion> = true;
-  driven_link<Motion> = visca_thread_data.link_number;
-  last_stop<Motion> = {};
-  return true;
+// The link's number first: an order that meets a new link is then taken for one of the old.
+lens_link link_now() {
+  lens_link link{visca_thread_data.link_number};
+  const visca_camera* camera = visca_thread_data.camera;
+  if (camera == nullptr) return link;
+  link.lost_commands = camera->lost_commands;
+  link.idle = visca_camera_is_idle(camera);
+  return link;
 }
 
-template <const motion& Motion>
-int take_start_speed() {
-  const mutex_lock lock(speed_lock);
-  return start_speed<Motion> = read_speed(Motion.speed_file, Motion.default_speed);
+bool queue_order(const lens_order& order) {
+  visca_camera* camera = visca_thread_data.camera;
+  if (camera == nullptr) return false;
+  return (order.plain != nullptr ? order.plain(camera) : order.with_value(camera, order.value)) == 0;
+}
+
+// Queues the order and watches it from now on. What is not `insisted` on and refused has not been given.
+bool give(hold_loop& loop, const lens_order& order, int64_t now_ns, bool insisted, bool again = false)
+    REQUIRES(loop.lock) {
+  const lens_link before = link_now();
+  const bool taken = queue_order(order);
+  if (taken || insisted) note_lens_order(loop.watch, order, taken, again, before, now_ns);
+  loop.wake.signal();
+  return taken;
+}
+
+lens_order stop_order(const lens_motion& motion) { return {lens_effect::stops, motion.stop}; }
+
+lens_order drive_order(const hold_loop& loop, int speed) REQUIRES(loop.lock) {
+  const bool positive = loop.hold.direction > 0;
+  return {lens_effect::drives, nullptr, positive ? loop.motion->positive : loop.motion->negative, speed};
+}
+
+void begin_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  loop.start_speed = read_speed(loop.motion->speed_file, loop.motion->default_speed);
+  trace(loop.motion->trace_level, "start %d", loop.start_speed);
+  give(loop, drive_order(loop, loop.start_speed), now_ns, true);
+}
+
+void speed_up_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  const int speed = read_speed(loop.motion->speed_file, loop.motion->default_speed);
+  if (speed >= kMaximumSpeed || !visca_link_is_up(&visca_thread_data)) return;
+  trace(loop.motion->trace_level, "adjust %d %d", speed, speed + 1);
+  if (give(loop, drive_order(loop, speed + 1), now_ns, false))
+    write_value_file(loop.motion->speed_file, speed + 1);
 }
 
 // The acceleration was for this hold only.
-template <const motion& Motion>
-void restore_speed() {
-  const mutex_lock lock(speed_lock);
-  write_value_file(Motion.speed_file, start_speed<Motion>);
+void end_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  give(loop, stop_order(*loop.motion), now_ns, true);
+  trace(loop.motion->trace_level, "end");
+  write_value_file(loop.motion->speed_file, loop.start_speed);
+}
+
+int64_t settle_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  const lens_need need = step_lens_watch(loop.watch, link_now(), loop.hold.direction != 0, now_ns);
+  if (need == lens_need::stop) loop.watch.order = stop_order(*loop.motion);
+  if (need != lens_need::nothing) give(loop, loop.watch.order, now_ns, true, true);
+  return loop.watch.watched ? now_ns + kRetry_ns : kNever_ns;
+}
+
+// Another's order ends the hold: the camera gets its stop first.
+int order_lens(hold_loop& loop, const lens_order& order, int64_t now_ns) {
+  const mutex_lock lock(loop.lock);
+  if (loop.hold.closed) return -1;
+  const bool stops = order.effect == lens_effect::stops, was_held = loop.hold.direction != 0;
+  end_hold(loop, now_ns);
+  if (was_held && stops) return loop.watch.queued ? 0 : -1;
+  return give(loop, order, now_ns, stops) ? 0 : -1;
 }
 
 // Also for the end of a hold that is still to come.
-template <const motion& Motion>
-void reset_speed() {
-  const mutex_lock lock(speed_lock);
-  start_speed<Motion> = Motion.default_speed;
-  write_value_file(Motion.speed_file, Motion.default_speed);
+void reset_speed(hold_loop& loop) {
+  const mutex_lock lock(loop.lock);
+  loop.start_speed = loop.motion->default_speed;
+  write_value_file(loop.motion->speed_file, loop.start_speed);
 }
 
-template <const motion& Motion>
-void start_motion(int direction) {
-  const int speed = take_start_speed<Motion>();
-  trace(Motion.trace_level, "start %d", speed);
-  driven_link<Motion> = 0;  // of this hold: what a full queue refuses is told again
-  visca_camera* camera = visca_thread_data.camera;
-  if (camera != nullptr) drive<Motion>(camera, direction, speed);
+// Also of a drive that is not a hold's.
+void close_lens(hold_loop& loop, int64_t now_ns) {
+  const mutex_lock lock(loop.lock);
+  loop.hold.closed = true;
+  end_hold(loop, now_ns);
+  const bool drives = loop.watch.driving && loop.watch.order.effect == lens_effect::drives;
+  if (drives) give(loop, stop_order(*loop.motion), now_ns, true);
 }
 
-// A hold goes on over a lost link: the camera is told again on the next one. Without a link nothing speeds
-// up.
-template <const motion& Motion>
-void step_motion(int direction, int held_ms) {
-  visca_camera* camera = visca_thread_data.camera;
-  if (camera == nullptr || !visca_link_is_up(&visca_thread_data)) return;
-  const int speed = read_speed(Motion.speed_file, Motion.default_speed);
-  if (driven_link<Motion> != visca_thread_data.link_number) drive<Motion>(camera, direction, speed);
-  if (held_ms % kSpeedUp_ms != 0 || speed >= kMaximumSpeed) return;
-  trace(Motion.trace_level, "adjust %d %d", speed, speed + 1);
-  if (!drive<Motion>(camera, direction, speed + 1)) return;
-  write_value_file(Motion.speed_file, speed + 1);
-}
-
-// True when the stop was queued on a link that is still up.
-template <const motion& Motion>
-bool queue_stop() {
-  visca_camera* camera = visca_thread_data.camera;
-  if (camera == nullptr) return false;
-  const uint32_t link = visca_thread_data.link_number;
-  const uint32_t lost_commands = camera->lost_commands;
-  if (Motion.stop(camera) != 0 || !visca_link_is_up(&visca_thread_data)) return false;
-  sent_stop& stop = last_stop<Motion>;
-  stop = {link, lost_commands, stop.link == link ? stop.tries + 1 : 1};
-  return true;
-}
-
-// A lens must not run on because the queue was full: the stop is tried again while the link is up.
-template <const motion& Motion>
-bool end_motion() {
-  if (!queue_stop<Motion>() && visca_link_is_up(&visca_thread_data)) return false;
-  trace(Motion.trace_level, "end");
-  restore_speed<Motion>();
-  return true;
-}
-
-enum class stop_state { on_its_way, taken, lost, given_up };
-
-// What has become of the stop, as far as it can be told: it may still wait in the queue, and its refusal come
-// late.
-stop_state judge_stop(sent_stop& stop, const visca_camera* camera) {
-  if (stop.tries == 0 || stop.link != visca_thread_data.link_number) return stop_state::lost;
-  if (!visca_camera_is_idle(camera)) return stop_state::on_its_way;
-  if (stop.through_ns == 0) stop.through_ns = monotonic_ns();
-  if (camera->lost_commands != stop.lost_commands) {
-    return stop.tries < kStopTries ? stop_state::lost : stop_state::given_up;
-  }
-  return monotonic_ns() - stop.through_ns < kStopWatch_ns ? stop_state::on_its_way : stop_state::taken;
-}
-
-// A lens must not run on because the camera did not take the stop, or because the link went before it had:
-// the stop is sent again, on the next link too, unless something else has been asked of the lens.
-template <const motion& Motion>
-bool settle_motion() {
-  if (!moving<Motion>) return true;
-  visca_camera* camera = visca_thread_data.camera;
-  if (camera == nullptr || !visca_link_is_up(&visca_thread_data)) return false;
-  const stop_state state = judge_stop(last_stop<Motion>, camera);
-  moving<Motion> = camera->*Motion.at_rest && state != stop_state::taken;
-  if (moving<Motion> && state == stop_state::lost) queue_stop<Motion>();
-  return !moving<Motion>;
+bool is_through(hold_loop& loop) {
+  const mutex_lock lock(loop.lock);
+  return is_lens_order_through(loop.watch, link_now());
 }
 
 constexpr int kIntensityPeriod_ms = 250;
@@ -171,10 +141,9 @@ constexpr int kMaximumIntensity = 100;
 
 int intensity_step(int held_ms) { return held_ms <= 2000 ? 1 : held_ms <= 4000 ? 3 : 5; }
 
-void start_intensity(int) { trace(kTraceIntensityLoop, "start"); }
+void start_intensity(hold_loop&, int64_t) { trace(kTraceIntensityLoop, "start"); }
 
 void step_intensity(int direction, int held_ms) {
-  if (held_ms % kIntensityPeriod_ms != 0) return;
   const std::optional<int> value = read_value_file(paths::kIntensity);
   if (!value) return;
   const int step = intensity_step(held_ms);
@@ -185,51 +154,55 @@ void step_intensity(int direction, int held_ms) {
   orb_set_api_led_intensity(next);
 }
 
-bool end_intensity() {
-  trace(kTraceIntensityLoop, "end");
-  return true;
+void adjust_intensity(hold_loop& loop, int64_t) REQUIRES(loop.lock) {
+  step_intensity(loop.hold.direction, loop.hold.held_ms);
 }
 
-constexpr hold_actions kZoomActions{"zoom-loop", start_motion<kZoom>, step_motion<kZoom>, end_motion<kZoom>,
-                                    settle_motion<kZoom>};
-constexpr hold_actions kFocusActions{"focus-loop", start_motion<kFocus>, step_motion<kFocus>,
-                                     end_motion<kFocus>, settle_motion<kFocus>};
-constexpr hold_actions kIntensityActions{"intensity-loop", start_intensity, step_intensity, end_intensity,
-                                         nullptr};
+void end_intensity(hold_loop&, int64_t) { trace(kTraceIntensityLoop, "end"); }
 
-constinit hold_loop zoom_loop{kZoomActions};
-constinit hold_loop focus_loop{kFocusActions};
-constinit hold_loop intensity_loop{kIntensityActions};
+int64_t settle_intensity(hold_loop&, int64_t) { return kNever_ns; }
+
+constexpr hold_actions kLensActions{kSpeedUp_ms, begin_motion, speed_up_motion, end_motion, settle_motion};
+constexpr hold_actions kLightActions{kIntensityPeriod_ms, start_intensity, adjust_intensity, end_intensity,
+                                     settle_intensity};
 
 }  // namespace
 
-void orb_create_focus_loop() { create_hold_loop(&focus_loop); }
-int orb_trigger_focus_loop(int direction, int duration_ms) {
-  return trigger_hold_loop(&focus_loop, direction, duration_ms);
-}
-void orb_stop_focus_loop() { stop_hold_loop(&focus_loop); }
+constinit hold_loop zoom_loop{kLensActions, &kZoom};
+constinit hold_loop focus_loop{kLensActions, &kFocus};
+constinit hold_loop intensity_loop{kLightActions, nullptr};
 
-void orb_create_zoom_loop() { create_hold_loop(&zoom_loop); }
-int orb_trigger_zoom_loop(int direction, int duration_ms) {
-  return trigger_hold_loop(&zoom_loop, direction, duration_ms);
+void orb_create_focus_loop() { create_hold_loop(focus_loop, "focus-loop"); }
+int orb_trigger_focus_loop(int direction, int duration_ms) {
+  return trigger_hold_loop(focus_loop, direction, duration_ms, monotonic_ns());
 }
-void orb_stop_zoom_loop() { stop_hold_loop(&zoom_loop); }
+void orb_stop_focus_loop() { stop_hold_loop(focus_loop, monotonic_ns()); }
+int orb_order_focus(const lens_order& order) { return order_lens(focus_loop, order, monotonic_ns()); }
+
+void orb_create_zoom_loop() { create_hold_loop(zoom_loop, "zoom-loop"); }
+int orb_trigger_zoom_loop(int direction, int duration_ms) {
+  return trigger_hold_loop(zoom_loop, direction, duration_ms, monotonic_ns());
+}
+void orb_stop_zoom_loop() { stop_hold_loop(zoom_loop, monotonic_ns()); }
+int orb_order_zoom(const lens_order& order) { return order_lens(zoom_loop, order, monotonic_ns()); }
 
 void orb_reset_lens_speeds() {
-  reset_speed<kZoom>();
-  reset_speed<kFocus>();
+  reset_speed(zoom_loop);
+  reset_speed(focus_loop);
 }
 
 void orb_close_lens_loops() {
-  close_hold_loop(&zoom_loop);
-  close_hold_loop(&focus_loop);
+  close_lens(zoom_loop, monotonic_ns());
+  close_lens(focus_loop, monotonic_ns());
 }
 
-void orb_await_zoom_stop(int timeout_ms) { await_hold_end(&zoom_loop, timeout_ms); }
-void orb_await_focus_stop(int timeout_ms) { await_hold_end(&focus_loop, timeout_ms); }
+void orb_await_lens_stops(int timeout_ms) {
+  const int64_t end = monotonic_ns() + timeout_ms * kNanosecondsPerMillisecond;
+  while (!(is_through(zoom_loop) && is_through(focus_loop)) && monotonic_ns() < end) sleep_ms(1);
+}
 
-void orb_create_intensity_loop() { create_hold_loop(&intensity_loop); }
+void orb_create_intensity_loop() { create_hold_loop(intensity_loop, "intensity-loop"); }
 int orb_trigger_intensity_loop(int direction, int duration_ms) {
-  return trigger_hold_loop(&intensity_loop, direction, duration_ms);
+  return trigger_hold_loop(intensity_loop, direction, duration_ms, monotonic_ns());
 }
-void orb_stop_intensity_loop() { stop_hold_loop(&intensity_loop); }
+void orb_stop_intensity_loop() { stop_hold_loop(intensity_loop, monotonic_ns()); }

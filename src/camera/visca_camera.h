@@ -61,11 +61,7 @@ struct visca_camera {
   ev_timer command_timer{};  // camera thread
 
   std::array<visca_socket_slot, kViscaSocketCount> sockets{};
-  // For whoever must be sure of a stop. Which command was lost is not known, but a stop may be sent again
-  // while nothing else has been asked of the lens.
   std::atomic<uint32_t> lost_commands = 0;  // refused by the camera, or not acknowledged within 0.25 s
-  std::atomic<bool> zoom_at_rest = true;    // what was last queued for it on this link is a stop, or nothing
-  std::atomic<bool> focus_at_rest = true;
   std::atomic<uint8_t> digital_zoom = 0;
   std::atomic<uint32_t> zoom_position = kViscaNotReported;
   std::atomic<uint32_t> focus_position = kViscaNotReported;

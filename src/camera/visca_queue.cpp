@@ -34,27 +34,6 @@ void send_if_idle(visca_camera* camera) REQUIRES(camera->lock) {
   if (!is_ring_empty(camera) && camera->busy.compare_exchange_strong(idle, 1)) send_head(camera);
 }
 
-// Zoom and focus have a command for moving and stopping and one for a position each.
-void note_lens_command(visca_camera* camera, std::span<const uint8_t> payload) {
-  const bool stop = payload.back() == 0;
-  switch (payload[2]) {
-    case 0x07:
-      camera->zoom_at_rest = stop;
-      break;
-    case 0x47:
-      camera->zoom_at_rest = false;
-      break;
-    case 0x08:
-      camera->focus_at_rest = stop;
-      break;
-    case 0x48:
-      camera->focus_at_rest = false;
-      break;
-    default:
-      break;
-  }
-}
-
 }  // namespace
 
 int visca_camera_queue_command(visca_camera* camera, std::span<const uint8_t> payload) {
@@ -69,7 +48,6 @@ int visca_camera_queue_command(visca_camera* camera, std::span<const uint8_t> pa
   command.packet[payload.size() + 1] = kViscaTerminator;
   command.length = payload.size() + 2;
   camera->insert_index = next_index(insert);
-  note_lens_command(camera, payload);
   send_if_idle(camera);
   return 0;
 }
@@ -97,8 +75,6 @@ void visca_camera_reset(visca_camera* camera) {
   camera->busy = 0;
   for (visca_socket_slot& slot : camera->sockets) slot.state = 0;
   camera->lost_commands = 0;
-  camera->zoom_at_rest = true;
-  camera->focus_at_rest = true;
   camera->digital_zoom = 0;
   camera->zoom_position = kViscaNotReported;
   camera->focus_position = kViscaNotReported;

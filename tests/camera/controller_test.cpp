@@ -4,6 +4,7 @@
 #include "base/thread.h"
 #include "base/value_file.h"
 #include "camera/depth_of_field.h"
+#include "camera/hold_loop.h"
 #include "camera/modes.h"
 #include "seats/seats.h"
 #include "store/settings.h"
@@ -126,200 +127,193 @@ TEST(DefaultsWorker, SetsTheCameraUp) {
   EXPECT_EQ(file_text(paths::kZoomSpeed), "3");
 }
 
+// The loops without their threads: time passes when the test says so.
 struct HoldLoops : testing::Test {
-  stepped_link link;
+  std::optional<stepped_link> link;
+  int64_t now_ns = 0;
 
   void SetUp() override {
     start_trace();
-    orb_create_zoom_loop();
-    orb_create_focus_loop();
-    orb_create_intensity_loop();
+    next_link();
+  }
+  void next_link() {
+    visca_thread_data.camera = nullptr;
+    visca_thread_data.connection = nullptr;
+    link.reset();
+    ++visca_thread_data.link_number;
+    link.emplace();
+  }
+  void pass(int ms) {
+    for (const int64_t end = now_ns + ms * kNanosecondsPerMillisecond; now_ns < end;) {
+      now_ns += kNanosecondsPerMillisecond;
+      for (hold_loop* loop : {&zoom_loop, &focus_loop, &intensity_loop}) {
+        const mutex_lock lock(loop->lock);
+        step_hold_loop(*loop, now_ns);
+      }
+    }
+  }
+  int trigger(hold_loop& loop, int direction, int ms) {
+    return trigger_hold_loop(loop, direction, ms, now_ns);
+  }
+  // A hold that has had its drive and was stopped.
+  void hold_and_stop(const char* packets = "0723") {
+    EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
+    link->expect(packets);
+    stop_hold_loop(zoom_loop, now_ns);
+  }
+  void expect_nothing(int ms) {
+    pass(ms);
+    EXPECT_EQ(link->block.packet(20), "");
+  }
+  // The next packet is a stop, and the camera refuses it.
+  void refuse(const std::string& packet) {
+    EXPECT_EQ(link->block.packet(), "810104" + packet + "FF");
+    link->hear("906003FF");
+  }
+  void fill_queue() {
+    while (visca_camera_auto_focus(link->camera) == 0) continue;
   }
 };
 
 TEST_F(HoldLoops, SpeedUpWhileHeld) {
   write_value_file(paths::kZoomSpeed, 6);
   write_value_file(paths::kIntensity, 10);
-  const int64_t start = monotonic_ns();
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 4400), 1);
-  EXPECT_EQ(orb_trigger_intensity_loop(1, 4400), 1);
-  EXPECT_EQ(orb_trigger_zoom_loop(-1, 500), 0);
-  EXPECT_EQ(orb_trigger_intensity_loop(0, 500), 0);
-  link.expect("0726 0727");
-  EXPECT_NEAR(static_cast<double>(monotonic_ns() - start) / 1e9, 2, 0.5);
-  EXPECT_EQ(link.block.packet(2000), "");  // 7 is the fastest
-  link.expect("0700");
+  EXPECT_EQ(trigger(zoom_loop, 1, 4400), 1);
+  EXPECT_EQ(trigger(intensity_loop, 1, 4400), 1);
+  EXPECT_EQ(trigger(zoom_loop, -1, 500), 0);
+  EXPECT_EQ(trigger(intensity_loop, 0, 500), 0);
+  link->expect("0726");
+  expect_nothing(1999);
+  pass(1);
+  link->expect("0727");
+  expect_nothing(2399);  // 7 is the fastest
+  pass(1);
+  link->expect("0700");
+  expect_nothing(1000);
   EXPECT_TRUE(traced("ZMLP", "start 6;adjust 6 7;end;"));
-  EXPECT_TRUE(await([] { return file_text(paths::kZoomSpeed) == "6"; }));
+  EXPECT_EQ(file_text(paths::kZoomSpeed), "6");
   EXPECT_TRUE(traced("ITLP", "adjust 36 39;adjust 39 42;adjust 42 47;end;"));  // 8 * 1, 8 * 3, then 5
   EXPECT_EQ(file_text(paths::kIntensity), "47");
 }
 
 TEST_F(HoldLoops, StopTurnAndExtend) {
   for (const char* path : {paths::kZoomSpeed, paths::kFocusSpeed}) write_value_file(path, "8");  // no speed
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
-  link.expect("0723");
-  orb_stop_zoom_loop();
-  EXPECT_EQ(orb_trigger_zoom_loop(-1, 60000), 1);  // at once, the other way
-  link.expect("0700 0733");
-  orb_stop_zoom_loop();
-  link.expect("0700");
-  EXPECT_EQ(orb_trigger_focus_loop(1, 5), 1);
-  link.expect("0822 0800");
-  const int64_t start = monotonic_ns();
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 200), 1);
-  sleep_ms(100);
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 300), 1);
-  link.expect("0723 0700");
-  EXPECT_GE(monotonic_ns() - start, 395 * kNanosecondsPerMillisecond);
-  write_value_file(paths::kIntensity, 99);
-  EXPECT_EQ(orb_trigger_intensity_loop(1, 520), 1);
-  EXPECT_TRUE(traced("ITLP", "start;adjust 99 100;end;"));
-  write_value_file(paths::kIntensity, 1);
-  EXPECT_EQ(orb_trigger_intensity_loop(-1, 520), 1);
-  EXPECT_TRUE(traced("ITLP", "start;adjust 1 0;end;"));
-}
-
-// Not even while the stop before it is being watched.
-TEST_F(HoldLoops, ATriggerMovesTheLensAtOnce) {
-  std::vector<int64_t> delays_ms;
-  for (int i = 0; i < 9; ++i) {
-    const int64_t start = monotonic_ns();
-    EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
-    EXPECT_EQ(link.block.packet(), "8101040723FF");
-    delays_ms.push_back((monotonic_ns() - start) / kNanosecondsPerMillisecond);
-    link.hear("9041FF");
-    orb_stop_zoom_loop();
-    link.expect("0700");
-    sleep_ms(25);  // within the watch, out of step with it
+  hold_and_stop();
+  EXPECT_EQ(trigger(zoom_loop, -1, 60000), 1);  // at once, the other way
+  link->expect("0700 0733");
+  stop_hold_loop(zoom_loop, now_ns);
+  link->expect("0700");
+  EXPECT_EQ(trigger(focus_loop, 1, 5), 1);
+  pass(5);
+  link->expect("0822 0800");
+  EXPECT_EQ(trigger(zoom_loop, 1, 200), 1);
+  pass(100);
+  EXPECT_EQ(trigger(zoom_loop, 1, 300), 1);
+  link->expect("0723");
+  expect_nothing(299);
+  now_ns += kNanosecondsPerMillisecond;
+  EXPECT_EQ(trigger(zoom_loop, -1, 300), 1);  // before the thread has seen the end
+  link->expect("0700 0733");
+  for (const auto& [from, direction, messages] :
+       {std::tuple{99, 1, "start;adjust 99 100;end;"}, {1, -1, "start;adjust 1 0;end;"}}) {
+    write_value_file(paths::kIntensity, from);
+    EXPECT_EQ(trigger(intensity_loop, direction, 520), 1);
+    pass(520);
+    EXPECT_TRUE(traced("ITLP", messages));
   }
-  std::ranges::sort(delays_ms);
-  EXPECT_LT(delays_ms[4], 4);
-}
-
-TEST_F(HoldLoops, TheStopWaitsForRoomWhileTheLinkIsUp) {
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
-  EXPECT_EQ(link.block.packet(), "8101040723FF");
-  while (visca_camera_auto_focus(link.camera) == 0) continue;
-  orb_stop_zoom_loop();
-  sleep_ms(30);
-  EXPECT_EQ(traces("ZMLP"), "start 3;");
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 50), 1);  // over before the stop gets through
-  sleep_ms(100);
-  EXPECT_EQ(orb_trigger_zoom_loop(-1, 5), 1);
-  sleep_ms(20);
-  link.hear("9041FF");
-  EXPECT_TRUE(traced("ZMLP", "end;"));
-  for (int i = 0; i < 126; ++i) link.expect("3802");
-  link.expect("0700");
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
-  link.expect("0723");
-  link.block.hang_up(true);
-  orb_stop_zoom_loop();  // this stop breaks the link
-  EXPECT_TRUE(traced("ZMLP", "end;start 3;end;"));
-}
-
-TEST(Stops, AreSentUntilTheCameraHasThemOnThisLinkOrTheNext) {
-  start_trace();
-  orb_create_zoom_loop();
-  std::optional<stepped_link> link;
-  const auto next_link = [&] {
-    visca_thread_data.camera = nullptr;
-    visca_thread_data.connection = nullptr;
-    link.reset();
-    ++visca_thread_data.link_number;
-    link.emplace();
-  };
-  const auto hold = [&](int (*last)(visca_camera*)) {
-    EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
-    link->expect("0723");
-    if (last != nullptr) last(link->camera);
-    orb_stop_zoom_loop();
-    EXPECT_TRUE(traced("ZMLP", "end;"));
-  };
-  const char* stop = "8101040700FF";
-  next_link();
-  hold(nullptr);
-  for (const bool answered : {true, false, true}) {
-    EXPECT_EQ(link->block.packet(), stop);
-    if (answered) {
-      link->hear("906003FF");  // no socket is free
-    } else {
-      EXPECT_TRUE(await([&] {
-        visca_connection_poll(link->connection);
-        return link->block.packet(0) == "81010001FF";  // the interface is cleared
-      }));
-    }
-  }
-  EXPECT_EQ(link->block.packet(300), "");  // the next link is waited for
-  next_link();
-  link->expect("0700");
-  EXPECT_EQ(link->block.packet(300), "");
-  hold(visca_camera_auto_focus);  // the stop waits behind it
-  next_link();
-  link->expect("0700");
-  // It waits long, an answer that is not its own retires it, and then comes its refusal.
-  hold(
-      [](visca_camera* camera) { return visca_camera_auto_focus(camera) + visca_camera_auto_focus(camera); });
-  sleep_ms(1100);
-  link->hear("9041FF");
-  sleep_ms(100);
-  link->hear("9051FF9042FF");
-  sleep_ms(100);
-  for (const char* packet : {"8101043802FF", "8101043802FF", stop}) EXPECT_EQ(link->block.packet(), packet);
-  link->hear("906003FF");
-  link->expect("0700");
-  EXPECT_EQ(link->block.packet(300), "");
-  // A second later it is taken, however busy the camera is meanwhile: nobody else's refusal brings it back.
-  hold(nullptr);
-  link->expect("0700");
-  for (int i = 0; i < 6; ++i) {
-    sleep_ms(200);
-    visca_camera_auto_focus(link->camera);
-    EXPECT_EQ(link->block.packet(), "8101043802FF");
-    sleep_ms(50);
-    link->hear(i < 5 ? "9041FF" : "906041FF");
-  }
-  EXPECT_EQ(link->block.packet(300), "");
-  hold(nullptr);
-  EXPECT_EQ(link->block.packet(), stop);
-  visca_camera_zoom_direct(link->camera, 0);  // from now on the lens is another's
-  link->hear("906003FF");
-  link->expect("4700000000");
-  EXPECT_EQ(link->block.packet(300), "");
-}
-
-// While the queue is full a hold cannot begin, and begins when there is room.
-TEST_F(HoldLoops, AStartWaitsForRoom) {
-  visca_thread_data.link_number = 1;
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 20), 1);
-  link.expect("0723 0700");
-  while (visca_camera_auto_focus(link.camera) == 0) continue;
-  EXPECT_EQ(orb_trigger_zoom_loop(-1, 60000), 1);
-  EXPECT_TRUE(traced("ZMLP", "end;start 3;"));
-  for (int i = 0; i < 127; ++i) link.expect("3802");
-  link.expect("0733");
-}
-
-// The API still runs when the daemon ends, and its client may still hold the button.
-TEST_F(HoldLoops, AreClosedForGood) {
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);
-  link.expect("0723");
-  orb_close_lens_loops();
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 0);
-  EXPECT_EQ(orb_trigger_focus_loop(1, 60000), 0);
-  link.expect("0700");
 }
 
 // A camera that was not told to move gets no stop when it comes.
-TEST_F(HoldLoops, NoStopIsOwedForAMotionThatNeverBegan) {
-  visca_camera* camera = visca_thread_data.camera.exchange(nullptr);
-  visca_connection* connection = visca_thread_data.connection.exchange(nullptr);
-  EXPECT_EQ(orb_trigger_zoom_loop(1, 20), 1);
+TEST_F(HoldLoops, DriveAndStopWaitForRoom) {
+  visca_thread_data.camera = nullptr;
+  EXPECT_EQ(trigger(zoom_loop, 1, 20), 1);
+  pass(20);
+  visca_thread_data.camera = link->camera;
+  expect_nothing(1000);
+  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
+  EXPECT_EQ(link->block.packet(), "8101040723FF");
+  fill_queue();
+  stop_hold_loop(zoom_loop, now_ns);
+  pass(30);
+  link->hear("9041FF");  // one place is free
+  pass(5);
+  for (int i = 0; i < 126; ++i) link->expect("3802");
+  link->expect("0700");
+  fill_queue();
+  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
+  EXPECT_EQ(orb_order_zoom({lens_effect::ends, nullptr, visca_camera_zoom_direct, 1}), -1);  // ends the hold
+  EXPECT_EQ(trigger(zoom_loop, -1, 60000), 1);
+  for (int i = 0; i < 127; ++i) link->expect("3802");
+  pass(5);
+  link->expect("0733");
+}
+
+TEST_F(HoldLoops, AStopIsRepeatedUntilTheCameraHasIt) {
+  hold_and_stop();
+  for (int i = 0; i < 20; ++i) {
+    refuse("0700");
+    expect_nothing(249);
+    pass(1);
+  }
+  link->expect("0700");
+  pass(505);
+  ++link->camera->lost_commands;  // another's
+  expect_nothing(1000);
+  hold_and_stop();
+  next_link();
+  pass(5);
+  link->expect("0700");
+  expect_nothing(1000);
+  visca_camera_auto_focus(link->camera);  // the stop waits behind it
+  hold_and_stop("3802 0723");
+  pass(2000);
+  refuse("0700");
+  pass(250);
+  link->expect("0700");
+  expect_nothing(1000);
+}
+
+// What takes the lens from a hold is repeated in the stop's place, for a second.
+TEST_F(HoldLoops, APositionEndsTheHold) {
+  const lens_order position{lens_effect::ends, nullptr, visca_camera_zoom_direct, 0x1234};
+  hold_and_stop();
+  EXPECT_EQ(link->block.packet(), "8101040700FF");
+  EXPECT_EQ(orb_order_zoom(position), 0);
+  link->hear("906003FF");
+  now_ns = monotonic_ns();
+  for (int i = 0; i < 3; ++i) {
+    refuse("4701020304");
+    pass(250);
+  }
+  refuse("4701020304");
+  pass(250);
+  link->expect("0700");
+  expect_nothing(1000);
+  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
+  EXPECT_EQ(orb_order_zoom(position), 0);
+  link->expect("0723 0700 4701020304");
   EXPECT_TRUE(traced("ZMLP", "start 3;end;"));
-  visca_thread_data.connection = connection;
-  visca_thread_data.camera = camera;
-  EXPECT_EQ(link.block.packet(600), "");
+  expect_nothing(1000);
+  EXPECT_EQ(orb_order_zoom(position), 0);  // nothing drives: it is not watched
+  refuse("4701020304");
+  expect_nothing(1000);
+}
+
+// The API still runs when the daemon ends, its client may still hold the button, and a command be under way.
+TEST_F(HoldLoops, TheEndStopsBothLenses) {
+  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
+  EXPECT_EQ(orb_order_focus({lens_effect::drives, visca_camera_focus_near}), 0);
+  EXPECT_EQ(link->block.packet(), "8101040723FF");
+  orb_close_lens_loops();
+  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 0);
+  EXPECT_EQ(orb_order_focus({lens_effect::drives, visca_camera_focus_near}), -1);
+  const int64_t start = monotonic_ns();
+  orb_await_lens_stops(50);  // neither is answered
+  EXPECT_GE(monotonic_ns() - start, 50 * kNanosecondsPerMillisecond);
+  link->hear("9041FF");
+  link->expect("0803 0700 0800");
+  orb_await_lens_stops(60000);
+  EXPECT_LT(monotonic_ns() - start, 30000 * kNanosecondsPerMillisecond);
 }
 
 }  // namespace

@@ -56,6 +56,8 @@ class fake_camera {
     EXPECT_EQ(listen(listener_.get(), backlog), 0);
   }
 
+  const unique_fd& listener() const { return listener_; }
+
   bool accept_link(int timeout_ms = 3000) {
     if (!readable(listener_, timeout_ms)) return false;
     stream_.reset(accept(listener_.get(), nullptr, nullptr));

@@ -133,13 +133,12 @@ TEST(unit, a_console_that_nobody_reads_holds_nobody) {
   for (int i = 0; i < 4000; ++i) ASSERT_FALSE(http("GET", "/api/1.0/camera/zoom").body.empty()) << i;
 }
 
-// A lens drives on without its link. The stop that could not be sent is sent when the camera is there again,
-// and a hold that goes on over the gap drives the camera again. The daemon's end stops it.
-TEST(unit, a_zoom_survives_the_loss_of_its_link) {
+// A lens drives on without its link: the stop is sent when the camera is there again. The daemon's end sends
+// it too, and waits until the camera has it, also behind a command that is still unanswered.
+TEST(unit, a_zoom_is_stopped_after_the_loss_of_its_link_and_at_the_end) {
   constexpr std::string_view kSetUp = "81 01 04 37 02 02 FF";  // the last step of the power-up sequence
   constexpr std::string_view kTele = "81 01 04 07 23 FF";
   constexpr std::string_view kStop = "81 01 04 07 00 FF";
-  constexpr std::string_view kWide = "81 01 04 07 37 FF";
   const child camera = start_camera();
   child daemon = start_serving_daemon();
   ASSERT_TRUE(await([&] { return count_in_camera_log(kSetUp) == 1; }));
@@ -147,21 +146,12 @@ TEST(unit, a_zoom_survives_the_loss_of_its_link) {
   ASSERT_TRUE(await([&] { return count_in_camera_log(kTele) == 1; }));
   ctl("camera", "drop");
   EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 1; }));
-
-  http("PUT", "/api/camera/zoom/speed", R"({"zoom_speed":7})");
-  http("POST", "/api/camera/zoom/decrement");
-  ASSERT_TRUE(await([&] { return count_in_camera_log(kWide) == 1; }));
-  ctl("camera", "drop");
-  EXPECT_TRUE(await([&] {
-    http("POST", "/api/camera/zoom/decrement");
-    return count_in_camera_log(kWide) == 2;
-  }));
-  EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 2; }));
-  http("POST", "/api/camera/zoom/decrement");
-  ASSERT_TRUE(await([&] { return count_in_camera_log(kWide) == 3; }));
-  usleep(200'000);  // the acknowledge is read every 0.1 s
+  usleep(1'000'000);  // the stop is certain
+  ctl("camera", "ack_delay 100");
+  http("POST", "/api/camera/zoom/increment");
+  ASSERT_TRUE(await([&] { return count_in_camera_log(kTele) == 2; }));
   EXPECT_EQ(daemon.end(SIGTERM), 0);
-  EXPECT_TRUE(await([&] { return count_in_camera_log(kStop) == 3; }));
+  EXPECT_GE(count_in_camera_log(kStop), 2);
 }
 
 // The bench's deploy script prints thirteen lines in four seconds. One that cannot be started reboots nothing
