@@ -17,6 +17,7 @@ constexpr double kRefreshPeriod_s = 0.1;
 constexpr int64_t kShutdownDelay_ms = 50;
 
 void run_refresh(orb_power_board* board) {
+  if (board->stop_owed) write_register(board, write_item(kMotorRegister, kStopCommand));
   read_status(board);
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
@@ -67,6 +68,7 @@ void serve(orb_power_board* board) {
         refresh(board);
         break;
       case work_kind::write:
+        board->motors_disturbed |= is_motor_write(item);
         write_register(board, item);
         break;
       case work_kind::firmware_update:
@@ -92,6 +94,7 @@ void* service_thread(void* argument) {
   board->service_state = kServiceRunning;
   serve(board);
   board->service_state = kServiceStopping;
+  stop_motors(board, "end");  // the queue is closed: nothing can start a drive behind it
   close_bus(board);
   board->service_state = kServiceStopped;
   return nullptr;
@@ -139,8 +142,6 @@ void orb_power_board_stop_service(orb_power_board* board) {
   ev_timer_stop(board->application->loop, &board->refresh_timer);
   {
     const mutex_lock lock(board->queue_lock);
-    const uint8_t stop[] = {kMotorStop};
-    if (is_driving(board->motors)) board->queue.append(write_item(kMotorRegister, stop));  // nobody looks on
     board->queue.append({.kind = work_kind::stop});
     board->stopping = true;
     board->queue_ready.signal();
