@@ -54,16 +54,14 @@ bool append(orb_power_board* board, std::span<const work_item> items) REQUIRES(b
 }
 
 // Whether the speed register holds this speed: by what was last queued for it, or else by its reading.
-bool has_speed(orb_power_board* board, const work_item& wanted) REQUIRES(board->queue_lock) {
-  const speed_register& speed = board->speed;
-  if (speed.written) {
-    return speed.length == wanted.length &&
-           std::equal(speed.data.begin(), speed.data.end(), wanted.data.begin());
+bool has_speed(orb_power_board* board, const speed_register& last, const work_item& wanted) {
+  motor_write now{kSpeedRegister, last.data, last.length};
+  if (!last.written) {
+    power_board_readings readings;
+    orb_power_board_load_registers(board, &readings);
+    now = motor_speed_write(readings.motor_pwm, readings.motor_duration);
   }
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
-  const motor_write now = motor_speed_write(readings.motor_pwm, readings.motor_duration);
-  return std::equal(now.data.begin(), now.data.end(), wanted.data.begin());
+  return now.length == wanted.length && std::equal(now.data.begin(), now.data.end(), wanted.data.begin());
 }
 
 uint8_t power_enable(orb_power_board* board) {
@@ -119,7 +117,8 @@ bool queue_work(orb_power_board* board, const work_item& item) {
 bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run) {
   const work_item items[] = {speed, run};
   const mutex_lock lock(board->queue_lock);
-  return append(board, has_speed(board, speed) ? std::span(items).subspan(1) : std::span(items));
+  return append(board,
+                has_speed(board, board->speed, speed) ? std::span(items).subspan(1) : std::span(items));
 }
 
 void report_refused_write(orb_power_board* board, int line) {
