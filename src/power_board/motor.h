@@ -49,7 +49,7 @@ struct motor_state {
   int motor_type_seen = -1;
   int motor_type = -1;        // confirmed
   int motor_type_stable = 0;  // refreshes that the report has been unchanged
-  motor_requests requests;
+  motor_requests requests{};
   int homing_state = kHomingIdle;
   int move_state = kMoveIdle;  // idle unless homed
   int home_count = 0;          // at the retracted end stop

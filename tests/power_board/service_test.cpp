@@ -146,9 +146,7 @@ TEST_F(service, no_run_without_its_speed_and_no_drive_that_somebody_else_has_tol
   EXPECT_EQ(write(kMotorRegister, {kMotorStop}), 0);  // raw; fails, and the retry once more
   refresh(30);
   EXPECT_EQ(wrote(), "6 ff\n6 ff\n") << "the owed one, and the homing's end";
-  char text[16];
-  orb_power_board_load_height(&board_, text, sizeof text);
-  EXPECT_STRNE(text, "HOMING");
+  const mutex_lock lock(board_.motor_lock);
   EXPECT_EQ(board_.motors.homing_state, kHomingIdle);
 }
 
