@@ -15,9 +15,15 @@ namespace {
 
 constexpr double kRefreshPeriod_s = 0.1;
 constexpr int64_t kShutdownDelay_ms = 50;
+constexpr int kLastTries = 10;
+constexpr int64_t kLastPause_ms = 100;
+
+void try_owed_stop(orb_power_board* board) {
+  if (board->stop_owed) write_register(board, write_item(kMotorRegister, kStopCommand));
+}
 
 void run_refresh(orb_power_board* board) {
-  if (board->stop_owed) write_register(board, write_item(kMotorRegister, kStopCommand));
+  try_owed_stop(board);
   read_status(board);
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
@@ -81,6 +87,16 @@ void serve(orb_power_board* board) {
   }
 }
 
+// The queue is closed, so nothing can start a drive behind the stop. A bus that does not take it is given the
+// time for which a drive could run on.
+void end_drives(orb_power_board* board) {
+  stop_motors(board, "end");
+  for (int i = 0; board->stop_owed && i < kLastTries; ++i) {
+    sleep_ms(kLastPause_ms);
+    try_owed_stop(board);
+  }
+}
+
 void* service_thread(void* argument) {
   auto* board = static_cast<orb_power_board*>(argument);
   board->service_state = kServiceStarting;
@@ -94,7 +110,7 @@ void* service_thread(void* argument) {
   board->service_state = kServiceRunning;
   serve(board);
   board->service_state = kServiceStopping;
-  stop_motors(board, "end");  // the queue is closed: nothing can start a drive behind it
+  end_drives(board);
   close_bus(board);
   board->service_state = kServiceStopped;
   return nullptr;

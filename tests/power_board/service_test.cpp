@@ -97,13 +97,16 @@ TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
 }
 
 TEST_F(service, its_end_stops_what_a_waiting_refresh_starts) {
-  start();
-  for (int i = 0; i < 5; ++i) refreshes_of_tick();
-  orb_power_board_signal_shutdown(&board_);  // 50 ms
-  EXPECT_EQ(orb_power_board_home_height(&board_), 0);
-  tick();
-  orb_power_board_stop_service(&board_);
-  EXPECT_TRUE(written().ends_with("\n3 c4 e8 03\n6 02\n6 ff\n")) << written();
+  for (const bool dead_bus : {false, true}) {
+    start();
+    for (int i = 0; i < 5; ++i) refreshes_of_tick();
+    orb_power_board_signal_shutdown(&board_);  // 50 ms
+    EXPECT_EQ(orb_power_board_home_height(&board_), 0);
+    tick();
+    if (dead_bus) fail_writes(kMotorRegister, 13);  // the run, its stop, the last one and its next
+    orb_power_board_stop_service(&board_);
+    EXPECT_TRUE(written().ends_with(dead_bus ? "\n3 c4 e8 03\n6 ff\n" : "\n3 c4 e8 03\n6 02\n6 ff\n"));
+  }
 }
 
 TEST_F(service, no_run_without_its_speed_and_no_drive_that_somebody_else_has_told) {
