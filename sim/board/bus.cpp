@@ -60,6 +60,9 @@ struct bus_state {
   bus_call failing = bus_call::none;
   mraa_result_t failing_result = MRAA_SUCCESS;
   int failing_pin = kAnyPin;
+  int failing_after = 0;
+  uint8_t failing_register = 0;
+  int failing_writes = 0;
 };
 
 // Neither is ever destroyed: the service thread may outlive main().
@@ -108,8 +111,17 @@ void report(const std::string& violation) EXCLUDES(board_mutex) {
 mraa_result_t failure_of(bus_state& bus, bus_call call, int pin = kAnyPin) {
   if (bus.failing != call) return MRAA_SUCCESS;
   if (bus.failing_pin != kAnyPin && bus.failing_pin != pin) return MRAA_SUCCESS;
+  if (bus.failing_after-- > 0) return MRAA_SUCCESS;
   bus.failing = bus_call::none;
   return bus.failing_result;
+}
+
+mraa_result_t failure_of_transfer(bus_state& bus, const uint8_t* out) {
+  const bool write = bus.failing_writes > 0 && bus.now == phase::selected && out != nullptr &&
+                     mirror_bits(*out) == (bus.failing_register | 0x80);
+  if (!write) return failure_of(bus, bus_call::spi_transfer);
+  --bus.failing_writes;
+  return MRAA_ERROR_UNSPECIFIED;
 }
 
 void check_settings(bus_state& bus, std::string& violation) {
@@ -251,7 +263,7 @@ mraa_result_t transfer(mraa_spi_context spi, const uint8_t* out, uint8_t* in, in
     } else if (length < 0 || length > kMaxTransfer) {
       complain(bus, violation, format_text("transfer of %d bytes", length));
       result = MRAA_ERROR_INVALID_PARAMETER;
-    } else if (result = failure_of(bus, bus_call::spi_transfer); result != MRAA_SUCCESS) {
+    } else if (result = failure_of_transfer(bus, out); result != MRAA_SUCCESS) {
       bus.now = phase::deselected;  // the board has heard nothing of it, and has nothing more to hear
     } else if (length > 0) {
       exchange(bus, start, out, in, static_cast<size_t>(length), violation);
@@ -327,11 +339,18 @@ void set_violation_handler(violation_handler handler) {
   the_bus().handler = handler;
 }
 
-void fail_next(bus_call call, mraa_result_t result, int pin) {
+void fail_writes(uint8_t reg, int times) {
+  const mutex_lock lock(board_mutex);
+  the_bus().failing_register = reg;
+  the_bus().failing_writes = times;
+}
+
+void fail_next(bus_call call, mraa_result_t result, int pin, int after) {
   const mutex_lock lock(board_mutex);
   the_bus().failing = call;
   the_bus().failing_result = result;
   the_bus().failing_pin = pin;
+  the_bus().failing_after = after;
 }
 
 int open_bus_handles() {

@@ -58,10 +58,13 @@ enum class bus_call {
 };
 
 // Makes the next such call fail, once; only one failure waits at a time. The inits return null, the others
-// `result`. The pin counts for the gpio calls only.
-void fail_next(bus_call call, mraa_result_t result = MRAA_ERROR_UNSPECIFIED, int pin = kAnyPin)
+// `result`. The pin counts for the gpio calls only; so many calls pass before.
+void fail_next(bus_call call, mraa_result_t result = MRAA_ERROR_UNSPECIFIED, int pin = kAnyPin, int after = 0)
     EXCLUDES(board_mutex);
 inline void fail_next_gpio_init(int pin) { fail_next(bus_call::gpio_init, MRAA_ERROR_UNSPECIFIED, pin); }
+
+// Makes the transfer of the next `times` writes to register `reg` fail.
+void fail_writes(uint8_t reg, int times) EXCLUDES(board_mutex);
 
 // GPIO lines and SPI buses that are initialised and not closed: 4 on a running bus.
 int open_bus_handles() EXCLUDES(board_mutex);

@@ -72,7 +72,7 @@ int post_height_findhome(http_connection* connection, const char*, unsigned long
 
 int get_height_extension(http_connection* connection, const char*, unsigned long, void*) {
   const orb_power_board* board = power_board_now();
-  const bool extension = board != nullptr && board->motors.height_extension != 0;
+  const bool extension = board != nullptr && board->height_extension != 0;
   return send_member(connection, "height_extension", json_object_new_boolean(extension));
 }
 
@@ -88,7 +88,7 @@ int put_height_extension(http_connection* connection, const char* body, unsigned
 int get_height_preset(http_connection* connection, const char*, unsigned long, void*) {
   const orb_power_board* board = power_board_now();
   char text[16];
-  snprintf(text, sizeof text, "%d", board == nullptr ? kPresetHome : board->motors.height_preset.load());
+  snprintf(text, sizeof text, "%d", board == nullptr ? kPresetHome : board->height_preset.load());
   return send_member(connection, "height_preset", json_object_new_string(text));
 }
 
@@ -100,6 +100,6 @@ int put_height_preset(http_connection* connection, const char* body, unsigned lo
                                  [&](const char* preset) { return strcmp(preset, word->text) == 0; });
   orb_power_board* board = power_board_now();
   if (!known || board == nullptr) return send_status(connection, false);
-  orb_power_board_set_height_preset(board, atoi(word->text));  // NOLINT(cert-err34-c): one of the words above
-  return send_status(connection, true);
+  const int preset = atoi(word->text);  // NOLINT(cert-err34-c): one of the words above
+  return send_status(connection, orb_power_board_set_height_preset(board, preset) == 0);
 }

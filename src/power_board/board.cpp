@@ -42,6 +42,28 @@ void note_speed(speed_register* speed, const work_item& item) {
   ++speed->queued;
 }
 
+// All or none.
+bool append(orb_power_board* board, std::span<const work_item> items) REQUIRES(board->queue_lock) {
+  if (board->stopping || (items.size() > 1 && !board->queue.has_room(items.size()))) return false;
+  for (const work_item& item : items) {
+    if (!board->queue.append(item)) return false;
+    note_speed(&board->speed, item);
+  }
+  board->queue_ready.signal();
+  return true;
+}
+
+// Whether the speed register holds this speed: by what was last queued for it, or else by its reading.
+bool has_speed(orb_power_board* board, const speed_register& last, const work_item& wanted) {
+  motor_write now{kSpeedRegister, last.data, last.length};
+  if (!last.written) {
+    power_board_readings readings;
+    orb_power_board_load_registers(board, &readings);
+    now = motor_speed_write(readings.motor_pwm, readings.motor_duration);
+  }
+  return now.length == wanted.length && std::equal(now.data.begin(), now.data.end(), wanted.data.begin());
+}
+
 uint8_t power_enable(orb_power_board* board) {
   const mutex_lock lock(board->readings_lock);
   return board->readings.power_enable;
@@ -67,7 +89,10 @@ int orb_power_board_init(orb_power_board* board, orb_application* application, i
   orb_load_supervisor_battery_type(battery_type, sizeof battery_type);
   board->battery_thresholds = strcmp(battery_type, "Indipro") == 0 ? &orb_power_board_indepro_thresholds
                                                                    : &orb_power_board_dewalt_thresholds;
-  if (advanced == 0) board->motors.homing_state = kHomed;  // no mast
+  if (advanced == 0) {
+    const mutex_lock lock(board->motor_lock);
+    board->motors.homing_state = kHomed;  // no mast
+  }
   board->read_command = advanced != 0 ? kAdvancedReadCommand : kBasicReadCommand;
   board->read_length = advanced != 0 ? kAdvancedFrameLength : kBasicFrameLength;
   return 0;
@@ -84,18 +109,17 @@ void note_speed_write(orb_power_board* board, const work_item& item) {
   note_speed(&board->speed, item);
 }
 
-bool queue_work(orb_power_board* board, std::span<const work_item> items) {
+bool queue_work(orb_power_board* board, const work_item& item) {
   const mutex_lock lock(board->queue_lock);
-  if (board->stopping || (items.size() > 1 && !board->queue.has_room(items.size()))) return false;
-  for (const work_item& item : items) {
-    if (!board->queue.append(item)) return false;
-    note_speed(&board->speed, item);
-  }
-  board->queue_ready.signal();
-  return true;
+  return append(board, {&item, 1});
 }
 
-bool queue_work(orb_power_board* board, const work_item& item) { return queue_work(board, {&item, 1}); }
+bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run) {
+  const work_item items[] = {speed, run};
+  const mutex_lock lock(board->queue_lock);
+  return append(board,
+                has_speed(board, board->speed, speed) ? std::span(items).subspan(1) : std::span(items));
+}
 
 void report_refused_write(orb_power_board* board, int line) {
   const mutex_lock lock(board->queue_lock);
@@ -146,7 +170,6 @@ void orb_power_board_suspend_refresh(orb_power_board* board) {
 
 void orb_power_board_resume_refresh(orb_power_board* board) {
   trace(kTracePowerBoard, "resume refresh");
-  if (board->refresh_suspended) withdraw_motor_requests(board);  // those made meanwhile
   board->refresh_suspended = false;
   board->refresh_queued = false;
 }

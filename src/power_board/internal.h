@@ -9,6 +9,8 @@ inline constexpr uint8_t kLedRegister = 1;    // LED enable mask, LED pwm
 inline constexpr uint8_t kSpeedRegister = 3;  // motor pwm, signed; duration, low and high byte
 inline constexpr uint8_t kMotorRegister = 6;  // motor command
 
+inline constexpr std::array<uint8_t, 1> kStopCommand{kMotorStop};  // for the motor register
+
 // Bits of the power enable mask.
 inline constexpr uint8_t kPowerCut = 0x01;     // asks the board to cut the power
 inline constexpr uint8_t kPowerAlways = 0x02;  // set in every write
@@ -21,8 +23,9 @@ int open_bus(orb_power_board* board);
 void close_bus(orb_power_board* board);
 
 // The two transactions on the wire. While writes are suspended a write only traces that it was dropped, and
-// the refresh that would read the status is skipped.
-void write_register(orb_power_board* board, const work_item& item);
+// the refresh that would read the status is skipped. A write that fails is sent again, three times in all;
+// false when it was not taken. A run whose speed was not taken goes out as a stop, and counts as not taken.
+bool write_register(orb_power_board* board, const work_item& item);
 void read_status(orb_power_board* board);
 
 // The steps of a refresh after its status read, each on the readings as they now are.
@@ -31,11 +34,14 @@ void average_battery(orb_power_board* board, const power_board_readings& reading
 void average_pressure(orb_power_board* board, const power_board_readings& readings);
 void average_humidity(orb_power_board* board, const power_board_readings& readings);
 void run_motors(orb_power_board* board, const power_board_readings& readings);
+// Ends homing and move, for `reason`, and stops the drives whatever they do.
+void stop_motors(orb_power_board* board, const char* reason);
 void update_laser(orb_power_board* board, const power_board_readings& readings);
 
-// Appends items, all or none, and wakes the service; false when the queue refuses them. Any thread.
-bool queue_work(orb_power_board* board, std::span<const work_item> items);
+// Appends an item and wakes the service; false when the queue refuses it. Any thread.
 bool queue_work(orb_power_board* board, const work_item& item);
+// The same with a run and, unless the speed register holds it already, its speed.
+bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run);
 
 // Says on standard error that the queue has refused a setter's write; nothing once the service is stopping.
 // Any thread.

@@ -21,7 +21,7 @@ constexpr int64_t kByteGap_ns = 10'000;      // after the command and after the 
 constexpr int64_t kDeselectGap_ns = 50'000;  // after chip select has risen
 
 constexpr uint8_t kWriteFlag = 0x80;
-constexpr int kWriteAttempts = 3;
+constexpr int kAttempts = 3;
 
 // In the order of libmraa's result codes.
 constexpr std::array kResultTexts{
@@ -94,18 +94,24 @@ bool open_spi(orb_power_board* board) {
          check(board, "mraa_spi_lsbmode", __LINE__, mraa_spi_lsbmode(board->spi, 0));
 }
 
-// Selects the board and sends the command byte as it stands.
+// Selects the board and sends the command byte as it stands. A board that is not selected hears nothing.
 mraa_result_t begin_transaction(orb_power_board* board, uint8_t command) {
-  mraa_gpio_write(board->chip_select, kSelected);
-  const mraa_result_t result = mraa_spi_transfer_buf(board->spi, &command, nullptr, 1);
+  mraa_result_t result = mraa_gpio_write(board->chip_select, kSelected);
+  if (result == MRAA_SUCCESS) result = mraa_spi_transfer_buf(board->spi, &command, nullptr, 1);
   sleep_ns(kByteGap_ns);
   return result;
 }
 
-void end_transaction(orb_power_board* board) {
+// The transaction's result: its own, or that of the rise of chip select, with which the board takes it.
+mraa_result_t end_transaction(orb_power_board* board, mraa_result_t result) {
   sleep_ns(kByteGap_ns);
-  mraa_gpio_write(board->chip_select, kDeselected);
+  mraa_result_t rise = MRAA_SUCCESS;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    rise = mraa_gpio_write(board->chip_select, kDeselected);
+    if (rise == MRAA_SUCCESS) break;
+  }
   sleep_ns(kDeselectGap_ns);
+  return result == MRAA_SUCCESS ? rise : result;
 }
 
 frame_check keep_frame(orb_power_board* board) {
@@ -117,6 +123,7 @@ frame_check keep_frame(orb_power_board* board) {
 // next write or good frame.
 void forget_speed(orb_power_board* board, const work_item& item) {
   if (item.number != kSpeedRegister) return;
+  board->speed_lost = true;
   const mutex_lock lock(board->queue_lock);
   board->speed.length = 0;
 }
@@ -144,10 +151,12 @@ unsigned performed_speed_writes(orb_power_board* board) {
 }
 
 // After a good frame: its reading of the speed register holds again when every write was performed before the
-// frame.
+// frame. Not while a run waits that was queued behind a write that failed: it counts on that one's speed.
 void trust_speed_reading(orb_power_board* board, unsigned performed_before) {
   const mutex_lock lock(board->queue_lock);
-  if (board->speed.queued == performed_before) board->speed.written = false;
+  if (board->speed.queued != performed_before || (board->speed_lost && board->queue.has_motor_work())) return;
+  board->speed.written = false;
+  board->speed_lost = false;
 }
 
 void print_write(const work_item& item) {
@@ -164,8 +173,17 @@ mraa_result_t send_register(orb_power_board* board, const work_item& item, bool 
   if (result == MRAA_SUCCESS && item.length != 0) {
     result = mraa_spi_transfer_buf(board->spi, wire.data(), nullptr, item.length);
   }
-  end_transaction(board);
-  return result;
+  return end_transaction(board, result);
+}
+
+// What a motor write leaves for later ones. A stop is owed until it, or a newer run, has been taken.
+void note_taken(orb_power_board* board, const work_item& item) {
+  if (item.number == kSpeedRegister) board->speed_lost = false;
+  if (is_motor_stop(item) || is_motor_run(item)) board->stop_owed = false;
+}
+void note_failed(orb_power_board* board, const work_item& item) {
+  forget_speed(board, item);
+  if (is_motor_stop(item)) board->stop_owed = true;
 }
 
 }  // namespace
@@ -188,23 +206,28 @@ void close_bus(orb_power_board* board) {
   close_lines(board);
 }
 
-void write_register(orb_power_board* board, const work_item& item) {
+bool write_register(orb_power_board* board, const work_item& item) {
   const speed_write_done done(board, item);
   if (board->write_suspended != 0) {
     trace(kTraceRefresh, "write dropped %d", item.number);
     trace_data(kTraceRefresh, "write", item.data.data(), item.length);
     forget_speed(board, item);
-    return;
+    return false;
+  }
+  if (is_motor_run(item) && board->speed_lost) {
+    trace(kTraceRefresh, "run without its speed: stop");
+    write_register(board, write_item(kMotorRegister, kStopCommand));
+    return false;
   }
   trace(kTraceRefresh, "write to register %d", item.number);
   trace_data(kTraceRefresh, "write data", item.data.data(), item.length);
-  // A stop must not be lost, nor a speed, with which the next run would go the other way.
-  for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const mraa_result_t result = send_register(board, item, attempt == 0);
-    if (result == MRAA_SUCCESS) return;
+    if (result == MRAA_SUCCESS) return note_taken(board, item), true;
     trace(kTraceRefresh, "write failed %d", result);
   }
-  forget_speed(board, item);
+  note_failed(board, item);
+  return false;
 }
 
 void read_status(orb_power_board* board) {
@@ -217,7 +240,7 @@ void read_status(orb_power_board* board) {
   if (transfer == MRAA_SUCCESS) {
     transfer = mraa_spi_transfer_buf(board->spi, nullptr, board->raw_frame.data(), board->read_length);
   }
-  end_transaction(board);
+  transfer = end_transaction(board, transfer);
   if (transfer != MRAA_SUCCESS) {  // no frame: the last one must not pass for a new one
     trace(kTraceRefresh, "refresh failed %d", transfer);
     return;

@@ -121,7 +121,12 @@ struct orb_power_board {
   mraa_gpio_context boot_line = nullptr;
   mraa_gpio_context reset_line = nullptr;
   mraa_spi_context spi = nullptr;
-  int shutdown_requested = 0;  // latched: the board asks once per run
+  bool stop_owed = false;         // a motor stop could not be written: it is tried again with each refresh
+  bool speed_lost = false;        // a write to the speed register failed: no run until it holds a known one
+  bool motors_disturbed = false;  // a motor register was written from the queue since the last refresh
+  int64_t motors_ns = 0;          // when the machines last looked at the drives
+  int64_t run_ns = 0;             // when they last told one to run
+  int shutdown_requested = 0;     // latched: the board asks once per run
   battery_average battery;
   pressure_average pressure;
   humidity_average humidity;
@@ -139,7 +144,10 @@ struct orb_power_board {
   std::atomic<led_setting> leds = led_setting{};
   static_assert(std::atomic<led_setting>::is_always_lock_free);
 
-  motor_state motors;
+  mutex motor_lock;
+  motor_state motors GUARDED_BY(motor_lock);
+  std::atomic<int> height_preset = kPresetHome;  // the last one asked for
+  std::atomic<int> height_extension = 0;
   laser_state laser;
 
   const battery_threshold_table* battery_thresholds = nullptr;  // set once at init
@@ -167,7 +175,8 @@ int orb_power_board_init(orb_power_board* board, orb_application* application, i
 // already or cannot be started. Main thread.
 int orb_power_board_start_service(orb_power_board* board);
 
-// Lets the service end after the work that waits, and joins it; later work is refused. Main thread.
+// Lets the service end after the work that waits, with a motor stop as its last act, and joins it; later work
+// is refused. Main thread.
 void orb_power_board_stop_service(orb_power_board* board);
 void orb_power_board_destroy(orb_power_board* board);
 

@@ -15,8 +15,15 @@ namespace {
 
 constexpr double kRefreshPeriod_s = 0.1;
 constexpr int64_t kShutdownDelay_ms = 50;
+constexpr int kLastTries = 10;
+constexpr int64_t kLastPause_ms = 100;
+
+void try_owed_stop(orb_power_board* board) {
+  if (board->stop_owed) write_register(board, write_item(kMotorRegister, kStopCommand));
+}
 
 void run_refresh(orb_power_board* board) {
+  try_owed_stop(board);
   read_status(board);
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
@@ -67,6 +74,7 @@ void serve(orb_power_board* board) {
         refresh(board);
         break;
       case work_kind::write:
+        board->motors_disturbed |= is_motor_write(item);
         write_register(board, item);
         break;
       case work_kind::firmware_update:
@@ -76,6 +84,16 @@ void serve(orb_power_board* board) {
         signal_shutdown(board);
         break;
     }
+  }
+}
+
+// The queue is closed, so nothing can start a drive behind the stop. A bus that does not take it is given the
+// time for which a drive could run on.
+void end_drives(orb_power_board* board) {
+  stop_motors(board, "end");
+  for (int i = 0; board->stop_owed && i < kLastTries; ++i) {
+    sleep_ms(kLastPause_ms);
+    try_owed_stop(board);
   }
 }
 
@@ -92,6 +110,7 @@ void* service_thread(void* argument) {
   board->service_state = kServiceRunning;
   serve(board);
   board->service_state = kServiceStopping;
+  end_drives(board);
   close_bus(board);
   board->service_state = kServiceStopped;
   return nullptr;
@@ -139,8 +158,6 @@ void orb_power_board_stop_service(orb_power_board* board) {
   ev_timer_stop(board->application->loop, &board->refresh_timer);
   {
     const mutex_lock lock(board->queue_lock);
-    const uint8_t stop[] = {kMotorStop};
-    if (is_driving(board->motors)) board->queue.append(write_item(kMotorRegister, stop));  // nobody looks on
     board->queue.append({.kind = work_kind::stop});
     board->stopping = true;
     board->queue_ready.signal();

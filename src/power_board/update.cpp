@@ -39,6 +39,7 @@ void hand_over_to_update(orb_power_board* board, completion_function completed) 
     return;
   }
   trace(kTracePowerBoard, "update");
+  stop_motors(board, "update");  // unwatched for so long, nothing may drive on behind it
   board->write_suspended = 1;
   const mutex_lock lock(board->update_lock);
   board->update_completed = completed;

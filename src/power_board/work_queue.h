@@ -31,6 +31,14 @@ inline bool is_motor_stop(const work_item& item) {
   return item.kind == work_kind::write && item.number == 6 && item.length != 0 && item.data[0] == 0xFF;
 }
 
+// A write to the motor registers, 3 speed and 6 command, and a run command: anything there but a stop.
+inline bool is_motor_write(const work_item& item) {
+  return item.kind == work_kind::write && (item.number == 3 || item.number == 6);
+}
+inline bool is_motor_run(const work_item& item) {
+  return is_motor_write(item) && item.number == 6 && item.length != 0 && !is_motor_stop(item);
+}
+
 class work_queue {
  public:
   // Writes and updates beyond this many waiting items are refused.
@@ -56,11 +64,10 @@ class work_queue {
     return true;
   }
 
-  // Whether a write to the motor registers (3 speed, 6 command) waits.
+  // Whether a write to the motor registers waits.
   bool has_motor_work() const {
     for (size_t i = 0; i < count_; ++i) {
-      const work_item& item = items_[(first_ + i) % items_.size()];
-      if (item.kind == work_kind::write && (item.number == 3 || item.number == 6)) return true;
+      if (is_motor_write(items_[(first_ + i) % items_.size()])) return true;
     }
     return false;
   }

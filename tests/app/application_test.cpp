@@ -72,6 +72,7 @@ TEST_F(unit, command_pipe) {
   orb_power_board_stop_service(&board);  // after all that waits
   with_board([&](board_model& model) {
     for (const register_write& done : model.log) {
+      if (done.reg == 6) continue;  // a motor stop
       char text[16];
       snprintf(text, sizeof text, done.size > 1 ? "%02X %02X %02X" : "%02X %02X", done.reg, done.data[0],
                done.data[1]);

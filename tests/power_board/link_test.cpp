@@ -47,20 +47,25 @@ TEST_F(power_link, register_writes_go_out_byte_by_byte) {
   EXPECT_EQ(write(1, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}), -2);
   EXPECT_EQ(write(0x80, {1}), -2);
   orb_power_board_stop_service(&board_);
-  EXPECT_EQ(written(), "1 12 32\n86 80 01 40 02 20 04 10 08 ff 00 55 aa 33 cc 0f f1\n");
+  EXPECT_EQ(written(), "1 12 32\n86 80 01 40 02 20 04 10 08 ff 00 55 aa 33 cc 0f f1\n6 ff\n");
   EXPECT_EQ(traced()[1], "PBRF: write to register 1");
 }
 
-// A stop above all; a dead bus is given up.
+// A stop above all, also when chip select is what fails; a dead bus is given up.
 TEST_F(power_link, a_write_that_fails_is_sent_again) {
   ASSERT_EQ(open_bus(&board_), 0);
-  const uint8_t stop[] = {kMotorStop};
-  fail_next(bus_call::spi_transfer, MRAA_ERROR_INVALID_RESOURCE);
-  write_register(&board_, write_item(kMotorRegister, stop));
-  EXPECT_EQ(written(), "6 ff\n");
-  EXPECT_EQ(traced().back(), "PBRF: write failed 7");
+  const auto stop = [this] { return write_register(&board_, write_item(kMotorRegister, kStopCommand)); };
+  const std::tuple<bus_call, int, const char*> rows[] = {{bus_call::spi_transfer, 0, "PBRF: write failed 7"},
+                                                         {bus_call::gpio_write, 0, "PBRF: write failed 7"},
+                                                         {bus_call::gpio_write, 1, "PBRF:  FF"}};
+  for (const auto& [call, after, line] : rows) {
+    fail_next(call, MRAA_ERROR_INVALID_RESOURCE, kAnyPin, after);
+    EXPECT_TRUE(stop());
+    EXPECT_EQ(traced().back().substr(0, strlen(line)), line);
+  }
+  EXPECT_EQ(written(), "6 ff\n6 ff\n6 ff\n");
   mraa_spi_stop(board_.spi);
-  write_register(&board_, write_item(kMotorRegister, stop));
+  EXPECT_FALSE(stop());
   EXPECT_EQ(std::exchange(violations, {}), texts(3, "transfer on a closed SPI bus"));
   close_bus(&board_);
 }

@@ -53,6 +53,7 @@ class mast : public rig {
   int since_run_ = 0;  // refreshes
   bool ended_ = false;  // an end was traced, and nothing has been requested since
   int astray_ = 0;      // counts that the encoder is off
+  bool late_ = false;   // the next refresh is
   std::mt19937 random_{1};
 
   motor_state& motors() { return board_.motors; }
@@ -66,15 +67,19 @@ class mast : public rig {
     EXPECT_EQ(motors().motor_type, kMotorHeight);
   }
 
-  int move_state() { return motors().homing_state == kHomed ? motors().move_state.load() : kMoveIdle; }
+  int move_state() { return motors().move_state; }
 
+  void take_line(const std::string& line) {
+    last_ = line;
+    if (contains_any(last_, kEnds)) ended_ = true;
+    if (last_ == "homing start") ended_ = false;
+    const bool sample = std::isdigit(last_[0]) != 0 || last_[0] == '-';
+    if (!sample && !contains_any(last_, kUnlogged)) log_ += last_ + ",";
+  }
+
+  // Of the operations; the machines' lines come with their writes.
   void read_trace() {
-    for (const std::string& line : traced()) {
-      last_ = line.substr(6);
-      if (contains_any(last_, kEnds)) ended_ = true;
-      const bool sample = std::isdigit(last_[0]) != 0 || last_[0] == '-';
-      if (!sample && !contains_any(last_, kUnlogged)) log_ += last_ + ",";
-    }
+    for (const std::string& line : traced()) take_line(line.substr(6));
   }
 
   static std::string described(uint8_t number, std::span<const uint8_t> data) {
@@ -98,17 +103,19 @@ class mast : public rig {
     const int encoder = static_cast<int>(now.encoder_1) + astray_;
     const bool inside = encoder >= motors().lower_limit && encoder <= motors().upper_limit;
     const int state = move_state();
-    motor_writes writes;
+    motor_output output;
     step_motors(motors(),
                 {.reported_type = static_cast<int>(now.motor_type),
                  .encoder = encoder,
                  .amps = static_cast<float>(now.motor_amps),
                  .overcurrent = (model_.status & (kBoardDriveOvercurrent | kBoardTiltOvercurrent)) != 0,
-                 .extended = true},
-                writes);
+                 .extended = true,
+                 .late = std::exchange(late_, false)},
+                output);
     read_trace();
+    for (const motor_line& line : output.lines()) take_line(line.text.data());
     bool ran = false;
-    for (const motor_write& write : writes.all()) ran |= perform(write);
+    for (const motor_write& write : output.writes()) ran |= perform(write);
     since_run_ = ran ? 0 : since_run_ + 1;
     const bool homing = motors().homing_state == kHomingStart || motors().homing_state == kHomingDrive;
     const bool moving = inside && move_state() >= kMoveOutFast && move_state() <= kMoveInSlow;
@@ -121,6 +128,9 @@ class mast : public rig {
   void refresh(int count) {
     for (int i = 0; i < count; ++i) refresh_once();
   }
+
+  // No refresh for longer than a drive runs by itself.
+  void pause() { board_advance(model_, 1.5), late_ = true; }
 
   // Until the mast rests; the number of refreshes.
   int run_to_rest() {
@@ -182,15 +192,22 @@ class mast : public rig {
 
   std::string take_log() { return std::exchange(log_, ""); }
 
-  // What the operations have queued.
+  // What the operations have queued, which the board gets.
   std::string queued() {
     std::string all;
     const mutex_lock lock(board_.queue_lock);
     while (!board_.queue.empty()) {
       const work_item item = board_.queue.take();
+      board_write(model_, item.number, std::span(item.data).first(item.length));
       all += described(item.number, item.data);
     }
     return all;
+  }
+
+  std::string height() {
+    char text[16];
+    orb_power_board_load_height(&board_, text, sizeof text);
+    return text;
   }
 };
 
@@ -315,7 +332,7 @@ TEST_F(mast, ignores_small_changes_and_presets_while_it_moves) {
   request(10);
   refresh(20);
   orb_power_board_set_height_preset(&board_, 48);  // only stored
-  EXPECT_EQ(motors().height_preset, 48);
+  EXPECT_EQ(board_.height_preset, 48);
   run_to_rest();
   EXPECT_EQ(take_log(),
             "preset 10,offset 2.0,move to 77394,encoder 68916,move in slow start,-15,run,preset 48,run,"
@@ -323,14 +340,19 @@ TEST_F(mast, ignores_small_changes_and_presets_while_it_moves) {
 }
 
 TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
-  for (const bool homing : {true, false}) {
+  const auto home_again = [this] { orb_power_board_home_height(&board_); };
+  const std::tuple<int, std::function<void()>, const char*> cases[] = {
+      {6, [] {}, ""},
+      {48, [] {}, ""},
+      {48, home_again, "homing start,-60,run,homing start,-60,run,homing start,-60,run,"}};
+  for (const auto& [preset, before_each, started] : cases) {
     home();
-    homing ? request_home() : request(48);
+    request(preset);
     refresh(10);
     take_log();
     model_.readings.motor_type = 0;
-    refresh(10);
-    EXPECT_EQ(take_log(), "motor pending 0,no height,stop,");
+    for (int i = 0; i < 10; ++i) before_each(), refresh(1);
+    EXPECT_EQ(take_log(), std::string("motor pending 0,") + started + "no height,stop,");
     model_.readings.motor_type = kMotorHeight;
     refresh(5);
   }
@@ -340,35 +362,87 @@ TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
 TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
   const auto home_now = [this] { request_home(); };
   const auto move_now = [this] { request(48); };
+  const auto home_in_a_move = [this] { request(48), refresh(10), request_home(); };
   const std::tuple<std::function<void()>, int, const char*> cases[] = {
       {home_now, 0, ""},
       {home_now, 3, "homing cancel,stop,"},
       {home_now, 30, "homing cancel,stop,"},
+      {move_now, 0, ""},
       {move_now, 2, "move out cancel 0 0,stop,"},
-      {move_now, 30, "move out cancel 374 0,stop,"},
+      {move_now, 30, "move out cancel 375 0,stop,"},
+      {home_in_a_move, 0, "move out cancel 395 0,stop,"},
+      {home_in_a_move, 3, "homing cancel,stop,"},
   };
   for (const auto& [ask, after, log] : cases) {
-    for (const bool while_suspended : {false, true}) {
-      place(24, 5000);
-      home();
-      place(24, count_at(24));
-      motors().timeout_count = motors().no_movement_count = 0;
-      if (while_suspended) orb_power_board_suspend_refresh(&board_);
-      ask();
-      refresh(after);  // also one by one, as they are triggered
-      if (!while_suspended) orb_power_board_suspend_refresh(&board_);
-      read_trace();
-      take_log();
-      model_.motor = {};  // it runs for its dead-man time at most
+    place(24, 5000);
+    home();
+    place(24, count_at(24));
+    motors().timeout_count = motors().no_movement_count = 0;
+    ask();
+    refresh(after);
+    orb_power_board_suspend_refresh(&board_);
+    EXPECT_EQ(orb_power_board_home_height(&board_), -1);
+    EXPECT_EQ(orb_power_board_set_height_preset(&board_, 8), -1);
+    EXPECT_EQ(height().find("ING"), std::string::npos) << height();
+    read_trace();
+    take_log();
+    EXPECT_EQ(queued(), "stop,");
+    orb_power_board_resume_refresh(&board_);
+    refresh(30);
+    EXPECT_EQ(take_log(), std::string("resume refresh,") + log) << after;
+    home();
+    go(12);
+    EXPECT_EQ(last_, "move done");
+    EXPECT_EQ(queued(), "");
+  }
+}
+
+// The jog of a mast that is not homed asks for a homing: a new one, not the rest of the one that was
+// withdrawn, which would take the drive that stands for a stall, or go on at the speed of the tilt drive.
+TEST_F(mast, a_withdrawn_homing_starts_again_at_its_beginning) {
+  for (const bool tilt_before : {false, true}) {
+    for (const int after : {1, 6, 12, 30}) {
+      place(36, 5000);
+      request_home();
+      refresh(after);
+      orb_power_board_suspend_refresh(&board_);
       orb_power_board_resume_refresh(&board_);
-      refresh(30);
-      EXPECT_EQ(take_log(), std::string("resume refresh,") + log) << after;
-      home();
-      go(12);
-      EXPECT_EQ(last_, "move done");
-      EXPECT_TRUE(std::regex_match(queued(), std::regex("(stop,)+")));
+      if (tilt_before) {
+        EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunTilt, 100, 500), 0);
+      }
+      EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);
+      EXPECT_EQ(height(), "HOMING");
+      queued();
+      take_log();
+      EXPECT_LT(run_to_rest(), 450);
+      EXPECT_EQ(take_log().find("suspend refresh,resume refresh,homing cancel,stop,homing start,-60,run,"),
+                0U);
+      EXPECT_NEAR(motors().home_count, 5000 + 30 * kCountsPerInch, 499) << after;
     }
   }
+}
+
+// A drive that nobody looked after has stopped by itself: it is told again, and nothing before counts.
+TEST_F(mast, a_pause_is_no_evidence) {
+  for (const int after : {1, 6, 9, 14, 40}) {
+    for (const int pauses : {1, 4, 500}) {
+      place(36, 5000);
+      request_home();
+      refresh(after);
+      int left = pauses;
+      for (; left > 0 && motors().homing_state < kHomingSettle; --left) pause(), refresh(left % 3 + 1);
+      EXPECT_LT(run_to_rest(), 450);
+      EXPECT_NEAR(motors().home_count, 5000 + 30 * kCountsPerInch, 499) << after << " " << pauses;
+    }
+  }
+  request(48);
+  refresh(30);
+  take_log();
+  pause();
+  refresh(1);
+  EXPECT_EQ(take_log(), "move out again,60,run,");
+  run_to_rest();
+  EXPECT_EQ(last_, "move done");
 }
 
 // A pan drive that is jogged before its type is known must not turn as if it were homed, and a jog that the
@@ -378,15 +452,15 @@ TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
   EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);
   refresh(10);
   EXPECT_EQ(motors().homing_state, kHomingIdle);
-  EXPECT_EQ(motors().homing_requested, 0);
+  EXPECT_FALSE(is_homing(motors()));
   EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunTilt, -300, 500), 0);   // needs no home
   EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);  // asks for one
   EXPECT_EQ(queued(), "-100,run,");  // limited; not scaled: no extended frame has been read
-  motor_writes writes;
-  step_motors(motors(), {.reported_type = kMotorHeight, .jog_waiting = true}, writes);
-  EXPECT_TRUE(writes.all().empty());
-  step_motors(motors(), {.reported_type = kMotorHeight}, writes);
-  EXPECT_EQ(writes.all().size(), 2U);
+  motor_output output;
+  step_motors(motors(), {.reported_type = kMotorHeight, .jog_waiting = true}, output);
+  EXPECT_TRUE(output.writes().empty());
+  step_motors(motors(), {.reported_type = kMotorHeight}, output);
+  EXPECT_EQ(output.writes().size(), 2U);
 }
 
 // Quick changes of direction: the last speed that was queued counts, not the reading of the last frame.
@@ -406,9 +480,7 @@ TEST_F(mast, shows_its_height) {
   home();
   go(24);
   orb_power_board_set_height_extension(&board_, 1);
-  char text[16];
-  orb_power_board_load_height(&board_, text, sizeof text);
-  EXPECT_NEAR(std::stod(text), 48, 0.5);
+  EXPECT_NEAR(std::stod(height()), 48, 0.5);
 }
 
 TEST(tilt, slows_down_with_the_zoom) {

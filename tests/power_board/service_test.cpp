@@ -15,7 +15,7 @@ TEST_F(service, at_most_256_entries_wait_and_leave_in_their_order) {
   std::string expected;
   for (int i = 0; i < 256; ++i) {
     ASSERT_EQ(write(16, {static_cast<uint8_t>(i)}), 0);
-    if (i > 0) expected += format_text("16 %02x\n", i);  // the board keeps 256 of 257
+    if (i > 1) expected += format_text("16 %02x\n", i);  // the board keeps 256 of 258
   }
   EXPECT_EQ(orb_power_board_trigger_firmware_update(&board_, nullptr), 0);
   EXPECT_EQ(said_by([&] { EXPECT_EQ(orb_power_board_enable_laser_power(&board_), -1); }),
@@ -23,11 +23,11 @@ TEST_F(service, at_most_256_entries_wait_and_leave_in_their_order) {
   orb_power_board_signal_shutdown(&board_);  // always has a place
   start();
   orb_power_board_stop_service(&board_);  // after the work that waits
-  EXPECT_EQ(written(), expected + "0 01\n");
+  EXPECT_EQ(written(), expected + "0 01\n6 ff\n");
   EXPECT_EQ(write(0, {2}), -1);
   start();
   settle();
-  EXPECT_EQ(with_board([](auto& b) { return b.counts.writes; }), 258U);  // the marker, and nothing refused
+  EXPECT_EQ(with_board([](auto& b) { return b.counts.writes; }), 259U);  // the marker, and nothing refused
 }
 
 TEST_F(service, each_trigger_yields_one_refresh) {
@@ -77,29 +77,80 @@ TEST_F(service, lights_that_the_pipe_set_outlive_an_intensity_and_the_high_beam)
 
 TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   start();
-  traced();
+  for (int i = 0; i < 5; ++i) refreshes_of_tick();  // the mast is known: a stop
+  EXPECT_EQ(orb_power_board_home_height(&board_), 0);
+  refreshes_of_tick();
   static std::atomic<int> completed = 0;
   constexpr completion_function kComplete = [] { ++completed; };
   EXPECT_NE(orb_power_board_trigger_firmware_update(&board_, kComplete), 0);
-  ASSERT_TRUE(await([&] { return traced() == texts{"PWRB: update"}; }));
   ASSERT_TRUE(await([&] { return board_.write_suspended == 0 && completed == 1; }));
-  for (int i = 0; i < 5; ++i) refreshes_of_tick();
-  EXPECT_EQ(orb_power_board_home_height(&board_), 0);
-  refreshes_of_tick();
   board_.write_suspended = 1;  // as while an update runs
   EXPECT_EQ(write(9, {0xAB}), 0);
   orb_power_board_trigger_firmware_update(&board_, kComplete);
-  for (int i = 0; i < 20; ++i) {  // the homing would send its run command again
-    tick();
-    ASSERT_TRUE(await([&] { return !board_.refresh_queued; }));
-  }
+  tick();
+  ASSERT_TRUE(await([&] { return !board_.refresh_queued; }));
   EXPECT_EQ(traced().back(), "PWRB: update dropped");
   EXPECT_EQ(completed, 2);
   board_.write_suspended = 0;
-  EXPECT_EQ(refreshes_of_tick(), 1U);
-  EXPECT_EQ(written(), "3 c4 e8 03\n6 02\n");
-  orb_power_board_stop_service(&board_);
-  EXPECT_TRUE(written().ends_with("\n6 ff\n")) << "the homing's drive";
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(refreshes_of_tick(), 1U);  // nothing drives that ran before it
+  EXPECT_EQ(written(), "6 ff\n3 c4 e8 03\n6 02\n6 ff\n");
+}
+
+TEST_F(service, its_end_stops_what_a_waiting_refresh_starts) {
+  for (const bool dead_bus : {false, true}) {
+    start();
+    for (int i = 0; i < 5; ++i) refreshes_of_tick();
+    orb_power_board_signal_shutdown(&board_);  // 50 ms
+    EXPECT_EQ(orb_power_board_home_height(&board_), 0);
+    tick();
+    if (dead_bus) fail_writes(kMotorRegister, 13);  // the run, its stop, the last one and its next
+    orb_power_board_stop_service(&board_);
+    EXPECT_TRUE(written().ends_with(dead_bus ? "\n3 c4 e8 03\n6 ff\n" : "\n3 c4 e8 03\n6 02\n6 ff\n"));
+  }
+}
+
+TEST_F(service, no_run_without_its_speed_and_no_drive_that_somebody_else_has_told) {
+  start();
+  for (int i = 0; i < 5; ++i) refreshes_of_tick();
+  std::string before = written();
+  const auto wrote = [&] {
+    settle();
+    const std::string all = written();
+    return all.substr(std::exchange(before, all).size());
+  };
+  const auto jog = [&](int pwm) { EXPECT_EQ(orb_power_board_start_motor(&board_, 1, pwm, 500), 0); };
+  const auto refresh = [&](int count) {
+    for (int i = 0; i < count; ++i) refreshes_of_tick();
+  };
+  jog(100);
+  EXPECT_EQ(wrote(), "3 3c f4 01\n6 01\n");
+  fail_writes(kSpeedRegister, 3);
+  jog(-100);
+  EXPECT_EQ(wrote(), "6 ff\n");
+  jog(-100);
+  EXPECT_EQ(wrote(), "3 c4 f4 01\n6 01\n");
+  fail_writes(kSpeedRegister, 3);
+  orb_power_board_signal_shutdown(&board_);  // 50 ms, in which the rest is queued
+  jog(100);
+  tick();
+  jog(100);  // counts on the speed of the first
+  EXPECT_EQ(wrote(), "0 03\n6 ff\n6 ff\n");
+  refresh(1);
+  for (const bool again : {false, true}) {
+    fail_writes(kSpeedRegister, again ? 2 : 3);
+    EXPECT_EQ(orb_power_board_home_height(&board_), 0);
+    refresh(10);
+    EXPECT_EQ(wrote(), again ? "3 c4 e8 03\n6 02\n6 02\n" : "6 ff\n");
+  }
+  sleep_ms(310);
+  refresh(1);
+  EXPECT_EQ(wrote(), "3 c4 e8 03\n6 02\n") << "it may have stopped by itself";
+  fail_writes(kMotorRegister, 5);
+  EXPECT_EQ(write(kMotorRegister, {kMotorStop}), 0);  // raw; fails, and the retry once more
+  refresh(30);
+  EXPECT_EQ(wrote(), "6 ff\n6 ff\n") << "the owed one, and the homing's end";
+  const mutex_lock lock(board_.motor_lock);
+  EXPECT_EQ(board_.motors.homing_state, kHomingIdle);
 }
 
 TEST_F(service, the_refresh_comes_every_100_ms) {
@@ -129,6 +180,7 @@ TEST_F(service, any_thread_may_call) {
   orb_power_board_stop_service(&board_);
   std::array<int, 3> next{};
   for (const auto& one : with_board([](auto& b) { return b.log; })) {
+    if (one.reg == kMotorRegister) continue;  // the last stop
     EXPECT_EQ(one.data[0], next.at(one.reg - 32)++);
   }
   EXPECT_EQ(next, (std::array{60, 60, 60}));

@@ -92,8 +92,10 @@ TEST(status_object, tells_the_whole_unit) {
   board.laser.distance = 30.0;
   board.laser.invalid_count = 0;
   board.battery_level = 2;
-  board.motors.motor_type = kMotorHeight;
-  board.motors.homing_state = kHomed;
+  {
+    const mutex_lock lock(board.motor_lock);
+    board.motors = {.motor_type = kMotorHeight, .homing_state = kHomed};
+  }
   recorder.emmc_kb = 3'611'000;
   recorder.usb_kb = 7'232'000;
   fill_usb_store();
