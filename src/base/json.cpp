@@ -77,6 +77,12 @@ std::string json_text(json_object* object, const char* key) {
   return json_object_is_type(value, json_type_string) ? json_object_get_string(value) : "";
 }
 
+bool add_json_member(json_object* object, const char* key, json_object* value) {
+  if (value != nullptr && json_object_object_add(object, key, value) == 0) return true;
+  json_object_put(value);
+  return false;
+}
+
 void add_json_text(json_object* object, const char* key, const std::string& text) {
   json_object_object_add(object, key, json_object_new_string(as_utf8(text).c_str()));
 }
