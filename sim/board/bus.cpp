@@ -60,6 +60,7 @@ struct bus_state {
   bus_call failing = bus_call::none;
   mraa_result_t failing_result = MRAA_SUCCESS;
   int failing_pin = kAnyPin;
+  int failing_times = 0;
 };
 
 // Neither is ever destroyed: the service thread may outlive main().
@@ -108,7 +109,7 @@ void report(const std::string& violation) EXCLUDES(board_mutex) {
 mraa_result_t failure_of(bus_state& bus, bus_call call, int pin = kAnyPin) {
   if (bus.failing != call) return MRAA_SUCCESS;
   if (bus.failing_pin != kAnyPin && bus.failing_pin != pin) return MRAA_SUCCESS;
-  bus.failing = bus_call::none;
+  if (--bus.failing_times <= 0) bus.failing = bus_call::none;
   return bus.failing_result;
 }
 
@@ -327,11 +328,12 @@ void set_violation_handler(violation_handler handler) {
   the_bus().handler = handler;
 }
 
-void fail_next(bus_call call, mraa_result_t result, int pin) {
+void fail_next(bus_call call, mraa_result_t result, int pin, int times) {
   const mutex_lock lock(board_mutex);
   the_bus().failing = call;
   the_bus().failing_result = result;
   the_bus().failing_pin = pin;
+  the_bus().failing_times = times;
 }
 
 int open_bus_handles() {

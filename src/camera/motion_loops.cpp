@@ -167,7 +167,6 @@ bool settle_motion() {
 }
 
 constexpr int kIntensityPeriod_ms = 250;
-constexpr int kMaximumIntensity = 100;
 
 int intensity_step(int held_ms) { return held_ms <= 2000 ? 1 : held_ms <= 4000 ? 3 : 5; }
 
@@ -175,14 +174,7 @@ void start_intensity(int) { trace(kTraceIntensityLoop, "start"); }
 
 void step_intensity(int direction, int held_ms) {
   if (held_ms % kIntensityPeriod_ms != 0) return;
-  const std::optional<int> value = read_value_file(paths::kIntensity);
-  if (!value) return;
-  const int step = intensity_step(held_ms);
-  const int now = std::clamp(*value, 0, kMaximumIntensity);
-  const int next = std::clamp(direction > 0 ? now + step : now - step, 0, kMaximumIntensity);
-  if (next == *value) return;
-  trace(kTraceIntensityLoop, "adjust %d %d", *value, next);
-  orb_set_api_led_intensity(next);
+  step_led_intensity(direction > 0 ? intensity_step(held_ms) : -intensity_step(held_ms));
 }
 
 bool end_intensity() {

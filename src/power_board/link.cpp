@@ -188,23 +188,24 @@ void close_bus(orb_power_board* board) {
   close_lines(board);
 }
 
-void write_register(orb_power_board* board, const work_item& item) {
+bool write_register(orb_power_board* board, const work_item& item) {
   const speed_write_done done(board, item);
   if (board->write_suspended != 0) {
     trace(kTraceRefresh, "write dropped %d", item.number);
     trace_data(kTraceRefresh, "write", item.data.data(), item.length);
     forget_speed(board, item);
-    return;
+    return false;
   }
   trace(kTraceRefresh, "write to register %d", item.number);
   trace_data(kTraceRefresh, "write data", item.data.data(), item.length);
   // A stop must not be lost, nor a speed, with which the next run would go the other way.
   for (int attempt = 0; attempt < kWriteAttempts; ++attempt) {
     const mraa_result_t result = send_register(board, item, attempt == 0);
-    if (result == MRAA_SUCCESS) return;
+    if (result == MRAA_SUCCESS) return true;
     trace(kTraceRefresh, "write failed %d", result);
   }
   forget_speed(board, item);
+  return false;
 }
 
 void read_status(orb_power_board* board) {
