@@ -60,6 +60,7 @@ struct bus_state {
   bus_call failing = bus_call::none;
   mraa_result_t failing_result = MRAA_SUCCESS;
   int failing_pin = kAnyPin;
+  int failing_times = 0;
   int failing_after = 0;
   uint8_t failing_register = 0;
   int failing_writes = 0;
@@ -112,7 +113,7 @@ mraa_result_t failure_of(bus_state& bus, bus_call call, int pin = kAnyPin) {
   if (bus.failing != call) return MRAA_SUCCESS;
   if (bus.failing_pin != kAnyPin && bus.failing_pin != pin) return MRAA_SUCCESS;
   if (bus.failing_after-- > 0) return MRAA_SUCCESS;
-  bus.failing = bus_call::none;
+  if (--bus.failing_times <= 0) bus.failing = bus_call::none;
   return bus.failing_result;
 }
 
@@ -345,11 +346,12 @@ void fail_writes(uint8_t reg, int times) {
   the_bus().failing_writes = times;
 }
 
-void fail_next(bus_call call, mraa_result_t result, int pin, int after) {
+void fail_next(bus_call call, mraa_result_t result, int pin, int times, int after) {
   const mutex_lock lock(board_mutex);
   the_bus().failing = call;
   the_bus().failing_result = result;
   the_bus().failing_pin = pin;
+  the_bus().failing_times = times;
   the_bus().failing_after = after;
 }
 

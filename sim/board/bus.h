@@ -57,9 +57,11 @@ enum class bus_call {
   spi_transfer,
 };
 
-// Makes the next such call fail, once; only one failure waits at a time. The inits return null, the others
-// `result`. The pin counts for the gpio calls only; so many calls pass before.
-void fail_next(bus_call call, mraa_result_t result = MRAA_ERROR_UNSPECIFIED, int pin = kAnyPin, int after = 0)
+// Makes the next such calls fail, one unless `times` says more; only one kind of call fails at a time
+// (bus_call::none: none any more). The inits return null, the others `result`. The pin counts for the gpio
+// calls only; `after` calls pass before.
+void fail_next(bus_call call, mraa_result_t result = MRAA_ERROR_UNSPECIFIED, int pin = kAnyPin, int times = 1,
+               int after = 0)
     EXCLUDES(board_mutex);
 inline void fail_next_gpio_init(int pin) { fail_next(bus_call::gpio_init, MRAA_ERROR_UNSPECIFIED, pin); }
 

@@ -15,6 +15,7 @@
 
 #include "app/application.h"
 #include "base/paths.h"
+#include "power_board/lighting.h"
 #include "power_board/power_board.h"
 
 namespace {
@@ -24,18 +25,9 @@ constexpr int kLineSize = 1024;
 FILE* fifo_stream = nullptr;
 ev_io fifo_watcher;
 
-// A mode command keeps the present intensity, "pwm" the present mode: both as the board last reported them.
-void set_led_mode(orb_power_board* board, uint8_t mode) {
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
-  orb_power_board_enable_led_power(board, mode, readings.led_pwm);
-}
-
-void set_led_pwm(orb_power_board* board, const char* number) {
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
+void set_pwm(orb_power_board* board, const char* number) {
   const long pwm = std::clamp(strtol(number, nullptr, 10), 0L, 255L);
-  orb_power_board_enable_led_power(board, readings.led_enable, static_cast<uint8_t>(pwm));
+  set_led_pwm(board, static_cast<uint8_t>(pwm));
 }
 
 struct command {
@@ -51,12 +43,12 @@ constexpr command kCommands[] = {
     {"laser enable", [](orb_power_board* board, const char*) { orb_power_board_enable_laser_power(board); }},
     {"laser disable",
      [](orb_power_board* board, const char*) { orb_power_board_disable_laser_power(board); }},
-    {"low", [](orb_power_board* board, const char*) { set_led_mode(board, kLedLow); }},
-    {"medium", [](orb_power_board* board, const char*) { set_led_mode(board, kLedMedium); }},
-    {"high", [](orb_power_board* board, const char*) { set_led_mode(board, kLedHigh); }},
-    {"strip", [](orb_power_board* board, const char*) { set_led_mode(board, kLedStrip); }},
-    {"leds_off", [](orb_power_board* board, const char*) { set_led_mode(board, kLedOff); }},
-    {"pwm", set_led_pwm},
+    {"low", [](orb_power_board* board, const char*) { set_led_mask(board, kLedLow); }},
+    {"medium", [](orb_power_board* board, const char*) { set_led_mask(board, kLedMedium); }},
+    {"high", [](orb_power_board* board, const char*) { set_led_mask(board, kLedHigh); }},
+    {"strip", [](orb_power_board* board, const char*) { set_led_mask(board, kLedStrip); }},
+    {"leds_off", [](orb_power_board* board, const char*) { set_led_mask(board, kLedOff); }},
+    {"pwm", set_pwm},
 };
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include "http/routes.h"
 #include "installer/installer.h"
 #include "osd/osd.h"
+#include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "seats/seats.h"
@@ -90,6 +91,7 @@ int run_unit(bool advanced) {
   run_before_others();
   orb_application_run(&application);
   orb_close_lens_loops();  // the API still runs, and a button may still be held
+  close_high_beam();
   orb_power_board_destroy(&power_board);
   orb_await_lens_stops();
   close_recorder();

@@ -16,6 +16,7 @@
 #include <ctime>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "base/clock.h"
 #include "base/file.h"
@@ -71,12 +72,21 @@ void put_line() REQUIRES(trace_lock) {
   fflush(out);
 }
 
+// What a message tells may come from the network: its control characters become dots. A newline that ends the
+// format is the caller's own.
+void mend_message(char* message, const char* format) {
+  size_t length = strlen(message);
+  if (std::string_view(format).ends_with('\n') && std::string_view(message).ends_with('\n')) --length;
+  std::replace_if(message, message + length, is_control, '.');
+}
+
 void write_line(const char* tag, const char* format, va_list arguments) {
   const mutex_lock lock(trace_lock);
   format_suffix();
   size_t used = strlen(tag);
   copy_text(line, sizeof line, tag);
   vsnprintf(line + used, kMessageSize - used, format, arguments);
+  mend_message(line + used, format);
   used = strlen(line);
   snprintf(line + used, sizeof line - used, "%s\n", suffix);
   put_line();
@@ -190,8 +200,10 @@ int set_trace_mask(uint32_t new_mask) {
   memset(text + length, '\n', kMaskCharacters - static_cast<size_t>(length));
   struct stat info {};
   const bool longer = fstat(fd.get(), &info) == 0 && info.st_size > length;
-  write_all(fd.get(), {text, longer ? kMaskCharacters : static_cast<size_t>(length)});
-  return longer && ftruncate(fd.get(), length) != 0 ? -1 : 0;
+  const bool good = write_all(fd.get(), {text, longer ? kMaskCharacters : static_cast<size_t>(length)}) &&
+                    (!longer || ftruncate(fd.get(), length) == 0) && fsync(fd.get()) == 0 &&
+                    flush_folder_of(paths::kTraceMask);
+  return good ? 0 : -1;
 }
 
 uint32_t get_trace_mask() { return mask.load(std::memory_order_relaxed); }

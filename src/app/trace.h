@@ -34,15 +34,15 @@ enum trace_level : int {
 // missing), the mask monitor is started. Called once, before anything else runs.
 void init_trace();
 
-// Writes one line "TAG: message [HH:MM:SS.mmm]" when the level's bit is set. A disabled level costs two
-// tests.
+// Writes one line "TAG: message [HH:MM:SS.mmm]" when the level's bit is set. Control characters of the
+// message become dots, but for a newline that ends the format. A disabled level costs two tests.
 void trace(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 // Writes "label:" and then rows of 16 bytes, in hexadecimal and as characters.
 void trace_data(int level, const char* label, const void* bytes, long length);
 
-// Writes the mask file in place (a rename would end the monitor's watch); the monitor then takes the mask up.
-// Returns 0, or -1 when the file cannot be written.
+// Writes the mask file in place (a rename would end the monitor's watch), flushed with its name; the monitor
+// then takes the mask up. Returns 0, or -1 when the file cannot be written. Waits for the stick.
 int set_trace_mask(uint32_t mask);
 
 uint32_t get_trace_mask();

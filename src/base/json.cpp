@@ -91,6 +91,12 @@ std::string json_text(json_object* object, const char* key) {
   return text ? text->data() : "";
 }
 
+bool add_json_member(json_object* object, const char* key, json_object* value) {
+  if (value != nullptr && json_object_object_add(object, key, value) == 0) return true;
+  json_object_put(value);
+  return false;
+}
+
 void add_json_text(json_object* object, const char* key, const std::string& text) {
   json_object_object_add(object, key, json_object_new_string(as_utf8(text).c_str()));
 }

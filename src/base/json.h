@@ -36,5 +36,9 @@ std::optional<std::string_view> text_member(json_object* object, const char* key
 // The same up to its first zero byte, "" when there is none.
 std::string json_text(json_object* object, const char* key);
 
+// Adds the member `key` and takes `value` over, also when it fails. False when memory has run out: a null
+// `value`, which is what json-c's constructors then return, is not added.
+bool add_json_member(json_object* object, const char* key, json_object* value);
+
 // Adds a text that `object` does not have yet, as UTF-8 (base/text.h).
 void add_json_text(json_object* object, const char* key, const std::string& text);

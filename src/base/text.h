@@ -10,6 +10,9 @@
 // and always terminated. A size of 0 writes nothing. Any thread.
 void copy_text(char* destination, size_t size, std::string_view text);
 
+// Whether `c` is a control character: it could forge a line of a console or a log.
+inline bool is_control(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+
 // Whether `text` is valid UTF-8 (RFC 3629), as every text must be that goes into JSON.
 bool is_utf8(std::string_view text);
 

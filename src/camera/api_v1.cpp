@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "base/json.h"
+#include "base/text.h"
 #include "camera/api.h"
 #include "camera/controller.h"
 #include "camera/depth_of_field.h"
@@ -68,9 +69,9 @@ const camera_command* find_command(const char* name) {
   return nullptr;
 }
 
-// Control characters, which could forge lines of the console, become dots.
+// Control characters become dots.
 void print_name(const char* name) {
-  for (; *name != '\0'; ++name) putchar(static_cast<unsigned char>(*name) < 0x20 ? '.' : *name);
+  for (; *name != '\0'; ++name) putchar(is_control(*name) ? '.' : *name);
   putchar('\n');
 }
 

@@ -137,21 +137,13 @@ bool is_through(hold_loop& loop) {
 }
 
 constexpr int kIntensityPeriod_ms = 250;
-constexpr int kMaximumIntensity = 100;
 
 int intensity_step(int held_ms) { return held_ms <= 2000 ? 1 : held_ms <= 4000 ? 3 : 5; }
 
 void start_intensity(hold_loop&, int64_t) { trace(kTraceIntensityLoop, "start"); }
 
 void step_intensity(int direction, int held_ms) {
-  const std::optional<int> value = read_value_file(paths::kIntensity);
-  if (!value) return;
-  const int step = intensity_step(held_ms);
-  const int now = std::clamp(*value, 0, kMaximumIntensity);
-  const int next = std::clamp(direction > 0 ? now + step : now - step, 0, kMaximumIntensity);
-  if (next == *value) return;
-  trace(kTraceIntensityLoop, "adjust %d %d", *value, next);
-  orb_set_api_led_intensity(next);
+  step_led_intensity(direction > 0 ? intensity_step(held_ms) : -intensity_step(held_ms));
 }
 
 void adjust_intensity(hold_loop& loop, int64_t) REQUIRES(loop.lock) {

@@ -10,7 +10,6 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "base/value_file.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/api.h"
@@ -46,23 +45,11 @@ bool path_has(const http_connection* connection, const char* word) {
   return strstr(connection->request.path, word) != nullptr;
 }
 
-// The body's intensity, kept in the value file; else what the board last reported.
-uint8_t take_intensity(json_object* body) {
-  const std::optional<int> wanted = body_plain_number(body, "intensity");
-  if (!wanted) return reported_intensity();
-  const int limited = std::clamp(*wanted, 0, kMaximumIntensity);
-  write_value_file(paths::kIntensity, limited);
-  return static_cast<uint8_t>(limited);
-}
-
-// "strip" takes no intensity from the body.
-void select_lights(const http_connection* connection, json_object* body) {
-  const uint8_t intensity = take_intensity(body);
-  for (const char* word : kLightingWords) {
-    if (!path_has(connection, word)) continue;
-    set_leds(word, strcmp(word, "strip") == 0 ? reported_intensity() : intensity);
-    return;
-  }
+// The first word in the path; null when there is none.
+const char* lighting_word(const http_connection* connection) {
+  const auto* found =
+      std::ranges::find_if(kLightingWords, [&](const char* word) { return path_has(connection, word); });
+  return found == std::end(kLightingWords) ? nullptr : *found;
 }
 
 json_object* value_text(const char* path, const char* missing) {
@@ -98,11 +85,11 @@ int api_get_lighting(http_connection* connection, const char*, unsigned long, vo
 
 int api_post_lighting(http_connection* connection, const char* body, unsigned long length, void*) {
   if (path_has(connection, "off")) {
-    set_leds("off", 0);
+    set_v1_leds("off", std::nullopt);
   } else {
     const json_owner object = read_json_body(connection, body, length);
     if (!object) return 0;
-    select_lights(connection, object.get());
+    set_v1_leds(lighting_word(connection), body_plain_number(object.get(), "intensity"));
   }
   empty_v1_response_handler(connection);
   return 0;

@@ -48,6 +48,7 @@ bool append(orb_power_board* board, std::span<const work_item> items) REQUIRES(b
   for (const work_item& item : items) {
     if (!board->queue.append(item)) return false;
     note_speed(&board->speed, item);
+    note_leds(&board->leds, item);
   }
   board->queue_ready.signal();
   return true;
@@ -194,16 +195,4 @@ int orb_power_board_enable_laser_power(orb_power_board* board) {
 
 int orb_power_board_disable_laser_power(orb_power_board* board) {
   return switch_supply(board, kPowerLaser, false);
-}
-
-int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm) {
-  const int result = queue_setter_write(board, kLedRegister, {mask, pwm});
-  if (result == 0) board->leds = {mask, pwm}, board->has_leds = true;
-  return result;
-}
-
-led_setting current_leds(orb_power_board* board) {
-  if (board->has_leds) return board->leds;
-  const mutex_lock lock(board->readings_lock);
-  return {board->readings.led_enable, board->readings.led_pwm};
 }

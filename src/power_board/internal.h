@@ -50,6 +50,15 @@ void report_refused_write(orb_power_board* board, int line);
 // Notes a write to the speed register that is about to be made; others are ignored. Any thread.
 void note_speed_write(orb_power_board* board, const work_item& item);
 
+// The LEDs' writes; others are ignored. note_leds: one is queued, under queue_lock; note_led_write: the
+// service thread has tried it.
+void note_leds(led_register* leds, const work_item& item);
+void note_led_write(orb_power_board* board, const work_item& item, bool sent);
+// Queues a setting that was lost, unless writes are suspended. Any thread.
+void queue_lost_leds(orb_power_board* board);
+// Writes one that is lost when the queue has been closed.
+void write_lost_leds(orb_power_board* board);
+
 // The write of a register item.
 work_item write_item(uint8_t number, std::span<const uint8_t> data);
 

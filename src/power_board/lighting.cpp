@@ -3,6 +3,7 @@
 #include <ev.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -31,16 +32,21 @@ constexpr led_mode kModes[] = {
     {"off", kLedOff}, {"low", kLedLow}, {"medium", kLedMedium}, {"high", kLedHigh}, {"strip", kLedStrip}};
 constexpr led_mode kHighBeam{"all", kLedAll};
 
+// What the LEDs count as before they have been given anything, whatever the board reports: it may show the
+// beam of a run that was killed.
+constexpr led_setting kStartLeds{kLedOff, kStartIntensity};
+
 struct lighting_state {
   const led_mode* mode = &kModes[0];
   const led_mode* saved_mode = &kModes[0];  // what comes back after the high beam
-  led_setting saved_leds;
+  led_setting saved_leds = kStartLeds;
   int countdown_s = 0;
 };
 
 mutex lighting_lock;
 lighting_state lighting GUARDED_BY(lighting_lock);
 int high_beam_time_s GUARDED_BY(lighting_lock) = kDefaultHighBeamTime_s;
+bool is_closed GUARDED_BY(lighting_lock) = false;  // no high beam any more
 
 ev_timer high_beam_timer;     // main loop
 bool is_timer_ready = false;  // main loop
@@ -52,7 +58,7 @@ bool is_high_beam() REQUIRES(lighting_lock) { return lighting.mode == &kHighBeam
 // Not always those of the mode: the command pipe sets them past it.
 led_setting leds_now() {
   orb_power_board* board = power_board_now();
-  return board == nullptr ? led_setting{} : current_leds(board);
+  return board == nullptr ? kStartLeds : given_leds(board).value_or(kStartLeds);
 }
 
 void write_leds(const led_setting& leds) REQUIRES(lighting_lock) {
@@ -101,12 +107,16 @@ const led_mode* find_mode(const char* name) {
   return nullptr;
 }
 
-// The intensity for a mode: the operator's, or what the board last reported.
-uint8_t current_intensity() {
-  if (const std::optional<int> value = read_value_file(paths::kIntensity)) {
-    return static_cast<uint8_t>(std::clamp(*value, 0, kMaximumIntensity));
-  }
-  return reported_intensity();
+void select_mode(const led_mode* mode, uint8_t intensity) REQUIRES(lighting_lock) {
+  if (is_high_beam()) end_high_beam();
+  show_mode(mode, {mode->mask, intensity});
+}
+
+uint8_t as_intensity(int value) { return static_cast<uint8_t>(std::clamp(value, 0, kMaximumIntensity)); }
+
+uint8_t present_intensity() {
+  orb_power_board* board = power_board_now();
+  return board == nullptr ? kStartIntensity : current_leds(board).pwm;
 }
 
 void apply_intensity(uint8_t mask, int value) REQUIRES(lighting_lock) {
@@ -128,23 +138,33 @@ intensity_text load_led_intensity() {
   return result;
 }
 
-uint8_t reported_intensity() {
-  orb_power_board* board = power_board_now();
-  if (board == nullptr) return kStartIntensity;
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
-  return readings.led_pwm;
-}
-
-int set_led_mode(const char* name) { return set_leds(name, current_intensity()); }
-
-int set_leds(const char* name, uint8_t intensity) {
+int set_led_mode(const char* name) {
   const led_mode* mode = find_mode(name);
   if (mode == nullptr) return -1;
   const mutex_lock lock(lighting_lock);
-  if (is_high_beam()) end_high_beam();
-  show_mode(mode, {mode->mask, intensity});
+  const std::optional<int> wanted = read_value_file(paths::kIntensity);
+  select_mode(mode, wanted ? as_intensity(*wanted) : present_intensity());
   return 0;
+}
+
+void set_v1_leds(const char* name, std::optional<int> intensity) {
+  const led_mode* mode = name == nullptr ? nullptr : find_mode(name);
+  const mutex_lock lock(lighting_lock);
+  if (intensity) write_value_file(paths::kIntensity, as_intensity(*intensity));
+  if (mode == nullptr) return;
+  const bool takes_it = intensity && mode->mask != kLedStrip;
+  const uint8_t pwm = takes_it ? as_intensity(*intensity) : present_intensity();
+  select_mode(mode, mode->mask == kLedOff ? 0 : pwm);
+}
+
+void set_led_mask(orb_power_board* board, uint8_t mask) {
+  const mutex_lock lock(lighting_lock);
+  orb_power_board_enable_led_power(board, mask, current_leds(board).pwm);
+}
+
+void set_led_pwm(orb_power_board* board, uint8_t pwm) {
+  const mutex_lock lock(lighting_lock);
+  orb_power_board_enable_led_power(board, current_leds(board).mask, pwm);
 }
 
 void orb_set_api_led_intensity(int value) {
@@ -152,9 +172,21 @@ void orb_set_api_led_intensity(int value) {
   apply_intensity(leds_now().mask, value);
 }
 
+void step_led_intensity(int step) {
+  const mutex_lock lock(lighting_lock);
+  const std::optional<int> now = read_value_file(paths::kIntensity);
+  if (!now) return;
+  const int64_t sum = int64_t{*now} + step;
+  const int64_t limit = step > 0 ? kMaximumIntensity : INT_MAX;
+  const auto next = static_cast<int>(std::clamp<int64_t>(sum, 0, limit));
+  if (next == *now) return;
+  trace(kTraceIntensityLoop, "adjust %d %d", *now, next);
+  apply_intensity(leds_now().mask, next);
+}
+
 void set_high_beam(bool on) {
   const mutex_lock lock(lighting_lock);
-  if (on == is_high_beam()) return;
+  if (on == is_high_beam() || (on && is_closed)) return;
   if (!on) {
     restore_lights();
     return;
@@ -164,6 +196,12 @@ void set_high_beam(bool on) {
   lighting.countdown_s = high_beam_time_s;
   show_mode(&kHighBeam, {kHighBeam.mask, kHighBeamPwm});
   post_to_main_loop(follow_high_beam);
+}
+
+void close_high_beam() {
+  const mutex_lock lock(lighting_lock);
+  is_closed = true;
+  if (is_high_beam()) restore_lights();
 }
 
 int high_beam_time() {

@@ -1,8 +1,12 @@
 // The lights as the operator sees them: LED mode, intensity and the high beam, which goes out by itself. Any
-// thread; the board is told through power_board_instance and need not be there.
+// thread; the board is told through power_board_instance and need not be there. What the LEDs were last given
+// is in the board's record (power_board.h), which sees to it that the board has it.
 #pragma once
 
 #include <cstdint>
+#include <optional>
+
+struct orb_power_board;
 
 inline constexpr int kStartIntensity = 25;  // percent
 inline constexpr int kMaximumIntensity = 100;
@@ -20,23 +24,34 @@ struct intensity_text {
 };
 intensity_text load_led_intensity();
 
-// The intensity that the board last reported; the start intensity before there is a board.
-uint8_t reported_intensity();
-
-// Selects "off", "low", "medium", "high" or "strip" at `intensity`; a running high beam ends first. 0, or -1
-// for another word.
-int set_leds(const char* mode, uint8_t intensity);
-
-// The same at the intensity in "/tmp/intensity", or the last reading when that is missing.
+// Selects "off", "low", "medium", "high" or "strip" at the intensity in "/tmp/intensity", or at the present
+// one when that is missing; a running high beam ends first. 0, or -1 for another word.
 int set_led_mode(const char* mode);
+
+// As the version-1.0 routes have it: `intensity`, kept inside 0 to 100, is stored in "/tmp/intensity", and
+// the mode selected at it. Without one, and always for "strip", at the present intensity; "off" at 0. A null
+// mode only stores.
+void set_v1_leds(const char* mode, std::optional<int> intensity);
+
+// What the command pipe asks: one byte is set, the other stays as it was last given (before that as the board
+// reports it). Mode and high beam are not touched.
+void set_led_mask(orb_power_board* board, uint8_t mask);
+void set_led_pwm(orb_power_board* board, uint8_t pwm);
 
 // Writes register 1 with the current LED setting and the low byte of `value`, and `value` to
 // "/tmp/intensity".
 void orb_set_api_led_intensity(int value);
 
+// The same with the number in "/tmp/intensity" and `step` more: upwards to at most 100, downwards to at least
+// 0. Traced at the intensity loop's level. Nothing when the file is missing or the number stays.
+void step_led_intensity(int step);
+
 // All LEDs on for the high-beam time; what was before comes back afterwards. "on" while on and "off" while
 // off do nothing.
 void set_high_beam(bool on);
+
+// Ends the beam with the daemon, and refuses another. Before the board is destroyed.
+void close_high_beam();
 
 // The high beam's time, 0 to 30 s, saved as setting 18; -1, and no change, for any other. With 0 the next
 // tick ends the beam.

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "base/distance.h"
 #include "base/mutex.h"
@@ -36,7 +37,7 @@ inline constexpr uint8_t kLedHigh = 0x24;
 inline constexpr uint8_t kLedStrip = 0xC0;
 inline constexpr uint8_t kLedAll = 0xFF;  // high beam
 
-struct alignas(2) led_setting {  // for an atomic of it
+struct led_setting {
   uint8_t mask = kLedOff;
   uint8_t pwm = 0;
 };
@@ -78,6 +79,15 @@ struct speed_register {
   unsigned performed = 0;
 };
 
+// The LEDs' register, which its reading follows late. A setting that the queue refuses, or that does not
+// reach the board, is lost; it stands, and is queued again with every tick of the refresh timer until it has
+// been sent.
+struct led_register {
+  std::optional<led_setting> given;  // last, by whomever
+  unsigned waiting = 0;              // writes in the queue or in hand
+  bool lost = false;
+};
+
 // Laser range finder. Flags and modes are set by any thread, readings by the service thread.
 struct laser_state {
   std::atomic<int> mode = 0;   // 0 off, 1 manual, 2 picture, 3 auto
@@ -104,6 +114,7 @@ struct orb_power_board {
   bool shutdown_queued GUARDED_BY(queue_lock) = false;
   bool refresh_waiting GUARDED_BY(queue_lock) = false;  // one refresh in the queue at most
   speed_register speed GUARDED_BY(queue_lock);
+  led_register leds GUARDED_BY(queue_lock);
   // The timer has nothing to queue: a refresh waits or runs, or all are suspended.
   std::atomic<bool> refresh_queued = false;
   std::atomic<bool> refresh_suspended = false;
@@ -138,11 +149,6 @@ struct orb_power_board {
   std::atomic<int> high_pressure_hold = 0;  // averaging periods
   std::atomic<int> high_humidity_hold = 0;
   std::atomic<int> battery_level = 0;  // 0 unknown, 1 to 4
-
-  // Of register 1 as it was last given, which its reading follows late.
-  std::atomic<bool> has_leds = false;
-  std::atomic<led_setting> leds = led_setting{};
-  static_assert(std::atomic<led_setting>::is_always_lock_free);
 
   mutex motor_lock;
   motor_state motors GUARDED_BY(motor_lock);
@@ -213,8 +219,11 @@ int orb_power_board_enable_camera_power(orb_power_board* board);
 int orb_power_board_disable_camera_power(orb_power_board* board);
 int orb_power_board_enable_laser_power(orb_power_board* board);
 int orb_power_board_disable_laser_power(orb_power_board* board);
+// The same for both bytes of the LEDs; also what is refused stands, and is tried again.
 int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm);
-// The LEDs as they were last given, by whomever; before that as the board reports them.
+// The LEDs as they were last given, by whomever; nothing before that.
+std::optional<led_setting> given_leds(orb_power_board* board);
+// The same; before that as the board reports them.
 led_setting current_leds(orb_power_board* board);
 
 // Laser modes: 0 off, 1 manual, 2 picture, 3 auto; each switches the laser's supply. Other values change

@@ -75,7 +75,7 @@ void serve(orb_power_board* board) {
         break;
       case work_kind::write:
         board->motors_disturbed |= is_motor_write(item);
-        write_register(board, item);
+        note_led_write(board, item, write_register(board, item));
         break;
       case work_kind::firmware_update:
         hand_over_to_update(board, item.completed);
@@ -110,6 +110,7 @@ void* service_thread(void* argument) {
   board->service_state = kServiceRunning;
   serve(board);
   board->service_state = kServiceStopping;
+  write_lost_leds(board);
   end_drives(board);
   close_bus(board);
   board->service_state = kServiceStopped;
@@ -118,6 +119,7 @@ void* service_thread(void* argument) {
 
 void on_refresh_timer(struct ev_loop*, ev_timer* timer, int) {
   auto* board = static_cast<orb_power_board*>(timer->data);
+  queue_lost_leds(board);
   if (board->refresh_queued) return;
   const mutex_lock lock(board->queue_lock);
   if (board->stopping || board->refresh_waiting) return;

@@ -25,23 +25,23 @@ bool has_role(const seat_table& table, seat_role role) {
 }
 
 // Two draws a character: which kind, and which of its kind.
-void fill_token(seat& seat, int (*draw)()) {
+void fill_token(seat& seat, const token_draws& draws) {
   constexpr struct {
     char first;
-    int count;
+    uint32_t count;
   } kKinds[] = {{'0', 10}, {'A', 26}, {'a', 26}};
   seat.token = {};
   for (size_t i = 0; i < kTokenLength; ++i) {
-    const auto& kind = kKinds[draw() % 3];
-    seat.token[i] = static_cast<char>(kind.first + draw() % kind.count);
+    const auto& kind = kKinds[draws[2 * i] % 3];
+    seat.token[i] = static_cast<char>(static_cast<uint32_t>(kind.first) + draws[2 * i + 1] % kind.count);
   }
 }
 
-const char* grant(seat_table& table, seat_role role, int (*draw)()) {
+const char* grant(seat_table& table, seat_role role, const token_draws& draws) {
   const auto found = std::find_if(table.seats.rbegin(), table.seats.rend(),
                                   [](const seat& seat) { return seat.role == seat_role::free; });
   if (found == table.seats.rend()) return "";
-  fill_token(*found, draw);
+  fill_token(*found, draws);
   found->role = role;
   found->countdown_s = kConfirmTime_s;
   return found->token.data();
@@ -103,12 +103,12 @@ constexpr struct {
 
 }  // namespace
 
-const char* grant_seat(seat_table& table, std::string_view role, int (*draw)()) {
+const char* grant_seat(seat_table& table, std::string_view role, const token_draws& draws) {
   if (role == "controller" && !has_role(table, seat_role::controller)) {
-    return grant(table, seat_role::controller_requested, draw);
+    return grant(table, seat_role::controller_requested, draws);
   }
   if (role == "observer" && count_observers(table) < table.observer_limit) {
-    return grant(table, seat_role::observer_requested, draw);
+    return grant(table, seat_role::observer_requested, draws);
   }
   return "";
 }

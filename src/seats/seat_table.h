@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 inline constexpr size_t kSeats = 6;
@@ -32,10 +33,13 @@ struct seat_table {
   std::array<seat, kSeats> seats;
 };
 
+// The random numbers that a token is made of.
+using token_draws = std::array<uint32_t, 2 * kTokenLength>;
+
 // Grants "controller" (refused while there is a controller) or "observer" (refused at the limit): takes the
-// free seat with the highest index and gives it a token of random letters and digits. `draw` is a generator
-// like rand(). Returns the token, or "" when the seat is refused or the role is another word.
-const char* grant_seat(seat_table& table, std::string_view role, int (*draw)());
+// free seat with the highest index and gives it a token of letters and digits. Returns the token, or "" when
+// the seat is refused or the role is another word.
+const char* grant_seat(seat_table& table, std::string_view role, const token_draws& draws);
 
 struct seat_change {
   const char* role = "";  // "controller", "observer", or "" when nothing is held now or nothing changed

@@ -3,10 +3,7 @@
 #include <ev.h>
 #include <sys/random.h>
 
-#include <cstdlib>
-
 #include "app/trace.h"
-#include "base/clock.h"
 #include "base/mutex.h"
 #include "base/text.h"
 #include "camera/controller.h"
@@ -22,11 +19,10 @@ seat_table table GUARDED_BY(seat_lock);
 
 ev_timer tick_timer;  // main loop
 
-// Unseeded, the tokens would be the same after every start, and one client could tell another's.
-void seed_tokens() {
-  auto seed = static_cast<unsigned>(monotonic_ns());
-  if (getrandom(&seed, sizeof seed, 0) != sizeof seed) trace(kTraceApi, "seat tokens from the clock");
-  srand(seed);
+// From the kernel each time: whatever seed a generator of ours had could be found from one token. False while
+// the kernel has none to give, early after its boot; it is not waited for.
+bool draw_token(token_draws& draws) {
+  return getrandom(draws.data(), sizeof draws, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof draws);
 }
 
 void on_tick(struct ev_loop*, ev_timer*, int) { tick_seats(); }
@@ -43,7 +39,6 @@ void free_excess_observers() REQUIRES(seat_lock) {
 }  // namespace
 
 void init_seats() {
-  seed_tokens();
   int limit = 0;
   orb_read_nv(kSettingViewerSeats, &limit, sizeof limit);
   const mutex_lock lock(seat_lock);
@@ -62,9 +57,14 @@ void tick_seats() {
 }
 
 seat_token request_seat(std::string_view role) {
-  const mutex_lock lock(seat_lock);
   seat_token token;
-  copy_text(token.text, sizeof token.text, grant_seat(table, role, rand));
+  token_draws draws;
+  if (!draw_token(draws)) {
+    trace(kTraceApi, "no random numbers yet");
+    return token;
+  }
+  const mutex_lock lock(seat_lock);
+  copy_text(token.text, sizeof token.text, grant_seat(table, role, draws));
   return token;
 }
 

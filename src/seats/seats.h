@@ -10,7 +10,7 @@
 
 struct ev_loop;
 
-// All seats free, the observers' limit from setting 6; seeds the tokens. HTTP server thread, at its start.
+// All seats free, the observers' limit from setting 6. HTTP server thread, at its start.
 void init_seats();
 
 // Arms the tick (first after 1.0 s, then every 1.0 s). Main thread.
@@ -19,7 +19,8 @@ void start_seat_tick(struct ev_loop* loop);
 // One second of all seats. Main loop; tests call it.
 void tick_seats();
 
-// Asks for the seat of a "controller" or an "observer": its token, or "" when there is none.
+// Asks for the seat of a "controller" or an "observer": its token, or "" when there is none, or when the
+// kernel has no random numbers yet.
 struct seat_token {
   char text[kTokenLength + 1] = "";
 };

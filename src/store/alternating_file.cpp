@@ -48,15 +48,14 @@ json_owner load_alternating_file(alternating_file* files) {
 int save_alternating_file(alternating_file* files, json_object* values) {
   const int32_t id = next_id(files->current_id);
   const json_owner record(json_object_new_object());
-  if (!record ||
-      json_object_object_add(record.get(), "previous_id", json_object_new_int(files->current_id)) != 0 ||
-      json_object_object_add(record.get(), "current_id", json_object_new_int(id)) != 0) {
+  if (!record || !add_json_member(record.get(), "previous_id", json_object_new_int(files->current_id)) ||
+      !add_json_member(record.get(), "current_id", json_object_new_int(id))) {
     return -2;
   }
   json_object_object_foreach(values, key, value) {
-    if (json_object_object_add(record.get(), key, json_object_get(value)) != 0) return -2;
+    if (!add_json_member(record.get(), key, json_object_get(value))) return -2;
   }
-  if (json_object_object_add(record.get(), "values_valid", json_object_new_int(1)) != 0) return -2;
+  if (!add_json_member(record.get(), "values_valid", json_object_new_int(1))) return -2;
 
   const int target = files->live == 1 ? 0 : 1;
   if (save_json_file(files->path[target], record.get()) != 0) return -1;

@@ -69,11 +69,6 @@ void report(statistics_quantity quantity, double value) {
   add_sample(numbers, quantity, value);
 }
 
-bool add_text(json_object* readings, const char* key, const char* text) {
-  json_object* value = json_object_new_string(text);
-  return value != nullptr && json_object_object_add(readings, key, value) == 0;
-}
-
 bool add_identity(json_object* readings) {
   constexpr struct {
     const char* key;
@@ -88,7 +83,8 @@ bool add_identity(json_object* readings) {
   for (const auto& [key, load] : kTexts) {
     char text[64];
     if (load != nullptr) load(text, sizeof text);
-    good = good && add_text(readings, key, load == nullptr ? kSoftwareVersion : text);
+    const char* shown = load == nullptr ? kSoftwareVersion : text;
+    good &= add_json_member(readings, key, json_object_new_string(shown));
   }
   return good;
 }
@@ -99,7 +95,8 @@ bool add_time(json_object* readings) {
   char clock[64];
   snprintf(date, sizeof date, "%04d-%02d-%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
   snprintf(clock, sizeof clock, "%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
-  return add_text(readings, "present_date", date) && add_text(readings, "present_time", clock);
+  return add_json_member(readings, "present_date", json_object_new_string(date)) &&
+         add_json_member(readings, "present_time", json_object_new_string(clock));
 }
 
 }  // namespace

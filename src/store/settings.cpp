@@ -125,7 +125,7 @@ orb_nv_record default_values() {
   return values;
 }
 
-// Keys that are absent or null, and texts that are not UTF-8, keep their defaults.
+// Keys that are absent or null keep their defaults.
 orb_nv_record parse_values(json_object* record) {
   orb_nv_record values = default_values();
   for (size_t i = 0; i < kSettings.size(); ++i) {
@@ -136,9 +136,7 @@ orb_nv_record parse_values(json_object* record) {
         put_number(values[i], json_object_get_int(value));
         break;
       case setting_type::text:
-        if (is_utf8(json_object_get_string(value))) {
-          put_text(values[i], kSettings[i].size, json_object_get_string(value));
-        }
+        put_text(values[i], kSettings[i].size, as_utf8(json_object_get_string(value)).c_str());
         break;
       case setting_type::real:
         put_number(values[i], json_object_get_double(value));
@@ -162,9 +160,7 @@ json_object* json_value(const setting& setting, const setting_bytes& bytes) {
 json_owner build_record() REQUIRES(nv_lock) {
   json_owner record(json_object_new_object());
   for (size_t i = 0; record && i < kSettings.size(); ++i) {
-    json_object* value = json_value(kSettings[i], live[i]);
-    if (value == nullptr || json_object_object_add(record.get(), kSettings[i].key, value) != 0)
-      return nullptr;
+    if (!add_json_member(record.get(), kSettings[i].key, json_value(kSettings[i], live[i]))) return nullptr;
   }
   return record;
 }

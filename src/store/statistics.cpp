@@ -97,7 +97,7 @@ struct history_writer {
   bool* good;
 
   void add(const std::string& key, json_object* value) const {
-    *good = *good && value != nullptr && json_object_object_add(record, key.c_str(), value) == 0;
+    *good &= add_json_member(record, key.c_str(), value);
   }
   void operator()(const std::string& key, double number) const { add(key, json_object_new_double(number)); }
   void operator()(const std::string& key, int64_t count, int64_t) const {
@@ -137,8 +137,7 @@ struct text_writer {
   bool good = true;
 
   void add(const std::string& key, const char* text) {
-    json_object* value = json_object_new_string(text);
-    good = good && value != nullptr && json_object_object_add(readings, (prefix + key).c_str(), value) == 0;
+    good &= add_json_member(readings, (prefix + key).c_str(), json_object_new_string(text));
   }
   void add_count(const std::string& key, int64_t count, const char* unit = "") {
     char text[32];

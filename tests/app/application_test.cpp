@@ -60,8 +60,8 @@ TEST_F(unit, command_pipe) {
   std::istringstream script(                // line > register and data in hexadecimal
       "camera enabled, please>00 46|camera disable>00 42|laser enable>00 4A|laser disable>00 42|"
       "lowest>01 09 28|medium>01 12 28|high>01 24 28|strip>01 C0 28|leds_off>01 00 28|"
-      "pwm \t+8 9>01 12 08|pwm 300>01 12 FF|pwm -5>01 12 00|pwm 99999999999999999999>01 12 FF|"
-      "Low>| low>|camera  enable>|>|low\nhigh>01 09 28|unknown>01 24 28|");
+      "pwm \t+8 9>01 00 08|pwm 300>01 00 FF|pwm -5>01 00 00|pwm 99999999999999999999>01 00 FF|"
+      "Low>| low>|camera  enable>|>|low\nhigh>01 09 FF|unknown>01 24 FF|");
   const unique_fd pipe(open(paths::kCommandPipe, O_WRONLY | O_NONBLOCK));
   std::string expected, seen, line, write;  // one line is obeyed at each wake-up
   while (std::getline(script, line, '>') && std::getline(script, write, '|')) {

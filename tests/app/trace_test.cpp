@@ -14,6 +14,14 @@
 
 namespace fs = std::filesystem;
 
+std::string flushed;
+
+// In the C library's place: notes what is flushed.
+int fsync(int fd) {
+  flushed += fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).filename().string() + " ";
+  return 0;
+}
+
 namespace {
 
 const std::regex kSuffix(R"( \[([01]\d|2[0-3]):[0-5]\d:[0-5]\d\.\d{3}\]\n)");
@@ -42,12 +50,14 @@ TEST(trace_log, is_right_to_the_byte) {
   trace(40, "%s", x.c_str());  // bit 8 is its bit
   trace(kTraceHttpServer, "%s", x.c_str());
   trace(kTraceApi, "starting on port %d\n", 60102);
+  trace(kTraceApi, "title '%s' %s", "a\nHAPI: b\t\x1B\x7F \u00E4", "\n");
   trace_data(kTraceApi, "twenty", "\x1F\x20\x7E\x7F\xFFlmnopqrstuvwxyz", 20);
   trace_data(kTraceApi, "whole", "0123456789abcdef", 16);
   trace_data(2, "off", "0123", 4);
   EXPECT_EQ(traced(), "start mask 0x7FFFFFFB|\nno tag|\n" + x.substr(0, 493) +
                           "|\nHSRV: " + x.substr(0, 487) +
                           "|\nHAPI: starting on port 60102\n|\n"
+                          "HAPI: title 'a.HAPI: b... \u00E4' .|\n"
                           "HAPI: twenty:|\n"
                           "HAPI:  1F207E7FFF6C6D6E6F70717273747576 . ~..lmnopqrstuv|\n"
                           "HAPI:  7778797A                         wxyz            |\n"
@@ -72,6 +82,7 @@ TEST(trace_mask, by_file_and_by_call) {
     EXPECT_TRUE(await([&] { return traced() == expected; })) << traced() << expected;
   }
   EXPECT_EQ(set_trace_mask(0xAB), 0);
+  EXPECT_EQ(flushed, "trace_mask usb99 ");
   EXPECT_TRUE(await([] { return get_trace_mask() == 0xAB; })) << "something is left of the longer text";
 }
 

@@ -25,15 +25,6 @@ TEST(high_beam, ends_by_itself_and_restores_what_was_before) {
   while (load_lighting().high_beam_seconds != 0) ev_run(application.loop, EVRUN_ONCE);
   EXPECT_NEAR(static_cast<double>(monotonic_ns() - start) * 1e-9, 1, 0.5);
   EXPECT_STREQ(load_lighting().mode, "low");
-
-  set_high_beam_time(3);
-  set_high_beam(true);
-  tick_high_beam();
-  EXPECT_EQ(load_lighting().high_beam_seconds, 2);
-  EXPECT_EQ(set_led_mode("high"), 0);  // ends it
-  tick_high_beam();
-  EXPECT_STREQ(load_lighting().mode, "high");
-  EXPECT_EQ(load_lighting().high_beam_seconds, 0);
   orb_application_destroy(&application);
 }
 

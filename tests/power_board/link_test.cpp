@@ -59,7 +59,7 @@ TEST_F(power_link, a_write_that_fails_is_sent_again) {
                                                          {bus_call::gpio_write, 0, "PBRF: write failed 7"},
                                                          {bus_call::gpio_write, 1, "PBRF:  FF"}};
   for (const auto& [call, after, line] : rows) {
-    fail_next(call, MRAA_ERROR_INVALID_RESOURCE, kAnyPin, after);
+    fail_next(call, MRAA_ERROR_INVALID_RESOURCE, kAnyPin, 1, after);
     EXPECT_TRUE(stop());
     EXPECT_EQ(traced().back().substr(0, strlen(line)), line);
   }

@@ -60,19 +60,63 @@ TEST_F(service, the_shutdown_signal_asks_once_after_50_ms) {
   EXPECT_EQ(written(), "0 fe\n0 f9\n0 f9\n");  // the other bits as last read
 }
 
-TEST_F(service, lights_that_the_pipe_set_outlive_an_intensity_and_the_high_beam) {
+TEST_F(service, lights_are_kept_as_last_given_by_whomever) {
   power_board_instance = &board_;
+  with_board([](auto& b) { b.led_enable = 0xFF, b.led_pwm = 100; });  // the beam of a run that was killed
   start();
-  obey_command_line(&board_, "medium\n");
+  refreshes_of_tick();
+  const auto beam = [] {
+    for (const bool on : {true, false}) set_high_beam(on);
+  };
+  beam();
+  for (const char* line : {"low\n", "pwm 80\n", "leds_off\n", "pwm 10\n"}) obey_command_line(&board_, line);
+  EXPECT_EQ(write(kLedRegister, {0x12, 7}), 0);
+  beam();
   orb_set_api_led_intensity(300);
-  for (const bool on : {true, false}) set_high_beam(on);
+  beam();
   EXPECT_EQ(read_value_file("/tmp/intensity"), 300);
   reset_lighting();
   settle();
-  EXPECT_EQ(written(), "1 12 00\n1 12 2c\n1 ff 64\n1 12 2c\n1 00 19\n");
+  EXPECT_EQ(written(),
+            "1 ff 64\n1 00 19\n1 09 19\n1 09 50\n1 00 50\n1 00 0a\n1 12 07\n1 ff 64\n1 12 07\n1 12 2c\n"
+            "1 ff 64\n1 12 2c\n1 00 19\n");
   power_board_instance = nullptr;
   orb_set_api_led_intensity(7);  // without a board
   EXPECT_EQ(read_value_file("/tmp/intensity"), 7);
+}
+
+TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
+  power_board_instance = &board_;
+  write_value_file("/tmp/intensity", 50);
+  set_led_mode("low");
+  set_high_beam(true);
+  for (int i = 2; i < 256; ++i) ASSERT_EQ(write(16, {0}), 0);
+  EXPECT_NE(said_by([] { set_high_beam(false); }), "") << "the queue is full";
+  start();
+  EXPECT_TRUE(await([this] { return tick(), written().ends_with("1 09 32\n"); }));
+  const auto lose = [this](void (*end_beam)()) {
+    set_high_beam(true);
+    settle();
+    fail_next(bus_call::spi_transfer, MRAA_ERROR_UNSPECIFIED, kAnyPin, 1000);
+    for (const auto act : {end_beam, +[] {}}) {  // and the second try
+      act(), tick();
+      ASSERT_TRUE(await([this] {
+        const mutex_lock lock(board_.queue_lock);
+        return board_.leds.lost;
+      }));
+    }
+  };
+  constexpr std::string_view kOnce = "1 ff 64\n1 24 32\n";
+  lose([] { set_led_mode("high"); });
+  fail_next(bus_call::none);
+  for (int i = 0; i < 2; ++i) tick(), settle();
+  EXPECT_TRUE(written().ends_with(kOnce)) << written();
+  lose(close_high_beam);
+  set_high_beam(true);
+  fail_next(bus_call::none);
+  orb_power_board_stop_service(&board_);
+  EXPECT_TRUE(written().ends_with(kOnce)) << "at the end of the daemon";
+  power_board_instance = nullptr;
 }
 
 TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {

@@ -69,8 +69,11 @@ TEST(unit, the_board_is_refreshed_in_a_broken_world) {
     }
     EXPECT_GE(refreshes() - before, 12);
   }
+  http("POST", "/api/led/high_beam/on");
   EXPECT_EQ(daemon.end(SIGTERM), 0);
-  EXPECT_NE(read_text("/tmp/children.log").find("start\nentering loop...\n"), std::string::npos);
+  const std::string log = read_text("/tmp/children.log");
+  for (const char* lines : {"start\nentering loop...\n", "WRITE: (1) ff64\nWRITE: (1) 0019\n"})
+    EXPECT_NE(log.find(lines), std::string::npos) << lines;
 }
 
 // Requests, pipe lines and signals can come before the board and the camera are there.
