@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -14,6 +15,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 #include "base/child_process.h"
 #include "base/clock.h"
@@ -28,8 +30,16 @@ std::atomic<bool> are_flushes_held = false;
 
 static int steps_to_the_cut = -1;  // none
 
+// What a rename has given its name and no flush its content since, as vfat has it, by the file's number; and
+// whether the name is on the disk.
+static std::map<ino_t, std::pair<std::string, bool>> hollow;
+
 static void step() {
-  if (steps_to_the_cut == 0) _exit(0);
+  if (steps_to_the_cut == 0) {
+    for (const auto& [number, name] : hollow)
+      if (name.second) syscall(SYS_truncate, name.first.c_str(), 0);
+    _exit(0);
+  }
   if (steps_to_the_cut > 0) --steps_to_the_cut;
 }
 
@@ -37,12 +47,19 @@ static void step() {
 int fsync(int fd) {
   step();
   while (are_flushes_held) usleep(1000);
+  struct stat info {};
+  fstat(fd, &info);
+  hollow.erase(info.st_ino);
+  for (auto& [number, name] : hollow) name.second = name.second || S_ISDIR(info.st_mode);
   return static_cast<int>(syscall(SYS_fsync, fd));
 }
 ssize_t write(int fd, const void* data, size_t size) { return step(), syscall(SYS_write, fd, data, size); }
 int remove(const char* path) noexcept { return step(), unlink(path) == 0 || rmdir(path) == 0 ? 0 : -1; }
 int rename(const char* from, const char* to) noexcept {
-  return step(), static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+  step();
+  struct stat info {};
+  if (std::string_view(from).ends_with(".new") && stat(from, &info) == 0) hollow[info.st_ino] = {to, false};
+  return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
 }
 
 static bool is_vfat = false;
