@@ -52,24 +52,31 @@ int64_t size_on_stick(int stick, const std::string& name) {
   return S_ISREG(info.st_mode) ? info.st_size : INT64_MAX;
 }
 
+struct source_file {
+  unique_fd fd;  // none when there is no regular file
+  int64_t size = -1;
+};
+
+// The size is that of the open file: its name may be another's by now, or nobody's.
+source_file open_source(const std::string& path) {
+  source_file source{unique_fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))};
+  struct stat info {};
+  if (!source.fd || fstat(source.fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
+  source.size = info.st_size;
+  return source;
+}
+
 // A copy that ended short goes: it would look like one that still grows.
-bool copy_to_stick(int source, int64_t size, int stick, const std::string& name) {
+bool copy_to_stick(const source_file& source, int stick, const std::string& name) {
   unique_fd target(
-      openat(stick, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
+      openat(stick, name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
   if (!target) return false;
-  if (copy_blocks(source, target.get(), size) && fsync(target.get()) == 0 && fsync(stick) == 0) return true;
+  if (copy_over(source.fd.get(), target.get(), source.size) && fsync(stick) == 0) return true;
   const int error = errno;
   target.reset();
   unlinkat(stick, name.c_str(), 0);
   errno = error;
   return false;
-}
-
-unique_fd open_source(const std::string& path) {
-  unique_fd source(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat info {};
-  if (source && (fstat(source.get(), &info) != 0 || !S_ISREG(info.st_mode))) source.reset();
-  return source;
 }
 
 // --- the workers ---
@@ -227,13 +234,12 @@ void copy_entry(const stored_files& kind, json_object* entry, const file_task& t
   if (name.empty()) return trace_missing(kind, from);
   if (kind.are_copies_followed) trace(level, "cp src '%s'", from.c_str());
   if (kind.are_copies_followed) trace(level, "cp dst '%s'", to.c_str());
-  const unique_fd source = open_source(from);
-  const int64_t size = regular_size(from);
+  const source_file source = open_source(from);
   const int64_t there = size_on_stick(task.stick.get(), name);
-  if (there >= 0 && there >= size) return trace(level, "file '%s' exists", to.c_str());
-  if (!source) return trace_missing(kind, from);
+  if (there >= 0 && there >= source.size) return trace(level, "file '%s' exists", to.c_str());
+  if (!source.fd) return trace_missing(kind, from);
   if (kind.are_copies_followed) trace(level, "cp start '%s'", name.c_str());
-  if (!copy_to_stick(source.get(), size, task.stick.get(), name)) {
+  if (!copy_to_stick(source, task.stick.get(), name)) {
     trace(level, "cp failed %d '%s'", errno, strerror(errno));
   } else if (kind.are_copies_followed) {
     trace(level, "cp done");
