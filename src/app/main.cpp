@@ -106,6 +106,7 @@ int main(int, char** arguments) {
   const bool advanced = is_advanced_model();
   init_trace();
   orb_init_nv();
+  load_recorder_texts();
   orb_init_logger();
   fputs("start\n", stderr);
 

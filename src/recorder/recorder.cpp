@@ -52,29 +52,6 @@ void load_config_text(json_object* config, const char* key, char (&text)[Size]) 
   copy_text(text, Size, json_text(config, key));
 }
 
-template <size_t Size>
-void keep_given(char (&text)[Size], const char (&given)[Size]) {
-  if (given[0] != '\0') copy_text(text, Size, given);
-}
-
-void load_texts() {
-  const json_owner config = load_json_file(paths::kSystemConfig);
-  recorder_texts texts;
-  load_setting(kSettingOperatorId, texts.operator_id);
-  load_setting(kSettingTitle, texts.title);
-  load_setting(kSettingFlowDirection, texts.flow_direction);
-  copy_text(texts.filename, sizeof texts.filename, texts.title);
-  load_config_text(config.get(), "model_name", texts.model_name);
-  load_config_text(config.get(), "serial_number", texts.serial_number);
-  const mutex_lock lock(recorder.texts_lock);
-  // The API runs already: a text that it was given stands.
-  keep_given(texts.title, recorder.texts.title);
-  keep_given(texts.operator_id, recorder.texts.operator_id);
-  keep_given(texts.flow_direction, recorder.texts.flow_direction);
-  keep_given(texts.filename, recorder.texts.filename);
-  recorder.texts = texts;
-}
-
 bool change_stage(recorder_stage from, recorder_stage to) {
   const mutex_lock lock(recorder.stage_lock);
   if (recorder.stage != from) return false;
@@ -241,13 +218,25 @@ bool stop_take(int reason) {
   return true;
 }
 
+void load_recorder_texts() {
+  const json_owner config = load_json_file(paths::kSystemConfig);
+  recorder_texts texts;
+  load_setting(kSettingOperatorId, texts.operator_id);
+  load_setting(kSettingTitle, texts.title);
+  load_setting(kSettingFlowDirection, texts.flow_direction);
+  copy_text(texts.filename, sizeof texts.filename, texts.title);
+  load_config_text(config.get(), "model_name", texts.model_name);
+  load_config_text(config.get(), "serial_number", texts.serial_number);
+  const mutex_lock lock(recorder.texts_lock);
+  recorder.texts = texts;
+}
+
 void orb_create_recorder() {
   make_folder(paths::kVideos);
   make_folder(paths::kInternalTakes);
   make_folder(paths::kUsbTakes);
   remove(paths::kXmpTemporary);  // of a write that a power cut has ended
   measure_stores();
-  load_texts();
   start_detached_thread("recorder", recording_worker, nullptr);
   start_take_file_workers();
 }

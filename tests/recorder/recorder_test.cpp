@@ -177,13 +177,14 @@ TEST_F(takes, a_guid_is_only_what_can_be_one) {
   }
 }
 
-TEST_F(takes, a_text_is_cut_at_a_character_and_stands_when_the_recorder_starts) {
-  const std::string title = std::string(79, 't') + "é";
-  orb_set_recorder_title(title.c_str());
-  orb_create_recorder();  // the API may be asked before it
+TEST_F(takes, a_text_is_cut_at_a_character_and_comes_back_as_the_settings_hold_it) {
+  orb_set_recorder_title((std::string(79, 't') + "é").c_str());
   char text[200];
   orb_load_recorder_title(text, sizeof text);
-  EXPECT_EQ(text, title.substr(0, 79));
+  EXPECT_EQ(text, std::string(79, 't'));
+  load_recorder_texts();
+  orb_load_recorder_filename(text, sizeof text);
+  EXPECT_EQ(text, std::string(41, 't'));
 }
 
 TEST_F(takes, a_start_describes_its_take) {
