@@ -2,9 +2,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+
+namespace {
+
+constexpr char kUnfinished[] = ".new";
+
+}  // namespace
 
 std::optional<std::string> read_file(const char* path, size_t limit) {
   // O_NONBLOCK: a pipe put in the file's place must not hold the caller.
@@ -56,7 +63,13 @@ bool replace_file(const char* path, const char* temporary, std::string_view data
 }
 
 bool replace_file(const std::string& path, std::string_view data) {
-  return replace_file(path.c_str(), (path + ".new").c_str(), data, flushed::yes);
+  return replace_file(path.c_str(), (path + kUnfinished).c_str(), data, flushed::yes);
+}
+
+void remove_unfinished(const char* folder, const char* pattern) {
+  const std::string temporaries = std::string(pattern) + kUnfinished;
+  for (const std::string& name : names_in(folder))
+    if (fnmatch(temporaries.c_str(), name.c_str(), 0) == 0) unlink(path_in(folder, name).c_str());
 }
 
 std::optional<std::string> read_first_line(const char* path, size_t limit) {

@@ -63,6 +63,10 @@ bool replace_file(const char* path, const char* temporary, std::string_view data
 // The same, flushed, with the temporary "PATH.new".
 bool replace_file(const std::string& path, std::string_view data);
 
+// Removes such temporaries that a power cut has left, of files in `folder` whose names fit a shell's pattern.
+// Nobody may be writing one.
+void remove_unfinished(const char* folder, const char* pattern);
+
 // The first line of a file with its newline, at most `limit` bytes; nothing when the file cannot be read.
 std::optional<std::string> read_first_line(const char* path, size_t limit);
 

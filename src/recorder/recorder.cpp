@@ -237,8 +237,8 @@ void orb_create_recorder() {
   make_folder(paths::kUsbTakes);
   remove(paths::kXmpTemporary);  // of a write that a power cut has ended
   measure_stores();
-  start_detached_thread("recorder", recording_worker, nullptr);
   start_take_file_workers();
+  start_detached_thread("recorder", recording_worker, nullptr);
 }
 
 void close_recorder() {
