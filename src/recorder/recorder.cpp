@@ -17,6 +17,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "recorder/encoder_child.h"
 #include "recorder/internal.h"
 #include "recorder/take_files.h"
 #include "store/settings.h"
@@ -213,8 +214,7 @@ bool stop_take(int reason) {
   recorder.recording = 0;
   recorder.paused = 0;
   recorder.error = 0;
-  signal_child(SIGTERM);
-  signal_child(SIGCONT);  // a stopped ffmpeg sees the SIGTERM only then
+  if (recorder.child_pid > 0) end_ffmpeg(recorder.child_pid);
   return true;
 }
 
