@@ -23,6 +23,7 @@
 #include "base/file_copy.h"
 #include "base/paths.h"
 #include "recorder/internal.h"
+#include "recorder/take_files.h"
 #include "store/settings.h"
 
 namespace fs = std::filesystem;
@@ -79,7 +80,8 @@ ssize_t write(int fd, const void* data, size_t size) {
   written.insert({info.st_ino, {path, from, 0}}).first->second.size = from + count;
   return count;
 }
-int remove(const char* path) noexcept { return step(), unlink(path) == 0 || rmdir(path) == 0 ? 0 : -1; }
+int unlink(const char* path) noexcept { return step(), static_cast<int>(syscall(SYS_unlink, path)); }
+int remove(const char* path) noexcept { return unlink(path) == 0 || rmdir(path) == 0 ? 0 : -1; }
 int rename(const char* from, const char* to) noexcept {
   step();
   struct stat info {};
@@ -340,6 +342,40 @@ TEST_F(takes, a_power_cut_leaves_stills_that_are_listed_or_none) {
   }
   EXPECT_GT(with_stills, 5);
   EXPECT_GT(cuts - with_stills, 15);
+}
+
+// Deletes all of the take's files, by the worker.
+bool delete_take() {
+  const auto request = [](const std::string& files) {
+    json_object* list = json_tokener_parse(files.c_str());
+    return orb_delete_recorder_files(list, json_owner(list));
+  };
+  const auto entry = [](const std::string& name) {
+    return R"({"parent_id":")" + kGuid + R"(","name":")" + name + "\"}";
+  };
+  start_take_file_workers();
+  request("[" + entry(take_file_name(kTake, "mp4")) + "," + entry("still.jpg") + "]");
+  while (request("[]") != 0) usleep(100);
+  return true;
+}
+
+// What is left is listed, so that it can be deleted again.
+TEST_F(takes, a_power_cut_in_a_deletion_leaves_nothing_that_is_not_listed) {
+  const std::string files[] = {usb_take_path(kTake), caption_path(kTake),
+                               paths::kUsbTakes + std::string("/still.jpg")};
+  int cuts = 0;
+  for (bool is_cut = true; is_cut; ++cuts) {
+    SCOPED_TRACE(cuts);
+    put(description_path(kGuid), kFinished);
+    for (const std::string& file : files) put(file, "x");
+    is_cut = work_until(cuts, delete_take);
+    const std::string listed = content(description_path(kGuid));
+    for (const std::string& file : files)
+      EXPECT_TRUE(!fs::exists(file) || listed.find(fs::path(file).stem()) != std::string::npos) << file;
+    EXPECT_FALSE(work_until(-1, delete_take));
+    EXPECT_TRUE(fs::is_empty(paths::kUsbTakes));
+  }
+  EXPECT_GT(cuts, 8);
 }
 
 TEST_F(takes, a_full_store_keeps_the_take_and_its_stills) {
