@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include "app/application.h"
 #include "app/command_pipe.h"
+#include "app/invocation.h"
 #include "app/redis_publisher.h"
 #include "app/trace.h"
 #include "base/file.h"
@@ -100,13 +102,16 @@ int run_unit(bool advanced) {
 
 }  // namespace
 
-int main(int, char** arguments) {
+int main(int count, char** words) {
+  if (const std::optional<int> status = answer_command_line(count, words)) return *status;
+  prepare_console();
+  if (!claim_unit(words[0])) return EXIT_FAILURE;
   block_signals(true);
   signal(SIGPIPE, SIG_IGN);
-  prepare_console();
   const bool advanced = is_advanced_model();
   init_trace();
   orb_init_nv();
+  load_recorder_texts();
   orb_init_logger();
   fputs("start\n", stderr);
 
@@ -122,7 +127,7 @@ int main(int, char** arguments) {
   orb_create_recorder();
   orb_init_supervisor(1);
 
-  if (orb_application_init(&application, arguments[0]) != 0) return 1;
+  if (orb_application_init(&application, words[0]) != 0) return 1;
   block_signals(false);
   const int status = run_unit(advanced);
   orb_application_destroy(&application);

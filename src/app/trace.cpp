@@ -146,7 +146,7 @@ void* monitor_mask(void*) {
 
 void init_trace() {
   mask.store(0, std::memory_order_relaxed);
-  if (access(paths::kTrace, R_OK) == 0) rename(paths::kTrace, paths::kTraceOld);
+  if (access(paths::kTrace, R_OK) == 0) rename_flushed(paths::kTrace, paths::kTraceOld);
   struct stat info {};
   if (stat(paths::kTraceMask, &info) != 0) set_trace_mask(0);
   read_mask_file();

@@ -2,9 +2,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+
+namespace {
+
+constexpr char kUnfinished[] = ".new";
+
+}  // namespace
 
 std::optional<std::string> read_file(const char* path, size_t limit) {
   // O_NONBLOCK: a pipe put in the file's place must not hold the caller.
@@ -34,6 +41,11 @@ bool write_all(int fd, std::string_view data) {
   return true;
 }
 
+bool rename_flushed(const char* from, const char* to) {
+  const unique_fd fd(open(from, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return fd && rename(from, to) == 0 && fsync(fd.get()) == 0 && flush_folder_of(to);
+}
+
 bool replace_file(const char* path, const char* temporary, std::string_view data, flushed flush) {
   unlink(temporary);
   unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
@@ -41,15 +53,23 @@ bool replace_file(const char* path, const char* temporary, std::string_view data
   bool written = write_all(fd.get(), data);
   if (flush == flushed::yes) written = written && fsync(fd.get()) == 0;
   fd.reset();
-  if (!written || rename(temporary, path) != 0) {
-    unlink(temporary);
-    return false;
+  if (flush == flushed::yes) {
+    written = written && rename_flushed(temporary, path);
+  } else {
+    written = written && rename(temporary, path) == 0;
   }
-  return flush == flushed::no || flush_folder_of(path);
+  if (!written) unlink(temporary);
+  return written;
 }
 
 bool replace_file(const std::string& path, std::string_view data) {
-  return replace_file(path.c_str(), (path + ".new").c_str(), data, flushed::yes);
+  return replace_file(path.c_str(), (path + kUnfinished).c_str(), data, flushed::yes);
+}
+
+void remove_unfinished(const char* folder, const char* pattern) {
+  const std::string temporaries = std::string(pattern) + kUnfinished;
+  for (const std::string& name : names_in(folder))
+    if (fnmatch(temporaries.c_str(), name.c_str(), 0) == 0) unlink(path_in(folder, name).c_str());
 }
 
 std::optional<std::string> read_first_line(const char* path, size_t limit) {

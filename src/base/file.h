@@ -49,14 +49,23 @@ std::optional<std::string> read_file(const char* path, size_t limit);
 // Writes all of `data`, over short writes and interruptions. False at the first error (errno tells).
 bool write_all(int fd, std::string_view data);
 
+// Renames a file within its folder, over what has the name `to`, and flushes it, content and name. On vfat a
+// flush before the rename does not count: the new name begins with no content, and gets it with the next
+// flush of the file. False when it could not be renamed or flushed.
+bool rename_flushed(const char* from, const char* to);
+
 // Writes `data` to the file `temporary` in the same folder and renames it over `path`, so that a reader, and
 // with `flushed` a power cut, sees the old content or the new, never a part. Two writers of one temporary
-// must take turns. False when it could not be written; `path` is then untouched.
+// must take turns. False when it could not be written, or not flushed: `path` holds the old or the new then.
 enum class flushed : bool { no, yes };
 bool replace_file(const char* path, const char* temporary, std::string_view data, flushed flush);
 
 // The same, flushed, with the temporary "PATH.new".
 bool replace_file(const std::string& path, std::string_view data);
+
+// Removes such temporaries that a power cut has left, of files in `folder` whose names fit a shell's pattern.
+// Nobody may be writing one.
+void remove_unfinished(const char* folder, const char* pattern);
 
 // The first line of a file with its newline, at most `limit` bytes; nothing when the file cannot be read.
 std::optional<std::string> read_first_line(const char* path, size_t limit);

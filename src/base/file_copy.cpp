@@ -45,11 +45,19 @@ bool copy_blocks(int from, int to, int64_t size, copy_step step, void* context) 
   return true;
 }
 
+bool copy_over(int from, int to, int64_t size, copy_step step, void* context) {
+  struct stat info {};
+  if (fstat(to, &info) != 0) return false;
+  if (info.st_size != 0 && (ftruncate(to, 0) != 0 || fsync(to) != 0)) return false;
+  const int64_t last = std::min<int64_t>(size, 1);
+  if (!copy_blocks(from, to, size - last, step, context) || fsync(to) != 0) return false;
+  return last == 0 || (copy_blocks(from, to, last, step, context) && fsync(to) == 0);
+}
+
 bool copy_file(const char* from, const char* to, copy_step step, void* context) {
   const unique_fd source(open(from, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat info {};
   if (!source || fstat(source.get(), &info) != 0) return false;
-  const unique_fd target(open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0644));
-  return target && copy_blocks(source.get(), target.get(), info.st_size, step, context) &&
-         fsync(target.get()) == 0 && flush_folder_of(to);
+  const unique_fd target(open(to, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
+  return target && copy_over(source.get(), target.get(), info.st_size, step, context) && flush_folder_of(to);
 }

@@ -6,6 +6,7 @@ namespace paths {
 
 inline constexpr char kSystemConfig[] = "/config/system.json";
 inline constexpr char kRelease[] = "/opt/nork/ORB_RELEASE";
+inline constexpr char kRunFolder[] = "/var/run/orb";
 inline constexpr char kCommandPipe[] = "/var/run/orb/api.fifo";
 
 // Service log, on the internal USB store.

@@ -1,6 +1,5 @@
 #include "recorder/encoder_child.h"
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -19,8 +18,9 @@ extern "C" {
 
 namespace {
 
-constexpr int kObeys_ms = 2000;
+constexpr int kLook_ms = 100;
 constexpr int kGivesUp_ms = 10'000;
+constexpr int kObeys_ms = 2000;
 constexpr size_t kArgumentsLimit = 1 << 16;
 constexpr std::string_view kFirstArguments{"-y\0-i\0", 6};  // as the kernel shows them
 
@@ -37,28 +37,46 @@ std::string descriptors_of(pid_t pid) { return "/proc/" + std::to_string(pid) + 
 
 std::string arguments_of(pid_t pid) { return "/proc/" + std::to_string(pid) + "/cmdline"; }
 
-bool is_encoder_connection(int fd) {
-  sockaddr_in peer{};
-  socklen_t size = sizeof peer;
-  return getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) == 0 && peer.sin_family == AF_INET &&
-         ntohs(peer.sin_port) == addresses::kEncoderRtspPort;
+bool is_tcp(int fd) {
+  int domain = 0;
+  int type = 0;
+  socklen_t size = sizeof(int);
+  return getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_INET &&
+         getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
 }
 
-void shut_encoder_connection(pid_t pid, int pidfd) {
+// Its end for reading only: ffmpeg finds the stream ended, and still takes leave of the encoder. One that is
+// being made ends too. False when there is none.
+bool shut_encoder_connection(pid_t pid, int pidfd) {
+  bool is_there = false;
   for_each_number(descriptors_of(pid), [&](int number) {
     struct stat info {};
     const std::string path = descriptors_of(pid) + "/" + std::to_string(number);
     if (stat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode)) return;
     const unique_fd copy(pidfd_getfd(pidfd, number, 0));
-    if (copy && is_encoder_connection(copy.get())) shutdown(copy.get(), SHUT_RDWR);
+    if (!copy || !is_tcp(copy.get())) return;
+    shutdown(copy.get(), SHUT_RD);
+    is_there = true;
   });
+  return is_there;
 }
 
+void ask_to_end(pid_t pid, int pidfd) {
+  if (!shut_encoder_connection(pid, pidfd)) pidfd_send_signal(pidfd, SIGTERM, nullptr, 0);
+  pidfd_send_signal(pidfd, SIGCONT, nullptr, 0);  // a stopped one sees either only then
+}
+
+// What it connects to meanwhile is shut down too.
 void await_end_or_kill(pid_t pid, int pidfd) {
-  if (await_end(pidfd, kGivesUp_ms)) return;
-  trace(kTraceRecorder, "kill %d", pid);
-  pidfd_send_signal(pidfd, SIGKILL, nullptr, 0);
-  await_end(pidfd, kGivesUp_ms);
+  for (int waited_ms = 0; waited_ms < kGivesUp_ms; waited_ms += kLook_ms) {
+    if (await_end(pidfd, kLook_ms)) return;
+    shut_encoder_connection(pid, pidfd);
+  }
+  for (const int last : {SIGTERM, SIGKILL}) {
+    trace(kTraceRecorder, "kill %d %d", pid, last);
+    pidfd_send_signal(pidfd, last, nullptr, 0);
+    if (await_end(pidfd, kObeys_ms)) return;
+  }
 }
 
 // Whether process `pid` has `path` open for writing: a descriptor's link shows its mode.
@@ -100,12 +118,16 @@ int start_ffmpeg(const std::string& path, child_process* child) {
       child);
 }
 
+void end_ffmpeg(pid_t pid) {
+  const unique_fd pidfd(pidfd_open(pid, 0));
+  if (pidfd) return ask_to_end(pid, pidfd.get());
+  kill(pid, SIGTERM);
+  kill(pid, SIGCONT);
+}
+
 void await_ffmpeg_end(pid_t pid) {
   const unique_fd pidfd(pidfd_open(pid, 0));
-  if (!pidfd || await_end(pidfd.get(), kObeys_ms)) return;
-  trace(kTraceRecorder, "encoder silent %d", pid);
-  shut_encoder_connection(pid, pidfd.get());
-  await_end_or_kill(pid, pidfd.get());
+  if (pidfd) await_end_or_kill(pid, pidfd.get());
 }
 
 void end_writers(const std::string& path) {
@@ -115,9 +137,7 @@ void end_writers(const std::string& path) {
     // Looked at again, now that the number cannot become another process's.
     if (!pidfd || !is_writer(pid, path)) return;
     trace(kTraceRecorder, "take held by %d", pid);
-    shut_encoder_connection(pid, pidfd.get());
-    // One that has not opened its file has nothing to lose, and would only now begin to record.
-    pidfd_send_signal(pidfd.get(), writes_to(pid, path) ? SIGCONT : SIGKILL, nullptr, 0);
+    ask_to_end(pid, pidfd.get());
     await_end_or_kill(pid, pidfd.get());
   });
 }

@@ -59,8 +59,8 @@ struct recorder_state {
   // `recording` under it, and the worker takes it once between the end of a take and its completion.
   mutex notes_lock;
 
-  // Whoever clears `recording`, sends the child its one SIGTERM; pause and resume signal under the same lock,
-  // or a late SIGSTOP would cost the take.
+  // Whoever clears `recording` asks the child to end; pause and resume signal under the same lock, or a late
+  // SIGSTOP would cost the take.
   mutex child_lock;
   pid_t child_pid GUARDED_BY(child_lock) = -1;         // -1 when there is none to be reaped
   bool is_stop_wanted GUARDED_BY(child_lock) = false;  // of a take that has not begun yet

@@ -1,5 +1,7 @@
 #include "recorder/metadata.h"
 
+#include <cstring>
+
 #include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
@@ -113,9 +115,10 @@ int orb_load_recorder_file_metadata(const char* path, orb_xmp_fields* fields) {
 }
 
 int orb_set_recorder_video_note(const char* text) {
-  const std::string note = note_line(text);
+  const std::string_view line = std::string_view(text).substr(0, strcspn(text, "\n"));
   const mutex_lock lock(recorder.notes_lock);
-  const bool set = recorder.recording != 0 ? describe_anew(note) : set_waiting_note(paths::kVideoNote, note);
+  const bool set = recorder.recording != 0 ? describe_anew(as_utf8(std::string(line)))
+                                           : set_waiting_note(paths::kVideoNote, note_line(line));
   return set ? 0 : -1;
 }
 

@@ -17,6 +17,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "recorder/encoder_child.h"
 #include "recorder/internal.h"
 #include "recorder/take_files.h"
 #include "store/settings.h"
@@ -50,29 +51,6 @@ void load_setting(uint32_t index, char (&text)[Size]) {
 template <size_t Size>
 void load_config_text(json_object* config, const char* key, char (&text)[Size]) {
   copy_text(text, Size, json_text(config, key));
-}
-
-template <size_t Size>
-void keep_given(char (&text)[Size], const char (&given)[Size]) {
-  if (given[0] != '\0') copy_text(text, Size, given);
-}
-
-void load_texts() {
-  const json_owner config = load_json_file(paths::kSystemConfig);
-  recorder_texts texts;
-  load_setting(kSettingOperatorId, texts.operator_id);
-  load_setting(kSettingTitle, texts.title);
-  load_setting(kSettingFlowDirection, texts.flow_direction);
-  copy_text(texts.filename, sizeof texts.filename, texts.title);
-  load_config_text(config.get(), "model_name", texts.model_name);
-  load_config_text(config.get(), "serial_number", texts.serial_number);
-  const mutex_lock lock(recorder.texts_lock);
-  // The API runs already: a text that it was given stands.
-  keep_given(texts.title, recorder.texts.title);
-  keep_given(texts.operator_id, recorder.texts.operator_id);
-  keep_given(texts.flow_direction, recorder.texts.flow_direction);
-  keep_given(texts.filename, recorder.texts.filename);
-  recorder.texts = texts;
 }
 
 bool change_stage(recorder_stage from, recorder_stage to) {
@@ -236,9 +214,21 @@ bool stop_take(int reason) {
   recorder.recording = 0;
   recorder.paused = 0;
   recorder.error = 0;
-  signal_child(SIGTERM);
-  signal_child(SIGCONT);  // a stopped ffmpeg sees the SIGTERM only then
+  if (recorder.child_pid > 0) end_ffmpeg(recorder.child_pid);
   return true;
+}
+
+void load_recorder_texts() {
+  const json_owner config = load_json_file(paths::kSystemConfig);
+  recorder_texts texts;
+  load_setting(kSettingOperatorId, texts.operator_id);
+  load_setting(kSettingTitle, texts.title);
+  load_setting(kSettingFlowDirection, texts.flow_direction);
+  copy_text(texts.filename, sizeof texts.filename, texts.title);
+  load_config_text(config.get(), "model_name", texts.model_name);
+  load_config_text(config.get(), "serial_number", texts.serial_number);
+  const mutex_lock lock(recorder.texts_lock);
+  recorder.texts = texts;
 }
 
 void orb_create_recorder() {
@@ -247,9 +237,8 @@ void orb_create_recorder() {
   make_folder(paths::kUsbTakes);
   remove(paths::kXmpTemporary);  // of a write that a power cut has ended
   measure_stores();
-  load_texts();
-  start_detached_thread("recorder", recording_worker, nullptr);
   start_take_file_workers();
+  start_detached_thread("recorder", recording_worker, nullptr);
 }
 
 void close_recorder() {

@@ -14,7 +14,11 @@ inline constexpr size_t kFlowDirectionSize = 32;
 inline constexpr uint64_t kLowEmmc_kb = 10'000;
 inline constexpr uint64_t kLowUsb_kb = 30'000;
 
-// Makes the stores' folders, loads the texts and starts the workers of files and the recording worker, which
+// Loads the texts below from the settings and the unit's configuration. Called once, before the API can be
+// asked for them.
+void load_recorder_texts();
+
+// Makes the stores' folders and starts the workers of files and the recording worker, which
 // first completes what a power cut has interrupted. Called once, at start-up; takes can be started when that
 // has ended.
 void orb_create_recorder();

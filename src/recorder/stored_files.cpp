@@ -52,12 +52,26 @@ int64_t size_on_stick(int stick, const std::string& name) {
   return S_ISREG(info.st_mode) ? info.st_size : INT64_MAX;
 }
 
+struct source_file {
+  unique_fd fd;  // none when there is no regular file
+  int64_t size = -1;
+};
+
+// The size is that of the open file: its name may be another's by now, or nobody's.
+source_file open_source(const std::string& path) {
+  source_file source{unique_fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))};
+  struct stat info {};
+  if (!source.fd || fstat(source.fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
+  source.size = info.st_size;
+  return source;
+}
+
 // A copy that ended short goes: it would look like one that still grows.
-bool copy_to_stick(int source, int64_t size, int stick, const std::string& name) {
+bool copy_to_stick(const source_file& source, int stick, const std::string& name) {
   unique_fd target(
-      openat(stick, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
+      openat(stick, name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
   if (!target) return false;
-  if (copy_blocks(source, target.get(), size) && fsync(target.get()) == 0 && fsync(stick) == 0) return true;
+  if (copy_over(source.fd.get(), target.get(), source.size) && fsync(stick) == 0) return true;
   const int error = errno;
   target.reset();
   unlinkat(stick, name.c_str(), 0);
@@ -65,20 +79,23 @@ bool copy_to_stick(int source, int64_t size, int stick, const std::string& name)
   return false;
 }
 
-unique_fd open_source(const std::string& path) {
-  unique_fd source(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat info {};
-  if (source && (fstat(source.get(), &info) != 0 || !S_ISREG(info.st_mode))) source.reset();
-  return source;
-}
-
 // --- the workers ---
 
-// Takes the worker in one step: of two requests one is refused.
-int offer(file_worker* worker, std::unique_ptr<file_task> task, bool is_possible) {
+void* serve_for_ever(void* worker);
+
+bool start_worker(const stored_files* kind, file_worker* worker) REQUIRES(worker->lock) {
+  if (worker->kind != nullptr) return true;
+  worker->kind = kind;
+  if (start_detached_thread(worker->thread_name, serve_for_ever, worker) != 0) worker->kind = nullptr;
+  return worker->kind != nullptr;
+}
+
+// Takes the worker in one step: of two requests one is refused. A thread that could not be had at the start
+// is asked for again.
+int offer(const stored_files& kind, file_worker* worker, std::unique_ptr<file_task> task, bool is_possible) {
   const mutex_lock lock(worker->lock);
   if (worker->is_busy) return 1;
-  if (!is_possible) return -1;
+  if (!is_possible || !start_worker(&kind, worker)) return -1;
   worker->is_busy = true;
   worker->task = task.release();
   worker->requested.signal();
@@ -87,7 +104,8 @@ int offer(file_worker* worker, std::unique_ptr<file_task> task, bool is_possible
 
 int request(const stored_files& kind, file_worker* worker, file_task task, bool is_possible) {
   const bool is_list = json_object_is_type(task.list, json_type_array) != 0;
-  const int result = is_list ? offer(worker, std::make_unique<file_task>(std::move(task)), is_possible) : -1;
+  const int result =
+      is_list ? offer(kind, worker, std::make_unique<file_task>(std::move(task)), is_possible) : -1;
   if (result != 0) trace(kind.trace_level, "no %s %d", worker->verb, result);
   return result;
 }
@@ -125,13 +143,6 @@ void* serve_for_ever(void* worker) {
   for (;;) serve(static_cast<file_worker*>(worker));
 }
 
-void start_worker(const stored_files* kind, file_worker* worker) {
-  const mutex_lock lock(worker->lock);
-  if (worker->kind != nullptr) return;
-  worker->kind = kind;
-  start_detached_thread(worker->thread_name, serve_for_ever, worker);
-}
-
 bool is_json_file(int folder, const dirent& entry) {
   const size_t length = strlen(entry.d_name);
   if (length < sizeof kJsonEnd || strcmp(entry.d_name + length - strlen(kJsonEnd), kJsonEnd) != 0)
@@ -157,8 +168,10 @@ int64_t regular_size(const std::string& path) {
 }
 
 void start_file_workers(stored_files* kind) {
-  start_worker(kind, &kind->copier);
-  start_worker(kind, &kind->deleter);
+  for (file_worker* worker : {&kind->copier, &kind->deleter}) {
+    const mutex_lock lock(worker->lock);
+    start_worker(kind, worker);
+  }
 }
 
 int copy_stored_files(stored_files* kind, json_object* list, json_owner root) {
@@ -211,11 +224,16 @@ std::string entry_name(json_object* entry, const char* key) {
   return is_file_name(name) ? std::string(name) : "";
 }
 
-void remove_stored_file(const stored_files& kind, const std::string& name) {
+bool remove_stored_file(const stored_files& kind, const std::string& name) {
   const std::string path = path_in(kind.folder, name);
-  if (name.empty() || regular_size(path) < 0) return trace_missing(kind, path);
+  if (name.empty() || regular_size(path) < 0) {
+    trace_missing(kind, path);
+    return true;
+  }
   trace(kind.trace_level, "rm '%s'", path.c_str());
-  if (unlink(path.c_str()) != 0) trace(kind.trace_level, "rm failed %d '%s'", errno, strerror(errno));
+  if (unlink(path.c_str()) == 0) return flush_folder_of(path.c_str());
+  trace(kind.trace_level, "rm failed %d '%s'", errno, strerror(errno));
+  return false;
 }
 
 void copy_entry(const stored_files& kind, json_object* entry, const file_task& task) {
@@ -227,13 +245,12 @@ void copy_entry(const stored_files& kind, json_object* entry, const file_task& t
   if (name.empty()) return trace_missing(kind, from);
   if (kind.are_copies_followed) trace(level, "cp src '%s'", from.c_str());
   if (kind.are_copies_followed) trace(level, "cp dst '%s'", to.c_str());
-  const unique_fd source = open_source(from);
-  const int64_t size = regular_size(from);
+  const source_file source = open_source(from);
   const int64_t there = size_on_stick(task.stick.get(), name);
-  if (there >= 0 && there >= size) return trace(level, "file '%s' exists", to.c_str());
-  if (!source) return trace_missing(kind, from);
+  if (there >= 0 && there >= source.size) return trace(level, "file '%s' exists", to.c_str());
+  if (!source.fd) return trace_missing(kind, from);
   if (kind.are_copies_followed) trace(level, "cp start '%s'", name.c_str());
-  if (!copy_to_stick(source.get(), size, task.stick.get(), name)) {
+  if (!copy_to_stick(source, task.stick.get(), name)) {
     trace(level, "cp failed %d '%s'", errno, strerror(errno));
   } else if (kind.are_copies_followed) {
     trace(level, "cp done");

@@ -64,7 +64,8 @@ struct stored_files {
 void start_file_workers(stored_files* kind);
 
 // Hands {"name"} objects to the worker, and with them the value that owns them: 0 when it has taken them, 1
-// when it is busy, -1 when `list` is no array or, for a copy, no stick is mounted.
+// when it is busy, -1 when `list` is no array, the worker's thread cannot be started or, for a copy, no stick
+// is mounted.
 int copy_stored_files(stored_files* kind, json_object* list, json_owner root);
 int delete_stored_files(stored_files* kind, json_object* list, json_owner root);
 
@@ -82,8 +83,9 @@ bool is_file_name(std::string_view name);
 // The member as the name of a file, "" when it is none.
 std::string entry_name(json_object* entry, const char* key);
 
-// Removes the regular file `name` from the kind's folder; "" and what is not there count as missing.
-void remove_stored_file(const stored_files& kind, const std::string& name);
+// Removes the regular file `name` from the kind's folder, for good; "" and what is not there count as
+// missing. False when the file stays, or may come back after a power cut.
+bool remove_stored_file(const stored_files& kind, const std::string& name);
 
 // Copies the entry's file to the stick, unless it has one that is at least as long.
 void copy_entry(const stored_files& kind, json_object* entry, const file_task& task);

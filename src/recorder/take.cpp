@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "base/file.h"
 #include "base/paths.h"
@@ -98,9 +99,9 @@ json_owner take_file_entry(const std::string& name) {
   return entry;
 }
 
-bool save_description(const take& t, const std::string& duration, json_owner files) {
-  const json_owner description(json_object_new_object());
-  if (!description || !files) return false;
+json_owner make_description(const take& t, const std::string& duration, json_owner files) {
+  json_owner description(json_object_new_object());
+  if (!description || !files) return nullptr;
   add_json_text(description.get(), "id", t.guid);
   add_json_text(description.get(), "name", t.name);
   add_json_text(description.get(), "asset_id", t.asset_id);
@@ -108,7 +109,12 @@ bool save_description(const take& t, const std::string& duration, json_owner fil
   add_json_text(description.get(), "duration", duration);
   json_object_object_add(description.get(), "files", files.release());
   add_json_text(description.get(), "note", t.note);
-  return replace_json_file(description_path(t.guid), description.get());
+  return description;
+}
+
+bool save_description(const take& t, const std::string& duration, json_owner files) {
+  const json_owner description = make_description(t, duration, std::move(files));
+  return description && replace_json_file(description_path(t.guid), description.get());
 }
 
 take described_take(const std::string& guid, json_object* description) {

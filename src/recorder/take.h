@@ -50,6 +50,9 @@ json_owner take_file_entry(const std::string& name);
 // The take as its description tells it, with "" for what is missing.
 take described_take(const std::string& guid, json_object* description);
 
+// The description of a take; null when there is no memory for it.
+json_owner make_description(const take& t, const std::string& duration, json_owner files);
+
 // Writes the description, whole or not at all. False when it could not be written.
 bool save_description(const take& t, const std::string& duration, json_owner files);
 

@@ -20,6 +20,10 @@ namespace {
 constexpr size_t kListedIdSize = 45;
 constexpr char kEmmcStore[] = "eMMC";
 
+// What the recorder writes beside and renames.
+constexpr char kDescriptionNames[] = "[0-9a-f]*-*-*-*-*.json";
+constexpr char kCaptionNames[] = "*_[0-9]*-*-*-*-*-*.vtt";
+
 // --- listings ---
 
 json_owner listed_file(const take& t, json_object* entry, size_t index) {
@@ -105,22 +109,24 @@ json_owner other_files(json_object* description, const std::string& name) {
   return others;
 }
 
-// After the files: one without its entry would be nobody's, but an entry without its file can be deleted
-// again.
+// After the files are gone: one without its entry would be nobody's, but an entry without its file can be
+// deleted again.
 void remove_from_description(const std::string& guid, const std::string& name) {
   const std::string path = description_path(guid);
-  flush_folder_of(path.c_str());
   const json_owner description = load_json_file(path.c_str());
   if (!json_object_is_type(description.get(), json_type_object)) return;
   json_owner others = other_files(description.get(), name);
   if (json_object_array_length(others.get()) == 0) {
     trace(kTraceRecorder, "rm parent");
     unlink(path.c_str());
+    flush_folder_of(path.c_str());
     return;
   }
-  const take t = described_take(guid, description.get());
-  if (!save_description(t, json_text(description.get(), "duration"), std::move(others)))
-    trace(kTraceRecorder, "description stays '%s'", guid.c_str());
+  // The stick finds a description in whatever case it is asked for; the take keeps its own.
+  const std::string own = json_text(description.get(), "id");
+  const take t = described_take(own.empty() ? guid : own, description.get());
+  const json_owner rest = make_description(t, json_text(description.get(), "duration"), std::move(others));
+  if (!replace_json_file(path, rest.get())) trace(kTraceRecorder, "description stays '%s'", guid.c_str());
 }
 
 void delete_take_file(const stored_files& kind, json_object* entry, const file_task&) {
@@ -129,9 +135,10 @@ void delete_take_file(const stored_files& kind, json_object* entry, const file_t
   const std::string guid = entry_name(entry, "parent_id");
   const std::string name = entry_name(entry, "name");
   if (is_in_work(guid, name)) return trace(kTraceRecorder, "take in work '%s'", name.c_str());
-  remove_stored_file(kind, name);
-  if (name.ends_with(".mp4")) remove_stored_file(kind, name.substr(0, name.size() - 3) + "vtt");
-  if (!guid.empty() && !name.empty()) remove_from_description(guid, name);
+  bool is_gone = remove_stored_file(kind, name);
+  if (is_gone && name.ends_with(".mp4"))
+    is_gone = remove_stored_file(kind, name.substr(0, name.size() - 3) + "vtt");
+  if (is_gone && !guid.empty() && !name.empty()) remove_from_description(guid, name);
 }
 
 constinit stored_files take_files{paths::kUsbTakes,
@@ -147,7 +154,12 @@ void add_take_location(json_object* file, json_object* entry) {
 
 }  // namespace
 
-void start_take_file_workers() { start_file_workers(&take_files); }
+void start_take_file_workers() {
+  remove_unfinished(paths::kInternalTakes, "guid");
+  remove_unfinished(paths::kUsbTakes, kDescriptionNames);
+  remove_unfinished(paths::kUsbTakes, kCaptionNames);
+  start_file_workers(&take_files);
+}
 
 json_owner orb_get_recorder_files() { return list_takes(paths::kUsbTakes, add_take_location); }
 

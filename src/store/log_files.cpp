@@ -42,7 +42,10 @@ std::string free_path() {
 
 }  // namespace
 
-void start_log_file_workers() { start_file_workers(&log_files); }
+void start_log_file_workers() {
+  remove_unfinished(paths::kUsbLogs, "log_[0-9]*-*-*-*-*-*.json");
+  start_file_workers(&log_files);
+}
 
 int orb_create_logger_file() {
   const json_owner readings = orb_get_logger_current_readings();

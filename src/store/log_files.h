@@ -5,7 +5,8 @@
 
 #include "base/json.h"
 
-// Starts the workers that copy and delete log files; later calls do nothing. Main thread.
+// Removes what a power cut has left half-written, and starts the workers that copy and delete log files. Main
+// thread, at the start.
 void start_log_file_workers();
 
 // Writes the readings of now to a new log file: 0, or -1 when they cannot be made or written. HTTP thread.

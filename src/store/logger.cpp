@@ -11,6 +11,7 @@
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/version.h"
 #include "store/alternating_file.h"
 #include "store/log_files.h"
 #include "store/statistics.h"
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr double kMinute_s = 60.0;
-constexpr char kSoftwareVersion[] = "03.01";
 
 // A save holds files_lock, outermost, for as long as the disk takes. logger_lock is never held meanwhile: who
 // reports is the power board's thread, too, which has a motor to stop.

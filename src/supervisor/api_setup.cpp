@@ -8,6 +8,7 @@
 #include "app/trace.h"
 #include "base/clock.h"
 #include "base/text.h"
+#include "base/version.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "store/settings.h"
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr char kPassword[] = "ORB@NORK";
-constexpr char kSoftwareVersion[] = "03.01";
 constexpr size_t kIdentitySize = 16;
 constexpr size_t kCameraVersionSize = 8;
 

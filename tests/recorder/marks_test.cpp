@@ -108,11 +108,13 @@ TEST_F(marks, a_video_note_is_of_the_running_take_or_waits) {
   orb_xmp_fields fields;
   const auto note = [&] { return orb_load_recorder_video_metadata(&fields), std::string(fields.comment); };
   EXPECT_EQ(note(), "n");
-  EXPECT_EQ(orb_set_recorder_video_note("new \"note\"\n"), 0);
-  EXPECT_EQ(note(), "new \"note\"");
+  const std::string text(600, 'x');
+  EXPECT_EQ(orb_set_recorder_video_note(("\"" + text + "\nb").c_str()), 0);
+  EXPECT_EQ(note(), "\"" + text.substr(0, 511));
   EXPECT_EQ(content(description_path(kTake.guid)),
             R"({"id":"0f7e3a52-8d5c-11ef-9c1a-0242ac120002","name":"na'me: 50%d","asset_id":"MH 14",)"
-            R"("start_time":"2026-03-09-14-05-59","duration":"","files":[],"note":"new \"note\""})");
+            R"("start_time":"2026-03-09-14-05-59","duration":"","files":[],"note":"\")" +
+                text + "\"}");
   fs::remove(description_path(kTake.guid));
   EXPECT_EQ(orb_set_recorder_video_note("lost"), -1);
   EXPECT_EQ(note() + fields.shot_date, "");

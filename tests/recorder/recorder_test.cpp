@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -14,22 +15,45 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
 
 #include "base/child_process.h"
 #include "base/clock.h"
 #include "base/file.h"
+#include "base/file_copy.h"
 #include "base/paths.h"
 #include "recorder/internal.h"
+#include "recorder/take_files.h"
 #include "store/settings.h"
 
 namespace fs = std::filesystem;
 
 std::atomic<bool> are_flushes_held = false;
 
-static int steps_to_the_cut = -1;  // none
+static int steps_to_the_cut = -1;  // none: nothing is followed, and any thread may work
+
+// What a rename has given its name and no flush its content since, as vfat has it, by the file's number; and
+// whether the name is on the disk.
+static std::map<ino_t, std::pair<std::string, bool>> hollow;
+
+// Where what no flush has brought to the disk begins in a file, and the size that the disk knows of it.
+struct unflushed {
+  std::string path;
+  off_t from, size;
+};
+static std::map<ino_t, unflushed> written;
+static std::map<ino_t, off_t> sizes_on_disk;
 
 static void step() {
-  if (steps_to_the_cut == 0) _exit(0);
+  if (steps_to_the_cut == 0) {
+    for (const auto& [number, file] : written) {
+      syscall(SYS_truncate, file.path.c_str(), file.from);
+      syscall(SYS_truncate, file.path.c_str(), std::max(file.size, sizes_on_disk[number]));
+    }
+    for (const auto& [number, name] : hollow)
+      if (name.second) syscall(SYS_truncate, name.first.c_str(), 0);
+    _exit(0);
+  }
   if (steps_to_the_cut > 0) --steps_to_the_cut;
 }
 
@@ -37,12 +61,33 @@ static void step() {
 int fsync(int fd) {
   step();
   while (are_flushes_held) usleep(1000);
+  struct stat info {};
+  if (steps_to_the_cut < 0 || fstat(fd, &info) != 0) return static_cast<int>(syscall(SYS_fsync, fd));
+  hollow.erase(info.st_ino), written.erase(info.st_ino);
+  sizes_on_disk[info.st_ino] = info.st_size;
+  for (auto& [number, name] : hollow) name.second = name.second || S_ISDIR(info.st_mode);
   return static_cast<int>(syscall(SYS_fsync, fd));
 }
-ssize_t write(int fd, const void* data, size_t size) { return step(), syscall(SYS_write, fd, data, size); }
-int remove(const char* path) noexcept { return step(), unlink(path) == 0 || rmdir(path) == 0 ? 0 : -1; }
+ssize_t write(int fd, const void* data, size_t size) {
+  step();
+  struct stat info {};
+  fstat(fd, &info);
+  const off_t from = lseek(fd, 0, SEEK_CUR);
+  const ssize_t count = syscall(SYS_write, fd, data, size);
+  char path[200] = "";
+  if (steps_to_the_cut < 0 || !S_ISREG(info.st_mode)) return count;
+  syscall(SYS_readlink, ("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1);
+  written.insert({info.st_ino, {path, from, 0}}).first->second.size = from + count;
+  return count;
+}
+int unlink(const char* path) noexcept { return step(), static_cast<int>(syscall(SYS_unlink, path)); }
+int remove(const char* path) noexcept { return unlink(path) == 0 || rmdir(path) == 0 ? 0 : -1; }
 int rename(const char* from, const char* to) noexcept {
-  return step(), static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+  step();
+  struct stat info {};
+  const bool is_followed = steps_to_the_cut >= 0 && std::string_view(from).ends_with(".new");
+  if (is_followed && stat(from, &info) == 0) hollow[info.st_ino] = {to, false};
+  return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
 }
 
 static bool is_vfat = false;
@@ -135,13 +180,14 @@ TEST_F(takes, a_guid_is_only_what_can_be_one) {
   }
 }
 
-TEST_F(takes, a_text_is_cut_at_a_character_and_stands_when_the_recorder_starts) {
-  const std::string title = std::string(79, 't') + "é";
-  orb_set_recorder_title(title.c_str());
-  orb_create_recorder();  // the API may be asked before it
+TEST_F(takes, a_text_is_cut_at_a_character_and_comes_back_as_the_settings_hold_it) {
+  orb_set_recorder_title((std::string(79, 't') + "é").c_str());
   char text[200];
   orb_load_recorder_title(text, sizeof text);
-  EXPECT_EQ(text, title.substr(0, 79));
+  EXPECT_EQ(text, std::string(79, 't'));
+  load_recorder_texts();
+  orb_load_recorder_filename(text, sizeof text);
+  EXPECT_EQ(text, std::string(41, 't'));
 }
 
 TEST_F(takes, a_start_describes_its_take) {
@@ -218,16 +264,45 @@ TEST_F(takes, a_take_is_ended_before_a_store_is_full_or_the_stick_cannot_hold_it
   is_vfat = false;
 }
 
-// Whether the power was cut: a completion may have fewer steps.
-bool complete_until(int steps, bool start_up) {
+// Whether the power was cut: the work may have fewer steps.
+template <typename Work>
+bool work_until(int steps, Work work) {
   if (fork() == 0) {
     steps_to_the_cut = steps;
-    _exit(complete_take(paths::kTakeGuid, start_up) ? 1 : 2);
+    _exit(work() ? 1 : 2);
   }
   int status = 0;
   wait(&status);
   EXPECT_LT(WEXITSTATUS(status), 2);
   return WEXITSTATUS(status) == 0;
+}
+
+bool complete_until(int steps, bool start_up) {
+  return work_until(steps, [start_up] { return complete_take(paths::kTakeGuid, start_up); });
+}
+
+// All but its last byte: with that it gets its size.
+TEST_F(takes, a_copy_of_full_size_is_whole) {
+  const std::string from = paths::kInternalTakes + std::string("/from");
+  const std::string to = paths::kUsbTakes + std::string("/to");
+  for (const size_t size : {size_t{0}, size_t{1}, size_t{4096}, size_t{8193}})
+    for (const size_t old : {size_t{0}, size, size_t{9000}}) {
+      int cuts = 0;
+      for (bool is_cut = true; is_cut; ++cuts) {
+        SCOPED_TRACE(std::to_string(size) + " over " + std::to_string(old) + ", cut " + std::to_string(cuts));
+        const std::string picture(size, 'x');
+        put(from, picture), put(to, std::string(old, 'o'));
+        struct stat info {};
+        stat(to.c_str(), &info);
+        sizes_on_disk = {{info.st_ino, info.st_size}};
+        is_cut = work_until(cuts, [&] { return copy_file(from.c_str(), to.c_str(), nullptr, nullptr); });
+        const std::string copy = content(to);
+        EXPECT_TRUE(is_cut || copy == picture);
+        const bool counts_as_whole = size > 1 && copy.size() >= size && copy != std::string(old, 'o');
+        EXPECT_TRUE(!counts_as_whole || copy.substr(0, copy.size() - 1) == picture.substr(1)) << copy.size();
+      }
+      EXPECT_GT(cuts, 1);
+    }
 }
 
 TEST_F(takes, a_power_cut_between_any_two_steps_loses_nothing) {
@@ -271,6 +346,40 @@ TEST_F(takes, a_power_cut_leaves_stills_that_are_listed_or_none) {
   }
   EXPECT_GT(with_stills, 5);
   EXPECT_GT(cuts - with_stills, 15);
+}
+
+// Deletes all of the take's files, by the worker.
+bool delete_take() {
+  const auto request = [](const std::string& files) {
+    json_object* list = json_tokener_parse(files.c_str());
+    return orb_delete_recorder_files(list, json_owner(list));
+  };
+  const auto entry = [](const std::string& name) {
+    return R"({"parent_id":")" + kGuid + R"(","name":")" + name + "\"}";
+  };
+  start_take_file_workers();
+  request("[" + entry(take_file_name(kTake, "mp4")) + "," + entry("still.jpg") + "]");
+  while (request("[]") != 0) usleep(100);
+  return true;
+}
+
+// What is left is listed, so that it can be deleted again.
+TEST_F(takes, a_power_cut_in_a_deletion_leaves_nothing_that_is_not_listed) {
+  const std::string files[] = {usb_take_path(kTake), caption_path(kTake),
+                               paths::kUsbTakes + std::string("/still.jpg")};
+  int cuts = 0;
+  for (bool is_cut = true; is_cut; ++cuts) {
+    SCOPED_TRACE(cuts);
+    put(description_path(kGuid), kFinished);
+    for (const std::string& file : files) put(file, "x");
+    is_cut = work_until(cuts, delete_take);
+    const std::string listed = content(description_path(kGuid));
+    for (const std::string& file : files)
+      EXPECT_TRUE(!fs::exists(file) || listed.find(fs::path(file).stem()) != std::string::npos) << file;
+    EXPECT_FALSE(work_until(-1, delete_take));
+    EXPECT_TRUE(fs::is_empty(paths::kUsbTakes));
+  }
+  EXPECT_GT(cuts, 8);
 }
 
 TEST_F(takes, a_full_store_keeps_the_take_and_its_stills) {

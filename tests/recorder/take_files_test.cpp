@@ -3,6 +3,7 @@
 #include "recorder/take_files.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,6 +14,7 @@
 
 #include "app/trace_reader.h"
 #include "base/file.h"
+#include "recorder/stored_files.h"
 #include "supervisor/bench_stick.h"
 #include "tests/await.h"
 
@@ -243,6 +245,53 @@ TEST_F(stored_takes, are_deleted_with_their_captions_and_entries) {
               row.listed == nullptr ? "nothing" : description(row.listed));
   }
   EXPECT_TRUE(fs::exists(kTakes + "/../out"));
+}
+
+// What the disk does not remove keeps its entry, and a take the spelling of its id: the stick knows no case.
+TEST_F(stored_takes, keep_what_cannot_be_removed) {
+  const std::string other_case = kTakes + "/" + swapped(kId, 'f', 'F') + ".json";
+  const std::string request = "{'parent_id':'" + swapped(kId, 'f', 'F') + "','name':'a.mp4'}";
+  put(kTakes + "/a.mp4", 5), put(kTakes + "/a.vtt", 5), put("/tmp/held", 5);
+  for (const std::string held : {"/a.mp4", "/a.vtt"}) {
+    describe(other_case, A "," B);
+    ASSERT_EQ(mount("/tmp/held", (kTakes + held).c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_TRUE(remove_files(request).ends_with("rm failed 16 'Device or resource busy';"));
+    umount((kTakes + held).c_str());
+    EXPECT_EQ(swapped(content(other_case), '"', '\''), description(A "," B));
+  }
+  EXPECT_EQ(names_left(), "a.vtt ");
+  remove_files(request);
+  EXPECT_EQ(swapped(content(other_case), '"', '\''), description(B));
+}
+
+TEST_F(stored_takes, lose_what_a_power_cut_left_half_written_beside_them) {
+  for (const std::string& name : {kId + ".json.new", std::string("n_2026-03-09-14-05-59.vtt.new"),
+                                  std::string("other.new"), std::string("other.vtt.new")})
+    put(kTakes + "/" + name, 5);
+  put(paths::kTakeGuid + std::string(".new"), 5);
+  start_take_file_workers();
+  EXPECT_EQ(names_left() + std::to_string(fs::exists(paths::kTakeGuid + std::string(".new"))),
+            "other.new other.vtt.new 0");
+}
+
+TEST(file_workers, one_whose_thread_cannot_be_had_refuses_until_it_can) {
+  static std::atomic<int> served = 0;
+  const auto act = [](const stored_files&, json_object*, const file_task&) { ++served; };
+  static stored_files kind{"/tmp", kTraceRecorder,        "",
+                           false,  {"copy", "copy", act}, {"delete", "delete", act}};
+  pthread_attr_t before, vast;
+  pthread_getattr_default_np(&before), pthread_getattr_default_np(&vast);
+  pthread_attr_setstacksize(&vast, size_t{1} << 46);
+  pthread_setattr_default_np(&vast);
+  const auto remove_one = [] {
+    json_owner list(json_tokener_parse("[{}]"));
+    return delete_stored_files(&kind, list.get(), json_owner(json_object_get(list.get())));
+  };
+  start_file_workers(&kind);
+  EXPECT_EQ(remove_one(), -1);
+  pthread_setattr_default_np(&before);
+  EXPECT_EQ(remove_one(), 0);
+  EXPECT_TRUE(await([] { return served == 1; }));
 }
 
 // The take that is being recorded or completed, and one that was set aside.

@@ -81,6 +81,8 @@ TEST(unit, nothing_that_comes_early_or_at_the_end_breaks_it) {
   for (int round = 0; round < 10; ++round) {
     child daemon = start_daemon();
     for (int i = 0; i < 40 + 20 * round; ++i) {
+      const std::string title = http("GET", "/api/setup/title").body;  // not "" for a moment
+      EXPECT_TRUE(title.empty() || title == R"({"title":"ASSET"})") << title;
       http("POST", "/api/camera/focus/increment");
       http("PUT", "/api/camera/zoom/position", R"({"zoom_position":100})");
     }
@@ -92,11 +94,35 @@ TEST(unit, nothing_that_comes_early_or_at_the_end_breaks_it) {
 
 TEST(unit, without_a_folder_for_its_pipe_it_says_so) {
   rmdir("/run/orb");
+  write_text("/run/orb", "");
   child daemon = start_daemon();
   EXPECT_EQ(daemon.wait(), 1);
-  EXPECT_NE(
-      read_text("/tmp/children.log").find("orbd: mkdifo() failed at line 208: No such file or directory\n"),
-      std::string::npos);
+  EXPECT_NE(read_text("/tmp/children.log").find("orbd: mkdifo() failed at line 208: Not a directory\n"),
+            std::string::npos);
+}
+
+// A second one would end the first one's take.
+TEST(unit, has_one_daemon) {
+  rmdir("/run/orb");
+  child daemon = start_serving_daemon();
+  const std::string orbd = ORB_BUILD_FOLDER "/orbd";
+  const std::pair<std::vector<std::string>, int> rows[] = {
+      {{}, 1}, {{"--help"}, 0}, {{"--version"}, 0}, {{"-v"}, 2}, {{"--help", "x"}, 2}, {{""}, 2}};
+  for (const auto& [words, status] : rows) {
+    std::vector<std::string> command{"timeout", "5", orbd};
+    command.insert(command.end(), words.begin(), words.end());
+    EXPECT_EQ(child(command).wait(), status);
+  }
+  const std::string usage = "usage: " + orbd + " [--help | --version]\n";
+  const std::string said = read_text("/tmp/children.log");
+  EXPECT_NE(said.find(orbd + ": another one is running\n" + usage + "The controller"), std::string::npos);
+  EXPECT_NE(said.find("orbd 03.01\n" + usage + usage + usage), std::string::npos);
+  for (int round = 0; round < 5; ++round) {
+    child killed = std::move(daemon);
+    killed.signal(SIGKILL);
+    daemon = start_serving_daemon();
+    EXPECT_EQ(killed.wait(), -SIGKILL);
+  }
 }
 
 // Fifteen tablets that hold their connections: the sixteenth waits, and the unit does not spin meanwhile.
