@@ -72,6 +72,20 @@ TEST(shell, lines_and_the_exit_status) {
   EXPECT_EQ(shell_word("/media/a_1.2-b.zip"), "/media/a_1.2-b.zip");
 }
 
+// Slow while it prints, behind a closed output, or through what it has started.
+TEST(shell, ends_in_its_time) {
+  for (const char* command :
+       {"echo one; sleep 30; echo two", "echo one; exec >&-; sleep 30", "echo one; (sleep 30); :"}) {
+    const int64_t begin = monotonic_ns();
+    std::string lines;
+    const auto take = [&lines](std::string_view line) { lines += line; };
+    EXPECT_EQ(run_shell(command, 5, take, {.timeout_ms = 200}), kTimedOut);
+    EXPECT_LT(monotonic_ns() - begin, 2000 * kNanosecondsPerMillisecond) << command;
+    EXPECT_EQ(lines, "one");
+  }
+  EXPECT_EQ(shell_first_line("pgrep -x sleep", 9), "");
+}
+
 // The fastest of three, so that a busy machine does not count.
 int64_t ms_to_fail() {
   int64_t best = INT64_MAX;
