@@ -1,5 +1,7 @@
 // The stills of a take: each mark is cut from its file by ffmpeg. Recording worker.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -11,10 +13,11 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "recorder/internal.h"
-#include "recorder/line_file.h"
-#include "recorder/metadata.h"
 
 namespace {
+
+constexpr int kCut_ms = 20'000;
+constexpr int kHungLimit = 3;  // cuts that hang, of one take: then the rest of its stills is given up
 
 using offset_numbers = std::array<int, 4>;  // hours, minutes, seconds, milliseconds
 
@@ -39,20 +42,23 @@ std::string offset_text(const offset_numbers& numbers) {
   return text;
 }
 
-std::string still_path(const std::string& name) { return std::string(paths::kUsbTakes) + "/" + name; }
-
-// None comes of an offset beyond the end of the take.
-void cut_still(const take& t, const std::string& offset, const std::string& path) {
-  trace(kTraceRecorder, "create image %s", offset.c_str());
-  remove(path.c_str());
-  run_shell(std::string(paths::kFfmpeg) + " -ss " + offset + " -i " + shell_quoted(internal_take_path(t)) +
-                " -vframes 1 -q:v 2 " + shell_quoted(path),
-            1, [](std::string_view) {});
+// Its packet is the last that it gets, in one step: the picture is whole, too. Such a still is never made
+// anew.
+bool is_whole(const std::string& path) {
+  orb_xmp_fields fields;
+  return access(path.c_str(), F_OK) == 0 && orb_xmp_read(path.c_str(), &fields) == 0;
 }
 
-// On the disk afterwards: the description is about to list it.
-void tag_still(const std::string& path, const orb_xmp_fields& fields) {
-  if (orb_xmp_write(path.c_str(), fields) != 0) flush_file(path.c_str());
+// None comes of an offset beyond the end of the take. False when ffmpeg hangs.
+bool cut_still(const take& t, const std::string& offset, const std::string& path) {
+  remove(path.c_str());
+  const std::string command = std::string(paths::kFfmpeg) + " -ss " + offset + " -i " +
+                              shell_quoted(internal_take_path(t)) + " -vframes 1 -q:v 2 " +
+                              shell_quoted(path);
+  const auto ignore = [](std::string_view) {};
+  if (run_shell(command, 1, ignore, {.timeout_ms = kCut_ms, .ends_with_us = true}) != kTimedOut) return true;
+  trace(kTraceRecorder, "image slow %s", offset.c_str());
+  return false;
 }
 
 bool is_listed(json_object* files, const std::string& name) {
@@ -60,6 +66,10 @@ bool is_listed(json_object* files, const std::string& name) {
     if (json_text(json_object_array_get_idx(files, i), "name") == name) return true;
   }
   return false;
+}
+
+void add_still(json_object* files, const std::string& name) {
+  if (!is_listed(files, name)) json_object_array_add(files, take_file_entry(name).release());
 }
 
 // Whether a file's name is that of a still of the take, at whatever offset.
@@ -74,33 +84,40 @@ bool is_still_of(const take& t, std::string name) {
 
 }  // namespace
 
-void make_stills(const take& t, json_object* files) {
-  const auto offsets = read_lines(kOffsets);
-  const auto notes = read_lines(kNotes);
-  if (!offsets || !notes) return;
-  orb_xmp_fields fields;
+void make_stills(const take& t, const stopped_take& stopped, json_object* files) {
+  int hung = 0;
   std::string last;
-  for (size_t i = 0; i < offsets->size(); ++i) {
-    const std::optional<offset_numbers> numbers = parse_offset((*offsets)[i]);
+  for (size_t i = 0; i < stopped.offsets.size(); ++i) {
+    const std::optional<offset_numbers> numbers = parse_offset(stopped.offsets[i]);
     if (!numbers) continue;
     const std::string offset = offset_text(*numbers);
     const std::string name = still_file_name(t, offset);
-    cut_still(t, offset, still_path(name));
+    const std::string path = path_in(paths::kUsbTakes, name);
+    trace(kTraceRecorder, "create image %s", offset.c_str());
+    if (hung < kHungLimit && !is_whole(path)) {
+      if (!cut_still(t, offset, path)) ++hung;
+      const std::string note = i < stopped.notes.size() ? stopped.notes[i] : "";
+      orb_xmp_write(path.c_str(), make_metadata(stopped.texts, t.start_time, note));
+      flush_file(path.c_str());  // the description is about to list it
+    }
     if (offset == last) {
-      trace(kTraceRecorder, "skip list add");  // made anew all the same, and told again what it is
+      trace(kTraceRecorder, "skip list add");
     } else {
-      json_object_array_add(files, take_file_entry(name).release());
-      fields = make_metadata(t.start_time, i < notes->size() ? (*notes)[i] : "");
+      add_still(files, name);
     }
     last = offset;
-    tag_still(still_path(name), fields);
   }
 }
 
-void remove_unlisted_stills(const take& t, json_object* files) {
+void list_found_stills(const take& t, json_object* files) {
   for (const std::string& name : names_in(paths::kUsbTakes)) {
     if (!is_still_of(t, name) || is_listed(files, name)) continue;
-    trace(kTraceRecorder, "remove image '%s'", name.c_str());
-    remove(still_path(name).c_str());
+    const std::string path = path_in(paths::kUsbTakes, name);
+    if (is_whole(path)) {
+      add_still(files, name);
+    } else {
+      trace(kTraceRecorder, "remove image '%s'", name.c_str());
+      remove(path.c_str());
+    }
   }
 }
