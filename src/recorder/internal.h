@@ -105,8 +105,9 @@ bool complete_take(const char* guid_path, bool start_up);
 // its note waits for the next one. Recording worker.
 void drop_take();
 
-// Cuts a still for each mark, unless it is there, and adds it to `files`. Recording worker.
-void make_stills(const take& t, const stopped_take& stopped, json_object* files);
+// Cuts a still for each mark, unless it is there, and adds it to `files`. False when the store is too full
+// for one: it can be made later. Recording worker.
+bool make_stills(const take& t, const stopped_take& stopped, json_object* files);
 
 // Adds the take's stills that are on the store to `files`; what is left of one that an interruption has ended
 // goes. Recording worker.

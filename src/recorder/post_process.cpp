@@ -77,7 +77,10 @@ std::string cue_text(const std::string& text) {
 }
 
 // A take of no length has no cue: it would end where it starts.
-bool has_length(const std::string& duration) { return duration.find_first_not_of("0:") != duration.npos; }
+bool has_length(const std::string& duration) {
+  return duration.find_first_not_of("0123456789:") == duration.npos &&
+         duration.find_first_of("123456789") != duration.npos;
+}
 
 bool write_caption(const take& t, const std::string& duration) {
   std::string caption = "WEBVTT\n\n";
@@ -153,11 +156,12 @@ bool put_on_store(const take& t, json_object* description, const stopped_take& s
   const std::string duration = duration_of(t, description, size);
   const json_owner stills(json_object_new_array());
   add_stills(json_member(description, "files"), take_file, stills.get());
-  if (size != 0) make_stills(t, stopped, stills.get());
+  const bool are_made = size == 0 || make_stills(t, stopped, stills.get());
   list_found_stills(t, stills.get());
   if (!write_caption(t, duration)) return false;
   if (size != 0) {
     if (!save_description(t, duration, json_owner(json_object_get(stills.get())))) return false;
+    if (!are_made) return false;
     if (!copy_with_metadata(t, size, stopped.texts)) return false;
   }
   json_owner files(json_object_new_array());
@@ -216,4 +220,5 @@ void drop_take() {
   unlink(paths::kTakeGuid);  // first: one without a description would wait for ever
   flush_folder_of(paths::kTakeGuid);
   unlink(description_path(t.guid).c_str());
+  unlink(stopped_take_path(t.guid).c_str());
 }

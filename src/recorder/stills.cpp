@@ -17,6 +17,7 @@
 namespace {
 
 constexpr int kCut_ms = 20'000;
+constexpr uint64_t kStillRoom_kb = 1024;  // less is what a still may have failed for
 constexpr int kHungLimit = 3;  // cuts that hang, of one take: then the rest of its stills is given up
 
 using offset_numbers = std::array<int, 4>;  // hours, minutes, seconds, milliseconds
@@ -49,17 +50,33 @@ bool is_whole(const std::string& path) {
   return access(path.c_str(), F_OK) == 0 && orb_xmp_read(path.c_str(), &fields) == 0;
 }
 
-// None comes of an offset beyond the end of the take. False when ffmpeg hangs.
-bool cut_still(const take& t, const std::string& offset, const std::string& path) {
+enum class cut_result { done, failed, hung };
+
+// None comes of an offset beyond the end of the take: done. A part of a picture is none.
+cut_result cut_still(const take& t, const std::string& offset, const std::string& path) {
   remove(path.c_str());
   const std::string command = std::string(paths::kFfmpeg) + " -ss " + offset + " -i " +
                               shell_quoted(internal_take_path(t)) + " -vframes 1 -q:v 2 " +
                               shell_quoted(path);
   const auto ignore = [](std::string_view) {};
-  if (run_shell(command, 1, ignore, {.timeout_ms = kCut_ms, .ends_with_us = true}) != kTimedOut) return true;
-  trace(kTraceRecorder, "image slow %s", offset.c_str());
-  return false;
+  const int status = run_shell(command, 1, ignore, {.timeout_ms = kCut_ms, .ends_with_us = true});
+  if (status == 0) return cut_result::done;
+  trace(kTraceRecorder, "image failed %s %d", offset.c_str(), status);
+  remove(path.c_str());
+  return status == kTimedOut ? cut_result::hung : cut_result::failed;
 }
+
+// On the disk afterwards: the description is about to list it.
+cut_result make_still(const take& t, const std::string& offset, const std::string& path,
+                      const orb_xmp_fields& metadata) {
+  const cut_result cut = cut_still(t, offset, path);
+  if (cut != cut_result::done || access(path.c_str(), F_OK) != 0) return cut;
+  const bool is_told = orb_xmp_write(path.c_str(), metadata) == 0;
+  flush_file(path.c_str());
+  return is_told ? cut_result::done : cut_result::failed;
+}
+
+bool is_store_full() { return free_kb(paths::kUsbTakes) < kStillRoom_kb; }
 
 bool is_listed(json_object* files, const std::string& name) {
   for (size_t i = 0; i < json_object_array_length(files); ++i) {
@@ -84,7 +101,7 @@ bool is_still_of(const take& t, std::string name) {
 
 }  // namespace
 
-void make_stills(const take& t, const stopped_take& stopped, json_object* files) {
+bool make_stills(const take& t, const stopped_take& stopped, json_object* files) {
   int hung = 0;
   std::string last;
   for (size_t i = 0; i < stopped.offsets.size(); ++i) {
@@ -95,10 +112,10 @@ void make_stills(const take& t, const stopped_take& stopped, json_object* files)
     const std::string path = path_in(paths::kUsbTakes, name);
     trace(kTraceRecorder, "create image %s", offset.c_str());
     if (hung < kHungLimit && !is_whole(path)) {
-      if (!cut_still(t, offset, path)) ++hung;
       const std::string note = i < stopped.notes.size() ? stopped.notes[i] : "";
-      orb_xmp_write(path.c_str(), make_metadata(stopped.texts, t.start_time, note));
-      flush_file(path.c_str());  // the description is about to list it
+      const cut_result made = make_still(t, offset, path, make_metadata(stopped.texts, t.start_time, note));
+      if (made == cut_result::failed && is_store_full()) return false;
+      if (made == cut_result::hung) ++hung;
     }
     if (offset == last) {
       trace(kTraceRecorder, "skip list add");
@@ -107,6 +124,7 @@ void make_stills(const take& t, const stopped_take& stopped, json_object* files)
     }
     last = offset;
   }
+  return true;
 }
 
 void list_found_stills(const take& t, json_object* files) {

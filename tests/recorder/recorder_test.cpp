@@ -92,9 +92,10 @@ void expect_completed() {
   EXPECT_FALSE(fs::exists(stopped_take_path(kGuid)));
 }
 
-// A second of a real picture.
+// A second of a real picture, smaller than a still of it.
 std::string picture() {
-  shell_first_line("ffmpeg -v error -f lavfi -i testsrc=s=32x32:r=5:d=1 /tmp/one_second.mp4 </dev/null", 1);
+  shell_first_line(
+      "ffmpeg -v error -f lavfi -i testsrc=s=640x480:r=5:d=1 -crf 51 /tmp/one_second.mp4 </dev/null", 1);
   return content("/tmp/one_second.mp4");
 }
 
@@ -344,13 +345,30 @@ TEST_F(takes, a_caption_is_one_cue_with_the_title) {
   }
 }
 
-TEST_F(takes, a_full_store_keeps_the_take_and_its_stills) {
-  const small_store usb(paths::kUsbTakes, 20);
-  interrupt_take();
-  expect_waiting();
-  EXPECT_EQ(content(description_path(kGuid)), kDescribed + R"("00:00:00","files":[)" + kStill);
-  usb.resize(1000);
-  expect_completed();
+TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) {
+  const std::string whole = picture();
+  int waited = 0;
+  for (int kb = 4; kb <= 72; kb += 4) {
+    SCOPED_TRACE(kb);
+    const small_store usb(paths::kUsbTakes, kb);
+    interrupt_take();
+    put(internal_take_path(kTake), whole);
+    ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+    if (!complete_take(paths::kTakeGuid, false)) {
+      ++waited;
+      usb.resize(1000);
+      EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+    }
+    EXPECT_TRUE(content(usb_take_path(kTake)).starts_with(whole));
+    const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
+    EXPECT_EQ(shell_first_line("ffmpeg -v error -i " + shell_quoted(still) + " -f null - 2>&1", 99), "");
+    orb_xmp_fields fields;
+    EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), 0);
+    EXPECT_STREQ(fields.comment, "still");
+    EXPECT_NE(content(description_path(kGuid)).find("500.jpg"), std::string::npos);
+  }
+  EXPECT_GT(waited, 4);
+  EXPECT_LT(waited, 17);
 }
 
 TEST_F(takes, a_take_whose_description_tells_nothing_waits) {

@@ -185,12 +185,9 @@ struct ending {
 };
 
 constexpr ending kEndings[] = {
-    {"", {"pause", "stop"}, 0},    {"picture_silent on", {"stop"}, 0},
-    {"picture_drop", {"stop"}, 0}, {"", {}, SIGTERM},
-    {"", {"pause"}, SIGTERM},      {"picture_silent on", {}, SIGTERM},
-    {"", {"stop"}, SIGTERM},       {"", {}, SIGKILL},
-    {"", {"pause"}, SIGKILL},      {"picture_silent on", {}, SIGKILL},
-    {"", {"stop"}, SIGKILL},
+    {"", {"pause", "stop"}, 0}, {"picture_silent on", {"stop"}, 0}, {"picture_drop", {"stop"}, 0},
+    {"", {}, SIGTERM},          {"", {"pause"}, SIGTERM},           {"picture_silent on", {}, SIGTERM},
+    {"", {}, SIGKILL},          {"", {"pause"}, SIGKILL},           {"picture_silent on", {}, SIGKILL},
 };
 
 TEST(takes, every_ending_leaves_one_that_can_be_played) {
