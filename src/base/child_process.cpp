@@ -145,7 +145,9 @@ bool await_end(int pidfd, int timeout_ms) {
 
 int run_shell(const std::string& command, size_t size, const std::function<void(std::string_view line)>& take,
               const shell_limits& limits) {
-  const char* const arguments[] = {"sh", "-c", command.c_str(), nullptr};
+  // The signal comes to one process: the shell becomes the program.
+  const std::string script = limits.ends_with_us ? "exec " + command : command;
+  const char* const arguments[] = {"sh", "-c", script.c_str(), nullptr};
   unique_fd reader;
   unique_fd writer;
   child_process child;

@@ -35,7 +35,7 @@ bool await_end(int pidfd, int timeout_ms);
 
 struct shell_limits {
   int timeout_ms = -1;        // then it is killed, with what it has started; -1: it takes as long as it takes
-  bool ends_with_us = false;  // killed when the calling thread ends
+  bool ends_with_us = false;  // killed when the calling thread ends; of a command that is one program
 };
 
 // Runs a shell command to its end and hands each line that it prints to `take`, as soon as it is whole:

@@ -43,6 +43,16 @@ store_state usb_store_now() {
   return {info.st_dev, free_kb(paths::kUsbTakes)};
 }
 
+store_state tried_on;  // the last completion, with the least room that it had; the worker's own
+
+// Room that comes while it runs is room that it has not had.
+bool try_completion(const char* guid_path, bool start_up) {
+  const store_state before = usb_store_now();
+  const bool done = complete_take(guid_path, start_up);
+  tried_on = {before.device, std::min(before.free_kb, usb_store_now().free_kb)};
+  return done;
+}
+
 // A request of a start, taken; nothing when there was none in time, which is for ever while no take waits.
 std::optional<recorder_stage> await_request(bool has_waiting_takes) {
   const int64_t deadline_ns = monotonic_ns() + kStoreLook_ms * kNanosecondsPerMillisecond;
@@ -74,11 +84,10 @@ bool begin_retry() {
 // the takes that wait were last tried: `recovering`.
 recorder_stage wait_for_work() {
   const bool has_waiting_takes = !incomplete_takes().empty();
-  const store_state tried = has_waiting_takes ? usb_store_now() : store_state{};
   for (;;) {
     if (const auto request = await_request(has_waiting_takes)) return *request;
     const store_state now = usb_store_now();
-    const bool is_better = now.device != tried.device || now.free_kb >= tried.free_kb + kMoreRoom_kb;
+    const bool is_better = now.device != tried_on.device || now.free_kb >= tried_on.free_kb + kMoreRoom_kb;
     if (now.device != 0 && is_better && !is_recorder_held() && begin_retry())
       return recorder_stage::recovering;
   }
@@ -86,10 +95,10 @@ recorder_stage wait_for_work() {
 
 // What was interrupted, and what was set aside since.
 void complete_waiting_takes() {
-  complete_take(paths::kTakeGuid, true);
+  try_completion(paths::kTakeGuid, true);
   for (const std::string& path : set_aside_guid_files()) {
     if (is_recorder_held()) return;
-    complete_take(path.c_str(), true);
+    try_completion(path.c_str(), true);
   }
 }
 
@@ -97,7 +106,7 @@ void complete_waiting_takes() {
 // recorded: its guid goes aside. It is tried again when the store has more room, and by every start of the
 // daemon.
 void complete_again() {
-  if (complete_take(paths::kTakeGuid, true) || access(paths::kUsbTakes, W_OK) != 0) return;
+  if (try_completion(paths::kTakeGuid, true) || access(paths::kUsbTakes, W_OK) != 0) return;
   const std::string guid = read_guid(paths::kTakeGuid);
   const std::string aside = paths::kTakeGuid + ("." + (guid.empty() ? "unreadable" : guid));
   if (rename(paths::kTakeGuid, aside.c_str()) != 0) return;
@@ -187,7 +196,7 @@ void record_take() {
   const bool has_run = run_take(path, child);
   if (is_recorder_closed()) return;  // the next start completes it
   if (has_run) {
-    complete_take(paths::kTakeGuid, false);
+    try_completion(paths::kTakeGuid, false);
   } else {
     drop_take();
     set_post_processing(0);

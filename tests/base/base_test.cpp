@@ -13,6 +13,7 @@
 #include "base/paths.h"
 #include "base/redis_server.h"
 #include "base/value_file.h"
+#include "tests/await.h"
 #include "supervisor/identity.h"
 
 namespace fs = std::filesystem;
@@ -83,7 +84,10 @@ TEST(shell, ends_in_its_time) {
     EXPECT_LT(monotonic_ns() - begin, 2000 * kNanosecondsPerMillisecond) << command;
     EXPECT_EQ(lines, "one");
   }
-  EXPECT_EQ(shell_first_line("pgrep -x sleep", 9), "");
+  if (fork() == 0) shell_first_line("sleep 30", 1, {.ends_with_us = true});
+  EXPECT_TRUE(await([] { return shell_first_line("pgrep -x sleep", 9) != ""; }));
+  shell_first_line("kill -9 $(pgrep -P " + std::to_string(getpid()) + " test_base)", 1);
+  EXPECT_TRUE(await([] { return shell_first_line("pgrep -x sleep", 9).empty(); }));
 }
 
 // The fastest of three, so that a busy machine does not count.
