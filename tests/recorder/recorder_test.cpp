@@ -155,7 +155,6 @@ TEST_F(takes, a_text_is_cut_at_a_character_and_stands_when_the_recorder_starts) 
   char text[200];
   orb_load_recorder_title(text, sizeof text);
   EXPECT_EQ(text, title.substr(0, 79));
-  orb_init_nv();
 }
 
 TEST_F(takes, a_start_describes_its_take) {
