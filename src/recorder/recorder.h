@@ -24,8 +24,8 @@ void orb_create_recorder();
 void close_recorder();
 
 // Starts a take. 0 when it records; -1 when the recorder is busy, a take still awaits its completion (which
-// this triggers), the stores are too full (80,000 KiB internal and 100,000 KiB USB are needed), or ffmpeg is
-// slow to start (the take records then all the same).
+// this triggers), starts are held, the stores are too full (80,000 KiB internal and 100,000 KiB USB are
+// needed), or ffmpeg is slow to start (the take records then all the same).
 int orb_start_recorder();
 
 // Ends the take, also one that a start has just asked for; -1 when none records. Never waits.
