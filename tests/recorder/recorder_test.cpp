@@ -20,6 +20,7 @@
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "recorder/internal.h"
 #include "store/settings.h"
 
@@ -257,9 +258,8 @@ bool complete_until(int steps, bool start_up) {
 TEST_F(takes, a_power_cut_after_the_stop_loses_no_still_and_no_text) {
   const std::string whole = picture();
   stopped_take stopped{{}, {"00:00:00.500"}, {"still"}};
-  for (auto [text, value] :
-       {std::pair(stopped.texts.project_name, "first job"), {stopped.texts.scene, "down"}})
-    strcpy(text, value);
+  copy_text(stopped.texts.project_name, sizeof stopped.texts.project_name, "first job");
+  copy_text(stopped.texts.scene, sizeof stopped.texts.scene, "down");
   orb_set_recorder_title("next job");
   int cuts = 0;
   for (bool is_cut = true; is_cut; ++cuts) {
