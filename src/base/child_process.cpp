@@ -5,6 +5,11 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+// The header of this C library does not say so itself.
+extern "C" {
+#include <sys/pidfd.h>
+}
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -50,24 +55,53 @@ bool make_pipe(unique_fd* reader, unique_fd* writer) {
   return true;
 }
 
-// Every line that comes until the other end is closed; the last one need not end with a newline.
-void read_lines(int fd, size_t limit, const std::function<void(std::string_view line)>& take) {
-  std::string line;
-  char block[512];
+// Whether `fd` has something to read, or its other end has gone, by `deadline_ns`; INT64_MAX: whenever.
+bool await_input(int fd, int64_t deadline_ns) {
+  pollfd watched{.fd = fd, .events = POLLIN, .revents = 0};
   for (;;) {
-    const ssize_t count = read(fd, block, sizeof block);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    for (const char c : std::string_view(block, static_cast<size_t>(count))) {
+    const int64_t left_ms = std::max<int64_t>((deadline_ns - monotonic_ns()) / kNanosecondsPerMillisecond, 0);
+    const int ready = poll(&watched, 1, deadline_ns == INT64_MAX ? -1 : static_cast<int>(left_ms));
+    if (ready > 0) return true;
+    if (ready == 0 || errno != EINTR) return false;
+  }
+}
+
+struct line_reader {
+  size_t size;  // that a line is cut to
+  const std::function<void(std::string_view line)>& take;
+  std::string line;
+
+  void add(std::string_view block) {
+    for (const char c : block) {
       if (c == '\n') {
         take(line);
         line.clear();
-      } else if (line.size() < limit) {
+      } else if (line.size() < size) {
         line += c;
       }
     }
   }
-  if (!line.empty()) take(line);
+};
+
+// Every line that comes until the other end is closed; the last one need not end with a newline. False when
+// that is not by the deadline.
+bool read_lines(int fd, int64_t deadline_ns, line_reader reader) {
+  char block[512];
+  for (;;) {
+    if (!await_input(fd, deadline_ns)) return false;
+    const ssize_t count = read(fd, block, sizeof block);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    reader.add({block, static_cast<size_t>(count)});
+  }
+  if (!reader.line.empty()) reader.take(reader.line);
+  return true;
+}
+
+bool has_ended(pid_t pid, int64_t deadline_ns) {
+  if (deadline_ns == INT64_MAX) return true;  // who reaps it waits
+  const unique_fd pidfd(pidfd_open(pid, 0));
+  return !pidfd || await_input(pidfd.get(), deadline_ns);
 }
 
 constexpr int kSignalledStatus = 128;  // as shells count
@@ -106,35 +140,38 @@ int exec_error(const child_process& child) {
 }
 
 bool await_end(int pidfd, int timeout_ms) {
-  const int64_t deadline = monotonic_ns() + timeout_ms * kNanosecondsPerMillisecond;
-  pollfd watched{.fd = pidfd, .events = POLLIN, .revents = 0};
-  for (;;) {
-    const int64_t left_ms = (deadline - monotonic_ns()) / kNanosecondsPerMillisecond;
-    const int ready = poll(&watched, 1, left_ms < 0 ? 0 : static_cast<int>(left_ms));
-    if (ready > 0) return true;
-    if (ready == 0 || errno != EINTR) return false;
-  }
+  return await_input(pidfd, monotonic_ns() + timeout_ms * kNanosecondsPerMillisecond);
 }
 
-int run_shell(const std::string& command, size_t limit,
-              const std::function<void(std::string_view line)>& take) {
-  const char* const arguments[] = {"sh", "-c", command.c_str(), nullptr};
+int run_shell(const std::string& command, size_t size, const std::function<void(std::string_view line)>& take,
+              const shell_limits& limits) {
+  // The signal comes to one process: the shell becomes the program.
+  const std::string script = limits.ends_with_us ? "exec " + command : command;
+  const char* const arguments[] = {"sh", "-c", script.c_str(), nullptr};
   unique_fd reader;
   unique_fd writer;
   child_process child;
   if (!make_pipe(&reader, &writer)) return -1;
-  if (start_child({.program = paths::kShell, .arguments = arguments, .output = writer.get()}, &child) != 0)
-    return -1;
+  const child_command shell{.program = paths::kShell,
+                            .arguments = arguments,
+                            .output = writer.get(),
+                            .death_signal = limits.ends_with_us ? SIGKILL : 0};
+  if (start_child(shell, &child) != 0) return -1;
   writer.reset();
-  read_lines(reader.get(), limit, take);
+  const int64_t deadline_ns =
+      limits.timeout_ms < 0 ? INT64_MAX : monotonic_ns() + limits.timeout_ms * kNanosecondsPerMillisecond;
+  const bool ended =
+      read_lines(reader.get(), deadline_ns, {size, take, ""}) && has_ended(child.pid, deadline_ns);
+  if (!ended) kill(-child.pid, SIGKILL);  // its session is its own
   return reap(child.pid);
 }
 
-std::string shell_first_line(const std::string& command, size_t limit) {
+std::string shell_first_line(const std::string& command, size_t size, const shell_limits& limits) {
   std::optional<std::string> first;
-  run_shell(command, limit, [&first](std::string_view line) {
+  const auto keep_first = [&first](std::string_view line) {
     if (!first) first = line;
-  });
+  };
+  run_shell(command, size, keep_first, limits);
   return first.value_or("");
 }
 

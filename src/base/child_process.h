@@ -3,6 +3,7 @@
 // no blocked signals, and a session of its own: what a terminal sends is for the daemon.
 #pragma once
 
+#include <csignal>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -32,15 +33,21 @@ int exec_error(const child_process& child);
 // Waits until the process behind a pidfd has ended; false after `timeout_ms`. It need not be a child.
 bool await_end(int pidfd, int timeout_ms);
 
-// Runs a shell command to its end and hands each line that it prints to `take`, as soon as it is whole:
-// without its newline, and cut to `limit` bytes (at least 1). Returns the shell's exit status (126 or 127
-// when it could not run the command), 128 and the signal's number when a signal ended it, or -1 when there
-// was no shell.
-int run_shell(const std::string& command, size_t limit,
-              const std::function<void(std::string_view line)>& take);
+struct shell_limits {
+  int timeout_ms = -1;        // then it is killed, with what it has started; -1: it takes as long as it takes
+  bool ends_with_us = false;  // killed when the calling thread ends; of a command that is one program
+};
 
-// The first line that a shell command prints, at most `limit` bytes of it.
-std::string shell_first_line(const std::string& command, size_t limit);
+// Runs a shell command to its end and hands each line that it prints to `take`, as soon as it is whole:
+// without its newline, and cut to `size` bytes (at least 1). Returns the shell's exit status (126 or 127
+// when it could not run the command), 128 and the signal's number when a signal ended it (`kTimedOut` when it
+// was too slow), or -1 when there was no shell.
+inline constexpr int kTimedOut = 128 + SIGKILL;
+int run_shell(const std::string& command, size_t size, const std::function<void(std::string_view line)>& take,
+              const shell_limits& limits = {});
+
+// The first line that a shell command prints, at most `size` bytes of it.
+std::string shell_first_line(const std::string& command, size_t size, const shell_limits& limits = {});
 
 // `text` as one word of a shell command, whatever it holds.
 std::string shell_quoted(std::string_view text);

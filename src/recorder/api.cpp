@@ -40,8 +40,14 @@ int post_recorder_start(http_connection* connection, const char*, unsigned long,
   return post_action(connection, "start", orb_start_recorder);
 }
 
+int stop_and_keep() {
+  const int result = orb_stop_recorder();
+  if (result == 0) keep_stopped_take();
+  return result;
+}
+
 int post_recorder_stop(http_connection* connection, const char*, unsigned long, void*) {
-  return post_action(connection, "stop", orb_stop_recorder);
+  return post_action(connection, "stop", stop_and_keep);
 }
 
 int post_recorder_pause(http_connection* connection, const char*, unsigned long, void*) {

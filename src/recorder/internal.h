@@ -10,6 +10,7 @@
 #include "base/json.h"
 #include "base/mutex.h"
 #include "recorder/recorder.h"
+#include "recorder/stopped_take.h"
 #include "recorder/take.h"
 #include "recorder/xmp.h"
 
@@ -58,6 +59,7 @@ struct recorder_state {
   // Marks and notes, the waiting ones too, and the running take's description: who writes one looks at
   // `recording` under it, and the worker takes it once between the end of a take and its completion.
   mutex notes_lock;
+  bool is_take_open GUARDED_BY(notes_lock) = false;  // has begun, and what it was at its stop is not kept yet
 
   // Whoever clears `recording` asks the child to end; pause and resume signal under the same lock, or a late
   // SIGSTOP would cost the take.
@@ -65,6 +67,7 @@ struct recorder_state {
   pid_t child_pid GUARDED_BY(child_lock) = -1;         // -1 when there is none to be reaped
   bool is_stop_wanted GUARDED_BY(child_lock) = false;  // of a take that has not begun yet
   bool is_closed GUARDED_BY(child_lock) = false;
+  bool is_held GUARDED_BY(child_lock) = false;  // the unit is about to end
 
   mutex watchdog_lock;
   int watchdog_ms GUARDED_BY(watchdog_lock) = 0;
@@ -87,19 +90,28 @@ void measure_stores();
 // Whether the daemon is about to end.
 bool is_recorder_closed();
 
+// Whether no take is started: the daemon or the unit is about to end.
+bool is_recorder_held();
+
 // Clears `recording` and asks the child to end. False when nothing was recorded.
 bool stop_take(int reason);
 
-// Completes the take that a guid file names: stills, caption, copy, description, metadata, and the end of
-// guid and internal file. `start_up`: the take was interrupted; its stills are those that it lists. False
-// when the take still waits. Recording worker.
+// Completes the take that a guid file names: stills, caption, copy, metadata, description, and the end of
+// guid and internal file. `start_up`: the take was interrupted; one that was not stopped in order gets no
+// stills. False when the take still waits. Recording worker.
 bool complete_take(const char* guid_path, bool start_up);
 
-// Cuts a still for each mark and adds it to `files`. Recording worker.
-void make_stills(const take& t, json_object* files);
+// Takes back the take that the guid file names and that ffmpeg was never started for: guid, description, and
+// its note waits for the next one. Recording worker.
+void drop_take();
 
-// Removes the stills that were cut before an interruption and that `files` does not list. Recording worker.
-void remove_unlisted_stills(const take& t, json_object* files);
+// Cuts a still for each mark, unless it is there, and adds it to `files`. False when the store is too full
+// for one: it can be made later. Recording worker.
+bool make_stills(const take& t, const stopped_take& stopped, json_object* files);
+
+// Adds the take's stills that are on the store to `files`; what is left of one that an interruption has ended
+// goes. Recording worker.
+void list_found_stills(const take& t, json_object* files);
 
 // How far into a take its mark is, as it is written: "HH:MM:SS.mmm".
 std::string mark_offset_text(int64_t offset_ns);
@@ -107,8 +119,11 @@ std::string mark_offset_text(int64_t offset_ns);
 // The note that waits in a file for the next take or mark, one line without its newline; "" without one.
 std::string waiting_note(const char* path);
 
-// The metadata of a take or still, with the texts and the location that hold now.
-orb_xmp_fields make_metadata(std::string_view start_time, std::string_view note);
+// The texts and the location that hold now, as metadata.
+orb_xmp_fields metadata_texts_now();
+
+// The metadata of a take or still.
+orb_xmp_fields make_metadata(orb_xmp_fields texts, std::string_view start_time, std::string_view note);
 
 void set_post_processing(int value);
 

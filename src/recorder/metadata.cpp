@@ -74,19 +74,23 @@ std::string waiting_note(const char* path) {
   return note_line(read_first_line(path, kNoteLimit).value_or(""));
 }
 
-orb_xmp_fields make_metadata(std::string_view start_time, std::string_view note) {
+orb_xmp_fields metadata_texts_now() {
   const recorder_texts texts = copy_recorder_texts();
   orb_xmp_fields fields;
   fill(fields.project_name, texts.title);
   fill(fields.composer, texts.operator_id);
-  fill(fields.shot_date, part(start_time, 0, kDateLength));
-  fill(fields.shot_time, part(start_time, kTimeAt, kTimeLength));
   fill(fields.scene, texts.flow_direction);
   fill(fields.camera_model, texts.model_name);
   fill(fields.camera_label, texts.serial_number);
   orb_load_recorder_gps_location(fields.gps_latitude, sizeof fields.gps_latitude, fields.gps_longitude,
                                  sizeof fields.gps_longitude, fields.gps_timestamp,
                                  sizeof fields.gps_timestamp);
+  return fields;
+}
+
+orb_xmp_fields make_metadata(orb_xmp_fields fields, std::string_view start_time, std::string_view note) {
+  fill(fields.shot_date, part(start_time, 0, kDateLength));
+  fill(fields.shot_time, part(start_time, kTimeAt, kTimeLength));
   fill(fields.comment, note.substr(0, note.find('\n')));
   return fields;
 }
@@ -94,18 +98,18 @@ orb_xmp_fields make_metadata(std::string_view start_time, std::string_view note)
 void orb_load_recorder_video_metadata(orb_xmp_fields* fields) {
   const mutex_lock lock(recorder.notes_lock);
   if (recorder.recording == 0) {
-    *fields = make_metadata(local_time_text(0), waiting_note(paths::kVideoNote));
+    *fields = make_metadata(metadata_texts_now(), local_time_text(0), waiting_note(paths::kVideoNote));
     return;
   }
   const take t = running_take();
-  *fields = make_metadata(t.start_time, t.note);
+  *fields = make_metadata(metadata_texts_now(), t.start_time, t.note);
 }
 
 void orb_load_recorder_image_metadata(orb_xmp_fields* fields) {
   const mutex_lock lock(recorder.notes_lock);
   const bool recording = recorder.recording != 0;
   const std::optional<std::string> note = recording ? last_line(kNotes) : std::nullopt;
-  *fields = make_metadata(recording ? running_take().start_time : local_time_text(0),
+  *fields = make_metadata(metadata_texts_now(), recording ? running_take().start_time : local_time_text(0),
                           note ? *note : waiting_note(paths::kImageNote));
 }
 

@@ -7,12 +7,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 #include "app/trace.h"
 #include "base/child_process.h"
 #include "base/file.h"
 #include "base/file_copy.h"
 #include "base/paths.h"
+#include "base/value_file.h"
 #include "recorder/encoder_child.h"
 #include "recorder/internal.h"
 
@@ -20,6 +23,7 @@ namespace {
 
 constexpr size_t kDurationSize = 15;
 constexpr char kNoDuration[] = "00:00:00";
+constexpr int kProbe_ms = 30'000;
 
 // 0 for a file that is not there, -1 when that cannot be told.
 int64_t size_of(const std::string& path) {
@@ -32,27 +36,57 @@ int64_t size_of(const std::string& path) {
 std::string measure_duration(const std::string& path) {
   const std::string command = std::string(paths::kFfprobe) + " -i " + shell_quoted(path) +
                               " -show_entries format=duration -v quiet -of csv=p=0 -sexagesimal";
-  std::string duration = shell_first_line(command, kDurationSize);
+  const shell_limits limits{.timeout_ms = kProbe_ms, .ends_with_us = true};
+  std::string duration = shell_first_line(command, kDurationSize, limits);
   duration.resize(std::min(duration.size(), duration.find('.')));
   return duration.empty() ? kNoDuration : duration;
 }
 
-// The take's file, and of an interrupted take the stills that its description lists.
-json_owner list_files(const std::string& take_file, json_object* description, bool start_up) {
-  json_owner files(json_object_new_array());
-  json_object_array_add(files.get(), take_file_entry(take_file).release());
-  json_object* listed = json_member(description, "files");
-  if (!start_up || !json_object_is_type(listed, json_type_array)) return files;
-  for (size_t i = 0; i < json_object_array_length(listed); ++i) {
-    json_object* entry = json_object_array_get_idx(listed, i);
-    if (json_text(entry, "name") != take_file) json_object_array_add(files.get(), json_object_get(entry));
+// Adds the entries of `from` but that of the take's file.
+void add_stills(json_object* from, const std::string& take_file, json_object* files) {
+  if (!json_object_is_type(from, json_type_array)) return;
+  for (size_t i = 0; i < json_object_array_length(from); ++i) {
+    json_object* entry = json_object_array_get_idx(from, i);
+    if (json_text(entry, "name") != take_file) json_object_array_add(files, json_object_get(entry));
   }
-  return files;
+}
+
+// Text of a cue as WebVTT has it; a newline could end the cue.
+std::string cue_text(const std::string& text) {
+  std::string cue;
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        cue += "&amp;";
+        break;
+      case '<':
+        cue += "&lt;";
+        break;
+      case '>':
+        cue += "&gt;";
+        break;
+      case '\n':
+      case '\r':
+        cue += ' ';
+        break;
+      default:
+        cue += c;
+    }
+  }
+  return cue;
+}
+
+// A take of no length has no cue: it would end where it starts.
+bool has_length(const std::string& duration) {
+  return duration.find_first_not_of("0123456789:") == duration.npos &&
+         duration.find_first_of("123456789") != duration.npos;
 }
 
 bool write_caption(const take& t, const std::string& duration) {
-  const bool written =
-      replace_file(caption_path(t), "WEBVTT\n\n00:00:00.000 --> " + duration + ".000\n" + t.asset_id + "\n");
+  std::string caption = "WEBVTT\n\n";
+  if (has_length(duration))
+    caption += "00:00:00.000 --> " + duration + ".000\n" + cue_text(t.asset_id) + "\n";
+  const bool written = replace_file(caption_path(t), caption);
   trace(kTraceRecorder, "vtt file");
   return written;
 }
@@ -74,24 +108,66 @@ bool has_room_for(const std::string& copy, int64_t size) {
 
 bool copy_take(const take& t, int64_t size) {
   trace(kTraceRecorder, "cp size %ld", static_cast<long>(size));
-  if (size == 0) return true;  // nothing to lose
   const std::string copy = usb_take_path(t);
-  errno = ENOSPC;
-  if (has_room_for(copy, size) &&
-      copy_file(internal_take_path(t).c_str(), copy.c_str(), show_copied, nullptr))
-    return true;
-  const int error = errno;
+  const bool has_room = has_room_for(copy, size);
+  if (has_room && copy_file(internal_take_path(t).c_str(), copy.c_str(), show_copied, nullptr)) return true;
+  const int error = has_room ? errno : ENOSPC;
   trace(kTraceRecorder, "cp failed %d '%s'", error, strerror(error));
   if (is_too_large(error)) unlink(copy.c_str());
   return false;
 }
 
-// The file first: one without a guid would stay for ever, but a guid without its file is completed at once.
+// The take is whole without its metadata, too.
+bool copy_with_metadata(const take& t, int64_t size, const orb_xmp_fields& texts) {
+  if (!copy_take(t, size)) return false;
+  const std::string copy = usb_take_path(t);
+  orb_xmp_write(copy.c_str(), make_metadata(texts, t.start_time, t.note));
+  return flush_file(copy.c_str());
+}
+
+// The files first: one without a guid would stay for ever, but a guid without its file is completed at once.
 void remove_take(const take& t, const char* guid_path) {
   if (remove(internal_take_path(t).c_str()) == 0) trace(kTraceRecorder, "removed recorded file");
+  remove(stopped_take_path(t.guid).c_str());
   flush_folder_of(guid_path);
   if (remove(guid_path) == 0) trace(kTraceRecorder, "removed guid file");
   flush_folder_of(guid_path);  // or a power cut could bring it back after the take has been deleted
+}
+
+// What the take was at its stop; one that was interrupted before has no marks.
+stopped_take stopped_as(const take& t, bool start_up) {
+  if (std::optional<stopped_take> kept = load_stopped_take(t.guid)) return std::move(*kept);
+  return start_up ? stopped_take{metadata_texts_now(), {}, {}} : stopped_take_now();
+}
+
+std::string duration_of(const take& t, json_object* description, int64_t size) {
+  std::string duration =
+      size == 0 ? json_text(description, "duration") : measure_duration(internal_take_path(t));
+  if (duration.empty()) duration = kNoDuration;
+  trace(kTraceRecorder, "duration '%s'", duration.c_str());
+  return duration;
+}
+
+// Puts what is missing on the store: stills, which are listed before the long copy begins, caption and copy.
+// The take's file is listed when it is whole, with its metadata. Without an internal file all that was there
+// has been copied.
+bool put_on_store(const take& t, json_object* description, const stopped_take& stopped, int64_t size) {
+  const std::string take_file = take_file_name(t, "mp4");
+  const std::string duration = duration_of(t, description, size);
+  const json_owner stills(json_object_new_array());
+  add_stills(json_member(description, "files"), take_file, stills.get());
+  const bool are_made = size == 0 || make_stills(t, stopped, stills.get());
+  list_found_stills(t, stills.get());
+  if (!write_caption(t, duration)) return false;
+  if (size != 0) {
+    if (!save_description(t, duration, json_owner(json_object_get(stills.get())))) return false;
+    if (!are_made) return false;
+    if (!copy_with_metadata(t, size, stopped.texts)) return false;
+  }
+  json_owner files(json_object_new_array());
+  json_object_array_add(files.get(), take_file_entry(take_file).release());
+  add_stills(stills.get(), take_file, files.get());
+  return save_description(t, duration, std::move(files));
 }
 
 bool complete(const take& t, json_object* description, const char* guid_path, bool start_up) {
@@ -100,22 +176,10 @@ bool complete(const take& t, json_object* description, const char* guid_path, bo
     end_writers(path);
     flush_file(path.c_str());
   }
-  const int64_t size = size_of(path);
-  const json_owner files = list_files(take_file_name(t, "mp4"), description, start_up);
-  std::string duration = size == 0 ? json_text(description, "duration") : measure_duration(path);
-  if (duration.empty()) duration = kNoDuration;
-  trace(kTraceRecorder, "duration '%s'", duration.c_str());
-  if (!start_up) make_stills(t, files.get());
-  const bool captioned = write_caption(t, duration);
-  const bool copied = copy_take(t, size);
-  const bool described = save_description(t, duration, json_owner(json_object_get(files.get())));
-  if (!captioned || !copied || !described) {
+  if (!put_on_store(t, description, stopped_as(t, start_up), size_of(path))) {
     trace(kTraceRecorder, "take waits '%s'", t.guid.c_str());
     return false;
   }
-  // The take is whole without it, too.
-  if (size != 0) orb_xmp_write(usb_take_path(t).c_str(), make_metadata(t.start_time, t.note));
-  if (start_up) remove_unlisted_stills(t, files.get());
   remove_take(t, guid_path);
   return true;
 }
@@ -143,4 +207,18 @@ bool complete_take(const char* guid_path, bool start_up) {
   }
   set_post_processing(0);
   return done;
+}
+
+void drop_take() {
+  const mutex_lock lock(recorder.notes_lock);
+  recorder.is_take_open = false;
+  take t;
+  load_description(read_guid(paths::kTakeGuid), &t);
+  trace(kTraceRecorder, "take dropped '%s'", t.guid.c_str());
+  if (!t.note.empty() && access(paths::kVideoNote, F_OK) != 0)
+    write_value_file(paths::kVideoNote, t.note.c_str());
+  unlink(paths::kTakeGuid);  // first: one without a description would wait for ever
+  flush_folder_of(paths::kTakeGuid);
+  unlink(description_path(t.guid).c_str());
+  unlink(stopped_take_path(t.guid).c_str());
 }

@@ -122,15 +122,19 @@ bool store_guid(const std::string& guid) {
 // starts until the next start of the daemon. On purpose.
 recorder_stage store_take(const take& t) {
   if (!save_description(t, "", json_owner(json_object_new_array()))) return recorder_stage::preparing;
-  remove(paths::kVideoNote);
-  if (store_guid(t.guid)) return recorder_stage::take_requested;
-  remove(description_path(t.guid).c_str());
-  return recorder_stage::idle;
+  if (!store_guid(t.guid)) {
+    remove(description_path(t.guid).c_str());
+    return recorder_stage::idle;
+  }
+  remove(paths::kVideoNote);  // the take has it
+  return recorder_stage::take_requested;
 }
 
 recorder_stage prepare_take() {
   const mutex_lock lock(recorder.notes_lock);
-  return store_take(next_take());
+  const recorder_stage next = store_take(next_take());
+  recorder.is_take_open = next == recorder_stage::take_requested;
+  return next;
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
@@ -200,6 +204,21 @@ bool is_recorder_closed() {
   return recorder.is_closed;
 }
 
+bool is_recorder_held() {
+  const mutex_lock lock(recorder.child_lock);
+  return recorder.is_closed || recorder.is_held;
+}
+
+void hold_recorder_starts(bool held) {
+  const mutex_lock lock(recorder.child_lock);
+  recorder.is_held = held;
+}
+
+bool is_recorder_busy() {
+  const mutex_lock lock(recorder.stage_lock);
+  return recorder.stage != recorder_stage::idle && recorder.stage != recorder_stage::preparing;
+}
+
 bool is_recorder_child_running() {
   const mutex_lock lock(recorder.child_lock);
   return recorder.child_pid >= 0;
@@ -251,7 +270,7 @@ void close_recorder() {
 }
 
 int orb_start_recorder() {
-  if (recorder.recording != 0 || recorder.post_processing != 0 || is_recorder_closed()) return -1;
+  if (recorder.recording != 0 || recorder.post_processing != 0 || is_recorder_held()) return -1;
   if (!change_stage(recorder_stage::idle, recorder_stage::preparing)) return -1;
   forget_stops();
   if (exists(paths::kTakeGuid)) {
@@ -265,6 +284,15 @@ int orb_start_recorder() {
 }
 
 int orb_stop_recorder() { return stop_take(kStopByRequest) ? 0 : -1; }
+
+// The first one's texts hold; while a take is only about to begin there is nothing to keep.
+void keep_stopped_take() {
+  const mutex_lock lock(recorder.notes_lock);
+  if (!recorder.is_take_open || recorder.recording != 0 || recorder.post_processing == 0) return;
+  const std::string guid = read_guid(paths::kTakeGuid);
+  if (!save_stopped_take(guid, stopped_take_now())) trace(kTraceRecorder, "stop not kept %d", errno);
+  recorder.is_take_open = false;
+}
 
 int orb_pause_recorder() { return set_paused(1); }
 int orb_resume_recorder() { return set_paused(0); }

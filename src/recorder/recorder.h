@@ -28,12 +28,16 @@ void orb_create_recorder();
 void close_recorder();
 
 // Starts a take. 0 when it records; -1 when the recorder is busy, a take still awaits its completion (which
-// this triggers), the stores are too full (80,000 KiB internal and 100,000 KiB USB are needed), or ffmpeg is
-// slow to start (the take records then all the same).
+// this triggers), starts are held, the stores are too full (80,000 KiB internal and 100,000 KiB USB are
+// needed), or ffmpeg is slow to start (the take records then all the same).
 int orb_start_recorder();
 
-// Ends the take, also one that a start has just asked for; -1 when none records.
+// Ends the take, also one that a start has just asked for; -1 when none records. Never waits.
 int orb_stop_recorder();
+
+// After a stop: the take's texts and marks are on the disk, and what is given from now on is the next take's.
+// The worker does it too, some 0.1 s later.
+void keep_stopped_take();
 
 // The take goes on without its picture: the stream is not read. -1 unless it records and is not paused.
 int orb_pause_recorder();
@@ -48,6 +52,12 @@ void orb_service_recorder_watchdog();
 // ending would look idle.
 int orb_get_recorder_recording();
 int orb_get_recorder_paused();
+
+// Whether a take is about to begin, recorded, or completed, also one that an interruption has left.
+bool is_recorder_busy();
+
+// Held, no take is started: the unit is about to end.
+void hold_recorder_starts(bool held);
 
 // Whether a take's ffmpeg has not ended yet: a power cut, or a second signal, would cost the file its index.
 bool is_recorder_child_running();

@@ -1,5 +1,7 @@
 // The stills of a take: each mark is cut from its file by ffmpeg. Recording worker.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -11,10 +13,12 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "recorder/internal.h"
-#include "recorder/line_file.h"
-#include "recorder/metadata.h"
 
 namespace {
+
+constexpr int kCut_ms = 20'000;
+constexpr uint64_t kStillRoom_kb = 1024;  // less is what a still may have failed for
+constexpr int kHungLimit = 3;  // cuts that hang, of one take: then the rest of its stills is given up
 
 using offset_numbers = std::array<int, 4>;  // hours, minutes, seconds, milliseconds
 
@@ -39,27 +43,50 @@ std::string offset_text(const offset_numbers& numbers) {
   return text;
 }
 
-std::string still_path(const std::string& name) { return std::string(paths::kUsbTakes) + "/" + name; }
+// Its packet is the last that it gets, in one step: the picture is whole, too. Such a still is never made
+// anew.
+bool is_whole(const std::string& path) {
+  orb_xmp_fields fields;
+  return access(path.c_str(), F_OK) == 0 && orb_xmp_read(path.c_str(), &fields) == 0;
+}
 
-// None comes of an offset beyond the end of the take.
-void cut_still(const take& t, const std::string& offset, const std::string& path) {
-  trace(kTraceRecorder, "create image %s", offset.c_str());
+enum class cut_result { done, failed, hung };
+
+// None comes of an offset beyond the end of the take: done. A part of a picture is none.
+cut_result cut_still(const take& t, const std::string& offset, const std::string& path) {
   remove(path.c_str());
-  run_shell(std::string(paths::kFfmpeg) + " -ss " + offset + " -i " + shell_quoted(internal_take_path(t)) +
-                " -vframes 1 -q:v 2 " + shell_quoted(path),
-            1, [](std::string_view) {});
+  const std::string command = std::string(paths::kFfmpeg) + " -ss " + offset + " -i " +
+                              shell_quoted(internal_take_path(t)) + " -vframes 1 -q:v 2 " +
+                              shell_quoted(path);
+  const auto ignore = [](std::string_view) {};
+  const int status = run_shell(command, 1, ignore, {.timeout_ms = kCut_ms, .ends_with_us = true});
+  if (status == 0) return cut_result::done;
+  trace(kTraceRecorder, "image failed %s %d", offset.c_str(), status);
+  remove(path.c_str());
+  return status == kTimedOut ? cut_result::hung : cut_result::failed;
 }
 
 // On the disk afterwards: the description is about to list it.
-void tag_still(const std::string& path, const orb_xmp_fields& fields) {
-  if (orb_xmp_write(path.c_str(), fields) != 0) flush_file(path.c_str());
+cut_result make_still(const take& t, const std::string& offset, const std::string& path,
+                      const orb_xmp_fields& metadata) {
+  const cut_result cut = cut_still(t, offset, path);
+  if (cut != cut_result::done || access(path.c_str(), F_OK) != 0) return cut;
+  const bool is_told = orb_xmp_write(path.c_str(), metadata) == 0;
+  flush_file(path.c_str());
+  return is_told ? cut_result::done : cut_result::failed;
 }
+
+bool is_store_full() { return free_kb(paths::kUsbTakes) < kStillRoom_kb; }
 
 bool is_listed(json_object* files, const std::string& name) {
   for (size_t i = 0; i < json_object_array_length(files); ++i) {
     if (json_text(json_object_array_get_idx(files, i), "name") == name) return true;
   }
   return false;
+}
+
+void add_still(json_object* files, const std::string& name) {
+  if (!is_listed(files, name)) json_object_array_add(files, take_file_entry(name).release());
 }
 
 // Whether a file's name is that of a still of the take, at whatever offset.
@@ -74,33 +101,41 @@ bool is_still_of(const take& t, std::string name) {
 
 }  // namespace
 
-void make_stills(const take& t, json_object* files) {
-  const auto offsets = read_lines(kOffsets);
-  const auto notes = read_lines(kNotes);
-  if (!offsets || !notes) return;
-  orb_xmp_fields fields;
+bool make_stills(const take& t, const stopped_take& stopped, json_object* files) {
+  int hung = 0;
   std::string last;
-  for (size_t i = 0; i < offsets->size(); ++i) {
-    const std::optional<offset_numbers> numbers = parse_offset((*offsets)[i]);
+  for (size_t i = 0; i < stopped.offsets.size(); ++i) {
+    const std::optional<offset_numbers> numbers = parse_offset(stopped.offsets[i]);
     if (!numbers) continue;
     const std::string offset = offset_text(*numbers);
     const std::string name = still_file_name(t, offset);
-    cut_still(t, offset, still_path(name));
+    const std::string path = path_in(paths::kUsbTakes, name);
+    trace(kTraceRecorder, "create image %s", offset.c_str());
+    if (hung < kHungLimit && !is_whole(path)) {
+      const std::string note = i < stopped.notes.size() ? stopped.notes[i] : "";
+      const cut_result made = make_still(t, offset, path, make_metadata(stopped.texts, t.start_time, note));
+      if (made == cut_result::failed && is_store_full()) return false;
+      if (made == cut_result::hung) ++hung;
+    }
     if (offset == last) {
-      trace(kTraceRecorder, "skip list add");  // made anew all the same, and told again what it is
+      trace(kTraceRecorder, "skip list add");
     } else {
-      json_object_array_add(files, take_file_entry(name).release());
-      fields = make_metadata(t.start_time, i < notes->size() ? (*notes)[i] : "");
+      add_still(files, name);
     }
     last = offset;
-    tag_still(still_path(name), fields);
   }
+  return true;
 }
 
-void remove_unlisted_stills(const take& t, json_object* files) {
+void list_found_stills(const take& t, json_object* files) {
   for (const std::string& name : names_in(paths::kUsbTakes)) {
     if (!is_still_of(t, name) || is_listed(files, name)) continue;
-    trace(kTraceRecorder, "remove image '%s'", name.c_str());
-    remove(still_path(name).c_str());
+    const std::string path = path_in(paths::kUsbTakes, name);
+    if (is_whole(path)) {
+      add_still(files, name);
+    } else {
+      trace(kTraceRecorder, "remove image '%s'", name.c_str());
+      remove(path.c_str());
+    }
   }
 }

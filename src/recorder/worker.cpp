@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "app/trace.h"
@@ -22,18 +23,49 @@ namespace {
 
 constexpr int64_t kTick_ms = 100;
 constexpr int kTicksPerLook = 10;
+constexpr int64_t kStoreLook_ms = 2000;  // while takes wait
+constexpr uint64_t kMoreRoom_kb = 64;
 
 void set_stage(recorder_stage stage) {
   const mutex_lock lock(recorder.stage_lock);
   recorder.stage = stage;
 }
 
-// Waits for a start's request, and takes it.
-recorder_stage wait_for_request() {
+// What a completion needs of the USB store.
+struct store_state {
+  dev_t device = 0;  // 0 without a store
+  uint64_t free_kb = 0;
+};
+
+store_state usb_store_now() {
+  struct stat info {};
+  if (stat(paths::kUsbTakes, &info) != 0) return {};
+  return {info.st_dev, free_kb(paths::kUsbTakes)};
+}
+
+store_state tried_on;  // the last completion, with the least room that it had; the worker's own
+
+// Room that comes while it runs is room that it has not had.
+bool try_completion(const char* guid_path, bool start_up) {
+  const store_state before = usb_store_now();
+  const bool done = complete_take(guid_path, start_up);
+  tried_on = {before.device, std::min(before.free_kb, usb_store_now().free_kb)};
+  return done;
+}
+
+// A request of a start, taken; nothing when there was none in time, which is for ever while no take waits.
+std::optional<recorder_stage> await_request(bool has_waiting_takes) {
+  const int64_t deadline_ns = monotonic_ns() + kStoreLook_ms * kNanosecondsPerMillisecond;
   const mutex_lock lock(recorder.stage_lock);
   while (recorder.stage != recorder_stage::take_requested &&
          recorder.stage != recorder_stage::completion_requested) {
-    recorder.stage_changed.wait(recorder.stage_lock);
+    if (!has_waiting_takes) {
+      recorder.stage_changed.wait(recorder.stage_lock);
+    } else if (monotonic_ns() < deadline_ns) {
+      recorder.stage_changed.wait_until_ns(recorder.stage_lock, deadline_ns);
+    } else {
+      return std::nullopt;
+    }
   }
   const recorder_stage request = recorder.stage;
   recorder.stage =
@@ -41,16 +73,40 @@ recorder_stage wait_for_request() {
   return request;
 }
 
+bool begin_retry() {
+  const mutex_lock lock(recorder.stage_lock);
+  if (recorder.stage != recorder_stage::idle) return false;
+  recorder.stage = recorder_stage::recovering;
+  return true;
+}
+
+// Waits for a start's request, and takes it; or until the store is another one, or has more room, than when
+// the takes that wait were last tried: `recovering`.
+recorder_stage wait_for_work() {
+  const bool has_waiting_takes = !incomplete_takes().empty();
+  for (;;) {
+    if (const auto request = await_request(has_waiting_takes)) return *request;
+    const store_state now = usb_store_now();
+    const bool is_better = now.device != tried_on.device || now.free_kb >= tried_on.free_kb + kMoreRoom_kb;
+    if (now.device != 0 && is_better && !is_recorder_held() && begin_retry())
+      return recorder_stage::recovering;
+  }
+}
+
 // What was interrupted, and what was set aside since.
 void complete_waiting_takes() {
-  complete_take(paths::kTakeGuid, true);
-  for (const std::string& path : set_aside_guid_files()) complete_take(path.c_str(), true);
+  try_completion(paths::kTakeGuid, true);
+  for (const std::string& path : set_aside_guid_files()) {
+    if (is_recorder_held()) return;
+    try_completion(path.c_str(), true);
+  }
 }
 
 // A take that cannot be completed although the store is there does not keep the next ones from being
-// recorded: its guid goes aside, and every start of the daemon tries it again.
+// recorded: its guid goes aside. It is tried again when the store has more room, and by every start of the
+// daemon.
 void complete_again() {
-  if (complete_take(paths::kTakeGuid, true) || access(paths::kUsbTakes, W_OK) != 0) return;
+  if (try_completion(paths::kTakeGuid, true) || access(paths::kUsbTakes, W_OK) != 0) return;
   const std::string guid = read_guid(paths::kTakeGuid);
   const std::string aside = paths::kTakeGuid + ("." + (guid.empty() ? "unreadable" : guid));
   if (rename(paths::kTakeGuid, aside.c_str()) != 0) return;
@@ -75,7 +131,7 @@ enum class beginning { recording, unwanted, failed };
 // Starts ffmpeg; from then on the take runs.
 beginning begin_take(const std::string& path, child_process* child) {
   const mutex_lock lock(recorder.child_lock);
-  if (recorder.is_stop_wanted || recorder.is_closed) return beginning::unwanted;
+  if (recorder.is_stop_wanted || recorder.is_closed || recorder.is_held) return beginning::unwanted;
   if (path.empty() || start_ffmpeg(path, child) != 0) return beginning::failed;
   recorder.child_pid = child->pid;
   orb_service_recorder_watchdog();
@@ -113,8 +169,19 @@ void end_child(const std::string& path) {
   recorder.child_pid = -1;
 }
 
-// A mark or note that was being written is there afterwards; none is written to this take any more.
-void await_last_note() { const mutex_lock lock(recorder.notes_lock); }
+// Runs the take from its start to its stop. False when ffmpeg was never there.
+bool run_take(const std::string& path, const child_process& child) {
+  orb_update_osd_recorder_activity(1);
+  trace(kTraceRecorder, "started %d", child.pid);
+  const int error = exec_error(child);
+  if (error != 0) trace(kTraceRecorder, "rerror %d '%s'", -1, strerror(error));
+  watch_until_stopped(path);
+  trace(kTraceRecorder, "record stopped");
+  keep_stopped_take();  // a mark or note that was being written is there; none is written to it any more
+  orb_update_osd_recorder_activity(0);
+  end_child(path);
+  return error == 0;
+}
 
 void record_take() {
   trace(kTraceRecorder, "record starting");
@@ -125,21 +192,15 @@ void record_take() {
     trace(kTraceRecorder, "error");
     recorder.error = 1;
   }
-  if (begun != beginning::recording) {
-    if (!is_recorder_closed()) complete_take(paths::kTakeGuid, true);
-    return;
-  }
-  orb_update_osd_recorder_activity(1);
-  trace(kTraceRecorder, "started %d", child.pid);
-  if (const int error = exec_error(child)) trace(kTraceRecorder, "rerror %d '%s'", -1, strerror(error));
-  watch_until_stopped(path);
-  trace(kTraceRecorder, "record stopped");
-  orb_update_osd_recorder_activity(0);
-  end_child(path);
+  if (begun != beginning::recording) return drop_take();
+  const bool has_run = run_take(path, child);
   if (is_recorder_closed()) return;  // the next start completes it
-  await_last_note();
-  complete_take(paths::kTakeGuid, false);
-  measure_stores();
+  if (has_run) {
+    try_completion(paths::kTakeGuid, false);
+  } else {
+    drop_take();
+    set_post_processing(0);
+  }
   trace(kTraceRecorder, "record end");
 }
 
@@ -185,14 +246,18 @@ int watch_take(take_watch& watch) {
 
 void* recording_worker(void*) {
   complete_waiting_takes();
-  measure_stores();
   for (;;) {
+    measure_stores();
     set_stage(recorder_stage::idle);
-    if (wait_for_request() == recorder_stage::take_requested) {
-      record_take();
-    } else {
-      complete_again();
-      measure_stores();
+    switch (wait_for_work()) {
+      case recorder_stage::take_requested:
+        record_take();
+        break;
+      case recorder_stage::completion_requested:
+        complete_again();
+        break;
+      default:
+        complete_waiting_takes();
     }
     if (is_recorder_closed()) pause();
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <string_view>
 
 #include "app/trace.h"
 #include "base/file.h"
@@ -102,7 +103,7 @@ Number get_number(const setting_bytes& bytes) {
   return value;
 }
 
-void put_text(setting_bytes& bytes, size_t size, const char* value) {
+void put_text(setting_bytes& bytes, size_t size, std::string_view value) {
   bytes = {};
   copy_text(bytes.data(), size + 1, value);
 }
@@ -190,6 +191,11 @@ bool keep_setting(const nv_source& source) REQUIRES(nv_lock) {
   if (source.index >= kSettingCount || source.length < 0) return false;
   const size_t size = kSettings[source.index].size;
   const size_t given = static_cast<size_t>(source.length);
+  if (kSettings[source.index].type == setting_type::text) {
+    const char* text = static_cast<const char*>(source.buffer);
+    put_text(live[source.index], size, {text, strnlen(text, given)});
+    return true;
+  }
   if (size > given) live[source.index] = {};
   memcpy(live[source.index].data(), source.buffer, std::min(size, given));
   return true;

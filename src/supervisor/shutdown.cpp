@@ -2,6 +2,7 @@
 // after the other.
 
 #include <atomic>
+#include <optional>
 
 #include "app/trace.h"
 #include "base/child_process.h"
@@ -16,27 +17,42 @@ namespace {
 
 constexpr int64_t kStep_ms = 10;
 constexpr int kChildEndSteps = 2500;
-constexpr int kPostProcessingBeginSteps = 150;
-constexpr int kPostProcessingEndSteps = 14'400;
+constexpr int kCompletionSteps = 14'400;
 constexpr int64_t kCameraOff_ms = 100;
 constexpr int64_t kSettle_ms = 500;
 constexpr int64_t kBoardSignal_ms = 500;
 constexpr int64_t kCommandDelay_ms = 50;
+constexpr int kCommand_ms = 30'000;
 constexpr size_t kOutputLimit = 127;
+constexpr int64_t kRetry_ns = 10'000 * kNanosecondsPerMillisecond;
+constexpr int64_t kHeatGone_ns = 2000 * kNanosecondsPerMillisecond;  // a hot unit asks every second
 
 mutex shutdown_lock;
 condition shutdown_requested;
 bool shutdown_wanted GUARDED_BY(shutdown_lock) = false;
 int shutdown_reason GUARDED_BY(shutdown_lock) = 0;
 bool is_powering_off GUARDED_BY(shutdown_lock) = false;  // no request is taken any more
+int64_t retry_ns GUARDED_BY(shutdown_lock) = 0;          // from when on heat is heard again
+int64_t give_back_ns GUARDED_BY(shutdown_lock) = 0;      // when the unit is given back, 0: it is
 
 // Once asked for, whatever is served ends with the power off and without waiting for a take.
 std::atomic<bool> temperature_shutdown = false;
 
-int await_request() {
+// The reason of the next request; nothing when the unit is to be given back.
+std::optional<int> await_request() {
   const mutex_lock lock(shutdown_lock);
-  while (!shutdown_wanted) shutdown_requested.wait(shutdown_lock);
+  while (!shutdown_wanted) {
+    if (give_back_ns == 0) {
+      shutdown_requested.wait(shutdown_lock);
+    } else if (monotonic_ns() < give_back_ns) {
+      shutdown_requested.wait_until_ns(shutdown_lock, give_back_ns);
+    } else {
+      give_back_ns = 0;
+      return std::nullopt;
+    }
+  }
   shutdown_wanted = false;
+  give_back_ns = 0;
   return shutdown_reason;
 }
 
@@ -45,11 +61,9 @@ void await_child_end() {
   for (int step = 0; step < kChildEndSteps && is_recorder_child_running(); ++step) sleep_ms(kStep_ms);
 }
 
-void await_post_processing() {
-  for (int step = 0; step < kPostProcessingBeginSteps && orb_get_recorder_post_processing() == 0; ++step) {
-    sleep_ms(kStep_ms);
-  }
-  for (int step = 0; step < kPostProcessingEndSteps && orb_get_recorder_post_processing() != 0; ++step) {
+// Of a take that has just been stopped, was stopped before, or waited for its completion.
+void await_completion() {
+  for (int step = 0; step < kCompletionSteps && is_recorder_busy(); ++step) {
     if (temperature_shutdown) {
       trace(kTraceSupervisor, "temperature, skip post");
       return;
@@ -59,15 +73,15 @@ void await_post_processing() {
 }
 
 void end_take() {
+  hold_recorder_starts(true);
   if (orb_get_recorder_paused() != 0) {
     trace(kTraceSupervisor, "resume recording");
     orb_resume_recorder();
   }
-  const bool is_recording = orb_get_recorder_recording() != 0;
-  if (is_recording) trace(kTraceSupervisor, "stop recording");
+  if (orb_get_recorder_recording() != 0) trace(kTraceSupervisor, "stop recording");
   orb_stop_recorder();  // also of a take that is only about to begin
-  await_child_end();    // also of a take that has just been stopped
-  if (is_recording) await_post_processing();
+  await_child_end();
+  await_completion();
 }
 
 void switch_camera_off(orb_power_board* board) {
@@ -78,7 +92,14 @@ void switch_camera_off(orb_power_board* board) {
   sleep_ms(kSettle_ms);
 }
 
-void power_off(orb_power_board* board) {
+bool run_command(const char* command) {
+  sleep_ms(kCommandDelay_ms);
+  const int status = run_shell(command, kOutputLimit, [](std::string_view) {}, {.timeout_ms = kCommand_ms});
+  if (status != 0) trace(kTraceSupervisor, "'%s' failed %d", command, status);
+  return status == 0;
+}
+
+bool power_off(orb_power_board* board) {
   if (board != nullptr && orb_power_board_get_board_type(board) == 1) {
     orb_power_board_signal_shutdown(board);
     sleep_ms(kBoardSignal_ms);
@@ -89,14 +110,29 @@ void power_off(orb_power_board* board) {
     is_powering_off = true;
     shutdown_wanted = false;
   }
-  sleep_ms(kCommandDelay_ms);
-  shell_first_line("shutdown -P now", kOutputLimit);
+  return run_command("shutdown -P now");
 }
 
-void reboot_unit() {
+bool reboot_unit() {
   trace(kTraceSupervisor, "cl reboot");
-  sleep_ms(kCommandDelay_ms);
-  shell_first_line("reboot", kOutputLimit);
+  return run_command("reboot");
+}
+
+// The unit stays on. Heat asks for its end again, but not at once.
+void plan_retry() {
+  const mutex_lock lock(shutdown_lock);
+  const int64_t now_ns = monotonic_ns();
+  is_powering_off = false;
+  retry_ns = now_ns + kRetry_ns;
+  give_back_ns = temperature_shutdown ? retry_ns + kHeatGone_ns : now_ns;
+}
+
+// Nothing asks for the end of the unit any more.
+void give_back() {
+  trace(kTraceSupervisor, "unit stays on");
+  temperature_shutdown = false;
+  if (orb_power_board* board = power_board_now()) orb_power_board_enable_camera_power(board);
+  hold_recorder_starts(false);
 }
 
 void serve(int reason) {
@@ -104,15 +140,18 @@ void serve(int reason) {
   orb_power_board* board = power_board_now();
   end_take();
   switch_camera_off(board);
-  if (temperature_shutdown || reason != kShutdownReboot) {
-    power_off(board);
-  } else {
-    reboot_unit();
-  }
+  const bool is_off = temperature_shutdown || reason != kShutdownReboot ? power_off(board) : reboot_unit();
+  if (!is_off) plan_retry();
 }
 
 void* shutdown_thread(void*) {
-  for (;;) serve(await_request());
+  for (;;) {
+    if (const std::optional<int> reason = await_request()) {
+      serve(*reason);
+    } else {
+      give_back();
+    }
+  }
 }
 
 }  // namespace
@@ -120,9 +159,9 @@ void* shutdown_thread(void*) {
 void start_shutdown_thread() { start_detached_thread("shutdown", shutdown_thread, nullptr); }
 
 void orb_trigger_supervisor_shutdown(int reason) {
-  if (reason == kShutdownTemperature) temperature_shutdown = true;
   const mutex_lock lock(shutdown_lock);
-  if (is_powering_off) return;
+  if (is_powering_off || (reason == kShutdownTemperature && monotonic_ns() < retry_ns)) return;
+  if (reason == kShutdownTemperature) temperature_shutdown = true;
   shutdown_wanted = true;
   shutdown_reason = reason;
   shutdown_requested.signal();

@@ -13,6 +13,7 @@
 #include "base/paths.h"
 #include "base/redis_server.h"
 #include "base/value_file.h"
+#include "tests/await.h"
 #include "supervisor/identity.h"
 
 namespace fs = std::filesystem;
@@ -70,6 +71,23 @@ TEST(shell, lines_and_the_exit_status) {
   for (const std::string word : {"/media/a_1.2-b.zip", "", "a b", "$(id)'\"", "*", "~", "\xC3\xA9"})
     EXPECT_EQ(shell_first_line("printf %s " + shell_word(word), 99), word);
   EXPECT_EQ(shell_word("/media/a_1.2-b.zip"), "/media/a_1.2-b.zip");
+}
+
+// Slow while it prints, behind a closed output, or through what it has started.
+TEST(shell, ends_in_its_time) {
+  for (const char* command :
+       {"echo one; sleep 30; echo two", "echo one; exec >&-; sleep 30", "echo one; (sleep 30); :"}) {
+    const int64_t begin = monotonic_ns();
+    std::string lines;
+    const auto take = [&lines](std::string_view line) { lines += line; };
+    EXPECT_EQ(run_shell(command, 5, take, {.timeout_ms = 200}), kTimedOut);
+    EXPECT_LT(monotonic_ns() - begin, 2000 * kNanosecondsPerMillisecond) << command;
+    EXPECT_EQ(lines, "one");
+  }
+  if (fork() == 0) shell_first_line("sleep 30", 1, {.ends_with_us = true});
+  EXPECT_TRUE(await([] { return shell_first_line("pgrep -x sleep", 9) != ""; }));
+  shell_first_line("kill -9 $(pgrep -P " + std::to_string(getpid()) + " test_base)", 1);
+  EXPECT_TRUE(await([] { return shell_first_line("pgrep -x sleep", 9).empty(); }));
 }
 
 // The fastest of three, so that a busy machine does not count.

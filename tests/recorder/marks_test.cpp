@@ -130,35 +130,59 @@ TEST_F(marks, pair_with_their_notes_as_stills) {
       "00:00:00.500\nnonsense\n0:0:1.5\n00:00:01.005\n00:01:00.000\n00:00:99.000\n00:00:02.000");
   put(paths::kImageNotes, "one\nskipped\ntwo\nagain\nbeyond the end\nskipped");
   const json_owner files(json_object_new_array());
-  make_stills(kTake, files.get());
+  orb_set_recorder_title("first job");
+  recorder.recording = 0;
+  recorder.post_processing = 1;
+  {
+    const mutex_lock lock(recorder.notes_lock);
+    recorder.is_take_open = true;
+  }
+  keep_stopped_take();
+  orb_set_recorder_title("next job");  // before the stills are cut
+  put(paths::kImageNotes, "next\n");
+  keep_stopped_take();
+  recorder.post_processing = 0;
+  const std::optional<stopped_take> stopped = load_stopped_take(kTake.guid);
+  ASSERT_TRUE(stopped);
+  make_stills(kTake, *stopped, files.get());
+  EXPECT_EQ(orb_set_recorder_file_note((kStills + "00-00-00-500.jpg").c_str(), "edited"), 0);
+  make_stills(kTake, *stopped, files.get());  // after an interruption: what is whole stays
   std::string names;
   for (size_t i = 0; i < json_object_array_length(files.get()); ++i)
     names += json_text(json_object_array_get_idx(files.get(), i), "name").substr(kStillName.size()) + " ";
   EXPECT_EQ(names, "00-00-00-500.jpg 00-00-01-005.jpg 00-01-00-000.jpg 00-00-02-000.jpg ");
   for (const auto& [offset, note] :
-       {std::pair("00-00-00-500", "one"), {"00-00-01-005", "two"}, {"00-00-02-000", ""}}) {
+       {std::pair("00-00-00-500", "edited"), {"00-00-01-005", "two"}, {"00-00-02-000", ""}}) {
     orb_xmp_fields fields;
     EXPECT_EQ(orb_load_recorder_file_metadata((kStills + offset + ".jpg").c_str(), &fields), 0) << offset;
     EXPECT_STREQ(fields.comment, note);
+    EXPECT_STREQ(fields.project_name, "first job");
   }
   EXPECT_FALSE(fs::exists(kStills + "00-01-00-000.jpg"));
   EXPECT_EQ(orb_set_recorder_file_note(internal_take_path(kTake).c_str(), "has none"), -1);
 }
 
-// What an interrupted completion has cut, and nothing that only looks like it.
-TEST_F(marks, unlisted_stills_of_the_take_are_removed_and_no_others) {
+// What is whole is listed; a part of a picture goes, and nothing that only looks like one.
+TEST_F(marks, stills_that_are_found_are_listed) {
+  const std::string whole = kStills + "00-00-08-000.jpg";
+  shell_first_line("ffmpeg -v error -f lavfi -i testsrc=s=64x48 -vframes 1 " + shell_quoted(whole), 1);
+  ASSERT_EQ(orb_xmp_write(whole.c_str(), {}), 0);
   const json_owner files(json_object_new_array());
   json_object_array_add(files.get(), take_file_entry(kStillName + "00-00-07-000.jpg").release());
-  const char* const kept[] = {"00-00-07-000.jpg", "00-00-00-50x.jpg", "00-00-00-500.mp4", "0-00-00-500.jpg",
-                              ".jpg"};
+  const char* const kept[] = {
+      "00-00-07-000.jpg", "00-00-00-50x.jpg", "00-00-00-500.mp4", "0-00-00-500.jpg", ".jpg",
+      "00-00-08-000.jpg"};
   const char* const removed[] = {"00-00-00-500.jpg", "99-59-59-999.jpg"};
-  for (const char* name : kept) put(kStills + name, "");
+  for (const char* name : kept)
+    if (!fs::exists(kStills + name)) put(kStills + name, "");
   for (const char* name : removed) put(kStills + name, "");
   put("/media/usb99/ApiVideos/b" + kStillName + removed[0], "");
-  remove_unlisted_stills(kTake, files.get());
+  list_found_stills(kTake, files.get());
   for (const char* name : kept) EXPECT_TRUE(fs::exists(kStills + name)) << name;
   for (const char* name : removed) EXPECT_FALSE(fs::exists(kStills + name)) << name;
   EXPECT_TRUE(fs::exists("/media/usb99/ApiVideos/b" + kStillName + removed[0]));
+  ASSERT_EQ(json_object_array_length(files.get()), 2U);
+  EXPECT_EQ(json_text(json_object_array_get_idx(files.get(), 1), "name"), kStillName + "00-00-08-000.jpg");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -22,6 +23,7 @@
 #include "base/file.h"
 #include "base/file_copy.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "recorder/internal.h"
 #include "recorder/take_files.h"
 #include "store/settings.h"
@@ -130,9 +132,17 @@ void expect_waiting() {
 void expect_completed() {
   EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
   EXPECT_EQ(content(usb_take_path(kTake)), kPicture);
-  EXPECT_EQ(content(caption_path(kTake)), "WEBVTT\n\n00:00:00.000 --> 00:00:00.000\nMH 14\n");
+  EXPECT_EQ(content(caption_path(kTake)), "WEBVTT\n\n");  // a cue would end where it starts
   EXPECT_EQ(content(description_path(kGuid)), kFinished);
   EXPECT_FALSE(fs::exists(paths::kTakeGuid) || fs::exists(internal_take_path(kTake)));
+  EXPECT_FALSE(fs::exists(stopped_take_path(kGuid)));
+}
+
+// A second of a real picture, smaller than a still of it.
+std::string picture() {
+  shell_first_line(
+      "ffmpeg -v error -f lavfi -i testsrc=s=640x480:r=5:d=1 -crf 51 /tmp/one_second.mp4 </dev/null", 1);
+  return content("/tmp/one_second.mp4");
 }
 
 // A file system of its own size over a folder.
@@ -181,13 +191,15 @@ TEST_F(takes, a_guid_is_only_what_can_be_one) {
 }
 
 TEST_F(takes, a_text_is_cut_at_a_character_and_comes_back_as_the_settings_hold_it) {
-  orb_set_recorder_title((std::string(79, 't') + "é").c_str());
+  const std::string title = std::string(40, 't') + "é" + std::string(37, 't') + "é";
+  orb_set_recorder_title(title.c_str());
+  orb_init_nv();
   char text[200];
   orb_load_recorder_title(text, sizeof text);
-  EXPECT_EQ(text, std::string(79, 't'));
+  EXPECT_EQ(text, title.substr(0, 79));
   load_recorder_texts();
   orb_load_recorder_filename(text, sizeof text);
-  EXPECT_EQ(text, std::string(41, 't'));
+  EXPECT_EQ(text, title.substr(0, 40));
 }
 
 TEST_F(takes, a_start_describes_its_take) {
@@ -203,8 +215,18 @@ TEST_F(takes, a_start_describes_its_take) {
   orb_set_recorder_filename("a/b \"c\"");
   orb_set_recorder_title("http://t");
   put(paths::kVideoNote, "note\nmore\n");
+  fs::create_directory(paths::kTakeGuid + std::string(".new"));  // the guid cannot be written
+  begin_take();
+  EXPECT_EQ(content(paths::kVideoNote), "note\nmore\n");
+  fs::remove(paths::kTakeGuid + std::string(".new"));
   const take t = begin_take();
   EXPECT_EQ(t.name + " " + t.asset_id + " " + t.note, "a/b \"c\" http://t note\n");
+  drop_take();  // ffmpeg could not be started
+  EXPECT_EQ(content(paths::kVideoNote), "note\n");
+  EXPECT_FALSE(fs::exists(paths::kTakeGuid) || fs::exists(description_path(t.guid)));
+  hold_recorder_starts(true);
+  EXPECT_EQ(begin_take().guid, "");
+  hold_recorder_starts(false);
 }
 
 TEST_F(takes, a_start_moves_past_the_takes_that_are_there) {
@@ -305,47 +327,42 @@ TEST_F(takes, a_copy_of_full_size_is_whole) {
     }
 }
 
-TEST_F(takes, a_power_cut_between_any_two_steps_loses_nothing) {
+// Cut anywhere after the stop, and completed under the next job's texts.
+TEST_F(takes, a_power_cut_after_the_stop_loses_no_still_and_no_text) {
+  const std::string whole = picture();
+  stopped_take stopped{{}, {"00:00:00.500"}, {"still"}};
+  copy_text(stopped.texts.project_name, sizeof stopped.texts.project_name, "first job");
+  copy_text(stopped.texts.scene, sizeof stopped.texts.scene, "down");
+  orb_set_recorder_title("next job");
   int cuts = 0;
   for (bool is_cut = true; is_cut; ++cuts) {
     SCOPED_TRACE(cuts);
-    fs::remove(usb_take_path(kTake));
-    interrupt_take();
-    is_cut = complete_until(cuts, true);
-    EXPECT_TRUE(content(internal_take_path(kTake)) == kPicture || content(usb_take_path(kTake)) == kPicture);
-    expect_completed();
-  }
-  EXPECT_GT(cuts, 15);
-}
-
-TEST_F(takes, a_power_cut_leaves_stills_that_are_listed_or_none) {
-  shell_first_line("ffmpeg -v error -f lavfi -i testsrc=s=32x32:r=5:d=1 /tmp/one_second.mp4", 1);
-  const std::string picture = content("/tmp/one_second.mp4");
-  int with_stills = 0;
-  int cuts = 0;
-  for (bool is_cut = true; is_cut; ++cuts) {
-    SCOPED_TRACE(cuts);
-    fs::remove_all(paths::kUsbTakes), fs::create_directories(paths::kUsbTakes);
+    for (const char* folder : {paths::kInternalTakes, paths::kUsbTakes})
+      fs::remove_all(folder), fs::create_directories(folder);
     put(description_path(kGuid), kDescribed + R"("","files":[],"note":"a note"})");
     put(paths::kTakeGuid, kGuid);
-    put(internal_take_path(kTake), picture);
-    put(paths::kSaveTimes, "00:00:00.500\n");
-    put(paths::kImageNotes, "still\n");
+    put(internal_take_path(kTake), whole);
+    ASSERT_TRUE(save_stopped_take(kGuid, stopped));
     is_cut = complete_until(cuts, false);
     EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
 
-    const std::string still = paths::kUsbTakes + ("/" + still_file_name(kTake, "00:00:00.500"));
-    const bool is_listed = content(description_path(kGuid)).find("500.jpg") != std::string::npos;
-    EXPECT_EQ(fs::exists(still), is_listed);
-    orb_xmp_fields fields;
-    EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), is_listed ? 0 : -1);
-    with_stills += is_listed;
-    EXPECT_EQ(orb_xmp_read(usb_take_path(kTake).c_str(), &fields), 0);
-    EXPECT_STREQ(fields.comment, "a note");
-    EXPECT_EQ(content(usb_take_path(kTake)).size(), picture.size() + 2584);
+    const std::pair<std::string, std::string> expected[] = {
+        {usb_take_path(kTake), "a note"},
+        {path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500")), "still"}};
+    for (const auto& [path, note] : expected) {
+      orb_xmp_fields fields;
+      EXPECT_EQ(orb_xmp_read(path.c_str(), &fields), 0) << path;
+      EXPECT_EQ(fields.project_name + std::string(fields.scene) + fields.comment, "first jobdown" + note);
+    }
+    const std::string description = content(description_path(kGuid));
+    for (const char* end : {".mp4\"}", "500.jpg\"}]"})
+      EXPECT_EQ(description.find(end), description.rfind(end)) << description;
+    EXPECT_TRUE(content(usb_take_path(kTake)).starts_with(whole));
+    EXPECT_EQ(names_in(paths::kUsbTakes).size(), 2U + 4U);
+    EXPECT_EQ(content(caption_path(kTake)), "WEBVTT\n\n00:00:00.000 --> 0:00:01.000\nMH 14\n");
+    EXPECT_EQ(names_in(paths::kInternalTakes).size(), 2U);
   }
-  EXPECT_GT(with_stills, 5);
-  EXPECT_GT(cuts - with_stills, 15);
+  EXPECT_GT(cuts, 30);
 }
 
 // Deletes all of the take's files, by the worker.
@@ -382,13 +399,82 @@ TEST_F(takes, a_power_cut_in_a_deletion_leaves_nothing_that_is_not_listed) {
   EXPECT_GT(cuts, 8);
 }
 
-TEST_F(takes, a_full_store_keeps_the_take_and_its_stills) {
-  const small_store usb(paths::kUsbTakes, 20);
-  interrupt_take();
-  expect_waiting();
-  EXPECT_EQ(content(description_path(kGuid)), kFinished);
-  usb.resize(1000);
-  expect_completed();
+// As a player reads it: the cue's lines up to an empty one, with their references.
+std::string first_cue(const std::string& caption) {
+  const size_t begin = caption.find('\n', caption.find(" --> ")) + 1;
+  std::string text = caption.substr(begin, (caption + "\n").find("\n\n", begin) - begin);
+  EXPECT_EQ(text.find_first_of("<>"), text.npos) << text;
+  for (const auto& [reference, character] : {std::pair("&lt;", "<"), {"&gt;", ">"}, {"&amp;", "&"}})
+    for (size_t at = 0; (at = text.find(reference, at)) != text.npos; ++at)
+      text.replace(at, strlen(reference), character);
+  return text;
+}
+
+TEST_F(takes, a_caption_is_one_cue_with_the_title) {
+  const std::string whole = picture();
+  const std::string file = shell_quoted(caption_path(kTake));
+  for (const std::string title : {"a --> b",
+                                  "-->",
+                                  "<b>bold</b>",
+                                  "<",
+                                  "a < b > c",
+                                  "&amp;",
+                                  "&amp;lt;",
+                                  "&",
+                                  "R&D; &#60;",
+                                  "<00:00:00.500>",
+                                  "NOTE",
+                                  "STYLE",
+                                  "REGION",
+                                  "WEBVTT",
+                                  "00:00:00.000 --> 00:00:09.000",
+                                  "é 北 🙂",
+                                  "{\\an8}",
+                                  "\\N \"'",
+                                  "a\n\nb",
+                                  "a\r\rb\r\n\r\n1\n00:00:00.000 --> 00:00:09.000\nc"}) {
+    SCOPED_TRACE(title);
+    interrupt_take();
+    put(internal_take_path(kTake), whole);
+    take titled = kTake;
+    titled.asset_id = title;
+    ASSERT_TRUE(save_description(titled, "", json_owner(json_object_new_array())));
+    ASSERT_TRUE(complete_take(paths::kTakeGuid, true));
+    std::string line = title;
+    std::ranges::replace_if(
+        line, [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    EXPECT_EQ(first_cue(content(caption_path(kTake))), line);
+    EXPECT_EQ(
+        shell_first_line(
+            "ffprobe -v error -count_packets -show_entries stream=nb_read_packets -of csv=p=0 " + file, 9),
+        "1");
+  }
+}
+
+TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) {
+  const std::string whole = picture();
+  int waited = 0;
+  for (int kb = 4; kb <= 72; kb += 4) {
+    SCOPED_TRACE(kb);
+    const small_store usb(paths::kUsbTakes, kb);
+    interrupt_take();
+    put(internal_take_path(kTake), whole);
+    ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+    if (!complete_take(paths::kTakeGuid, false)) {
+      ++waited;
+      usb.resize(1000);
+      EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+    }
+    EXPECT_TRUE(content(usb_take_path(kTake)).starts_with(whole));
+    const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
+    EXPECT_EQ(shell_first_line("ffmpeg -v error -i " + shell_quoted(still) + " -f null - 2>&1", 99), "");
+    orb_xmp_fields fields;
+    EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), 0);
+    EXPECT_STREQ(fields.comment, "still");
+    EXPECT_NE(content(description_path(kGuid)).find("500.jpg"), std::string::npos);
+  }
+  EXPECT_GT(waited, 4);
+  EXPECT_LT(waited, 17);
 }
 
 TEST_F(takes, a_take_whose_description_tells_nothing_waits) {

@@ -74,8 +74,13 @@ std::string power_calls() {
   return std::regex_replace(text, std::regex("\\S+T\\S+ "), "");
 }
 
+void set_stage(recorder_stage stage) {
+  const mutex_lock lock(recorder.stage_lock);
+  recorder.stage = stage;
+}
+
 void record() {
-  recorder.post_processing = 0;
+  set_stage(recorder_stage::working);
   recorder.recording = 1;
 }
 
@@ -83,15 +88,16 @@ bool await_stop() {
   return await([] { return recorder.recording == 0; });
 }
 
-TEST(shutdown, requests_are_served_once_each) {
+TEST(shutdown, requests_are_served_once_each_and_wait_for_a_completion) {
   start_shutdown_thread();
-  record();
+  set_stage(recorder_stage::recovering);  // a take that was stopped long ago
   orb_trigger_supervisor_shutdown(kShutdownReboot);
-  ASSERT_TRUE(await_stop());  // from now on it waits for the take's completion
-  for (int i = 0; i < 5; ++i) orb_trigger_supervisor_shutdown(kShutdownReboot);
   sleep_ms(1000);
+  for (int i = 0; i < 5; ++i) orb_trigger_supervisor_shutdown(kShutdownReboot);
   EXPECT_EQ(power_calls(), "");
-  recorder.post_processing = 0;
+  set_stage(recorder_stage::idle);
+  EXPECT_EQ(orb_start_recorder(), -1);
+  EXPECT_FALSE(is_recorder_busy());
   sleep_ms(2500);
   EXPECT_EQ(power_calls(), "reboot\nreboot\n");
 
@@ -106,7 +112,30 @@ TEST(shutdown, requests_are_served_once_each) {
   orb_trigger_supervisor_shutdown(kShutdownReboot);
   sleep_ms(1500);
   EXPECT_EQ(power_calls(), "reboot\nreboot\nshutdown -P now\n");
-  EXPECT_NE(recorder.post_processing, 0);
+  EXPECT_TRUE(is_recorder_busy());
+}
+
+TEST(shutdown, a_power_off_that_fails_is_tried_again_while_the_unit_is_hot) {
+  mkdir("/tmp/bin", 0755);
+  replace_file("/tmp/bin/shutdown", "#!/bin/sh\necho tried >>/tmp/power_calls\nexit 1\n");
+  chmod("/tmp/bin/shutdown", 0755);
+  setenv("PATH", "/tmp/bin:/usr/bin:/bin", 1);
+  start_shutdown_thread();
+  set_stage(recorder_stage::idle);
+  orb_trigger_supervisor_shutdown(kShutdownBoard);
+  ASSERT_TRUE(await(is_recorder_held));
+  EXPECT_TRUE(await([] { return power_calls() == "tried\n" && !is_recorder_held(); }));
+
+  const int64_t begin = monotonic_ns();
+  const auto tries_while_hot = [](const char* calls) {
+    return orb_trigger_supervisor_shutdown(kShutdownTemperature), power_calls() == calls;
+  };
+  EXPECT_FALSE(await([&] { return tries_while_hot("tried\ntried\n"); }, 9)) << "at once";
+  EXPECT_TRUE(await([&] { return tries_while_hot("tried\ntried\n"); }, 3));
+  EXPECT_GT(monotonic_ns() - begin, 10'000 * kNanosecondsPerMillisecond);
+  EXPECT_TRUE(is_recorder_held());
+  EXPECT_TRUE(await([] { return !is_recorder_held(); }, 14));
+  EXPECT_EQ(power_calls(), "tried\ntried\n");
 }
 
 }  // namespace
