@@ -246,6 +246,7 @@ void orb_create_recorder() {
   make_folder(paths::kInternalTakes);
   make_folder(paths::kUsbTakes);
   remove(paths::kXmpTemporary);  // of a write that a power cut has ended
+  orb_xmp_end_interrupted(paths::kUsbTakes);
   measure_stores();
   load_texts();
   start_detached_thread("recorder", recording_worker, nullptr);
