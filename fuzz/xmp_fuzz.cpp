@@ -39,6 +39,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     abort();
   can_replace_packet(bytes, {packet.data(), packet.size()}, fields);
   const auto undo = read_undo_record(bytes);
-  if (undo && (undo->position < 0 || make_undo_record(*undo) != bytes)) abort();
+  if (undo && (undo->position < 0 || undo->old_packet.size() != undo->new_packet.size())) abort();
   return 0;
 }

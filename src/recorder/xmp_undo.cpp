@@ -13,7 +13,6 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "recorder/stored_files.h"
 
 namespace {
 
@@ -76,11 +75,13 @@ bool is_mixture(const std::string& packet, const xmp_undo& undo) {
   return true;
 }
 
+bool is_no_file(int error) { return error == ENOENT || error == ELOOP || error == EISDIR || error == ENXIO; }
+
 enum class outcome { untouched, restored, failed };
 
 outcome restore(const std::string& folder, const xmp_undo& undo) {
   const unique_fd fd(open((folder + "/" + undo.name).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-  if (!fd) return errno == ENOENT || errno == ELOOP ? outcome::untouched : outcome::failed;
+  if (!fd) return is_no_file(errno) ? outcome::untouched : outcome::failed;
   struct stat info {};
   if (fstat(fd.get(), &info) != 0) return outcome::failed;
   if (!S_ISREG(info.st_mode)) return outcome::untouched;
@@ -113,8 +114,9 @@ std::optional<xmp_undo> read_undo_record(std::string_view record) {
   if (memcmp(header.magic, kMagic, sizeof kMagic) != 0 || record_bytes(header, packets) != record)
     return std::nullopt;
   const std::string name(header.name, strnlen(header.name, sizeof header.name));
-  if (!is_file_name(name) || header.length < 1 || header.length > kPacketLimit || header.position < 0 ||
-      header.position > INT64_MAX - header.length || packets.size() != 2 * static_cast<size_t>(header.length))
+  if (name.empty() || name.find('/') != std::string::npos || header.length < 1 ||
+      header.length > kPacketLimit || header.position < 0 || header.position > INT64_MAX - header.length ||
+      packets.size() != 2 * static_cast<size_t>(header.length))
     return std::nullopt;
   const auto length = static_cast<size_t>(header.length);
   return xmp_undo{name, header.position, packets.substr(0, length), packets.substr(length)};
@@ -133,8 +135,8 @@ bool overwrite_packet(int fd, const std::string& folder, const xmp_undo& undo) {
 bool settle_interrupted_write(const std::string& folder) {
   const std::string path = record_path(folder);
   if (access(path.c_str(), F_OK) != 0) return true;
-  const auto record = read_file(path.c_str(), kRecordLimit);
-  const auto undo = read_undo_record(record.value_or(""));
+  const std::string record = read_file(path.c_str(), kRecordLimit).value_or("");
+  const auto undo = read_undo_record(record);
   const outcome result = undo ? restore(folder, *undo) : outcome::untouched;
   trace(kTraceRecorder, "xmp undo %d", static_cast<int>(result));
   if (result != outcome::failed) unlink(path.c_str());
