@@ -119,7 +119,7 @@ constexpr std::string_view kXmpBox = kMp4PacketHeader.substr(4);
 // ones begin with the payload: their first line is no field's, and so the difference does not matter.
 constexpr int64_t kPacketInBox = 32;
 
-// A new box goes behind "moov", unless media data that the index counts from the file's start would move.
+// A new box goes behind "moov".
 xmp_place scan_mp4(int fd, int64_t size) {
   block_reader reader(fd);
   xmp_place place;
@@ -128,7 +128,7 @@ xmp_place scan_mp4(int fd, int64_t size) {
     const auto block = reader.load(position);
     if (block.size() < kBlockSize) return place;
     const auto type = block.subspan(4);
-    if (begins_with(type, "mdat") || begins_with(type, "moof")) place.insertion = -1;
+    if (begins_with(type, "mdat") || begins_with(type, "moof")) place.moves_media = place.insertion >= 0;
     uint64_t box = big_endian(block.first(4));
     if (box == 1 && !begins_with(type, "uuid")) box = big_endian(block.subspan(8, 8));
     // 0 is a box up to the end of the file; the others are damaged.

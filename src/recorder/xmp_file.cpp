@@ -124,6 +124,7 @@ bool write_packet(const char* path, const orb_xmp_fields& fields) {
   if (!file.fd) return false;
   if (place.length > 0) return is_settled && rewrite_packet(path, place, fields);
   if (place.insertion < 0) return true;
+  if (place.moves_media) return false;
   return insert_packet(path, file, place.insertion,
                        std::string(format->packet_header) + build_packet(fields, kNewPacketSize));
 }
