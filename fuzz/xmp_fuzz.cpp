@@ -1,6 +1,6 @@
 // Looks for a packet in any bytes as JPEG and as MP4: what is found lies within them. Reads them as a packet,
 // and takes them as the template of one: the packet is as long as it should be, and whole where there is
-// room.
+// room. Compares them with a packet of ours, and looks for an undo record in them.
 #include <sys/mman.h>
 
 #include <cstdlib>
@@ -10,6 +10,7 @@
 #include "base/file.h"
 #include "recorder/media_scan.h"
 #include "recorder/xmp_packet.h"
+#include "recorder/xmp_undo.h"
 
 static void check_place(const xmp_place& place, int64_t size) {
   const bool has_packet = place.length > 0;
@@ -36,5 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (fill_xmp_packet(bytes, fields, packet) == 0 &&
       parse_xmp_packet({packet.data(), packet.size()}, &again) != 0)
     abort();
+  can_replace_packet(bytes, {packet.data(), packet.size()}, fields);
+  const auto undo = read_undo_record(bytes);
+  if (undo && (undo->position < 0 || undo->old_packet.size() != undo->new_packet.size())) abort();
   return 0;
 }

@@ -36,6 +36,7 @@ inline constexpr char kImageNotes[] = "/home/orb/ApiVideos/image_notes";
 inline constexpr char kVideoNote[] = "/tmp/video_note";  // waits for the next take
 inline constexpr char kImageNote[] = "/tmp/image_note";  // waits for the next mark
 inline constexpr char kXmpTemporary[] = "/media/usb99/ApiVideos/temp";
+inline constexpr char kXmpUndoName[] = "xmp_undo";  // in the folder of the file that is written
 inline constexpr char kXmpTemplate[] = "/opt/nork/bin/xmp_template.txt";
 inline constexpr char kImageCache[] = "/tmp/imagecache";
 inline constexpr char kImageCacheTemporary[] = "/tmp/imagecache.new";

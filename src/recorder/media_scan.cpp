@@ -128,6 +128,7 @@ xmp_place scan_mp4(int fd, int64_t size) {
     const auto block = reader.load(position);
     if (block.size() < kBlockSize) return place;
     const auto type = block.subspan(4);
+    if (begins_with(type, "mdat") || begins_with(type, "moof")) place.moves_media = place.insertion >= 0;
     uint64_t box = big_endian(block.first(4));
     if (box == 1 && !begins_with(type, "uuid")) box = big_endian(block.subspan(8, 8));
     // 0 is a box up to the end of the file; the others are damaged.

@@ -6,9 +6,10 @@
 #include <string_view>
 
 struct xmp_place {
-  int64_t packet = 0;      // where the packet is
-  int64_t length = 0;      // of the packet, which lies within the file; 0: there is none
-  int64_t insertion = -1;  // where a new one goes, unless there is one; -1: nowhere
+  int64_t packet = 0;        // where the packet is
+  int64_t length = 0;        // of the packet, which lies within the file; 0: there is none
+  int64_t insertion = -1;    // where a new one goes, unless there is one; -1: nowhere
+  bool moves_media = false;  // what the file's index counts from its start stands behind that
 };
 
 struct media_format {

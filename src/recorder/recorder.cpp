@@ -255,6 +255,7 @@ void orb_create_recorder() {
   make_folder(paths::kInternalTakes);
   make_folder(paths::kUsbTakes);
   remove(paths::kXmpTemporary);  // of a write that a power cut has ended
+  orb_xmp_end_interrupted(paths::kUsbTakes);
   measure_stores();
   start_take_file_workers();
   start_detached_thread("recorder", recording_worker, nullptr);

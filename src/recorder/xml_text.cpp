@@ -57,3 +57,14 @@ std::string xml_unescaped(std::string_view text) {
   }
   return result;
 }
+
+bool has_other_references(std::string_view text) {
+  for (size_t start = text.find('&'); start != std::string_view::npos; start = text.find('&', start + 1)) {
+    const std::string_view from = text.substr(start);
+    if (std::ranges::any_of(kEscapes, [&](const escape& e) { return from.starts_with(e.escaped); })) continue;
+    const size_t end =
+        from.find_first_not_of("#0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ", 1);
+    if (end > 1 && end != std::string_view::npos && from[end] == ';') return true;
+  }
+  return false;
+}

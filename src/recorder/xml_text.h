@@ -10,3 +10,6 @@ std::string xml_escaped(std::string_view text, size_t limit);
 
 // What xml_escaped has escaped; everything else stays as it is.
 std::string xml_unescaped(std::string_view text);
+
+// Whether it holds references ("&apos;", "&#233;") that xml_unescaped leaves as they are.
+bool has_other_references(std::string_view text);

@@ -32,10 +32,17 @@ enum class xmp_turn : bool {
 };
 
 // Writes the packet into a file whose name ends in ".jpg" or ".mp4" (in any case): over the packet that it
-// has, else into a copy that replaces it. A file without a place for it stays without and is no failure.
-// 0, or -1 with the file as it was. Takes as long as the store does for a copy of the file. Any thread.
+// has, else into a copy that replaces it; a power cut leaves the old file or the new one. A file without a
+// place for it stays without and is no failure. A packet of another program, or one in which the fields do
+// not fit, is not written over: nothing but the old comment may be lost. A video whose media data would move
+// takes none. 0, or -1 with the file as it was (or not known to be on the disk). Takes as long as the store
+// does for a copy of the file. Any thread.
 int orb_xmp_write(const char* path, const orb_xmp_fields& fields, xmp_turn turn = xmp_turn::await);
 
 // Reads the file's packet; the record is empty where the packet has nothing. 0, or -1 when it has none or one
 // that does not end within 4096 bytes. Any thread.
 int orb_xmp_read(const char* path, orb_xmp_fields* fields);
+
+// Puts an old packet back that a power cut, or a stick that was pulled, has left half overwritten in a folder
+// of the store. A write or read of one of its files begins with that, too. Does not wait. Any thread.
+void orb_xmp_end_interrupted(const char* folder);

@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "app/trace.h"
@@ -12,15 +15,19 @@
 #include "base/file_copy.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "recorder/internal.h"
 #include "recorder/media_scan.h"
 #include "recorder/xmp_packet.h"
+#include "recorder/xmp_undo.h"
 
 namespace {
 
 constexpr size_t kTemplateLimit = 65536;
-constexpr int64_t kPacketLimit = 1 << 20;  // a JPEG's segment holds less, and of an MP4 both are in memory
+// For descriptions and the service log, which share the store. Nothing is recorded meanwhile: packets are
+// inserted by the recording worker.
+constexpr uint64_t kSpared_kb = 1024;
 
-mutex write_lock;  // there is one temporary file
+mutex write_lock;  // there is one temporary file, and one undo record a folder
 
 struct media_file {
   unique_fd fd;  // none when it cannot be opened or is not a regular file
@@ -53,50 +60,71 @@ std::string build_packet(const orb_xmp_fields& fields, int64_t size) {
   return packet;
 }
 
-bool write_at(int fd, const std::string& data, int64_t position) {
-  return pwrite(fd, data.data(), data.size(), position) == static_cast<ssize_t>(data.size());
+// Where a file is, behind symbolic links: its undo record goes there.
+struct file_place {
+  std::string folder;
+  std::string name;
+};
+
+std::optional<file_place> real_place(const char* path) {
+  char real[PATH_MAX];
+  if (realpath(path, real) == nullptr) return std::nullopt;
+  const std::string whole = real;
+  const size_t slash = whole.rfind('/');
+  return file_place{whole.substr(0, slash), whole.substr(slash + 1)};
 }
 
-// One write; when it ends short, or does not reach the disk, the old bytes are put back.
 bool rewrite_packet(const char* path, const xmp_place& place, const orb_xmp_fields& fields) {
   if (place.length > kPacketLimit) return false;
+  const auto where = real_place(path);
   const media_file file = open_media(path, O_RDWR);
   std::string old(static_cast<size_t>(place.length), ' ');
-  if (!file.fd || pread(file.fd.get(), old.data(), old.size(), place.packet) != place.length) return false;
-  if (write_at(file.fd.get(), build_packet(fields, place.length), place.packet) && fsync(file.fd.get()) == 0)
-    return true;
-  write_at(file.fd.get(), old, place.packet);
-  return false;
+  if (!where || !file.fd || pread(file.fd.get(), old.data(), old.size(), place.packet) != place.length)
+    return false;
+  const std::string fresh = build_packet(fields, place.length);
+  return can_replace_packet(old, fresh, fields) &&
+         overwrite_packet(file.fd.get(), where->folder, {where->name, place.packet, old, fresh});
 }
 
 bool copy_with_packet(const media_file& from, int to, int64_t insertion, const std::string& packet) {
-  if (lseek(from.fd.get(), 0, SEEK_SET) != 0) return false;
-  const int64_t before = insertion < 0 ? from.size : insertion;
-  return copy_blocks(from.fd.get(), to, before) && (insertion < 0 || write_all(to, packet)) &&
-         copy_blocks(from.fd.get(), to, from.size - before) && fsync(to) == 0;
+  return lseek(from.fd.get(), 0, SEEK_SET) == 0 && copy_blocks(from.fd.get(), to, insertion) &&
+         write_all(to, packet) && copy_blocks(from.fd.get(), to, from.size - insertion) && fsync(to) == 0;
+}
+
+bool has_room_for(int64_t size) {
+  const uint64_t size_kb = static_cast<uint64_t>(size) / 1024 + 1;
+  return size_kb + kSpared_kb <= free_kb(paths::kUsbTakes) && size_kb <= largest_file_kb(paths::kUsbTakes);
 }
 
 bool insert_packet(const char* path, const media_file& file, int64_t insertion, const std::string& packet) {
   unlink(paths::kXmpTemporary);  // of a power cut
-  unique_fd copy(open(paths::kXmpTemporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  if (!has_room_for(file.size + static_cast<int64_t>(packet.size()))) return false;
+  const unique_fd copy(open(paths::kXmpTemporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!copy) return false;
-  const bool copied = copy_with_packet(file, copy.get(), insertion, packet);
-  copy.reset();
-  if (!copied || rename(paths::kXmpTemporary, path) != 0) {
+  if (!copy_with_packet(file, copy.get(), insertion, packet) || rename(paths::kXmpTemporary, path) != 0) {
     unlink(paths::kXmpTemporary);
     return false;
   }
-  flush_folder_of(path);
-  return true;
+  // vfat keeps a file's size and place with its name: the new name has them when the file is flushed again.
+  return fsync(copy.get()) == 0 && flush_folder_of(path);
+}
+
+// False when that has changed a file: the fields may have been read from the mixture.
+bool settle_folder_of(const char* path) {
+  const auto where = real_place(path);
+  return !where || settle_interrupted_write(where->folder);
 }
 
 bool write_packet(const char* path, const orb_xmp_fields& fields) {
   const media_format* format = find_media_format(path);
   if (format == nullptr) return false;
+  const bool is_settled = settle_folder_of(path);
   xmp_place place;
   const media_file file = scan_media(path, *format, &place);
   if (!file.fd) return false;
-  if (place.length > 0) return rewrite_packet(path, place, fields);
+  if (place.length > 0) return is_settled && rewrite_packet(path, place, fields);
+  if (place.insertion < 0) return true;
+  if (place.moves_media) return false;
   return insert_packet(path, file, place.insertion,
                        std::string(format->packet_header) + build_packet(fields, kNewPacketSize));
 }
@@ -141,7 +169,17 @@ int orb_xmp_write(const char* path, const orb_xmp_fields& fields, xmp_turn turn)
 }
 
 int orb_xmp_read(const char* path, orb_xmp_fields* fields) {
+  if (find_media_format(path) != nullptr && write_lock.try_lock()) {
+    settle_folder_of(path);
+    write_lock.unlock();
+  }
   const int result = read_packet(path, fields);
   trace(kTraceRecorder, "read xmp md %d", result);
   return result;
+}
+
+void orb_xmp_end_interrupted(const char* folder) {
+  if (!write_lock.try_lock()) return;
+  settle_interrupted_write(folder);
+  write_lock.unlock();
 }

@@ -14,6 +14,7 @@
 #include "base/paths.h"
 #include "base/thread.h"
 #include "installer/installer.h"
+#include "recorder/xmp.h"
 #include "store/logger.h"
 #include "supervisor/internal.h"
 
@@ -65,6 +66,7 @@ void mount_plugged() {
     return;
   }
   trace(kTraceSupervisor, "usb in");
+  orb_xmp_end_interrupted(paths::kStick);
   const bool update_available = is_update_on_stick();
   {
     const mutex_lock lock(stick_lock);

@@ -31,6 +31,7 @@
 namespace fs = std::filesystem;
 
 std::atomic<bool> are_flushes_held = false;
+void (*on_flush)(int fd) = nullptr;
 
 static int steps_to_the_cut = -1;  // none: nothing is followed, and any thread may work
 
@@ -62,6 +63,7 @@ static void step() {
 // In the C library's place: the power is cut before one of them.
 int fsync(int fd) {
   step();
+  if (on_flush != nullptr) on_flush(fd);
   while (are_flushes_held) usleep(1000);
   struct stat info {};
   if (steps_to_the_cut < 0 || fstat(fd, &info) != 0) return static_cast<int>(syscall(SYS_fsync, fd));

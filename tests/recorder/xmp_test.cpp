@@ -1,6 +1,7 @@
 // XMP metadata: packets as bytes, pictures and videos of several writers, and other programs' readers.
 #include "recorder/xmp.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -12,16 +13,21 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include "app/trace_reader.h"
 #include "base/child_process.h"
 #include "base/file.h"
 #include "base/text.h"
+#include "recorder/internal.h"
 #include "recorder/media_scan.h"
+#include "recorder/metadata.h"
 #include "recorder/xmp_packet.h"
 
 namespace fs = std::filesystem;
+
+extern void (*on_flush)(int fd);
 
 namespace {
 
@@ -55,31 +61,26 @@ std::string packet_of(const orb_xmp_fields& fields, size_t size) {
 }
 
 struct xmp : testing::Test {
-  xmp() { fs::create_directories(paths::kUsbTakes), fs::current_path(paths::kUsbTakes); }
+  xmp() {
+    fs::create_directories(paths::kUsbTakes), fs::current_path(paths::kUsbTakes);
+    const mutex_lock lock(recorder.stage_lock);
+    recorder.stage = recorder_stage::idle;
+  }
   ~xmp() override { fs::current_path("/tmp"), fs::remove_all(paths::kUsbTakes); }
 };
 
 // --- packets ---
 
 TEST_F(xmp, a_packet_is_made_of_its_template_line_by_line) {
-  const std::string start = kSignature + "<a>\n", padding = "<!-- XML whitespace as padding -->\n";
-  const std::string lines = "<a>\n<xmpDM:scene>no quotes\n<xmpDM:shotDate>=\"old\"/ \"b\"\n" +
+  const std::string lines = "<xmpDM:scene>no quotes\n<xmpDM:shotDate>=\"old\"/ \"b\"\n" +
                             std::string(100, 'l') + "\n<xmpDM:comment><xmpDM:projectName>\"\"\n";
-  const std::string made = start + "<xmpDM:shotDate>=\"2026-03-09 14-05-59\"/ \"b\"\n" +
+  const std::string made = kSignature + "<xmpDM:shotDate>=\"2026-03-09 14-05-59\"/ \"b\"\n" +
                            std::string(80, 'l') + "<xmpDM:comment><xmpDM:projectName>\"title\"\n";
-  const std::string rest = std::string(78, ' ') + "\r\n" + std::string(18, ' ') + "\r\n" + kTrailer;
-  const struct {
-    std::string xmp_template, packet;
-    int result;
-  } kTemplates[] = {
-      {lines + padding + "ignored", made + rest, 0},         {lines, made + std::string(100, ' '), -1},
-      {"", kSignature + std::string(31, ' '), -1},           {"<a>\n" + padding, start + "\n" + kTrailer, 0},
-      {"<a>\n" + padding, start + kTrailer.substr(0, 7), 0}, {padding, kSignature.substr(0, 10), 0}};
-  for (const auto& row : kTemplates) {
-    std::string packet(row.packet.size(), 'x');
-    EXPECT_EQ(fill_xmp_packet(row.xmp_template, fields_with("note", "title"), packet), row.result);
-    EXPECT_EQ(packet, row.packet);
-  }
+  const std::string padding = std::string(78, ' ') + "\r\n" + std::string(18, ' ') + "\r\n";
+  std::string packet(made.size() + padding.size() + kTrailer.size(), 'x');
+  const std::string xmp_template = lines + "<!-- XML whitespace as padding -->\nignored";
+  EXPECT_EQ(fill_xmp_packet(xmp_template, fields_with("note", "title"), packet), 0);
+  EXPECT_EQ(packet, made + padding + kTrailer);
 }
 
 // What is written comes back whole, or cut at a character; the packet is whole however long the texts are.
@@ -129,6 +130,51 @@ TEST_F(xmp, a_reader_keeps_what_fits) {
         expected)
         << packet;
   }
+}
+
+// The note's packet must say all that the old one said but its comment, and must come back itself.
+TEST_F(xmp, only_a_packet_that_loses_nothing_is_replaced) {
+  const std::string scene = "<xmpDM:scene><rdf:Description rdf:value=\"Upstream\"/></xmpDM:scene>";
+  const std::string none = "</rdf:RDF>";
+  const struct {
+    std::string line, instead;
+    bool is_replaced;
+    size_t size = 2560;
+  } kPackets[] = {
+      {none, none, true},
+      {none, none, false, 1300},  // no room for the note
+      {none, none, false, 5000},  // its end would not be read
+      {none, "<dc:creator>me</dc:creator>\n" + none, false},
+      {none, "<rdf:Description xmp:Label='me'/>\n" + none, false},
+      {none, std::string(1100, ' ') + "<rdf:li dc:format=\"x\"/>" + none, false},
+      {none, "xmlns:dc=\"http://purl.org/dc/elements/1.1/\"\n" + none, true},
+      {none, scene + "\n" + none, true},
+      {scene, scene + "\n<xmpDM:scene>=\"other\"", false},
+      {scene, "<xmpDM:scene>\n<rdf:Description rdf:value=\"Upstream\"/></xmpDM:scene>", false},
+      {scene, "<xmpDM:scene rdf:value=\"Upstream\"/>", false},
+      {scene, "<xmpDM:scene><xmp:Label rdf:value=\"Upstream\"/></xmpDM:scene>", false},
+      {scene, "<xmpDM:scene><rdf:Alt><rdf:li xml:lang=\"x-default\">Up</rdf:li></rdf:Alt></xmpDM:scene>",
+       false},
+      {scene, "<xmpDM:scene>=\"Upstream\"", true},
+      {scene, "<xmpDM:scene>=\"\"", true},
+      {scene, "<xmpDM:scene>=\"a & b&c\"", true},
+      {scene, "<xmpDM:scene>=\"it&apos;s\"", false},
+      {scene, "<xmpDM:scene>=\"" + std::string(32, 'x') + "\"", false},
+      {"first\"", "it&apos;s\"", true}};
+  for (const auto& row : kPackets) {
+    std::string old = packet_of(fields_with("first"), row.size);
+    const size_t at = old.find(row.line);
+    ASSERT_NE(at, std::string::npos);
+    old.replace(at, row.line.size(), row.instead);
+    orb_xmp_fields fields;
+    ASSERT_EQ(parse_xmp_packet(old, &fields), 0);
+    copy_text(fields.comment, sizeof fields.comment, std::string(200, 'n'));
+    std::string fresh(row.size, 'x');
+    orb_xmp_build(fields, fresh.data(), fresh.size());
+    EXPECT_EQ(can_replace_packet(old, fresh, fields), row.is_replaced) << row.instead;
+  }
+  const std::string fresh = packet_of({}, 2560);
+  EXPECT_FALSE(can_replace_packet(kSignature + "<rdf:RDF/>" + kTrailer, fresh, {}));
 }
 
 // --- places ---
@@ -190,15 +236,19 @@ constexpr char kMakeMedia[] = R"(
   gst-launch-1.0 -q videotestsrc num-buffers=2 ! x264enc ! mp4mux ! filesink location=gst.mp4
   /usr/bin/convert -size 90x60 plasma: -interlace Plane progressive.jpg
   /usr/bin/convert -size 90x60 plasma: -set comment words comment.JPG
+  /usr/bin/convert -size 90x60 plasma: ppm:- | cjpeg -progressive -restart 1 >cjpeg.jpg
   { head -c 20 gst.jpg; printf '\377\342\0\022ICC_PROFILE\0\001\001ic'; tail -c +21 gst.jpg; } >icc.jpg
   cp ffmpeg.jpg exif.jpg; exiftool -q -overwrite_original -Artist=me exif.jpg
+  cp ffmpeg.jpg exiv2.jpg; exiv2 -M'set Exif.Image.Artist me' -M'set Iptc.Application2.Byline me' exiv2.jpg
 )";
-const struct media {
+struct media {
   const char* name;
   std::string follows;  // what a new packet is put in front of; "": the end
-} kMedia[] = {{"ffmpeg.jpg", "\xFF\xFE"}, {"gst.jpg", "\xFF\xDB"},     {"progressive.jpg", "\xFF\xDB"},
-              {"exif.jpg", "\xFF\xE1"},   {"comment.JPG", "\xFF\xFE"}, {"icc.jpg", "\xFF\xE2"},
-              {"ffmpeg.mp4", ""},         {"large.mp4", ""},           {"gst.mp4", ""}};
+};
+const media kMedia[] = {{"ffmpeg.jpg", "\xFF\xFE"},  {"gst.jpg", "\xFF\xDB"}, {"progressive.jpg", "\xFF\xDB"},
+                        {"comment.JPG", "\xFF\xFE"}, {"icc.jpg", "\xFF\xE2"}, {"exif.jpg", "\xFF\xE1"},
+                        {"cjpeg.jpg", "\xFF\xDB"},   {"large.mp4", ""},       {"exiv2.jpg", "\xFF\xE1"},
+                        {"ffmpeg.mp4", ""},          {"gst.mp4", ""}};
 
 // The 64-bit box of ffmpeg's larger files: it takes the place of the empty "free" and of the usual one.
 void make_large() {
@@ -237,33 +287,105 @@ void write_twice(const media& m) {
   }
 }
 
-TEST_F(xmp, the_files_of_several_writers_take_a_packet_that_others_read) {
-  const std::string pictures = "for i in *.jpg *.JPG *.mp4; do ffmpeg -v error -i $i -f md5 -; done";
-  shell(kMakeMedia);
-  make_large();
-  const std::string before = shell(pictures);
-  for (const media& m : kMedia) write_twice(m);
-  EXPECT_EQ(shell(pictures), before);
+constexpr char kEditMedia[] = R"(
+  for i in 1 2 3 4 5 6; do cp ffmpeg.jpg tool$i.jpg; cp ffmpeg.jpg exiv2-$i.jpg; cp ffmpeg.mp4 tool$i.mp4; done
+  exiftool -Artist=me tool1.jpg -execute -XMP-dc:Creator=me tool2.jpg -execute -XMP-xmpDM:Scene=me tool3.jpg \
+    -execute -Comment=me -IPTC:By-line=me tool4.jpg -execute -XMP:all= -XMP-dc:Creator=me tool5.jpg \
+    -execute -api Compact=OneDesc,Shorthand -XMP-xmp:Label=me tool6.jpg -execute -Title=me tool1.mp4 \
+    -execute -XMP-dc:Creator=me tool2.mp4 -execute -XMP:all= -XMP-dc:Creator=me tool3.mp4 \
+    -common_args -q -overwrite_original
+  exiv2 -M'set Exif.Image.Artist me' exiv2-1.jpg; exiv2 -M'set Xmp.dc.creator me' exiv2-2.jpg
+  exiv2 -c words exiv2-3.jpg; exiv2 -dx exiv2-4.jpg; exiv2 -M'set Xmp.xmpDM.scene me' exiv2-4.jpg
+  exiv2 -pX ffmpeg.jpg | exiv2 -iX- exiv2-5.jpg
+  /usr/bin/convert ffmpeg.jpg convert.jpg
+  /usr/bin/convert ffmpeg.jpg -resize 50% -set comment me -interlace Plane resized.jpg
+  jpegtran -copy all -progressive -rotate 90 ffmpeg.jpg >jpegtran.jpg
+  remux="ffmpeg -v error -i ffmpeg.mp4 -c copy"
+  $remux remuxed.mp4; $remux -movflags faststart fast.mp4; $remux -moov_size 4000 early.mp4
+  $remux -movflags frag_keyframe+empty_moov fragments.mp4
+)";
+constexpr char kTaken[] =
+    "cjpeg.jpg comment.JPG convert.jpg early.mp4 exif.jpg exiv2-5.jpg exiv2-6.jpg exiv2.jpg ffmpeg.jpg "
+    "ffmpeg.mp4 gst.jpg gst.mp4 icc.jpg jpegtran.jpg large.mp4 progressive.jpg resized.jpg tool1.jpg "
+    "tool4.jpg "
+    "tool4.mp4 tool5.mp4 tool6.mp4 ";
 
-  std::string all_values;
-  const std::string values =
-      "MH 14 \"north\" & <co>\nJ. Müller\n2026-03-09 14-05-59\nUpstream\nORB Advanced\n"
-      "SIM-0001\na note\nin two lines\n48.11735\n-11.51667\n12:35:19.00 UTC\n";
-  for (const media& m : kMedia) {
-    all_values += values;
-    if (m.follows.empty()) continue;
-    EXPECT_EQ(shell("exiv2 -q -PXv pr "s + m.name), values);
-  }
-  EXPECT_EQ(shell("exiftool -q -n -p '$ProjectName\n$Composer\n${ShotDate;tr/:/-/}\n$Scene\n"
-                  "$CameraModel\n$CameraLabel\n$DMComment\n$XMP:GPSLatitude\n$XMP:GPSLongitude\n"
-                  "$XMP:GPSDateTime' *.jpg *.JPG *.mp4 2>&1"),
-            all_values);
+// A packet in front of the media data.
+void fill_early() {
+  std::string video = content("early.mp4");
+  const size_t box = video.find("free") - 4;
+  const size_t size = be32toh(*reinterpret_cast<uint32_t*>(&video[box]));
+  video.replace(box + 4, size - 4,
+                kXmpUuid + std::string(8, ' ') + packet_of(fields_with("first"), size - 32));
+  ASSERT_TRUE(replace_file("early.mp4", video));
+}
+
+// The frames of all files, and the packets of the videos' streams.
+std::string pictures() {
+  return shell(R"(sums() {
+      inputs= maps= options=$1; shift; number=0
+      for i; do inputs="$inputs -i $i"; maps="$maps -map $number:v"; number=$((number + 1)); done
+      ffmpeg -v error $inputs $maps $options -f framemd5 -
+    }
+    sums "" *.jpg *.JPG *.mp4; sums "-c copy" *.mp4)");
+}
+
+// What two other readers find, but for the comment.
+std::string other_tags() {
+  return shell(
+      "exiftool -q -a -G1 -s --File:all --System:all --DMComment *.jpg *.JPG *.mp4;"
+      "exiv2 -q -Pkv pr *.jpg *.JPG | grep -v -e xmpDM.comment -e '^in two lines'");
+}
+
+// The note is in the file's packet and nothing else has changed, or the file is as it was.
+bool take_note(const std::string& name) {
+  const std::string old = content(name);
+  const bool is_taken = orb_set_recorder_file_note(name.c_str(), "another <note>\nin two lines") == 0;
+  std::string now = content(name);
+  const unique_fd fd(open(name.c_str(), O_RDONLY));
+  const xmp_place place = find_media_format(name.c_str())->scan(fd.get(), static_cast<int64_t>(old.size()));
+  const auto packet = static_cast<size_t>(place.packet), length = static_cast<size_t>(place.length);
+  if (is_taken) now.replace(packet, length, old, packet, length);
+  EXPECT_TRUE(now == old) << name;
+  return is_taken;
 }
 
 void expect_failure(const std::string& name, const std::string& bytes) {
   EXPECT_EQ(orb_xmp_write(name.c_str(), fields_with("")), -1) << name;
   EXPECT_TRUE(content(name) == bytes) << name;
   EXPECT_FALSE(fs::is_regular_file(paths::kXmpTemporary)) << name;
+}
+
+TEST_F(xmp, the_files_of_several_writers_take_a_packet_that_others_read) {
+  shell(kMakeMedia);
+  make_large();
+  std::string before = pictures();
+  for (const media& m : kMedia) write_twice(m);
+  EXPECT_EQ(pictures(), before);
+
+  shell(kEditMedia);
+  fill_early();
+  before = pictures();
+  const std::string tags = other_tags();
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator(".")) names.insert(entry.path().filename());
+  std::string taken, values;
+  for (const std::string& name : names) {
+    if (find_media_format(name.c_str()) == nullptr || !take_note(name)) continue;
+    taken += name + " ";
+    values += name +
+              " MH 14 \"north\" & <co> J. Müller 2026-03-09 14-05-59 Upstream ORB Advanced "
+              "SIM-0001 another <note>_in two lines 48.11735 -11.51667 12:35:19.00 UTC\n";
+  }
+  EXPECT_EQ(taken, kTaken);
+  EXPECT_EQ(pictures(), before);
+  EXPECT_EQ(other_tags(), tags);
+  EXPECT_EQ(
+      shell("exiftool -q -n -p '$FileName $ProjectName $Composer ${ShotDate;tr/:/-/} $Scene $CameraModel "
+            "$CameraLabel ${DMComment;tr/\n/_/} $XMP:GPSLatitude $XMP:GPSLongitude $XMP:GPSDateTime' " +
+            taken),
+      values);
+  EXPECT_EQ(shell("exiv2 -q -PXkv pr *.jpg *.JPG | grep -c 'xmpDM.comment  *another <note>$'"), "15\n");
 }
 
 const std::string kJpeg = "\xFF\xD8\xFF\xDB\0\4dq"s;
@@ -294,31 +416,95 @@ TEST_F(xmp, a_write_that_fails_leaves_the_file_as_it_was) {
   const std::string full = paths::kUsbTakes + "/a.jpg"s;
   replace_file(full, jpeg);
   expect_failure(full, jpeg);
+  mount("tmpfs", paths::kUsbTakes, "tmpfs", MS_REMOUNT, "size=1000k");  // the copy would fit
+  expect_failure(full, jpeg);
   umount(paths::kUsbTakes);
 
   replace_file("temp", "of a power cut");
   EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("", "another title")), 0);
   const std::string written = content("a.jpg");
-  signal(SIGXFSZ, SIG_IGN);
-  rlimit old{};
-  getrlimit(RLIMIT_FSIZE, &old);
-  for (const rlim_t limit : {6U, 7U, 2000U}) {  // of the file: none or some bytes of the packet are written
-    const rlimit cut{limit, old.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &cut);
-    expect_failure("a.jpg", written);
-    setrlimit(RLIMIT_FSIZE, &old);
-  }
+  fs::rename(paths::kXmpTemplate, "/opt/nork/bin/away");
+  expect_failure("a.jpg", written);
+  replace_file("b.jpg", kJpeg), replace_file("a.mp4", "nothing");
+  EXPECT_EQ(orb_xmp_write("b.jpg", fields_with("")) + orb_xmp_write("a.mp4", fields_with("")), 0);
+  fs::rename("/opt/nork/bin/away", paths::kXmpTemplate);
+  EXPECT_EQ(content("b.jpg").size(), kJpeg.size() + 2564);
 }
 
-TEST_F(xmp, a_write_succeeds_without_a_template_and_without_a_place) {
-  fs::rename(paths::kXmpTemplate, "/opt/nork/bin/away");
-  replace_file("a.jpg", kJpeg);
-  replace_file("a.mp4", "nothing");
-  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("")), 0);
-  EXPECT_EQ(orb_xmp_write("a.mp4", fields_with("")), 0);
-  fs::rename("/opt/nork/bin/away", paths::kXmpTemplate);
-  EXPECT_EQ(content("a.jpg").size(), kJpeg.size() + 2564);
-  EXPECT_EQ(content("a.mp4"), "nothing");
+// --- power cuts ---
+
+// Its packet lies far behind all that an undo record holds.
+const std::string kLong = "\xFF\xD8\xFF\xE0\xEA\x60" + std::string(59'998, 'x') + kJpeg.substr(2);
+
+// `file` as a cut leaves it: of each sector that a write changes, the old content or the new.
+std::string torn(std::string file, const std::string& now, unsigned pattern) {
+  for (size_t at = 0; at < file.size(); at += 512)
+    if ((pattern >> at / 512 % 6 & 1) != 0) file.replace(at, 512, now, at, 512);
+  return file;
+}
+
+TEST_F(xmp, a_power_cut_leaves_the_old_packet_or_the_new_one) {
+  signal(SIGXFSZ, SIG_IGN);
+  replace_file("a.jpg", kLong);
+  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("old")), 0);
+  const std::string old = content("a.jpg");
+  rlimit limits{};
+  getrlimit(RLIMIT_FSIZE, &limits);
+  for (const rlim_t limit : {2000U, 60'000U}) {  // no record, no packet (and none that can be put back)
+    EXPECT_FALSE(fs::exists("xmp_undo"));
+    const rlimit cut{limit, limits.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &cut);
+    EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("new", "MH 15 \"north\" & <co>")), -1);
+    setrlimit(RLIMIT_FSIZE, &limits);
+  }
+  const std::string record = content("xmp_undo");
+  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("new", "MH 15 \"north\" & <co>")), 0);
+  const std::string now = content("a.jpg");
+  const auto settled = [&](const std::string& file, const std::string& left) {
+    replace_file("a.jpg", file), replace_file("xmp_undo", left);
+    orb_xmp_fields read;
+    orb_xmp_read("a.jpg", &read);
+    EXPECT_FALSE(fs::exists("xmp_undo"));
+    return content("a.jpg");
+  };
+  for (unsigned pattern = 0; pattern < 64; ++pattern) {
+    const std::string left = torn(old, now, pattern);
+    EXPECT_TRUE(settled(left, record) == (left == now ? now : old)) << pattern;
+  }
+  for (size_t at = 0; at < record.size(); at += 512) {
+    std::string part = record;
+    EXPECT_TRUE(settled(old, part.substr(0, at)) == old);
+    EXPECT_TRUE(settled(old, part.replace(at, 1, 1, static_cast<char>(~part[at]))) == old);
+  }
+  std::string changed = torn(old, now, 0b001000);
+  changed[60'100] ^= 1;
+  EXPECT_TRUE(settled(changed, record) == changed);  // by another program since
+
+  replace_file("a.jpg", torn(old, now, 0b001000)), replace_file("xmp_undo", record);
+  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("of the mixture")), -1);
+  EXPECT_TRUE(content("a.jpg") == old);
+  replace_file("xmp_undo", record), fs::remove("a.jpg");
+  orb_xmp_end_interrupted(paths::kUsbTakes);
+  EXPECT_FALSE(fs::exists("xmp_undo"));
+}
+
+// The names of what is flushed, each with the note that "a.jpg" has then.
+std::string flushes;
+void note_flush(int fd) {
+  const std::string file = content("a.jpg");
+  const fs::path path = fs::read_symlink("/proc/self/fd/" + std::to_string(fd));
+  const size_t note = file.find("<xmpDM:comment>");
+  flushes += path.filename().string() + " " + (note == std::string::npos ? '0' : file[note + 43]) + ", ";
+}
+
+// Before the packet changes its record is on the disk; a renamed file is flushed under its new name, too.
+TEST_F(xmp, what_a_power_cut_needs_is_flushed_in_order) {
+  replace_file("a.jpg", kLong);
+  on_flush = note_flush;
+  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("1")), 0);
+  EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("2")), 0);
+  on_flush = nullptr;
+  EXPECT_EQ(flushes, "temp 0, a.jpg 1, ApiVideos 1, xmp_undo 1, ApiVideos 1, a.jpg 2, ");
 }
 
 TEST_F(xmp, one_file_is_written_at_a_time) {
