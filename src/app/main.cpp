@@ -94,6 +94,7 @@ int run_unit(bool advanced) {
   orb_await_zoom_stop();  // it is on the wire then, unless a command is outstanding
   orb_await_focus_stop();
   close_recorder();
+  save_logger_minute();
   return 0;
 }
 
