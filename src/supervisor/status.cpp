@@ -1,7 +1,5 @@
 #include "supervisor/status.h"
 
-#include <sys/statvfs.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -64,16 +62,6 @@ void put_duration(char (&text)[Size], int64_t seconds) {
            static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60));
 }
 
-// In use, of what can be.
-template <size_t Size>
-void put_usb_percent(char (&text)[Size]) {
-  struct statvfs info {};
-  if (statvfs(paths::kUsbTakes, &info) != 0) return;
-  const uint64_t used = info.f_blocks - std::min(info.f_blocks, info.f_bfree);
-  const uint64_t usable = used + info.f_bavail;
-  snprintf(text, Size, "%ld%%", usable == 0 ? 0 : static_cast<long>(100 * used / usable));
-}
-
 void read_processor(supervisor_values* values) {
   double sum = 0;
   for (int core = 0; core < 4; ++core) {
@@ -111,7 +99,7 @@ void read_recorder(supervisor_values* values) {
   const free_stores free{orb_get_recorder_emmc_kb(), orb_get_recorder_usb_kb()};
   values->emmc_kb = static_cast<int64_t>(free.emmc_kb);
   values->usb_kb = static_cast<int64_t>(free.usb_kb);
-  put_usb_percent(values->usb_percent);
+  snprintf(values->usb_percent, sizeof values->usb_percent, "%d%%", usb_store_percent());
   step_take_rate(&running_take, orb_get_recorder_recording() != 0, values->paused, recorder_take_kb());
   tell_remaining_times(free, running_take, values);
 }
@@ -225,7 +213,6 @@ void step_status() {
   read_processor(&values);
   warn(&values);
   publish(values);
-  step_usb_stick();
   if (!values.shutdown) return;
   trace(kTraceSupervisor, "need shutdown");
   orb_trigger_supervisor_shutdown(kShutdownTemperature);

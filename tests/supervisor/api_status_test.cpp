@@ -17,6 +17,7 @@
 #include "recorder/internal.h"
 #include "seats/seats.h"
 #include "store/settings.h"
+#include "supervisor/internal.h"
 #include "supervisor/status.h"
 
 namespace {
@@ -112,6 +113,7 @@ TEST(status_object, tells_the_whole_unit) {
   step_with_motor(kMotorHeight);
   EXPECT_EQ(member("avr_temp"), "null") << "the board has not been heard";
   board.has_frame = true;
+  measure_usb_store();
   step_status();
   EXPECT_EQ(status(), golden("english"));
   EXPECT_EQ(ask("GET", "/versions"),
