@@ -11,13 +11,13 @@
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/redis_exchange.h"
 #include "base/text.h"
 #include "base/value_file.h"
 #include "heading/heading.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "store/logger.h"
-#include "supervisor/identity.h"
 
 namespace {
 
@@ -38,7 +38,10 @@ mutex status_lock;
 supervisor_values status GUARDED_BY(status_lock);
 char release[256] GUARDED_BY(status_lock) = "";
 
+// Main loop.
 take_rate running_take;
+redis_exchange battery_question;
+char battery[sizeof(supervisor_values::battery)] = "unknown";  // as Redis has told last
 
 // The highest of what is known, or the lowest.
 struct temperature_range {
@@ -105,7 +108,7 @@ void read_recorder(supervisor_values* values) {
 }
 
 void read_texts(supervisor_values* values) {
-  orb_load_supervisor_battery_type(values->battery, sizeof values->battery);
+  copy_text(values->battery, sizeof values->battery, battery);
   const std::string said = read_first_line(paths::kUpdateStatus, sizeof values->update_status).value_or("");
   copy_text(values->update_status, sizeof values->update_status, said.substr(0, said.find('\n')));
   copy_text(values->update_status, sizeof values->update_status, as_utf8(values->update_status));
@@ -116,6 +119,23 @@ void read_texts(supervisor_values* values) {
   }
   load_release(values->version, sizeof values->version);
   values->version[strcspn(values->version, "\r\n")] = '\0';
+}
+
+// Into the record of this second, too.
+void take_battery_type(const redisReply* reply) {
+  const bool is_told = reply != nullptr && reply->type == REDIS_REPLY_STRING;
+  copy_text(battery, sizeof battery, is_told ? std::string_view(reply->str, reply->len) : "unknown");
+  copy_text(battery, sizeof battery, as_utf8(battery));
+  const mutex_lock lock(status_lock);
+  copy_text(status.battery, sizeof status.battery, battery);
+}
+
+void ask_battery_type() {
+  if (begin_redis_exchange(&battery_question, take_battery_type)) {
+    add_redis_command(&battery_question, "GET orb-battery");
+  } else {
+    take_battery_type(nullptr);
+  }
 }
 
 void warn(supervisor_values* values) {
@@ -213,6 +233,7 @@ void step_status() {
   read_processor(&values);
   warn(&values);
   publish(values);
+  ask_battery_type();
   if (!values.shutdown) return;
   trace(kTraceSupervisor, "need shutdown");
   orb_trigger_supervisor_shutdown(kShutdownTemperature);

@@ -1,4 +1,5 @@
 // The status object, byte for byte.
+#include <ev.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -115,6 +116,7 @@ TEST(status_object, tells_the_whole_unit) {
   board.has_frame = true;
   measure_usb_store();
   step_status();
+  ev_run(ev_default_loop(0), 0);  // until Redis has answered
   EXPECT_EQ(status(), golden("english"));
   EXPECT_EQ(ask("GET", "/versions"),
             "{'software_version':'03.01','firmware_version':'03.12','camera_version':'040A'}");
