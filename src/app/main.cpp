@@ -106,6 +106,7 @@ int main(int, char** arguments) {
   prepare_console();
   const bool advanced = is_advanced_model();
   init_trace();
+  start_trace_writer();
   orb_init_nv();
   orb_init_logger();
   fputs("start\n", stderr);
@@ -126,5 +127,6 @@ int main(int, char** arguments) {
   block_signals(false);
   const int status = run_unit(advanced);
   orb_application_destroy(&application);
+  drain_trace();
   return status;
 }
