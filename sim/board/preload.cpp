@@ -108,7 +108,7 @@ std::string slow_command(const std::string& line) {
 }
 
 std::string obey(const std::string& line) {
-  const std::string answer = slow_command(line);
+  std::string answer = slow_command(line);
   if (!answer.empty()) return answer;
   const std::string of_board = with_board([&line](board_model& board) { return board_command(board, line); });
   return line != "help" ? of_board

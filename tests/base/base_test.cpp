@@ -161,10 +161,10 @@ TEST(redis, and_its_exchanges_with_a_server_that_is_none) {
       {"+1\r\n$5\r\nab", "1 null "},
       {"", "null null "}};
   for (const auto& [words, expected] : rows) {
-    const std::jthread server([&] {
+    const std::jthread server([&listener, said = words] {
       const unique_fd client(accept(listener.get(), nullptr, nullptr));
-      send(client.get(), words.data(), words.size(), MSG_NOSIGNAL);
-      if (!words.empty()) shutdown(client.get(), SHUT_WR), sleep_ms(70);
+      send(client.get(), said.data(), said.size(), MSG_NOSIGNAL);
+      if (!said.empty()) shutdown(client.get(), SHUT_WR), sleep_ms(70);
     });
     EXPECT_EQ(exchange_two(), expected);
   }
