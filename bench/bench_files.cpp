@@ -165,7 +165,6 @@ void measure_insertions(size_t mib) {
 int main() {
   fs::create_directories(paths::kUsbTakes);
   fs::create_directories(kStickFolder);
-  start_usb_stick();
   plug(true);
   step_usb_stick();
   measure_copies(64);

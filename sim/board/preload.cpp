@@ -11,6 +11,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +30,13 @@ constexpr char kStickFolder[] = "/run/bench/stick";  // what any device that is 
 constexpr char kCallLog[] = "/tmp/board_calls";
 constexpr char kDaemonName[] = "orbd";
 constexpr size_t kMaxCommand = 256;
+constexpr unsigned kLongestDelay_ms = 60'000;
+
+// How long each call keeps its caller waiting before it does its work, as a slow disk or stick would.
+struct slow_call {
+  const char* name;
+  std::atomic<unsigned> delay_ms = 0;
+} slow_fsync{"fsync"}, slow_mount{"mount"};
 
 // Appends one line, in one write, to the log of the calls stood in for.
 void log_call(const std::string& line) {
@@ -87,6 +96,25 @@ void send_all(int client, const std::string& reply) {
   }
 }
 
+// "slow fsync|mount MS"; empty for what is no such command.
+std::string slow_command(const std::string& line) {
+  for (slow_call* call : {&slow_fsync, &slow_mount}) {
+    unsigned delay_ms = 0;
+    if (sscanf(line.c_str(), (std::string("slow ") + call->name + " %u").c_str(), &delay_ms) != 1) continue;
+    call->delay_ms = std::min(delay_ms, kLongestDelay_ms);
+    return "ok\n";
+  }
+  return "";
+}
+
+std::string obey(const std::string& line) {
+  std::string answer = slow_command(line);
+  if (!answer.empty()) return answer;
+  const std::string of_board = with_board([&line](board_model& board) { return board_command(board, line); });
+  return line != "help" ? of_board
+                        : of_board + "slow fsync|mount MS  each such call of the daemon takes that long\n";
+}
+
 void* serve_commands(void*) {
   const int listener = listen_for_commands();
   if (listener < 0) return nullptr;
@@ -97,7 +125,7 @@ void* serve_commands(void*) {
       continue;
     }
     const std::string line = read_line(client);
-    send_all(client, with_board([&line](board_model& board) { return board_command(board, line); }));
+    send_all(client, obey(line));
     close(client);
   }
 }
@@ -128,6 +156,11 @@ __attribute__((constructor)) void start() {
   start_control_thread();
 }
 
+void wait_for(const slow_call& call) {
+  const unsigned delay_ms = call.delay_ms;
+  if (delay_ms != 0) usleep(delay_ms * 1000);
+}
+
 template <class Function>
 Function* next(const char* name, Function*) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -141,6 +174,7 @@ extern "C" {
 int mount(const char* source, const char* target, const char* type, unsigned long flags,
           const void* data) noexcept {
   log_call(format_text("mount %s %s %s %lu", or_none(source), or_none(target), or_none(type), flags));
+  wait_for(slow_mount);
   auto* real = next("mount", &mount);
   if (source == nullptr || strncmp(source, "/dev/", 5) != 0) return real(source, target, type, flags, data);
   return real(kStickFolder, target, nullptr, MS_BIND, nullptr);
@@ -149,6 +183,11 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
 int umount(const char* target) noexcept {
   log_call(format_text("umount %s", or_none(target)));
   return next("umount", &umount)(target);
+}
+
+int fsync(int file) {
+  wait_for(slow_fsync);
+  return next("fsync", &fsync)(file);
 }
 
 // The unit's clock is the machine's: a wish to set it is noted and takes no effect.

@@ -97,6 +97,7 @@ int run_unit(bool advanced) {
   orb_power_board_destroy(&power_board);
   orb_await_lens_stops();
   close_recorder();
+  save_logger_minute();
   return 0;
 }
 
@@ -110,6 +111,7 @@ int main(int count, char** words) {
   signal(SIGPIPE, SIG_IGN);
   const bool advanced = is_advanced_model();
   init_trace();
+  start_trace_writer();
   orb_init_nv();
   load_recorder_texts();
   orb_init_logger();
@@ -131,5 +133,6 @@ int main(int count, char** words) {
   block_signals(false);
   const int status = run_unit(advanced);
   orb_application_destroy(&application);
+  drain_trace();
   return status;
 }

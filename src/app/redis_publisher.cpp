@@ -3,7 +3,7 @@
 #include <ev.h>
 
 #include "app/application.h"
-#include "base/redis.h"
+#include "base/redis_exchange.h"
 #include "power_board/power_board.h"
 
 namespace {
@@ -11,6 +11,7 @@ namespace {
 constexpr double kPeriod_s = 1.0;
 
 ev_timer publish_timer;
+redis_exchange publication;
 
 }  // namespace
 
@@ -24,8 +25,8 @@ void on_redis_timeout(struct ev_loop*, ev_timer*, int) {
   if (board == nullptr) return;
   power_board_readings readings;
   orb_power_board_load_registers(board, &readings);
-  redis_connection connection = redis_connect();
-  redis_command(connection, "SET avr-voltage %f", static_cast<double>(readings.monitor_vin_volts));
-  redis_command(connection, "SET avr-temperature %f", static_cast<double>(readings.bme280_temperature));
-  redis_command(connection, "SET orb-motor-type %s", motor_type_text(readings.motor_type));
+  if (!begin_redis_exchange(&publication)) return;
+  add_redis_command(&publication, "SET avr-voltage %f", static_cast<double>(readings.monitor_vin_volts));
+  add_redis_command(&publication, "SET avr-temperature %f", static_cast<double>(readings.bme280_temperature));
+  add_redis_command(&publication, "SET orb-motor-type %s", motor_type_text(readings.motor_type));
 }

@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/clock.h"
 #include "base/file.h"
@@ -39,10 +40,25 @@ constexpr size_t kMessageSize = 494;  // tag and message, with the terminator
 constexpr size_t kSuffixSize = 32;
 constexpr size_t kMaskCharacters = 14;
 constexpr long kRowBytes = 16;
+constexpr size_t kBacklogSize = 1 << 18;
+constexpr int64_t kDrain_ns = 1000 * kNanosecondsPerMillisecond;
+
+// Lines on their way to the stick.
+struct backlog {
+  size_t used = 0;
+  unsigned lost = 0;  // lines that found no room
+  char text[kBacklogSize];
+};
 
 mutex trace_lock;
 char line[kLineSize] GUARDED_BY(trace_lock);
 char suffix[kSuffixSize] GUARDED_BY(trace_lock);
+backlog waiting GUARDED_BY(trace_lock);
+bool has_writer GUARDED_BY(trace_lock) = false;
+bool is_writing GUARDED_BY(trace_lock) = false;
+condition line_added;
+condition lines_written;
+backlog written;  // the writer's own copy
 
 // Set once by init_trace; read without the lock by every call, so that a disabled call stays two tests.
 std::atomic<FILE*> stream = nullptr;
@@ -66,7 +82,19 @@ void format_suffix() REQUIRES(trace_lock) {
            static_cast<int>(now.tv_usec / 1000));
 }
 
+void add_to_backlog() REQUIRES(trace_lock) {
+  const size_t length = strlen(line);
+  if (waiting.used + length > sizeof waiting.text) {
+    ++waiting.lost;
+    return;
+  }
+  memcpy(waiting.text + waiting.used, line, length);
+  waiting.used += length;
+  line_added.signal();
+}
+
 void put_line() REQUIRES(trace_lock) {
+  if (has_writer) return add_to_backlog();
   FILE* out = stream.load(std::memory_order_relaxed);
   fputs(line, out);
   fflush(out);
@@ -78,6 +106,27 @@ void mend_message(char* message, const char* format) {
   size_t length = strlen(message);
   if (std::string_view(format).ends_with('\n') && std::string_view(message).ends_with('\n')) --length;
   std::replace_if(message, message + length, is_control, '.');
+}
+
+void take_backlog() {
+  const mutex_lock lock(trace_lock);
+  is_writing = false;
+  lines_written.signal();
+  while (waiting.used == 0) line_added.wait(trace_lock);
+  is_writing = true;
+  memcpy(written.text, waiting.text, waiting.used);
+  written.used = std::exchange(waiting.used, 0);
+  written.lost = std::exchange(waiting.lost, 0);
+}
+
+void* write_lines(void*) {
+  FILE* out = stream.load(std::memory_order_acquire);
+  for (;;) {
+    take_backlog();
+    fwrite(written.text, 1, written.used, out);
+    if (written.lost != 0) fprintf(out, "%u lines lost\n", written.lost);
+    fflush(out);
+  }
 }
 
 void write_line(const char* tag, const char* format, va_list arguments) {
@@ -157,6 +206,20 @@ void init_trace() {
   const mutex_lock lock(trace_lock);  // nobody's line comes before the first
   stream.store(opened, std::memory_order_release);
   put_mask_line("start");
+}
+
+void start_trace_writer() {
+  if (stream.load(std::memory_order_acquire) == nullptr) return;
+  const mutex_lock lock(trace_lock);
+  has_writer = start_detached_thread("trace-lines", write_lines, nullptr) == 0;
+}
+
+void drain_trace() {
+  const int64_t end_ns = monotonic_ns() + kDrain_ns;
+  const mutex_lock lock(trace_lock);
+  while ((waiting.used != 0 || is_writing) && monotonic_ns() < end_ns) {
+    lines_written.wait_until_ns(trace_lock, end_ns);
+  }
 }
 
 void trace(int level, const char* format, ...) {

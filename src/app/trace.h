@@ -34,6 +34,14 @@ enum trace_level : int {
 // missing), the mask monitor is started. Called once, before anything else runs.
 void init_trace();
 
+// From now on lines are written by a thread of the log's own, in their order and at once, so that nobody
+// waits for the stick, whatever lock he holds. Lines for which a hanging stick leaves no room are counted,
+// and the count is written in their place. Main thread.
+void start_trace_writer();
+
+// Waits until all lines are written, at most 1 s. Main thread, at the end.
+void drain_trace();
+
 // Writes one line "TAG: message [HH:MM:SS.mmm]" when the level's bit is set. Control characters of the
 // message become dots, but for a newline that ends the format. A disabled level costs two tests.
 void trace(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -1,4 +1,4 @@
-// The unit's local Redis database. Any thread. A connection lives for one short exchange: connecting and all
+// The unit's local Redis database. Any thread but the main loop, which has base/redis_exchange.h. A connection lives for one short exchange: connecting and all
 // its commands together wait at most 0.05 s, so that a Redis that is frozen or slow delays nobody.
 #pragma once
 

@@ -5,12 +5,14 @@
 
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 #include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/thread.h"
 #include "base/version.h"
 #include "store/alternating_file.h"
 #include "store/log_files.h"
@@ -21,28 +23,48 @@ namespace {
 
 constexpr double kMinute_s = 60.0;
 
-// A save holds files_lock, outermost, for as long as the disk takes. logger_lock is never held meanwhile: who
-// reports is the power board's thread, too, which has a motor to stop.
+// A save holds files_lock, outermost, for as long as the disk takes; the main loop never takes it.
+// logger_lock is never held meanwhile: who reports is the power board's thread, too, which has a motor to
+// stop.
 mutex files_lock;
 alternating_file history_files GUARDED_BY(files_lock) = {{paths::kLoggerFile0, paths::kLoggerFile1}};
 mutex logger_lock;
 statistics numbers GUARDED_BY(logger_lock);
+bool is_save_due GUARDED_BY(logger_lock) = false;
+condition save_due;
 
 ev_timer minute_timer;  // main loop
 
 void on_minute(struct ev_loop*, ev_timer*, int) { tick_logger(); }
 
+void await_due_save() {
+  const mutex_lock lock(logger_lock);
+  while (!is_save_due) save_due.wait(logger_lock);
+}
+
+bool take_due_save() {
+  const mutex_lock lock(logger_lock);
+  return std::exchange(is_save_due, false);
+}
+
+void* logger_thread(void*) {
+  for (;;) {
+    await_due_save();
+    save_logger_minute();
+  }
+}
+
 void make_logger_folder(const char* path) {
   if (make_missing_folder(path)) trace(kTraceLogger, "create '%s'", path);
 }
 
-json_owner copy_history() {
+statistics_set copy_history() {
   const mutex_lock lock(logger_lock);
-  return history_record(numbers.history);
+  return numbers.history;
 }
 
 void store_history(int (*save)(alternating_file* files, json_object* values)) REQUIRES(files_lock) {
-  const json_owner record = copy_history();
+  const json_owner record = history_record(copy_history());
   const int result = record ? save(&history_files, record.get()) : -2;
   if (result == -2) {
     trace(kTraceLogger, "storage error");
@@ -122,17 +144,22 @@ void orb_init_logger() {
 }
 
 void start_logger_timer(struct ev_loop* loop) {
+  start_detached_thread("logger", logger_thread, nullptr);
   ev_timer_init(&minute_timer, on_minute, kMinute_s, kMinute_s);
   ev_timer_start(loop, &minute_timer);
 }
 
 void tick_logger() {
+  const mutex_lock lock(logger_lock);
+  step_minute(numbers);
+  is_save_due = true;
+  save_due.signal();
+}
+
+// The wish is taken under both locks: who comes second finds the save made, not only begun.
+void save_logger_minute() {
   const mutex_lock lock(files_lock);
-  {
-    const mutex_lock numbers_lock(logger_lock);
-    step_minute(numbers);
-  }
-  store_history(save_alternating_file);
+  if (take_due_save()) store_history(save_alternating_file);
 }
 
 int orb_reset_logger() {

@@ -1,8 +1,9 @@
 // The data logger: run time, warnings, and maximum, minimum and average of seven quantities, of this run of
 // the program (the session) and of the unit's life (the history). The history is saved once a minute,
-// flushed, to one of two alternating files ("/home/orb/logger/log0.json", "log1.json").
+// flushed, to one of two alternating files ("/home/orb/logger/log0.json", "log1.json") by a thread of its
+// own.
 //
-// Any thread, unless it says otherwise; one lock serialises all. Only a reset waits for a save under way.
+// Any thread, unless it says otherwise; one lock serialises all. Only resets and saves wait for the disk.
 #pragma once
 
 #include "base/json.h"
@@ -13,18 +14,24 @@ struct ev_loop;
 // logger, and starts the workers of its files. Called once, before any other thread runs.
 void orb_init_logger();
 
-// Starts the minute timer: tick_logger every 60 s, first after 60 s. Main thread.
+// Starts the minute timer (tick_logger every 60 s, first after 60 s) and the thread that saves. Main thread.
 void start_logger_timer(struct ev_loop* loop);
 
-// The minute is over: folds its samples into session and history and saves the history. A run counts in the
-// history from its third minute. Main thread.
+// The minute is over: folds its samples into session and history and asks for a save. A run counts in the
+// history from its third minute. Never waits. Main thread.
 void tick_logger();
 
-// Empties session, history and the minute that runs. Afterwards only the empty history is stored; a save that
-// fails is traced and made up for by the next minute's. Returns 0.
+// Saves the history, flushed, if a minute has asked for it: one save for all minutes that came during the one
+// before. Returns when nothing that was asked for before the call is unsaved. Logger's thread; at the end of
+// the daemon the main thread.
+void save_logger_minute();
+
+// Empties session, history and the minute that runs. Afterwards only the empty history is stored, before the
+// call returns; a save that fails is traced and made up for by the next minute's. Returns 0. Waits for the
+// disk: not on the main loop.
 int orb_reset_logger();
 
-// Resets while the external stick carries "orb_log_reset.txt".
+// Resets while the external stick carries "orb_log_reset.txt". Waits for the disks. Stick's thread.
 void orb_check_logger_reset();
 
 // The unit's identity, date and time, session and history as texts, in the order in which the API lists them;

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 // From the local Redis database, over a connection of their own; "unknown" when it cannot be reached or holds
-// nothing. Each waits at most 0.05 s.
+// nothing. Each waits at most 0.05 s: not on the main loop.
 void orb_load_supervisor_model_name(char* text, size_t size);
 void orb_load_supervisor_serial_number(char* text, size_t size);
 void orb_load_supervisor_battery_type(char* text, size_t size);

@@ -33,13 +33,26 @@ struct stick_state {
   bool update_available = false;
 };
 
-// Lets go of what a run before this one has left mounted, and starts the eject thread.
+// Starts the stick's thread: it lets go of what a run before this one has left mounted, and takes a step
+// every second, or at once when an eject is asked for.
 void start_usb_stick();
 
-// Mounts a stick that has been plugged in, unmounts one that has been pulled.
+// Mounts a stick that has been plugged in, unmounts one that has been pulled, tries to eject one that shall
+// go. Waits as long as the stick takes. Stick's thread.
 void step_usb_stick();
 
 stick_state usb_stick_now();  // any thread
+
+// --- the USB store ---
+
+// Starts the thread that measures the store every second: one that hangs holds nobody else.
+void start_usb_store_watch();
+
+// Measures it. Waits for the store. Its thread.
+void measure_usb_store();
+
+// Percent in use as last measured, of what is in use and free for us; 0 when it cannot be told. Any thread.
+int usb_store_percent();
 
 // --- the end ---
 

@@ -1,7 +1,5 @@
 #include "supervisor/status.h"
 
-#include <sys/statvfs.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -13,13 +11,13 @@
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/redis_exchange.h"
 #include "base/text.h"
 #include "base/value_file.h"
 #include "heading/heading.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "store/logger.h"
-#include "supervisor/identity.h"
 
 namespace {
 
@@ -40,7 +38,10 @@ mutex status_lock;
 supervisor_values status GUARDED_BY(status_lock);
 char release[256] GUARDED_BY(status_lock) = "";
 
+// Main loop.
 take_rate running_take;
+redis_exchange battery_question;
+char battery[sizeof(supervisor_values::battery)] = "unknown";  // as Redis has told last
 
 // The highest of what is known, or the lowest.
 struct temperature_range {
@@ -62,16 +63,6 @@ template <size_t Size>
 void put_duration(char (&text)[Size], int64_t seconds) {
   snprintf(text, Size, "%02d:%02d:%02d", static_cast<int>(seconds / 3600),
            static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60));
-}
-
-// In use, of what can be.
-template <size_t Size>
-void put_usb_percent(char (&text)[Size]) {
-  struct statvfs info {};
-  if (statvfs(paths::kUsbTakes, &info) != 0) return;
-  const uint64_t used = info.f_blocks - std::min(info.f_blocks, info.f_bfree);
-  const uint64_t usable = used + info.f_bavail;
-  snprintf(text, Size, "%ld%%", usable == 0 ? 0 : static_cast<long>(100 * used / usable));
 }
 
 void read_processor(supervisor_values* values) {
@@ -111,14 +102,14 @@ void read_recorder(supervisor_values* values) {
   const free_stores free{orb_get_recorder_emmc_kb(), orb_get_recorder_usb_kb()};
   values->emmc_kb = static_cast<int64_t>(free.emmc_kb);
   values->usb_kb = static_cast<int64_t>(free.usb_kb);
-  put_usb_percent(values->usb_percent);
+  snprintf(values->usb_percent, sizeof values->usb_percent, "%d%%", usb_store_percent());
   step_take_rate(&running_take, orb_get_recorder_recording() != 0, orb_get_recorder_paused() != 0,
                  recorder_take_kb());
   tell_remaining_times(free, running_take, values);
 }
 
 void read_texts(supervisor_values* values) {
-  orb_load_supervisor_battery_type(values->battery, sizeof values->battery);
+  copy_text(values->battery, sizeof values->battery, battery);
   const std::string said = read_first_line(paths::kUpdateStatus, sizeof values->update_status).value_or("");
   copy_text(values->update_status, sizeof values->update_status, said.substr(0, said.find('\n')));
   copy_text(values->update_status, sizeof values->update_status, as_utf8(values->update_status));
@@ -129,6 +120,23 @@ void read_texts(supervisor_values* values) {
   }
   load_release(values->version, sizeof values->version);
   values->version[strcspn(values->version, "\r\n")] = '\0';
+}
+
+// Into the record of this second, too.
+void take_battery_type(const redisReply* reply) {
+  const bool is_told = reply != nullptr && reply->type == REDIS_REPLY_STRING;
+  copy_text(battery, sizeof battery, is_told ? std::string_view(reply->str, reply->len) : "unknown");
+  copy_text(battery, sizeof battery, as_utf8(battery));
+  const mutex_lock lock(status_lock);
+  copy_text(status.battery, sizeof status.battery, battery);
+}
+
+void ask_battery_type() {
+  if (begin_redis_exchange(&battery_question, take_battery_type)) {
+    add_redis_command(&battery_question, "GET orb-battery");
+  } else {
+    take_battery_type(nullptr);
+  }
 }
 
 void warn(supervisor_values* values) {
@@ -226,7 +234,7 @@ void step_status() {
   read_processor(&values);
   warn(&values);
   publish(values);
-  step_usb_stick();
+  ask_battery_type();
   if (!values.shutdown) return;
   trace(kTraceSupervisor, "need shutdown");
   orb_trigger_supervisor_shutdown(kShutdownTemperature);

@@ -40,8 +40,8 @@ void tell_remaining_times(const free_stores& free, const take_rate& rate, superv
 // "eject pending", "ejected", "inserted", "removed".
 const char* stick_text(const stick_state& stick);
 
-// Assembles the record and publishes it, serves the stick, and asks for a shutdown when the unit is too hot.
-// Every second.
+// Assembles the record and publishes it, and asks for a shutdown when the unit is too hot. Every second;
+// never waits.
 void step_status();
 
 // The record starts afresh, with the release file as it is now. Main thread, before the first step.

@@ -33,5 +33,6 @@ void orb_init_supervisor(int) {
   reset_status();
   post_to_main_loop(start_timers);
   start_usb_stick();
+  start_usb_store_watch();
   start_shutdown_thread();
 }

@@ -1,11 +1,13 @@
 // The external USB stick: mounted when it is plugged in, unmounted when it has been pulled, and ejected on
-// request as soon as nothing is written to it.
+// request as soon as nothing is written to it. All of it on a thread of its own: a stick can keep each of
+// these waiting for seconds.
 
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <sstream>
+#include <utility>
 
 #include "app/trace.h"
 #include "base/clock.h"
@@ -21,7 +23,7 @@
 namespace {
 
 constexpr char kFileSystem[] = "vfat";
-constexpr int64_t kEjectStep_ms = 1000;
+constexpr int64_t kStep_ns = 1000 * kNanosecondsPerMillisecond;
 constexpr int kInFlightField = 9;  // of a block device's statistics, counted from 1
 constexpr size_t kStatisticsLimit = 4096;
 
@@ -29,6 +31,9 @@ mutex stick_lock;
 condition eject_requested;
 stick_state stick GUARDED_BY(stick_lock);
 bool eject_wanted GUARDED_BY(stick_lock) = false;
+
+enum class ejection { none, under_way, ending };
+ejection ejection_now = ejection::none;  // stick's thread
 
 // The stick is not mounted any more.
 void forget_stick(bool ejected) {
@@ -67,10 +72,14 @@ void mount_plugged() {
   }
   trace(kTraceSupervisor, "usb in");
   orb_xmp_end_interrupted(paths::kStick);
+  {
+    const mutex_lock lock(stick_lock);
+    stick.mounted = true;
+  }
   const bool update_available = is_update_on_stick();
   {
     const mutex_lock lock(stick_lock);
-    stick = {.mounted = true, .update_available = update_available};
+    stick.update_available = update_available;
   }
   orb_check_logger_reset();
 }
@@ -83,12 +92,6 @@ unsigned long long requests_in_flight() {
   return fields ? value : 0;
 }
 
-void await_eject_request() {
-  const mutex_lock lock(stick_lock);
-  while (!eject_wanted) eject_requested.wait(stick_lock);
-  eject_wanted = false;
-}
-
 void unmount_ejected() {
   trace(kTraceSupervisor, "umount start");
   if (umount(paths::kStick) == 0) {
@@ -99,33 +102,36 @@ void unmount_ejected() {
   }
 }
 
-void eject() {
-  trace(kTraceSupervisor, "usb eject begin");
-  while (usb_stick_now().eject_pending) {
-    const unsigned long long in_flight = requests_in_flight();
-    trace(kTraceSupervisor, "io %llu", in_flight);
-    if (in_flight == 0) unmount_ejected();
-    sleep_ms(kEjectStep_ms);
+void try_eject() {
+  const unsigned long long in_flight = requests_in_flight();
+  trace(kTraceSupervisor, "io %llu", in_flight);
+  if (in_flight == 0) unmount_ejected();
+}
+
+bool take_eject_request() {
+  const mutex_lock lock(stick_lock);
+  return std::exchange(eject_wanted, false);
+}
+
+// One request is served after the other; a second is over when the first has ejected the stick.
+void step_ejection() {
+  if (ejection_now == ejection::ending) {
+    trace(kTraceSupervisor, "usb eject end");
+    ejection_now = ejection::none;
   }
-  sleep_ms(kEjectStep_ms);
-  trace(kTraceSupervisor, "usb eject end");
-}
-
-void* eject_thread(void*) {
-  for (;;) {
-    await_eject_request();
-    eject();
+  if (ejection_now == ejection::none && take_eject_request()) {
+    trace(kTraceSupervisor, "usb eject begin");
+    ejection_now = ejection::under_way;
+  }
+  if (ejection_now != ejection::under_way) return;
+  if (usb_stick_now().eject_pending) {
+    try_eject();
+  } else {
+    ejection_now = ejection::ending;
   }
 }
 
-}  // namespace
-
-void start_usb_stick() {
-  umount(paths::kStick);  // nothing, most often
-  start_detached_thread("eject", eject_thread, nullptr);
-}
-
-void step_usb_stick() {
+void step_plug() {
   const stick_state now = usb_stick_now();
   if (access(paths::kStickDevice, R_OK | W_OK) != 0) {
     clear_ejected();
@@ -133,6 +139,32 @@ void step_usb_stick() {
   } else if (!now.mounted && !now.ejected) {
     mount_plugged();
   }
+}
+
+// A request does not wait for the second to end, unless one is being served.
+void await_next_step() {
+  const int64_t end_ns = monotonic_ns() + kStep_ns;
+  const mutex_lock lock(stick_lock);
+  while (monotonic_ns() < end_ns && !(eject_wanted && ejection_now == ejection::none)) {
+    eject_requested.wait_until_ns(stick_lock, end_ns);
+  }
+}
+
+void* stick_thread(void*) {
+  umount(paths::kStick);  // an earlier run's; nothing, most often
+  for (;;) {
+    await_next_step();
+    step_usb_stick();
+  }
+}
+
+}  // namespace
+
+void start_usb_stick() { start_detached_thread("usb-stick", stick_thread, nullptr); }
+
+void step_usb_stick() {
+  step_ejection();
+  step_plug();
 }
 
 stick_state usb_stick_now() {

@@ -86,6 +86,7 @@ TEST_F(unit, publishes_what_the_board_reads) {
   on_redis_timeout(nullptr, nullptr, 0);  // neither board nor Redis
   power_board_instance = &board;
   on_redis_timeout(nullptr, nullptr, 0);
+  run(0.1);
   start_redis();
   {
     const mutex_lock lock(board.readings_lock);
@@ -94,6 +95,8 @@ TEST_F(unit, publishes_what_the_board_reads) {
     board.readings.motor_type = kMotorPan;
   }
   on_redis_timeout(nullptr, nullptr, 0);
+  on_redis_timeout(nullptr, nullptr, 0);  // the loop was late
+  run(0.2);
   const redis_reply all = ask_redis("MGET avr-voltage avr-temperature orb-motor-type");
   EXPECT_EQ(std::string(all->element[0]->str) + " " + all->element[1]->str + " " + all->element[2]->str,
             "19.999001 -10.500000 pan");

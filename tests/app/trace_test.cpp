@@ -3,10 +3,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <sstream>
+#include <thread>
 
 #include "base/file.h"
 #include "base/paths.h"
@@ -63,6 +66,38 @@ TEST(trace_log, is_right_to_the_byte) {
                           "HAPI:  7778797A                         wxyz            |\n"
                           "HAPI: whole:|\n"
                           "HAPI:  30313233343536373839616263646566 0123456789abcdef|\n");
+}
+
+// A pipe that nobody reads stands for a stick that hangs.
+TEST(trace_log, keeps_nobody_waiting_for_the_stick) {
+  ASSERT_EQ(mkfifo(paths::kTrace, 0600), 0);
+  const unique_fd stick(open(paths::kTrace, O_RDWR | O_NONBLOCK));
+  chmod(paths::kTrace, 0200);  // so that it is not moved away
+  start("10");
+  start_trace_writer();
+  const int64_t start_ns = monotonic_ns();
+  for (int i = 0; i < 20'000; ++i) trace(kTraceApi, "%05d of a line", i);
+  EXPECT_LT(monotonic_ns() - start_ns, 2000 * kNanosecondsPerMillisecond);
+  std::thread last([] { drain_trace(), trace(kTraceApi, "%05d of a line", -1), drain_trace(); });
+  std::string text;
+  char block[4096];
+  EXPECT_TRUE(await([&] {
+    for (ssize_t count; (count = read(stick.get(), block, sizeof block)) > 0;)
+      text.append(block, static_cast<size_t>(count));
+    return text.find("-0001") != std::string::npos;
+  }));
+  last.join();
+  std::istringstream lines(text.substr(text.find('\n') + 1));
+  long next = 0;
+  for (std::string line; std::getline(lines, line) && line.find("-0001") == std::string::npos;) {
+    if (line.find("lost") != std::string::npos) {
+      next += strtol(line.c_str(), nullptr, 10);
+    } else {
+      ASSERT_EQ(strtol(line.c_str() + 6, nullptr, 10), next++);
+    }
+  }
+  EXPECT_EQ(next, 20'000);
+  EXPECT_NE(text.find(" lines lost\n"), std::string::npos);
 }
 
 TEST(trace_mask, by_file_and_by_call) {

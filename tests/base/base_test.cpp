@@ -11,6 +11,7 @@
 #include "base/child_process.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/redis_exchange.h"
 #include "base/redis_server.h"
 #include "base/value_file.h"
 #include "tests/await.h"
@@ -114,41 +115,85 @@ TEST(redis, texts_and_a_frozen_server) {
   orb_load_supervisor_serial_number(text, 4);
   EXPECT_STREQ(text, "unk");
   signal_redis("STOP");
-  redis_connection connection = redis_connect();
   EXPECT_LT(ms_to_fail(), 100);
+  redis_connection connection = redis_connect();
   EXPECT_FALSE(redis_command(connection, "PING"));
   signal_redis("CONT");
   sleep_ms(100);
+  connection.deadline_ns += 1000 * kNanosecondsPerMillisecond;
   EXPECT_FALSE(redis_command(connection, "PING")) << "an answer that came late would be taken for this one's";
   EXPECT_TRUE(ask_redis("PING"));
 }
 
-unique_fd listen_as_redis(int backlog) {
+// --- exchanges of the main loop ---
+
+std::string heard;  // the replies, a blank behind each
+
+void hear(const redisReply* reply) {
+  heard += (reply == nullptr                     ? "null"
+            : reply->type == REDIS_REPLY_INTEGER ? "number"
+                                                 : std::string(reply->str)) +
+           " ";
+}
+
+// Runs the loop until the exchange is over, at most for its time.
+std::string exchange_two() {
+  static redis_exchange exchange;
+  heard.clear();
+  const int64_t start = monotonic_ns();
+  if (!begin_redis_exchange(&exchange, hear)) return "refused";
+  add_redis_command(&exchange, "SET a %s", "1 2");
+  add_redis_command(&exchange, "GET %s", "a");
+  EXPECT_FALSE(begin_redis_exchange(&exchange)) << "one is under way";
+  ev_run(ev_default_loop(0), 0);
+  EXPECT_LT(monotonic_ns() - start, 200 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(exchange.context, nullptr);
+  return heard;
+}
+
+TEST(redis_exchange, goes_on_when_redis_comes_back) {
+  EXPECT_EQ(exchange_two(), "null null ");
+  start_redis();
+  EXPECT_EQ(exchange_two(), "OK 1 2 ");
+  signal_redis("STOP");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(exchange_two(), "null null ");
+  signal_redis("CONT");
+  EXPECT_TRUE(await([] { return exchange_two() == "OK 1 2 "; }));
+}
+
+unique_fd listen_as_redis() {
   const sockaddr_in address{AF_INET, htons(addresses::kRedisPort), {htonl(INADDR_LOOPBACK)}, {}};
   unique_fd listener(socket(AF_INET, SOCK_STREAM, 0));
   EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(listen(listener.get(), backlog), 0);
+  EXPECT_EQ(listen(listener.get(), 8), 0);
   return listener;
 }
 
-TEST(redis, full_backlog_costs_little_time) {
-  const unique_fd listener = listen_as_redis(0);
-  redis_connection waiting[4];
-  for (redis_connection& each : waiting) each = redis_connect();
-  EXPECT_FALSE(waiting[3].context);
-  EXPECT_LT(ms_to_fail(), 100);
-}
-
-// A server that sends a byte every 10 ms, of an answer that never ends.
-TEST(redis, dripping_server_costs_little_time) {
-  const unique_fd listener = listen_as_redis(8);
-  const std::jthread server([&listener](const std::stop_token& ended) {
+// A server that says something else, in whole or a byte every 10 ms, costs neither time nor the process.
+TEST(redis, and_its_exchanges_with_a_server_that_is_none) {
+  const unique_fd listener = listen_as_redis();
+  const std::pair<std::string, std::string> rows[] = {
+      {"garbage\r\n", "null null "},
+      {"-ERR max number of clients reached\r\n", "ERR max number of clients reached null "},
+      {"+1\r\n:2\r\n+3\r\n+4\r\n", "1 number "},  // more than was asked for
+      {"+1\r\n$5\r\nab", "1 null "},
+      {"", "null null "}};
+  for (const auto& [words, expected] : rows) {
+    const std::jthread server([&listener, said = words] {
+      const unique_fd client(accept(listener.get(), nullptr, nullptr));
+      send(client.get(), said.data(), said.size(), MSG_NOSIGNAL);
+      if (!said.empty()) shutdown(client.get(), SHUT_WR), sleep_ms(70);
+    });
+    EXPECT_EQ(exchange_two(), expected);
+  }
+  const std::jthread dripping([&listener](const std::stop_token& ended) {
     while (!ended.stop_requested()) {
       const unique_fd client(accept(listener.get(), nullptr, nullptr));
       while (!ended.stop_requested() && send(client.get(), "+", 1, MSG_NOSIGNAL) == 1) sleep_ms(10);
     }
   });
   EXPECT_LT(ms_to_fail(), 100);
+  EXPECT_EQ(exchange_two(), "null null ");
   shutdown(listener.get(), SHUT_RDWR);
 }
 

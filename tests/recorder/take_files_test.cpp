@@ -75,7 +75,7 @@ void insert(bool in) { plug(in), step_usb_stick(); }
 
 struct stored_takes : testing::Test {
   stored_takes() {
-    static const bool is_first = (start_trace(), start_usb_stick(), start_take_file_workers(), true);
+    static const bool is_first = (start_trace(), start_take_file_workers(), true);
     EXPECT_TRUE(is_first);
     for (const char* folder : {paths::kInternalTakes, paths::kUsbTakes, paths::kUsbVideos, paths::kVideos})
       fs::remove_all(folder), fs::create_directories(folder);
@@ -170,7 +170,7 @@ TEST_F(stored_takes, a_stick_stays_until_the_job_lets_go) {
     ASSERT_TRUE(await([] { return fs::exists(kStick + "/one"); }));
     EXPECT_EQ(copy("[]"), 1);
     if (is_pulled) insert(false);
-    if (!is_pulled) orb_request_supervisor_eject(), sleep_ms(1200);
+    if (!is_pulled) orb_request_supervisor_eject(), step_usb_stick();
     EXPECT_TRUE(usb_stick_now().mounted);
     are_flushes_held = false;
     EXPECT_EQ(await_end(), std::string("copy starting;copy 'one';no copy 1;") +

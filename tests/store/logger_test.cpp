@@ -18,6 +18,7 @@
 #include "store/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
+#include "tests/await.h"
 
 namespace fs = std::filesystem;
 
@@ -30,6 +31,9 @@ std::string content(int file) { return read_file(kFile[file], 1 << 20).value_or(
 std::string reading(const std::string& key) {
   return json_text(orb_get_logger_current_readings().get(), key.c_str());
 }
+
+// As the main loop and the logger's thread do.
+void end_minute() { tick_logger(), save_logger_minute(); }
 
 constexpr void (*kSamples[])(double) = {
     orb_report_logger_up_temperature,          orb_report_logger_camera_cpu_temperature,
@@ -68,7 +72,7 @@ TEST(logger, files_and_readings_to_the_byte) {
     for (int i = 0; i < 7; ++i)
       for (const double sample : {10.0 * (i + 1) + off, static_cast<double>(NAN), 10.0 * (i + 1) - off})
         kSamples[i](sample);
-    tick_logger();
+    end_minute();
   }
   EXPECT_EQ(content(0), record(3, 4)) << "the fourth save";
   EXPECT_EQ(flushed, "log0.json logger log1.json logger log0.json logger ");
@@ -78,7 +82,7 @@ TEST(logger, files_and_readings_to_the_byte) {
   EXPECT_EQ(std::regex_replace(text, std::regex(R"(\d\d:\d\d:\d\d)"), "TIME"), golden("readings.json"));
   orb_init_logger();
   EXPECT_EQ(reading("present_runtime") + reading("present_up_max_temperature"), "0 MIN0.0 °C");
-  tick_logger();
+  end_minute();
   EXPECT_EQ(content(1), record(4, 5)) << "no samples: nothing changes";
   EXPECT_EQ(traces("LGGR"),
             "init;create '/home/orb/logger';create '/media/usb99/ApiLogs';reset historical;"
@@ -131,7 +135,7 @@ TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
       R"(58.5>58|71.5>true|acc":150.0>acc":-Infinity|up_avg_temperature_count":3>up_avg_temperature_count":-3)"));
   // The average begins anew, without what is absurd; the extremes of a lifetime stand.
   for (const double value : {50.0, 1e300, -1e300}) orb_report_logger_psb_temperature(value);
-  tick_logger();
+  end_minute();
   EXPECT_EQ(
       content(0),
       record(
@@ -147,7 +151,7 @@ TEST(logger, nothing_comes_back_after_a_reset) {
   for (const int live : {0, 1}) {
     for (const bool fails : {false, true}) {
       start_afresh();
-      for (int minute = 0; minute < 5 + live; ++minute) orb_report_logger_up_temperature(50), tick_logger();
+      for (int minute = 0; minute < 5 + live; ++minute) orb_report_logger_up_temperature(50), end_minute();
       orb_report_logger_up_temperature(50);
       flushed.clear();
       flush_fails = fails;
@@ -156,37 +160,50 @@ TEST(logger, nothing_comes_back_after_a_reset) {
       orb_check_logger_reset();
       fs::remove(mark);
       flush_fails = false;
-      if (fails) tick_logger();
+      if (fails) end_minute();
       const std::string other = live == 0 ? "log1.json " : "log0.json ";
       EXPECT_EQ(flushed, fails ? other + other + "logger " : other + "logger logger ");
       for (int starts = 0; starts < 3; ++starts) {
         EXPECT_EQ(reading("historical_total_runtime"), "0 MIN") << live << fails << starts;
         EXPECT_EQ(reading("historical_up_max_temperature"), "0.0 °C");
         orb_init_logger();
-        if (starts == 1) tick_logger(), orb_init_logger();
+        if (starts == 1) end_minute(), orb_init_logger();
       }
     }
   }
 }
 
-// The board's thread reports, and has a motor to stop.
-TEST(logger, a_report_does_not_wait_for_a_save) {
-  static std::future<void> report;
-  static bool waits;
-  start_afresh();
-  on_flush = [] {
+// The main loop ends a minute, and the board's thread reports, while a save hangs. Two minutes are one save
+// then, the daemon's end waits for it, and a reset behind it leaves nothing.
+TEST(logger, neither_minutes_nor_reports_wait_for_a_save) {
+  static std::atomic<bool> hangs;
+  for (const bool reset : {false, true}) {
+    start_afresh();
+    hangs = true;
+    on_flush = [] { await([] { return !hangs; }); };
+    tick_logger();
+    std::future<void> thread = std::async(std::launch::async, save_logger_minute);
+    const int64_t start = monotonic_ns();
+    sleep_ms(50);
+    orb_report_logger_tilt_motor_warning(), tick_logger(), tick_logger(), tick_logger();
+    EXPECT_LT(monotonic_ns() - start, 500 * kNanosecondsPerMillisecond);
+    std::future<void> end = std::async(std::launch::async, [reset] {
+      reset ? static_cast<void>(orb_reset_logger()) : save_logger_minute();
+    });
+    EXPECT_EQ(end.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    hangs = false;
+    end.get(), thread.get();
     on_flush = nullptr;
-    report = std::async(std::launch::async, orb_report_logger_tilt_motor_warning);
-    waits = report.wait_for(std::chrono::seconds(1)) != std::future_status::ready;
-  };
-  tick_logger();
-  report.get();
-  EXPECT_FALSE(waits);
-  EXPECT_NE(reading("present_tilt_motor_warnings"), "0");
+    if (reset) save_logger_minute();  // what the minutes asked for before it
+    orb_init_logger();
+    EXPECT_EQ(reading("historical_total_runtime"), reset ? "0 MIN" : "4 MIN");
+    EXPECT_EQ(reading("historical_tilt_motor_warnings"), reset ? "0" : "1");
+    EXPECT_NE(content(reset ? 0 : 1).find(reset ? R"(_id":2,)" : R"(_id":3,)"), std::string::npos);
+  }
 }
 
 // Minute k counts one event more: what is loaded tells whole minutes from mixed ones.
-void save_minute(int) { orb_report_logger_pan_motor_warning(), tick_logger(); }
+void save_minute(int) { orb_report_logger_pan_motor_warning(), end_minute(); }
 
 int load_minute() {
   orb_init_logger();

@@ -1,4 +1,5 @@
 // The status object, byte for byte.
+#include <ev.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -17,6 +18,7 @@
 #include "recorder/internal.h"
 #include "seats/seats.h"
 #include "store/settings.h"
+#include "supervisor/internal.h"
 #include "supervisor/status.h"
 
 namespace {
@@ -114,7 +116,9 @@ TEST(status_object, tells_the_whole_unit) {
   step_with_motor(kMotorHeight);
   EXPECT_EQ(member("avr_temp"), "null") << "the board has not been heard";
   board.has_frame = true;
+  measure_usb_store();
   step_status();
+  ev_run(ev_default_loop(0), 0);  // until Redis has answered
   EXPECT_EQ(status(), golden("english"));
   EXPECT_EQ(ask("GET", "/versions"),
             "{'software_version':'03.01','firmware_version':'03.12','camera_version':'040A'}");

@@ -6,17 +6,22 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 
 #include "supervisor/internal.h"
+#include "tests/await.h"
+
+inline std::atomic<bool> is_mount_held = false;
 
 // The box can mount no device.
 // NOLINTNEXTLINE(misc-definitions-in-headers): it stands in the C library's place
 int mount(const char* source, const char* target, const char* type, unsigned long flags,
           const void* data) noexcept {
   const bool is_device = strncmp(source, "/dev/", 5) == 0;
+  if (is_device) await([] { return !is_mount_held; }, 2);
   return static_cast<int>(is_device
                               ? syscall(SYS_mount, "/run/bench/stick", target, nullptr, MS_BIND, nullptr)
                               : syscall(SYS_mount, source, target, type, flags, data));

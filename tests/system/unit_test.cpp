@@ -46,6 +46,7 @@ TEST(unit, the_board_is_refreshed_in_a_broken_world) {
       // Asked every 5 s, through the next worlds.
       {"a silent encoder", [] { ctl("camera", "encoder_silent on"); }},
       {"a frozen redis", [] { redis.signal(SIGSTOP); }},
+      {"a stick whose mount hangs", [] { ctl("board", "slow mount 3000"), write_text("/dev/usb_ext1", ""); }},
       {"a silent camera", [] { ctl("camera", "silent on"); }},
       {"a camera that sends garbage", [] { ctl("camera", "silent off"), ctl("camera", "garble on"); }},
       {"no camera", [] { camera = child(); }},
