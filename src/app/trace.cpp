@@ -119,7 +119,9 @@ void take_backlog() {
   written.lost = std::exchange(waiting.lost, 0);
 }
 
+// Others must not keep it from the processor while it holds the lock: the board's thread traces, too.
 void* write_lines(void*) {
+  run_before_others();
   FILE* out = stream.load(std::memory_order_acquire);
   for (;;) {
     take_backlog();

@@ -1,5 +1,6 @@
-// The unit's local Redis database. Any thread but the main loop, which has base/redis_exchange.h. A connection lives for one short exchange: connecting and all
-// its commands together wait at most 0.05 s, so that a Redis that is frozen or slow delays nobody.
+// The unit's local Redis database. Any thread but the main loop, which has base/redis_exchange.h. A
+// connection lives for one short exchange: connecting and all its commands together wait at most 0.05 s, so
+// that a Redis that is frozen or slow delays nobody.
 #pragma once
 
 #include <hiredis/hiredis.h>
