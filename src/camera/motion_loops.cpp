@@ -57,7 +57,8 @@ lens_link link_now() {
 bool queue_order(const lens_order& order) {
   visca_camera* camera = visca_thread_data.camera;
   if (camera == nullptr) return false;
-  return (order.plain != nullptr ? order.plain(camera) : order.with_value(camera, order.value)) == 0;
+  if (order.plain != nullptr) return order.plain(camera) == 0;
+  return order.with_value != nullptr && order.with_value(camera, order.value) == 0;
 }
 
 // Queues the order and watches it from now on. What is not `insisted` on and refused has not been given.
