@@ -165,7 +165,7 @@ struct HoldLoops : testing::Test {
     pass(ms);
     EXPECT_EQ(link->block.packet(20), "");
   }
-  // The next packet is a stop, and the camera refuses it.
+  // The next packet, which the camera refuses.
   void refuse(const std::string& packet) {
     EXPECT_EQ(link->block.packet(), "810104" + packet + "FF");
     link->hear("906003FF");

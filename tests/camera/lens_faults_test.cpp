@@ -54,26 +54,29 @@ struct LensFaults : testing::Test {
   bool is_up() const {
     return camera.links == visca_thread_data.link_number && visca_link_is_up(&visca_thread_data);
   }
+  static int waiting() {
+    const visca_camera* queue = visca_thread_data.camera;
+    return (queue->insert_index - queue->extract_index + kViscaRingSize) % kViscaRingSize;
+  }
   bool is_driving() {
     const std::lock_guard guard(camera.lock);
     const sim_camera::axis& moved = camera.block.lens.axes[axis];
     return axis_busy(moved) && moved.target != position;
   }
-  void old_client(const std::string& command, const std::string& name, int number) {
-    ask("POST", "/1.0/camera",
-        "{'command':'" + lens + command + "','params':{'" + name + "':" + std::to_string(number) + "}}");
-  }
   void act() {
-    const std::string path = "/camera/" + lens;
+    const std::string path = "/camera/" + lens, at = std::to_string(position);
+    const auto old_client = [&](const std::string& command) {
+      ask("POST", "/1.0/camera", "{'command':'" + lens + command + "}}");
+    };
     const int choice = draw(0, 5);
     if (choice == 0) {
-      ask("PUT", path + "/position", "{'" + lens + "_position':" + std::to_string(position) + "}");
+      ask("PUT", path + "/position", "{'" + lens + "_position':" + at + "}");
     } else if (choice == 1) {
-      old_client("_direct", "position", position);
+      old_client("_direct','params':{'position':" + at);
     } else if (choice == 2) {
-      old_client(lens == "zoom" ? "_tele" : "_far", "speed", 0);
+      old_client(lens == "zoom" ? "_tele','params':{'speed':0" : "_far','params':{'speed':0");
       sleep_ms(draw(0, 300));
-      old_client("_stop", "", 0);
+      old_client("_stop','params':{");
     } else {
       ask("POST", path + (draw(0, 1) == 0 ? "/increment" : "/decrement"));
       sleep_ms(choice == 3 ? 600 : draw(0, 300));  // it ends by itself, or
@@ -112,11 +115,7 @@ struct LensFaults : testing::Test {
     for (int n = draw(1, 4); n > 0; --n) act();
     ask("POST", "/camera/" + lens + "/stop");
     fault.join();
-    const auto is_recovered = [&] {  // with its backlog behind it
-      const visca_camera* queue = visca_thread_data.camera;
-      return is_up() && (queue->insert_index - queue->extract_index + kViscaRingSize) % kViscaRingSize < 5;
-    };
-    EXPECT_TRUE(await(is_recovered, 60));
+    EXPECT_TRUE(await([&] { return is_up() && waiting() < 5; }, 60));
     const int64_t recovery = monotonic_ns();
     EXPECT_TRUE(await([&] { return !is_driving(); }, 5)) << "seed " << seed;
     const int64_t took = monotonic_ns() - recovery;
