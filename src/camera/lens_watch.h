@@ -25,7 +25,7 @@ struct lens_order {
 struct lens_link {
   uint32_t number = 0;
   uint32_t lost_commands = 0;
-  bool idle = false;  // nothing waits and nothing is outstanding
+  bool idle = false;  // nothing waits, and nothing is without its answer
 };
 
 struct lens_watch {
