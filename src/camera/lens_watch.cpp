@@ -5,6 +5,7 @@
 namespace {
 
 constexpr int64_t kRepeat_ns = 250 * kNanosecondsPerMillisecond;
+constexpr int64_t kPatience_ns = 750 * kNanosecondsPerMillisecond;
 constexpr int64_t kQuiet_ns = 500 * kNanosecondsPerMillisecond;
 constexpr int kMostLosses = 4;
 
@@ -43,7 +44,8 @@ lens_need step_lens_watch(lens_watch& watch, const lens_link& now, bool held, in
   }
   const bool same_link = watch.link.number == now.number;
   if (same_link && watch.queued) {
-    if (now_ns - watch.queued_ns < kRepeat_ns) return lens_need::nothing;
+    const int64_t age_ns = now_ns - watch.queued_ns;
+    if (age_ns < kRepeat_ns || (!now.idle && age_ns < kPatience_ns)) return lens_need::nothing;
     ++watch.losses;
   }
   if (held || watch.order.effect == lens_effect::stops) return lens_need::again;

@@ -25,7 +25,7 @@ struct lens_order {
 struct lens_link {
   uint32_t number = 0;
   uint32_t lost_commands = 0;
-  bool idle = false;  // nothing waits and nothing is outstanding
+  bool idle = false;  // nothing waits, and nothing is without its answer
 };
 
 struct lens_watch {
@@ -47,9 +47,10 @@ void note_lens_order(lens_watch& watch, const lens_order& order, bool taken, boo
                      const lens_link& before, int64_t now_ns);
 
 // What has to be queued now. An order is repeated at once when the queue has refused it or the link is
-// another one, and each 0.25 s while commands are lost, without an end. It has arrived when half a second has
+// another one, and each 0.25 s while commands are lost, without an end; not while it may wait in the queue,
+// but then after 0.75 s, lest a silent camera's queue fill with it. It has arrived when half a second has
 // gone without a loss behind an idle queue. Unless it is `held`, another order than a stop becomes one with
-// the link, or when it has been lost for a second: the camera may refuse it for good.
+// the link, or when it has been lost four times: the camera may refuse it for good.
 lens_need step_lens_watch(lens_watch& watch, const lens_link& now, bool held, int64_t now_ns);
 
 // Whether the camera has answered the order, as far as it can be told.

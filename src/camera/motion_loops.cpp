@@ -50,14 +50,15 @@ lens_link link_now() {
   const visca_camera* camera = visca_thread_data.camera;
   if (camera == nullptr) return link;
   link.lost_commands = camera->lost_commands;
-  link.idle = visca_camera_is_idle(camera);
+  link.idle = visca_camera_is_idle(camera) && camera->sockets[0].state == 0;
   return link;
 }
 
 bool queue_order(const lens_order& order) {
   visca_camera* camera = visca_thread_data.camera;
   if (camera == nullptr) return false;
-  return (order.plain != nullptr ? order.plain(camera) : order.with_value(camera, order.value)) == 0;
+  if (order.plain != nullptr) return order.plain(camera) == 0;
+  return order.with_value != nullptr && order.with_value(camera, order.value) == 0;
 }
 
 // Queues the order and watches it from now on. What is not `insisted` on and refused has not been given.

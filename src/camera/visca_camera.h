@@ -38,7 +38,8 @@ struct visca_command {
   size_t length = 0;  // 5 to 16
 };
 
-// One of the camera's command sockets; slot 0 is the command that waits for its acknowledge.
+// One of the camera's command sockets. Slot 0 counts the commands that wait for their acknowledge: a command
+// that is lost behind one that is acknowledged late is noticed, whichever of them was retired by what.
 struct visca_socket_slot {
   std::atomic<uint32_t> state = 0;  // 0 free
   std::atomic<int64_t> sent_at_ns = 0;

@@ -119,12 +119,24 @@ void on_readable(struct ev_loop*, ev_io* watcher, int) {
   }
 }
 
-// Moves the command that waits for its acknowledge to `socket`, and frees the pending slot.
+// One command less waits for its answer. Others only add to them.
+void answer_pending(visca_camera* camera) {
+  if (camera->sockets[0].state != 0) --camera->sockets[0].state;
+}
+
+// Moves a command that waits for its acknowledge to `socket`.
 void assign_pending(visca_camera* camera, size_t socket) {
-  visca_socket_slot& pending = camera->sockets[0];
-  camera->sockets[socket].sent_at_ns = pending.sent_at_ns.load();
-  camera->sockets[socket].state = pending.state.load();
-  pending.state = 0;
+  camera->sockets[socket].sent_at_ns = camera->sockets[0].sent_at_ns.load();
+  answer_pending(camera);
+  if (socket != 0) camera->sockets[socket].state = 1;
+}
+
+void free_socket(visca_camera* camera, size_t socket) {
+  if (socket == 0) {
+    answer_pending(camera);
+  } else {
+    camera->sockets[socket].state = 0;
+  }
 }
 
 void take_report(visca_camera* camera, std::span<const uint8_t> packet) {
@@ -152,7 +164,7 @@ void take_completion(visca_camera* camera, size_t socket, std::span<const uint8_
     camera->model_id = static_cast<uint16_t>(packet[4] << 8 | packet[5]);
     camera->rom_version = static_cast<uint16_t>(packet[6] << 8 | packet[7]);
   }
-  camera->sockets[socket].state = 0;
+  free_socket(camera, socket);
   if (camera->on_completion != nullptr) camera->on_completion(camera, static_cast<int>(socket));
   visca_camera_complete_command(camera, kViscaCompleted);
 }
@@ -160,7 +172,7 @@ void take_completion(visca_camera* camera, size_t socket, std::span<const uint8_
 void take_error(visca_camera* camera, size_t socket, uint8_t code) {
   if (socket != 0) assign_pending(camera, socket);
   if (camera->on_error != nullptr) camera->on_error(camera, static_cast<int>(socket), code);
-  camera->sockets[socket].state = 0;
+  free_socket(camera, socket);
   ++camera->lost_commands;
   visca_camera_complete_command(camera, kViscaRefused);
 }

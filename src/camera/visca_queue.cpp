@@ -22,7 +22,7 @@ void send_head(visca_camera* camera) REQUIRES(camera->lock) {
   trace(kTraceVisca, "extract %d", head);
   const int64_t now = monotonic_ns();
   camera->sockets[0].sent_at_ns = now;
-  camera->sockets[0].state = 1;
+  ++camera->sockets[0].state;
   camera->outstanding_since_ns = now;
   const visca_command& command = camera->commands[static_cast<size_t>(head)];
   visca_connection_send_command(camera->connection, command.packet.data(), command.length);

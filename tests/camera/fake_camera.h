@@ -56,8 +56,6 @@ class fake_camera {
     EXPECT_EQ(listen(listener_.get(), backlog), 0);
   }
 
-  const unique_fd& listener() const { return listener_; }
-
   bool accept_link(int timeout_ms = 3000) {
     if (!readable(listener_, timeout_ms)) return false;
     stream_.reset(accept(listener_.get(), nullptr, nullptr));
@@ -75,6 +73,8 @@ class fake_camera {
     const std::vector<uint8_t> raw = unhex(bytes);
     EXPECT_EQ(send(stream_.get(), raw.data(), raw.size(), MSG_NOSIGNAL), static_cast<ssize_t>(raw.size()));
   }
+
+  const unique_fd& stream() const { return stream_; }
 
   // The next packet; "" when none comes in time, "closed" when the daemon has let the link go.
   std::string packet(int timeout_ms = 3000) {

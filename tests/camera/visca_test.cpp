@@ -166,6 +166,13 @@ TEST(ViscaReplies, TimeOut) {
   EXPECT_LT(monotonic_ns() - start, 500 * kNanosecondsPerMillisecond);
   for (const char* packet : {"8101040702FF", "81010001FF", "8101040703FF"})
     EXPECT_EQ(link.block.packet(), packet);
+  link.hear("9041FF");
+  visca_camera_zoom_tele(camera);
+  link.hear("9051FF");  // another's completion
+  visca_camera_zoom_stop(camera);
+  link.hear("9041FF");  // the first one's acknowledge: the second has none
+  EXPECT_EQ(camera->lost_commands, 1U);
+  EXPECT_TRUE(await([&] { return visca_connection_poll(link.connection), camera->lost_commands == 2; }, 2));
 }
 
 // A remote close alone leaves the link connected.
