@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int kCut_ms = 20'000;
-constexpr uint64_t kStillRoom_kb = 1024;  // less is what a still may have failed for
+constexpr uint64_t kStillRoom_kb = 4096;  // less is what a still or its packet may have failed for
 constexpr int kHungLimit = 3;  // cuts that hang, of one take: then the rest of its stills is given up
 
 using offset_numbers = std::array<int, 4>;  // hours, minutes, seconds, milliseconds

@@ -86,6 +86,9 @@ TEST_F(service, lights_are_kept_as_last_given_by_whomever) {
 }
 
 TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
+  const auto lit = [] {
+    return std::regex_replace(written(), std::regex("6 ff\n"), "");
+  };  // without the drives' stops
   power_board_instance = &board_;
   write_value_file("/tmp/intensity", 50);
   set_led_mode("low");
@@ -93,7 +96,7 @@ TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
   for (int i = 2; i < 256; ++i) ASSERT_EQ(write(16, {0}), 0);
   EXPECT_NE(said_by([] { set_high_beam(false); }), "") << "the queue is full";
   start();
-  EXPECT_TRUE(await([this] { return tick(), written().ends_with("1 09 32\n"); }));
+  EXPECT_TRUE(await([&] { return tick(), lit().ends_with("1 09 32\n"); }));
   const auto lose = [this](void (*end_beam)()) {
     set_high_beam(true);
     settle();
@@ -110,12 +113,12 @@ TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
   lose([] { set_led_mode("high"); });
   fail_next(bus_call::none);
   for (int i = 0; i < 2; ++i) tick(), settle();
-  EXPECT_TRUE(written().ends_with(kOnce)) << written();
+  EXPECT_TRUE(lit().ends_with(kOnce)) << lit();
   lose(close_high_beam);
   set_high_beam(true);
   fail_next(bus_call::none);
   orb_power_board_stop_service(&board_);
-  EXPECT_TRUE(written().ends_with(kOnce)) << "at the end of the daemon";
+  EXPECT_TRUE(lit().ends_with(kOnce)) << "at the end of the daemon";
   power_board_instance = nullptr;
 }
 

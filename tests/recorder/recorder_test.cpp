@@ -456,7 +456,7 @@ TEST_F(takes, a_caption_is_one_cue_with_the_title) {
 TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) {
   const std::string whole = picture();
   int waited = 0;
-  for (int kb = 4; kb <= 72; kb += 4) {
+  for (int kb = 4; kb <= 1100; kb += kb < 72 || kb >= 1000 ? 8 : 928) {  // behind an insertion 1 MiB is left
     SCOPED_TRACE(kb);
     const small_store usb(paths::kUsbTakes, kb);
     interrupt_take();
@@ -464,7 +464,7 @@ TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) 
     ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
     if (!complete_take(paths::kTakeGuid, false)) {
       ++waited;
-      usb.resize(1000);
+      usb.resize(8000);
       EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
     }
     EXPECT_TRUE(content(usb_take_path(kTake)).starts_with(whole));
@@ -476,11 +476,11 @@ TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) 
     EXPECT_NE(content(description_path(kGuid)).find("500.jpg"), std::string::npos);
   }
   EXPECT_GT(waited, 4);
-  EXPECT_LT(waited, 17);
+  EXPECT_LT(waited, 23);
 }
 
 TEST_F(takes, a_take_whose_description_tells_nothing_waits) {
-  for (const char* text : {"", "{", "[]", "{}", R"({"name":"na'me: 1/2"})", R"({"start_time":7})"}) {
+  for (const char* text : {"", "{", "[]", "{}", R"({"name":"na'me: 1/2"})", R"({"start_time":[7]})"}) {
     SCOPED_TRACE(text);
     interrupt_take();
     put(description_path(kGuid), text);
