@@ -20,23 +20,9 @@ constexpr int kStable = 2;
 constexpr int kNoCurrent = 19;
 constexpr int kLongest = 399;  // of driving, gaps or not
 
-// The two driving states share this: counts the samples in a row that are as `wanted`, once the first few
-// have passed. After a gap none counts that came before it: the drive may have stood still.
-void count_sample(const machine& m, bool wanted, const char* message) {
-  motor_state& motors = m.motors;
-  say(m, "homing amps %.3f", static_cast<double>(m.sample.amps));
-  ++motors.timeout_count;
-  if (m.sample.late) {
-    motors.sample_count = motors.stable_count = 0;
-  } else if (++motors.sample_count > kIgnored) {
-    motors.stable_count = wanted ? motors.stable_count + 1 : 0;
-    if (wanted) say(m, "homing %s %d", message, motors.stable_count);
-  }
-}
-
 // Sends the run command again when it is time, and after a gap all that the drive must know.
 void drive_on(const machine& m) {
-  if (m.sample.late) {
+  if (m.sample.late && !m.sample.overcurrent) {
     say(m, "homing again");
     run(m, kHomingPwm);
   } else if (++m.motors.keepalive_count > kKeepAlive) {
@@ -46,6 +32,22 @@ void drive_on(const machine& m) {
     return;
   }
   m.motors.keepalive_count = 0;
+}
+
+// The two driving states share this: keeps the drive running, and counts the samples in a row that are as
+// `wanted`, once the first few have passed. After a gap none counts that came before it: the drive may have
+// stood still.
+void keep_homing(const machine& m, bool wanted, const char* message) {
+  motor_state& motors = m.motors;
+  say(m, "homing amps %.3f", static_cast<double>(m.sample.amps));
+  ++motors.timeout_count;
+  drive_on(m);
+  if (m.sample.late) {
+    motors.sample_count = motors.stable_count = 0;
+  } else if (++motors.sample_count > kIgnored) {
+    motors.stable_count = wanted ? motors.stable_count + 1 : 0;
+    if (wanted) say(m, "homing %s %d", message, motors.stable_count);
+  }
 }
 
 void end_drive(const machine& m, const char* reason) {
@@ -58,25 +60,23 @@ void end_drive(const machine& m, const char* reason) {
 
 void home_until_current(const machine& m) {
   motor_state& motors = m.motors;
-  count_sample(m, m.sample.amps > kMovingAmps, "moving");
+  keep_homing(m, m.sample.amps > kMovingAmps, "moving");
   if (m.sample.overcurrent) return end_drive(m, "over-current");
   if (motors.stable_count > kStable) {
     motors.homing_state = kHomingDrive;
     motors.stable_count = motors.sample_count = motors.timeout_count = 0;
   } else if (motors.sample_count > kNoCurrent) {
-    return end_drive(m, "e-complete");  // the mast was at its end already
+    end_drive(m, "e-complete");  // the mast was at its end already
   } else if (motors.timeout_count > kLongest) {
-    return end_drive(m, "timeout");  // gap after gap: it has had the time for the longest way
+    end_drive(m, "timeout");  // gap after gap: it has had the time for the longest way
   }
-  drive_on(m);
 }
 
 void home_until_stall(const machine& m) {
-  count_sample(m, m.sample.amps < kMovingAmps, "stopping");
+  keep_homing(m, m.sample.amps < kMovingAmps, "stopping");
   if (m.sample.overcurrent) return end_drive(m, "over-current");
   if (m.motors.stable_count > kStable) return end_drive(m, "complete");
-  if (m.motors.timeout_count > kLongest) return end_drive(m, "timeout");
-  drive_on(m);
+  if (m.motors.timeout_count > kLongest) end_drive(m, "timeout");
 }
 
 void complete(const machine& m) {

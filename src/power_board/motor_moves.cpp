@@ -153,6 +153,7 @@ bool keep_moving(const machine& m, float moving_amps) {
   }
   if (!is_inside(m)) return false;
   motors.position = m.sample.encoder;
+  if (!is_at_limit(m)) drive_on(m);
   return true;
 }
 
@@ -165,28 +166,24 @@ void start_check(const machine& m, const char* message) {
 
 void move_out_fast(const machine& m) {
   if (!keep_moving(m, kMovingAmps) || is_at_limit(m)) return;
-  if (m.motors.position < m.motors.slow_point) return change_speed(m, kMoveOutSlow, "move out slow");
-  drive_on(m);
+  if (m.motors.position < m.motors.slow_point) change_speed(m, kMoveOutSlow, "move out slow");
 }
 
 void move_out_slow(const machine& m) {
   if (!keep_moving(m, kSlowMovingAmps)) return;
   if (m.motors.position < m.motors.target) return start_check(m, "move out check");
-  if (m.motors.position > m.motors.fast_point) return change_speed(m, kMoveOutFast, "move out fast");
-  drive_on(m);
+  if (m.motors.position > m.motors.fast_point) change_speed(m, kMoveOutFast, "move out fast");
 }
 
 void move_in_fast(const machine& m) {
   if (!keep_moving(m, kMovingAmps) || is_at_limit(m)) return;
-  if (m.motors.position > m.motors.slow_point) return change_speed(m, kMoveInSlow, "move in slow");
-  drive_on(m);
+  if (m.motors.position > m.motors.slow_point) change_speed(m, kMoveInSlow, "move in slow");
 }
 
 void move_in_slow(const machine& m) {
   if (!keep_moving(m, kSlowMovingAmps)) return;
   if (m.motors.position > m.motors.target) return start_check(m, "move in check");
-  if (m.motors.position < m.motors.fast_point) return change_speed(m, kMoveInFast, "move in fast");
-  drive_on(m);
+  if (m.motors.position < m.motors.fast_point) change_speed(m, kMoveInFast, "move in fast");
 }
 
 // After a check that found the mast on the near side of its target.
