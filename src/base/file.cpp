@@ -11,6 +11,12 @@ namespace {
 
 constexpr char kUnfinished[] = ".new";
 
+// Of the file that is replaced, where the store has modes.
+void keep_mode(int fd, const char* path) {
+  struct stat old {};
+  if (stat(path, &old) == 0) fchmod(fd, old.st_mode & 07777);
+}
+
 }  // namespace
 
 std::optional<std::string> read_file(const char* path, size_t limit) {
@@ -51,6 +57,7 @@ bool replace_file(const char* path, const char* temporary, std::string_view data
   unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!fd) return false;
   bool written = write_all(fd.get(), data);
+  if (flush == flushed::yes) keep_mode(fd.get(), path);
   if (flush == flushed::yes) written = written && fsync(fd.get()) == 0;
   fd.reset();
   if (flush == flushed::yes) {

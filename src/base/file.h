@@ -60,7 +60,7 @@ bool rename_flushed(const char* from, const char* to);
 enum class flushed : bool { no, yes };
 bool replace_file(const char* path, const char* temporary, std::string_view data, flushed flush);
 
-// The same, flushed, with the temporary "PATH.new".
+// The same, flushed and with the mode that the file had, with the temporary "PATH.new".
 bool replace_file(const std::string& path, std::string_view data);
 
 // Removes such temporaries that a power cut has left, of files in `folder` whose names fit a shell's pattern.

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "base/file.h"
@@ -10,15 +11,15 @@
 
 namespace {
 
-constexpr size_t kReadCharacters = 14;
+constexpr size_t kReadLimit = 18;
 
 }  // namespace
 
-std::optional<int> read_value_file(const char* path) {
+std::optional<int> read_value_file(const char* path, size_t characters) {
   const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd) return std::nullopt;
-  char text[kReadCharacters + 1] = "";
-  if (read(fd.get(), text, kReadCharacters) < 0) return std::nullopt;
+  char text[kReadLimit + 1] = "";
+  if (read(fd.get(), text, std::min(characters, kReadLimit)) < 0) return std::nullopt;
   return leading_number(text);
 }
 

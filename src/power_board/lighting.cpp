@@ -19,6 +19,7 @@
 namespace {
 
 constexpr double kTick_s = 1.0;
+constexpr size_t kIntensityCharacters = 18;  // of its value file, that count
 constexpr uint8_t kHighBeamPwm = 100;
 constexpr int kDefaultHighBeamTime_s = 15;
 constexpr int kMaximumHighBeamTime_s = 30;
@@ -133,7 +134,7 @@ lighting_values load_lighting() {
 
 intensity_text load_led_intensity() {
   intensity_text result;
-  const std::optional<int> value = read_value_file(paths::kIntensity);
+  const std::optional<int> value = read_value_file(paths::kIntensity, kIntensityCharacters);
   if (value) snprintf(result.text, sizeof result.text, "%d%%", *value);
   return result;
 }
@@ -142,7 +143,7 @@ int set_led_mode(const char* name) {
   const led_mode* mode = find_mode(name);
   if (mode == nullptr) return -1;
   const mutex_lock lock(lighting_lock);
-  const std::optional<int> wanted = read_value_file(paths::kIntensity);
+  const std::optional<int> wanted = read_value_file(paths::kIntensity, kIntensityCharacters);
   select_mode(mode, wanted ? as_intensity(*wanted) : present_intensity());
   return 0;
 }
@@ -174,7 +175,7 @@ void orb_set_api_led_intensity(int value) {
 
 void step_led_intensity(int step) {
   const mutex_lock lock(lighting_lock);
-  const std::optional<int> now = read_value_file(paths::kIntensity);
+  const std::optional<int> now = read_value_file(paths::kIntensity, kIntensityCharacters);
   if (!now) return;
   const int64_t sum = int64_t{*now} + step;
   const int64_t limit = step > 0 ? kMaximumIntensity : INT_MAX;

@@ -306,6 +306,10 @@ void orb_service_recorder_watchdog() {
 int orb_get_recorder_recording() { return recorder.recording; }
 int orb_get_recorder_paused() { return recorder.paused; }
 int orb_get_recorder_post_processing() { return recorder.post_processing; }
+void measure_idle_stores() {
+  if (recorder.recording == 0) measure_stores();
+}
+
 uint64_t orb_get_recorder_emmc_kb() { return recorder.emmc_kb; }
 uint64_t orb_get_recorder_usb_kb() { return recorder.usb_kb; }
 uint64_t recorder_take_kb() { return recorder.take_kb; }

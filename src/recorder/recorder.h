@@ -69,6 +69,9 @@ int orb_get_recorder_post_processing();
 uint64_t orb_get_recorder_emmc_kb();
 uint64_t orb_get_recorder_usb_kb();
 
+// Measures it for an idle unit; a running take does so itself. Waits for the stores: not on the main loop.
+void measure_idle_stores();
+
 // Size of the running take as last measured, in KiB; 0 when there is none.
 uint64_t recorder_take_kb();
 

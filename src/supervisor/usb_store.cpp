@@ -1,4 +1,4 @@
-// How full the USB store is.
+// How full the stores are, once a second. A store that hangs holds only this thread.
 
 #include <sys/statvfs.h>
 
@@ -9,6 +9,7 @@
 #include "base/clock.h"
 #include "base/paths.h"
 #include "base/thread.h"
+#include "recorder/recorder.h"
 #include "supervisor/internal.h"
 
 namespace {
@@ -20,6 +21,7 @@ std::atomic<int> percent = 0;
 void* store_thread(void*) {
   for (;;) {
     measure_usb_store();
+    measure_idle_stores();
     sleep_ms(kPeriod_ms);
   }
 }

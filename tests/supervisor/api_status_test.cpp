@@ -129,7 +129,11 @@ TEST(status_object, tells_the_whole_unit) {
   recorder.recording = 1;
   step_status();
   EXPECT_EQ(status(), golden("metric"));
+  measure_idle_stores();
+  EXPECT_EQ(recorder.usb_kb, 7'232'000U) << "a take measures for itself";
   recorder.recording = recorder.post_processing = 0;
+  measure_idle_stores();
+  EXPECT_EQ(recorder.usb_kb, 4U * 63);
   std::ofstream(paths::kRecording) << "1";
   std::ofstream(paths::kUpdateStatus) << std::string(61, 'x') + "äy";
   heat_processor(-20500, 0);

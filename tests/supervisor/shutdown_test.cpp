@@ -38,7 +38,10 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   start_redis();
   start_api();
   replace_file(kConfig, R"({"other":1,"model_name":"a/b","battery":"Dewalt"})");
+  chmod(kConfig, 0600);
   EXPECT_EQ(orb_set_supervisor_battery_type("Indipro"), 0);
+  struct stat info {};
+  EXPECT_TRUE(stat(kConfig, &info) == 0 && (info.st_mode & 07777) == 0600);
   EXPECT_EQ(text_of(orb_load_supervisor_battery_type, 4), "Ind");
   EXPECT_EQ(config(), R"({"model_name":"a/b","battery":"Indipro"})");
   ask_redis("SET orb-serial-number %s", "A\xFF");
