@@ -163,11 +163,14 @@ bool read_mask_file() {
   return true;
 }
 
-void take_mask_change() {
-  trace(kTraceMaskMonitor, "modified");
-  if (!read_mask_file()) return;
+void announce_mask() {
   const mutex_lock lock(trace_lock);
   if (stream.load(std::memory_order_relaxed) != nullptr) put_mask_line("modify");
+}
+
+void take_mask_change() {
+  trace(kTraceMaskMonitor, "modified");
+  if (read_mask_file()) announce_mask();
 }
 
 void* monitor_mask(void*) {
@@ -175,7 +178,9 @@ void* monitor_mask(void*) {
   trace(kTraceMaskMonitor, "monitor fd %d", monitor.get());
   if (!monitor) return nullptr;
   if (inotify_add_watch(monitor.get(), paths::kTraceMask, IN_MODIFY | IN_CREATE) < 0) return nullptr;
+  const uint32_t known = get_trace_mask();
   read_mask_file();  // once more: it may have changed before it was watched
+  if (get_trace_mask() != known) announce_mask();
   trace(kTraceMaskMonitor, "monitoring trace mask");
 
   alignas(inotify_event) char buffer[4112];
