@@ -133,6 +133,6 @@ int main(int count, char** words) {
   block_signals(false);
   const int status = run_unit(advanced);
   orb_application_destroy(&application);
-  drain_trace();
+  if (!drain_trace()) _exit(status);
   return status;
 }

@@ -221,12 +221,13 @@ void start_trace_writer() {
   has_writer = start_detached_thread("trace-lines", write_lines, nullptr) == 0;
 }
 
-void drain_trace() {
+bool drain_trace() {
   const int64_t end_ns = monotonic_ns() + kDrain_ns;
   const mutex_lock lock(trace_lock);
   while ((waiting.used != 0 || is_writing) && monotonic_ns() < end_ns) {
     lines_written.wait_until_ns(trace_lock, end_ns);
   }
+  return waiting.used == 0 && !is_writing;
 }
 
 void trace(int level, const char* format, ...) {

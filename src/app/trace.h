@@ -39,8 +39,9 @@ void init_trace();
 // and the count is written in their place. Main thread.
 void start_trace_writer();
 
-// Waits until all lines are written, at most 1 s. Main thread, at the end.
-void drain_trace();
+// Waits until all lines are written, at most 1 s; false when the stick hangs: the process must then end
+// without closing its log. Main thread, at the end.
+bool drain_trace();
 
 // Writes one line "TAG: message [HH:MM:SS.mmm]" when the level's bit is set. Control characters of the
 // message become dots, but for a newline that ends the format. A disabled level costs two tests.

@@ -161,8 +161,9 @@ int post_speed(http_connection* connection, const char* body, unsigned long leng
       take_word(connection, body, length, route.operation_key, route.operation_message);
   if (!word) return send_status(connection, false);
   const int step = strcmp(word->text, "increment") == 0 ? 1 : strcmp(word->text, "decrement") == 0 ? -1 : 0;
-  const int now = read_speed(route.file, route.default_speed);
-  const int next = std::clamp(now + step, 0, kMaximumSpeed);
+  const int now = read_value_file(route.file).value_or(route.default_speed);
+  const bool is_within = step > 0 ? now < kMaximumSpeed : now > 0;
+  const int next = is_within ? now + step : now;
   if (next != now) write_value_file(route.file, next);
   return send_object(connection, [&](json_object* answer) {
     add(answer, route.key, json_object_new_int(next));

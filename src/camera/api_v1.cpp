@@ -92,15 +92,17 @@ std::optional<lens_order> read_order(const camera_command& command, json_object*
 
 int queue_once(visca_camera* camera, const camera_command& command, json_object* parameters) {
   const std::optional<lens_order> order = read_order(command, parameters);
-  if (!order || camera == nullptr) return -1;
-  return command.give_order != nullptr ? command.give_order(*order) : command.fixed(camera);
+  if (!order) return -1;
+  if (command.give_order != nullptr)
+    return command.give_order(*order);  // a stop is owed without a camera, too
+  return camera == nullptr ? -1 : command.fixed(camera);
 }
 
 void obey(visca_camera* camera, json_object* body) {
-  json_object* name = json_member(body, "command");
-  if (!json_object_is_type(name, json_type_string)) return;
-  print_name(json_object_get_string(name));
-  const camera_command* command = find_command(json_object_get_string(name));
+  const std::optional<std::string_view> name = text_member(body, "command");
+  if (!name) return;
+  print_name(name->data());
+  const camera_command* command = find_command(name->data());
   if (command == nullptr) return;
   if (queue_once(camera, *command, body_parameters(body)) != 0 && command->fixed == visca_camera_zoom_stop) {
     printf("zoom stop failed!\n");

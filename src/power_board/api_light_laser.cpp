@@ -94,9 +94,8 @@ int get_high_beam_time(http_connection* connection, const char*, unsigned long, 
 int put_high_beam_time(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
   const int seconds = body_text_number(object.get(), "high_beam_time").value_or(-1);
-  const bool good = set_high_beam_time(seconds) == 0;
-  trace(kTraceApi, "high beam time %d", good ? seconds : 0);
-  return send_status(connection, good);
+  trace(kTraceApi, "high beam time %d", is_high_beam_time(seconds) ? seconds : 0);
+  return send_status(connection, set_high_beam_time(seconds) == 0);
 }
 
 int get_laser_status(http_connection* connection, const char*, unsigned long, void*) {

@@ -173,8 +173,8 @@ int put_read_command(http_connection* connection, const char* body, unsigned lon
   const json_owner object = read_json_body(connection, body, length);
   const std::optional<int> command = body_integer(object.get(), "read_command");
   orb_power_board* board = power_board_now();
+  if (command) trace(kTraceApi, "pb read command %d 0x%02X", *command, *command);
   if (!command || *command < 0 || *command > 0xFF || board == nullptr) return send_status(connection, false);
-  trace(kTraceApi, "pb read command %d 0x%02X", *command, *command);
   orb_power_board_set_read_command(board, static_cast<uint8_t>(*command));
   return send_status(connection, true);
 }

@@ -56,8 +56,8 @@ void note_leds(led_register* leds, const work_item& item);
 void note_led_write(orb_power_board* board, const work_item& item, bool sent);
 // Queues a setting that was lost, unless writes are suspended. Any thread.
 void queue_lost_leds(orb_power_board* board);
-// Writes one that is lost when the queue has been closed.
-void write_lost_leds(orb_power_board* board);
+// Writes one that is lost when the queue has been closed; false when it is lost again.
+bool write_lost_leds(orb_power_board* board);
 
 // The write of a register item.
 work_item write_item(uint8_t number, std::span<const uint8_t> data);

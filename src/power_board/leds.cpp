@@ -40,13 +40,17 @@ void queue_lost_leds(orb_power_board* board) {
   board->queue_ready.signal();
 }
 
-void write_lost_leds(orb_power_board* board) {
-  led_register leds;
+bool write_lost_leds(orb_power_board* board) {
+  std::optional<led_setting> given;
   {
     const mutex_lock lock(board->queue_lock);
-    leds = board->leds;
+    if (board->leds.lost) given = board->leds.given;
   }
-  if (leds.lost && leds.given) write_register(board, led_write(*leds.given));
+  if (!given) return true;
+  if (!write_register(board, led_write(*given))) return false;
+  const mutex_lock lock(board->queue_lock);
+  board->leds.lost = false;
+  return true;
 }
 
 int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm) {

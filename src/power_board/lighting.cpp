@@ -52,8 +52,6 @@ bool is_closed GUARDED_BY(lighting_lock) = false;  // no high beam any more
 ev_timer high_beam_timer;     // main loop
 bool is_timer_ready = false;  // main loop
 
-bool is_high_beam_time(int seconds) { return seconds >= 0 && seconds <= kMaximumHighBeamTime_s; }
-
 bool is_high_beam() REQUIRES(lighting_lock) { return lighting.mode == &kHighBeam; }
 
 // Not always those of the mode: the command pipe sets them past it.
@@ -126,6 +124,8 @@ void apply_intensity(uint8_t mask, int value) REQUIRES(lighting_lock) {
 }
 
 }  // namespace
+
+bool is_high_beam_time(int seconds) { return seconds >= 0 && seconds <= kMaximumHighBeamTime_s; }
 
 lighting_values load_lighting() {
   const mutex_lock lock(lighting_lock);

@@ -56,6 +56,7 @@ void close_high_beam();
 // The high beam's time, 0 to 30 s, saved as setting 18; -1, and no change, for any other. With 0 the next
 // tick ends the beam.
 int high_beam_time();
+bool is_high_beam_time(int seconds);
 int set_high_beam_time(int seconds);
 
 // One second of the high beam: counts down, and restores what was before at the end. Main loop; tests call

@@ -15,9 +15,7 @@
 namespace {
 
 constexpr int kPwmLimit = 100;
-constexpr int64_t kLongestGap_ns = 300'000'000;
-constexpr int64_t kDeadMan_ns = 1'000'000'000;  // of the machines' runs
-constexpr int kWildCount = 1'000'000'000;       // far outside all limits; differences of two still fit an int
+constexpr int kWildCount = 1'000'000'000;  // far outside all limits; differences of two still fit an int
 
 // Height, in counts and inches.
 constexpr double kCountsPerMm = 222.5;
@@ -74,13 +72,6 @@ bool perform(orb_power_board* board, const motor_output& output) {
     if (is_motor_run(item)) board->run_ns = monotonic_ns();
   }
   return true;
-}
-
-// Whether the drive may have stopped by itself: nobody has looked after it for too long.
-bool is_late(orb_power_board* board) {
-  const int64_t now = monotonic_ns();
-  const int64_t since = std::exchange(board->motors_ns, now);
-  return now - since > kLongestGap_ns || now - board->run_ns > kDeadMan_ns;
 }
 
 }  // namespace
@@ -181,12 +172,15 @@ void stop_motors(orb_power_board* board, const char* reason) {
 }
 
 void run_motors(orb_power_board* board, const power_board_readings& readings) {
+  const int64_t now = monotonic_ns();
+  const motor_timing timing = judge_motor_times(now, std::exchange(board->motors_ns, now), board->run_ns);
   motor_sample sample{.reported_type = readings.motor_type,
                       .encoder = std::clamp(readings.encoder_count_1, -kWildCount, kWildCount),
                       .amps = readings.monitor_motor_amps,
                       .overcurrent = board->overcurrent != 0,
                       .extended = (readings.status & kStatusExtended) != 0,
-                      .late = is_late(board),
+                      .late = timing.late,
+                      .due = timing.due,
                       .disturbed = std::exchange(board->motors_disturbed, false)};
   motor_output output;
   {

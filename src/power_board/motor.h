@@ -78,6 +78,7 @@ struct motor_sample {
   bool extended = false;     // the board scales pwm: 60 of ours are 100 of its own
   bool jog_waiting = false;  // its writes would follow this refresh's
   bool late = false;         // the drive may have stopped by itself since it was last told to run
+  bool due = false;          // or would, before the next refresh
   bool disturbed = false;    // somebody else has written a motor register since the last refresh
 };
 
@@ -111,6 +112,13 @@ class motor_output {
   size_t write_count_ = 0;
   size_t line_count_ = 0;
 };
+
+// What the times of the refreshes say of a drive, in ns: `now`, the refresh before, and the last run command.
+struct motor_timing {
+  bool late = false;
+  bool due = false;
+};
+motor_timing judge_motor_times(int64_t now, int64_t before, int64_t run);
 
 // Register 3 for a run at `pwm` (-100 to 100) for `duration` of the board's units.
 motor_write motor_speed_write(int pwm, int duration);

@@ -25,7 +25,7 @@ void drive_on(const machine& m) {
   if (m.sample.late && !m.sample.overcurrent) {
     say(m, "homing again");
     run(m, kHomingPwm);
-  } else if (++m.motors.keepalive_count > kKeepAlive) {
+  } else if (++m.motors.keepalive_count > kKeepAlive || m.sample.due) {
     say(m, "homing continue");
     run_on(m);
   } else {

@@ -11,6 +11,8 @@ namespace {
 
 constexpr int kMachineDuration = 1000;  // the board's dead-man time, in its units
 constexpr int kTypeSamples = 3;
+constexpr int64_t kLongestGap_ns = 300'000'000;
+constexpr int64_t kDeadMan_ns = 1'000'000'000;  // what kMachineDuration is
 
 bool is_driving(const motor_state& motors) {
   return motors.homing_state == kHomingStart || motors.homing_state == kHomingDrive ||
@@ -95,6 +97,13 @@ void say(const machine& m, const char* format, ...) {
   vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   m.output.add(kTraceHeightMotor, text);
+}
+
+// At the pace of the refreshes so far; a gap is no pace.
+motor_timing judge_motor_times(int64_t now, int64_t before, int64_t run) {
+  const int64_t gap = now - before;
+  const bool late = gap > kLongestGap_ns || now - run > kDeadMan_ns;
+  return {late, !late && now - run + gap > kDeadMan_ns};
 }
 
 motor_write motor_speed_write(int pwm, int duration) {

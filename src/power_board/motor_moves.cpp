@@ -38,7 +38,7 @@ void say_sample(const machine& m) { say(m, "%d %.3f", m.sample.encoder, static_c
 
 void rest(motor_state& motors) {
   motors.move_state = kMoveIdle;
-  motors.requests.cancel = false;
+  motors.requests.cancel = motors.requests.cancel && motors.requests.move;  // of the one that waits
 }
 
 // The pwm of a driving state, in which alone it drives.
@@ -66,7 +66,7 @@ void drive_on(const machine& m) {
   if (m.sample.late) {
     say(m, "move %s again", direction_text(motors.direction));
     drive(m, motors.move_state);
-  } else if (motors.keepalive_count < 2) {
+  } else if (motors.keepalive_count < 2 || m.sample.due) {
     say(m, "move %s continue", direction_text(motors.direction));
     run_on(m);
     motors.keepalive_count = kKeepAlive;

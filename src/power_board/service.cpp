@@ -89,11 +89,14 @@ void serve(orb_power_board* board) {
 
 // The queue is closed, so nothing can start a drive behind the stop. A bus that does not take it is given the
 // time for which a drive could run on.
-void end_drives(orb_power_board* board) {
+// So is the LEDs' last setting.
+void end_drives_and_lights(orb_power_board* board) {
   stop_motors(board, "end");
-  for (int i = 0; board->stop_owed && i < kLastTries; ++i) {
+  bool are_lit_as_given = write_lost_leds(board);
+  for (int i = 0; (board->stop_owed || !are_lit_as_given) && i < kLastTries; ++i) {
     sleep_ms(kLastPause_ms);
     try_owed_stop(board);
+    are_lit_as_given = write_lost_leds(board);
   }
 }
 
@@ -110,8 +113,7 @@ void* service_thread(void* argument) {
   board->service_state = kServiceRunning;
   serve(board);
   board->service_state = kServiceStopping;
-  write_lost_leds(board);
-  end_drives(board);
+  end_drives_and_lights(board);
   close_bus(board);
   board->service_state = kServiceStopped;
   return nullptr;

@@ -16,6 +16,12 @@ int post_action(http_connection* connection, const char* name, int (*action)()) 
   return send_status(connection, action() >= 0);
 }
 
+int stop_and_keep() {
+  const int result = orb_stop_recorder();
+  if (result == 0) keep_stopped_take();
+  return result;
+}
+
 constexpr const char* kGpsKeys[] = {"gps_latitude", "gps_longitude", "gps_time"};
 
 }  // namespace
@@ -40,12 +46,6 @@ int post_recorder_start(http_connection* connection, const char*, unsigned long,
   return post_action(connection, "start", orb_start_recorder);
 }
 
-int stop_and_keep() {
-  const int result = orb_stop_recorder();
-  if (result == 0) keep_stopped_take();
-  return result;
-}
-
 int post_recorder_stop(http_connection* connection, const char*, unsigned long, void*) {
   return post_action(connection, "stop", stop_and_keep);
 }
@@ -66,7 +66,7 @@ int get_save_delay(http_connection* connection, const char*, unsigned long, void
 
 int put_save_delay(http_connection* connection, const char* body, unsigned long length, void*) {
   const json_owner object = read_json_body(connection, body, length);
-  if (!object) return send_status(connection, false);
+  if (!json_object_is_type(object.get(), json_type_object)) return send_status(connection, false);
   const int delay_ms = body_text_number(object.get(), "save_delay").value_or(0);
   trace(kTraceApi, "save delay %d", delay_ms);
   return send_status(connection,

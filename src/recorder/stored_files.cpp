@@ -217,10 +217,7 @@ bool is_file_name(std::string_view name) {
 }
 
 std::string entry_name(json_object* entry, const char* key) {
-  json_object* value = json_member(entry, key);
-  if (!json_object_is_type(value, json_type_string)) return "";
-  const std::string_view name(json_object_get_string(value),
-                              static_cast<size_t>(json_object_get_string_len(value)));
+  const std::string_view name = text_member(entry, key).value_or("");
   return is_file_name(name) ? std::string(name) : "";
 }
 

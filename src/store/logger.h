@@ -3,7 +3,8 @@
 // flushed, to one of two alternating files ("/home/orb/logger/log0.json", "log1.json") by a thread of its
 // own.
 //
-// Any thread, unless it says otherwise; one lock serialises all. Only resets and saves wait for the disk.
+// Any thread, unless it says otherwise; one lock guards the numbers and one the files. Only resets and saves
+// wait for the disk.
 #pragma once
 
 #include "base/json.h"
@@ -11,7 +12,7 @@
 struct ev_loop;
 
 // Starts a session and loads the newer valid file, or an empty history and saves it. Makes the folders of the
-// logger, and starts the workers of its files. Called once, before any other thread runs.
+// logger, and starts the workers of its files. Called once, before anybody reports.
 void orb_init_logger();
 
 // Starts the minute timer (tick_logger every 60 s, first after 60 s) and the thread that saves. Main thread.

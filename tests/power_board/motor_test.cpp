@@ -359,6 +359,23 @@ TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
 }
 
 // Resumed an hour later, nothing may drive that was asked for before, and a new request is served.
+// At a steady pace, however slow, the drive is told to run before it stops by itself.
+TEST(motor_times, no_pace_is_late_and_a_gap_is) {
+  constexpr int64_t kMs = 1'000'000;
+  for (const int pace_ms : {90, 100, 111, 112, 150, 299}) {
+    int64_t run = 0;
+    for (int64_t now = pace_ms; now < 5000; now += pace_ms) {
+      const motor_timing timing = judge_motor_times(now * kMs, (now - pace_ms) * kMs, run * kMs);
+      EXPECT_FALSE(timing.late) << pace_ms;
+      if (timing.due) run = now;
+    }
+    EXPECT_GT(run, 0);
+  }
+  EXPECT_TRUE(judge_motor_times(301 * kMs, 0, 0).late);
+  EXPECT_TRUE(judge_motor_times(1001 * kMs, 900 * kMs, 0).late);
+  EXPECT_FALSE(judge_motor_times(800 * kMs, 700 * kMs, 0).due) << "the keep-alive's own time comes first";
+}
+
 TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
   const auto home_now = [this] { request_home(); };
   const auto move_now = [this] { request(48); };
@@ -395,6 +412,15 @@ TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
     EXPECT_EQ(last_, "move done");
     EXPECT_EQ(queued(), "");
   }
+  // A stop behind a withdrawal and a new request is for that request.
+  request(48), refresh(30);
+  orb_power_board_suspend_refresh(&board_);
+  orb_power_board_resume_refresh(&board_);
+  request(48);
+  orb_power_board_stop_motor(&board_);
+  take_log();
+  refresh(30);
+  EXPECT_EQ(take_log().find("run"), std::string::npos);
 }
 
 // The jog of a mast that is not homed asks for a homing: a new one, not the rest of the one that was

@@ -110,7 +110,7 @@ TEST(status_object, tells_the_whole_unit) {
   reset_status();
   keep_focus_mode(camera_mode::manual);
   set_led_mode("low");
-  ask("PUT", "/camera/zoom/speed", "{'zoom_speed':4}");
+  ask("PUT", "/camera/zoom/speed", "{'zoom_speed':-3}");
   ask("PUT", "/camera/focus/speed", "{'focus_speed':5}");
   board.has_frame = false;
   step_with_motor(kMotorHeight);

@@ -2,7 +2,9 @@
 
 #include "system/unit.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -209,6 +211,22 @@ TEST(unit, an_update_is_followed_over_http_and_ends_with_a_reboot) {
   }
 }
 
+TEST(unit, ends_in_time_although_its_log_hangs) {
+  mkdir("/media/usb99/trace_old", 0755);  // so that the pipe stays the log
+  write_text("/media/usb99/trace_old/kept", "");
+  mkfifo("/media/usb99/trace", 0600);
+  const unique_fd unread(open("/media/usb99/trace", O_RDWR | O_CLOEXEC));
+  write_text("/media/usb99/trace_mask", "0x000FFFFF");
+  child daemon = start_serving_daemon();
+  int filled = 0;
+  ASSERT_TRUE(await([&] {
+    for (int i = 0; i < 100; ++i) http("POST", "/api/camera/zoom/stop");
+    const int before = filled;
+    return ioctl(unread.get(), FIONREAD, &filled) == 0 && filled > 60'000 && filled == before;
+  }));
+  EXPECT_EQ(daemon.end(SIGTERM), 0);
+}
+
 // The bench writes down what the clock was set to.
 TEST(unit, the_clock_is_set_to_what_a_client_says_and_the_unit_reboots) {
   child daemon = start_serving_daemon();
@@ -219,7 +237,7 @@ TEST(unit, the_clock_is_set_to_what_a_client_says_and_the_unit_reboots) {
   };
   EXPECT_EQ(set("time", "7:5:3") % 86400, 7 * 3600 + 5 * 60 + 3);
   EXPECT_EQ(set("date", "2031-02-31") / 86400, 22341);  // 3 March
-  http("POST", "/api/shutdown", R"({"shutdown_type":"2"})");
+  http("POST", "/api/shutdown", R"({"shutdown_type":2})");
   EXPECT_EQ(daemon.wait(), 0);
   EXPECT_EQ(power_calls(), "reboot\n");
 }
