@@ -86,9 +86,12 @@ TEST_F(service, lights_are_kept_as_last_given_by_whomever) {
 }
 
 TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
-  const auto lit = [] {
-    return std::regex_replace(written(), std::regex("6 ff\n"), "");
-  };  // without the drives' stops
+  // Without the drives' stops.
+  const auto lit = [] { return std::regex_replace(written(), std::regex("6 ff\n"), ""); };
+  const auto is_idle = [this] {
+    const mutex_lock lock(board_.queue_lock);
+    return board_.queue.empty();
+  };
   power_board_instance = &board_;
   write_value_file("/tmp/intensity", 50);
   set_led_mode("low");
@@ -96,7 +99,7 @@ TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
   for (int i = 2; i < 256; ++i) ASSERT_EQ(write(16, {0}), 0);
   EXPECT_NE(said_by([] { set_high_beam(false); }), "") << "the queue is full";
   start();
-  EXPECT_TRUE(await([&] { return tick(), lit().ends_with("1 09 32\n"); }));
+  EXPECT_TRUE(await([&] { return tick(), is_idle() && lit().ends_with("1 09 32\n"); }));
   const auto lose = [this](void (*end_beam)()) {
     set_high_beam(true);
     settle();
