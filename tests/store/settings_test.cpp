@@ -24,9 +24,10 @@ std::string flushed;
 bool flush_fails = false;
 void (*on_flush)() = nullptr;
 
-// In the C library's place: notes what is flushed, and fails when told to.
+// In the C library's place: notes what the main thread flushes, and fails when told to.
 int fsync(int fd) {
-  flushed += fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).filename().string() + " ";
+  const std::string name = fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).filename().string();
+  if (gettid() == getpid()) flushed += name + " ";
   orb_read_nv(kSettingCount, nullptr, 4);  // what is no setting does not wait for the save
   if (on_flush != nullptr) on_flush();
   errno = EIO;
