@@ -18,7 +18,7 @@ void look_for_arrival(lens_watch& watch, bool idle, int64_t now_ns) {
   if (watch.through_ns == 0 && idle) watch.through_ns = now_ns;
   if (watch.through_ns == 0 || now_ns - watch.through_ns < kQuiet_ns) return;
   watch.watched = false;
-  if (watch.order.effect != lens_effect::drives) watch.driving = false;
+  if (watch.order.effect != lens_effect::drives && !watch.doubted) watch.driving = false;
 }
 
 }  // namespace
@@ -34,13 +34,17 @@ void note_lens_order(lens_watch& watch, const lens_order& order, bool taken, boo
   watch.queued_ns = now_ns;
   watch.through_ns = 0;
   if (!again) watch.losses = 0;
+  watch.doubted = order.effect == lens_effect::stops && !again && before.lost_ns != 0 &&
+                  now_ns - before.lost_ns < kQuiet_ns;
 }
 
 lens_need step_lens_watch(lens_watch& watch, const lens_link& now, bool held, int64_t now_ns) {
   if (!watch.watched) return lens_need::nothing;
   if (is_untouched(watch, now)) {
     look_for_arrival(watch, now.idle, now_ns);
-    return lens_need::nothing;
+    if (watch.watched || !watch.doubted) return lens_need::nothing;
+    watch.watched = true;
+    return lens_need::again;
   }
   const bool same_link = watch.link.number == now.number;
   if (same_link && watch.queued) {

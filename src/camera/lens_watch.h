@@ -25,7 +25,8 @@ struct lens_order {
 struct lens_link {
   uint32_t number = 0;
   uint32_t lost_commands = 0;
-  bool idle = false;  // nothing waits, and nothing is without its answer
+  int64_t lost_ns = 0;  // when the last was lost
+  bool idle = false;    // nothing waits, and nothing is without its answer
 };
 
 struct lens_watch {
@@ -37,6 +38,7 @@ struct lens_watch {
   int64_t queued_ns = 0;
   int64_t through_ns = 0;  // when the queue was first seen idle behind it; 0 not yet
   int losses = 0;          // since it was first given
+  bool doubted = false;    // a stop is given twice: a late reply to what was lost before may pass for its own
 };
 
 enum class lens_need { nothing, again, stop };

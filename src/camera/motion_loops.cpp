@@ -50,6 +50,7 @@ lens_link link_now() {
   const visca_camera* camera = visca_thread_data.camera;
   if (camera == nullptr) return link;
   link.lost_commands = camera->lost_commands;
+  link.lost_ns = camera->lost_ns;
   link.idle = visca_camera_is_idle(camera) && camera->sockets[0].state == 0;
   return link;
 }

@@ -63,6 +63,7 @@ struct visca_camera {
 
   std::array<visca_socket_slot, kViscaSocketCount> sockets{};
   std::atomic<uint32_t> lost_commands = 0;  // refused by the camera, or not acknowledged within 0.25 s
+  std::atomic<int64_t> lost_ns = 0;         // when the last was; 0 none
   std::atomic<uint8_t> digital_zoom = 0;
   std::atomic<uint32_t> zoom_position = kViscaNotReported;
   std::atomic<uint32_t> focus_position = kViscaNotReported;

@@ -169,11 +169,16 @@ void take_completion(visca_camera* camera, size_t socket, std::span<const uint8_
   visca_camera_complete_command(camera, kViscaCompleted);
 }
 
+void note_loss(visca_camera* camera) {
+  camera->lost_ns = monotonic_ns();
+  ++camera->lost_commands;
+}
+
 void take_error(visca_camera* camera, size_t socket, uint8_t code) {
   if (socket != 0) assign_pending(camera, socket);
   if (camera->on_error != nullptr) camera->on_error(camera, static_cast<int>(socket), code);
   free_socket(camera, socket);
-  ++camera->lost_commands;
+  note_loss(camera);
   visca_camera_complete_command(camera, kViscaRefused);
 }
 
@@ -212,7 +217,7 @@ void clear_interface(visca_camera* camera) {
   const uint8_t packet[] = {static_cast<uint8_t>(0x80 | camera->address), 0x01, 0x00, 0x01, kViscaTerminator};
   send_bytes(camera->connection, packet, sizeof packet);
   pending.state = 0;
-  ++camera->lost_commands;
+  note_loss(camera);
 }
 
 // The timer is not restarted at each send, which happens on other threads: it looks at when the outstanding

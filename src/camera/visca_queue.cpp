@@ -75,6 +75,7 @@ void visca_camera_reset(visca_camera* camera) {
   camera->busy = 0;
   for (visca_socket_slot& slot : camera->sockets) slot.state = 0;
   camera->lost_commands = 0;
+  camera->lost_ns = 0;
   camera->digital_zoom = 0;
   camera->zoom_position = kViscaNotReported;
   camera->focus_position = kViscaNotReported;

@@ -259,6 +259,14 @@ TEST_F(HoldLoops, AStopIsRepeatedUntilTheCameraHasIt) {
   pass(505);
   ++link->camera->lost_commands;  // another's
   expect_nothing(1000);
+  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
+  link->expect("0723");
+  link->camera->lost_ns = now_ns;  // a late reply to it could pass for the stop's
+  stop_hold_loop(zoom_loop, now_ns);
+  link->expect("0700");
+  pass(505);
+  link->expect("0700");
+  expect_nothing(1000);
   hold_and_stop();
   next_link();
   pass(5);
