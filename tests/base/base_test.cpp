@@ -14,8 +14,8 @@
 #include "base/redis_exchange.h"
 #include "base/redis_server.h"
 #include "base/value_file.h"
-#include "tests/await.h"
 #include "supervisor/identity.h"
+#include "tests/await.h"
 
 namespace fs = std::filesystem;
 

@@ -71,18 +71,6 @@ struct xmp : testing::Test {
 
 // --- packets ---
 
-TEST_F(xmp, a_packet_is_made_of_its_template_line_by_line) {
-  const std::string lines = "<xmpDM:scene>no quotes\n<xmpDM:shotDate>=\"old\"/ \"b\"\n" +
-                            std::string(100, 'l') + "\n<xmpDM:comment><xmpDM:projectName>\"\"\n";
-  const std::string made = kSignature + "<xmpDM:shotDate>=\"2026-03-09 14-05-59\"/ \"b\"\n" +
-                           std::string(80, 'l') + "<xmpDM:comment><xmpDM:projectName>\"title\"\n";
-  const std::string padding = std::string(78, ' ') + "\r\n" + std::string(18, ' ') + "\r\n";
-  std::string packet(made.size() + padding.size() + kTrailer.size(), 'x');
-  const std::string xmp_template = lines + "<!-- XML whitespace as padding -->\nignored";
-  EXPECT_EQ(fill_xmp_packet(xmp_template, fields_with("note", "title"), packet), 0);
-  EXPECT_EQ(packet, made + padding + kTrailer);
-}
-
 // What is written comes back whole, or cut at a character; the packet is whole however long the texts are.
 TEST_F(xmp, texts_come_back_and_always_leave_room_for_the_end) {
   const std::string quotes(512, '"');
