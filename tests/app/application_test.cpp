@@ -3,12 +3,8 @@
 #include "app/application.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <sstream>
-#include <string>
 
 #include "app/command_pipe.h"
 #include "app/redis_publisher.h"

@@ -1,6 +1,5 @@
 // Value files, shell commands, and the Redis client against a Redis that is well, away, frozen or full.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -15,7 +14,6 @@
 #include "base/redis_server.h"
 #include "base/value_file.h"
 #include "supervisor/identity.h"
-#include "tests/await.h"
 
 namespace fs = std::filesystem;
 

@@ -5,7 +5,6 @@
 #include <random>
 #include <thread>
 
-#include "base/thread.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "camera/modes.h"

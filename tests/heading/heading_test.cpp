@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <numbers>
-#include <string>
 
 #include "power_board/readings.h"
 #include "sim/board/board_model.h"

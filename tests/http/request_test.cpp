@@ -3,13 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <tuple>
-#include <vector>
-
 #include "http/json_body.h"
 #include "http/server.h"
 

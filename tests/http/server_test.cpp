@@ -8,8 +8,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "base/clock.h"
 #include "http/response.h"
 #include "http/routes.h"

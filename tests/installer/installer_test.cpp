@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include "app/trace_reader.h"
 #include "base/file.h"

@@ -8,11 +8,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <map>
 #include <random>
 #include <set>
-#include <sstream>
 
 #include "seats/seat_table.h"
 #include "store/settings.h"

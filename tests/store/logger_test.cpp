@@ -2,8 +2,6 @@
 // and a kill leave of the history; and its dated files.
 #include "store/logger.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cstring>
 #include <filesystem>
@@ -13,7 +11,6 @@
 #include <set>
 
 #include "app/trace_reader.h"
-#include "base/clock.h"
 #include "base/file.h"
 #include "store/log_files.h"
 #include "store/saves.h"

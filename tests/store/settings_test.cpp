@@ -2,7 +2,6 @@
 // kill loses a generation that was acknowledged.
 #include "store/settings.h"
 
-#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>

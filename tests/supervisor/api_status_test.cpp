@@ -1,6 +1,5 @@
 // The status object, byte for byte.
 #include <ev.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 
 #include "recorder/recorder.h"
 #include "supervisor/camera_ping.h"

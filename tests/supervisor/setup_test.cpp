@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "app/trace.h"
 #include "http/api_client.h"
 #include "power_board/lighting.h"

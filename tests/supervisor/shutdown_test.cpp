@@ -1,12 +1,9 @@
 // Identity and battery type, and the order in which shutdowns are served.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <regex>
 
-#include "base/clock.h"
-#include "base/file.h"
 #include "base/redis_server.h"
 #include "http/api_client.h"
 #include "power_board/internal.h"

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "app/trace_reader.h"
-#include "base/clock.h"
-#include "base/file.h"
 #include "http/api_client.h"
 #include "supervisor/bench_stick.h"
 #include "supervisor/status.h"

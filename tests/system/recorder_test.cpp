@@ -11,7 +11,6 @@
 #include <span>
 
 #include "base/child_process.h"
-#include "base/clock.h"
 #include "base/json.h"
 #include "base/paths.h"
 #include "system/unit.h"

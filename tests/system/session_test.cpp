@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <sstream>
-#include <utility>
 
 #include "system/unit.h"
 

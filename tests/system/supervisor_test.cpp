@@ -4,8 +4,6 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
-
 #include "base/paths.h"
 #include "system/unit.h"
 
