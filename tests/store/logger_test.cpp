@@ -4,27 +4,23 @@
 
 #include <climits>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <future>
 #include <regex>
 #include <set>
 
 #include "app/trace_reader.h"
-#include "base/file.h"
 #include "store/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
 #include "tests/await.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* kFile[] = {paths::kLoggerFile0, paths::kLoggerFile1};
 
 void start_afresh() { fs::remove_all(paths::kLoggerFolder), orb_init_logger(); }
-std::string content(int file) { return read_file(kFile[file], 1 << 20).value_or("nothing"); }
+std::string content(int file) { return ::content(kFile[file]); }
 std::string reading(const std::string& key) {
   return json_text(orb_get_logger_current_readings().get(), key.c_str());
 }

@@ -9,15 +9,10 @@
 #include <unistd.h>
 
 #include <climits>
-#include <filesystem>
 #include <fstream>
 
-#include "base/file.h"
 #include "base/json.h"
-#include "base/paths.h"
 #include "store/saves.h"
-
-namespace fs = std::filesystem;
 
 std::string flushed;
 bool flush_fails = false;
@@ -48,7 +43,7 @@ constexpr const char* kFile[] = {paths::kSettingsFile0, paths::kSettingsFile1};
 std::string record(int previous, int current, const std::string& changes = "") {
   return golden_record("settings.json", previous, current, changes);
 }
-std::string content(int file) { return read_file(kFile[file], 1 << 20).value_or("nothing"); }
+std::string content(int file) { return ::content(kFile[file]); }
 void put(const fs::path& path, std::string_view text) { std::ofstream(path) << text; }
 void start_without(const fs::path& what) {
   fs::remove_all(what);

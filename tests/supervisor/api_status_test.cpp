@@ -19,6 +19,7 @@
 #include "store/settings.h"
 #include "supervisor/internal.h"
 #include "supervisor/status.h"
+#include "tests/files.h"
 
 namespace {
 
@@ -33,10 +34,9 @@ std::string member(const std::string& key) {
   return answer.substr(at, answer.find_first_of(",}", at) - at);
 }
 
-std::string golden(const std::string& name) {
-  std::string text = read_file((ORB_GOLDEN_FOLDER "/status_" + name + ".json").c_str(), 4096).value_or("");
-  std::ranges::replace(text, '"', '\'');
-  return text;
+std::string kept(const std::string& name) {
+  std::string text = golden("status_" + name + ".json");
+  return std::ranges::replace(text, '"', '\''), text;
 }
 
 // The warnings that are true, a blank behind each.
@@ -82,7 +82,7 @@ TEST(status_object, tells_the_whole_unit) {
   orb_init_nv();
   start_api();
   for (const char* file : {paths::kFocusSpeed, paths::kZoomSpeed}) unlink(file);
-  EXPECT_EQ(status(), golden("at_start"));
+  EXPECT_EQ(status(), kept("at_start"));
 
   // No two members of a kind are alike.
   static visca_connection camera_link;
@@ -118,7 +118,7 @@ TEST(status_object, tells_the_whole_unit) {
   measure_usb_store();
   step_status();
   ev_run(ev_default_loop(0), 0);  // until Redis has answered
-  EXPECT_EQ(status(), golden("english"));
+  EXPECT_EQ(status(), kept("english"));
   EXPECT_EQ(ask("GET", "/versions"),
             "{'software_version':'03.01','firmware_version':'03.12','camera_version':'040A'}");
 
@@ -127,7 +127,7 @@ TEST(status_object, tells_the_whole_unit) {
   recorder.post_processing = 42;
   recorder.recording = 1;
   step_status();
-  EXPECT_EQ(status(), golden("metric"));
+  EXPECT_EQ(status(), kept("metric"));
   measure_idle_stores();
   EXPECT_EQ(recorder.usb_kb, 7'232'000U) << "a take measures for itself";
   recorder.recording = recorder.post_processing = 0;
