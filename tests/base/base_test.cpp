@@ -123,8 +123,6 @@ TEST(redis, texts_and_a_frozen_server) {
   EXPECT_TRUE(ask_redis("PING"));
 }
 
-// --- exchanges of the main loop ---
-
 std::string heard;  // the replies, a blank behind each
 
 void hear(const redisReply* reply) {

@@ -75,7 +75,6 @@ class mast : public rig {
     if (!sample && !contains_any(last_, kUnlogged)) log_ += last_ + ",";
   }
 
-  // Of the operations; the machines' lines come with their writes.
   void read_trace() {
     for (const std::string& line : traced()) take_line(line.substr(6));
   }
@@ -85,7 +84,6 @@ class mast : public rig {
     return data[0] == kMotorStop ? "stop," : "run,";
   }
 
-  // True when it is a run command.
   bool perform(const motor_write& write) {
     board_write(model_, write.number, std::span(write.data).first(write.length));
     EXPECT_TRUE(write.number != kSpeedRegister || (write.data[1] | write.data[2] << 8) == 1000);
@@ -130,7 +128,6 @@ class mast : public rig {
   // No refresh for longer than a drive runs by itself.
   void pause() { board_advance(model_, 1.5), late_ = true; }
 
-  // Until the mast rests; the number of refreshes.
   int run_to_rest() {
     int count = 0;
     do refresh_once();

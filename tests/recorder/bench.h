@@ -24,7 +24,6 @@ inline void set_stage(recorder_stage stage) {
   recorder.stage = stage;
 }
 
-// A video of a second.
 inline void make_video(const std::string& path, const std::string& options) {
   shell_first_line(
       "ffmpeg -v error -f lavfi -i testsrc=" + options + " " + shell_quoted(path) + " </dev/null", 1);

@@ -338,7 +338,6 @@ TEST_F(takes, a_power_cut_after_the_stop_loses_no_still_and_no_text) {
   EXPECT_GT(cuts, 30);
 }
 
-// Deletes all of the take's files, by the worker.
 bool delete_take() {
   const auto request = [](const std::string& files) {
     json_object* list = json_tokener_parse(files.c_str());

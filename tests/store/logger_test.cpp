@@ -25,7 +25,6 @@ std::string reading(const std::string& key) {
   return json_text(orb_get_logger_current_readings().get(), key.c_str());
 }
 
-// As the main loop and the logger's thread do.
 void end_minute() { tick_logger(), save_logger_minute(); }
 
 constexpr void (*kSamples[])(double) = {
@@ -208,8 +207,6 @@ TEST(logger, a_kill_loses_no_more_than_the_minute_in_flight) {
   start_afresh();
   kill_while_saving(0, 100, save_minute, load_minute);
 }
-
-// --- dated files ---
 
 const std::string kLogs = paths::kUsbLogs + std::string("/");
 

@@ -39,7 +39,6 @@ json_object* json_object_new_int(int32_t value) {
 namespace {
 
 constexpr const char* kFile[] = {paths::kSettingsFile0, paths::kSettingsFile1};
-// The default record as a file holds it, with parts replaced.
 std::string record(int previous, int current, const std::string& changes = "") {
   return golden_record("settings.json", previous, current, changes);
 }

@@ -39,7 +39,6 @@ std::string kept(const std::string& name) {
   return std::ranges::replace(text, '"', '\''), text;
 }
 
-// The warnings that are true, a blank behind each.
 std::string warnings() {
   const std::string answer = status();
   const std::regex on("'(\\w+)_warning':true");

@@ -28,7 +28,6 @@ std::string stick() {
          (usb_stick_now().update_available ? ", update" : "");
 }
 
-// As a client asks for it.
 bool eject() { return ask("POST", "/eject") == "{'status':'OK'}"; }
 
 // A second of the stick's thread.

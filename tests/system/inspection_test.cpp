@@ -32,7 +32,6 @@ void order(const std::string& method, const std::string& route, const std::strin
   EXPECT_EQ(ask(method, route, body), kOk) << method << " " << route << " " << body;
 }
 
-// A member of an answer, as text.
 std::string member(const std::string& answer, const char* key) {
   const json_owner object(json_tokener_parse(answer.c_str()));
   json_object* value = json_member(object.get(), key);
@@ -140,7 +139,6 @@ void look_at_the_take() {
   if (is_tour) run("cp /media/usb99/ApiVideos/*.jpg /media/usb99/ApiVideos/*.mp4 /run/bench/");
 }
 
-// The body that asks for all the listed files.
 std::string all_of(const std::string& listed) { return R"({"files":)" + listed + "}"; }
 
 void hand_everything_over() {

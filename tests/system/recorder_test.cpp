@@ -260,7 +260,6 @@ TEST(takes, one_whose_ffmpeg_never_ran_leaves_its_note) {
   EXPECT_EQ(read_text(paths::kVideoNote), "later");
 }
 
-// The guid of a take that waits, or was set aside, is gone.
 bool await_no_guid() {
   return await([] {
     return std::ranges::none_of(fs::directory_iterator(paths::kInternalTakes), [](const auto& entry) {
