@@ -145,7 +145,10 @@ void hand_everything_over() {
   run(ORB_SIM_FOLDER "/host usb insert");
   EXPECT_TRUE(await_status("ext_usb_status", "inserted"));
   order("POST", "/logger/log_file");
-  order("POST", "/camera/recorder/copy", all_of(ask("GET", "/camera/recorder/files")));
+  run("truncate -s 300M /media/usb99/ApiVideos/large");
+  const std::string takes = ask("GET", "/camera/recorder/files");
+  order("POST", "/camera/recorder/copy", all_of(R"([{"name":"large"},)" + takes.substr(1)));
+  EXPECT_EQ(ask("POST", "/camera/recorder/copy", all_of(takes)), R"({"status":"BUSY"})");
   order("POST", "/logger/copy", all_of(ask("GET", "/logger/files")));
   for (const char* files : {"/camera/recorder/files", "/logger/files"}) {
     EXPECT_TRUE(await([&] {
@@ -157,7 +160,19 @@ void hand_everything_over() {
   EXPECT_TRUE(await_status("ext_usb_status", "ejected"));
   size_t count = 0;
   for (const auto& file : fs::directory_iterator("/run/bench/stick")) count += fs::file_size(file) > 100;
-  EXPECT_EQ(count, 4U);  // take, two stills, log file
+  EXPECT_EQ(count, 5U);  // the large one, take, two stills, log file
+}
+
+void clean_up() {
+  const std::string logs = ask("GET", "/logger/files"), named = R"({"file_name":")";
+  const std::string name = logs.substr(std::min(logs.size(), logs.find("log_")), 28);
+  EXPECT_EQ(ask("GET", "/logger/log_file", named + name + "\"}").substr(0, 60),
+            ask("GET", "/logger/readings").substr(0, 60));
+  for (const std::string of : {"/camera/recorder", "/logger"}) {
+    order("POST", of + "/delete", all_of(ask("GET", of + "/files")));
+    EXPECT_TRUE(await([&] { return http("GET", "/api" + of + "/files").body == "[]"; })) << of;
+  }
+  order("POST", "/logger/reset");
 }
 
 void end_the_day() { order("POST", "/shutdown", R"({"shutdown_type":"1"})"); }
@@ -178,6 +193,7 @@ constexpr step kSteps[] = {{"The tablet takes the controller's seat", take_the_s
                            {"A take with two stills", record_a_take, "take"},
                            {"What the take has become", look_at_the_take},
                            {"Everything goes onto the stick", hand_everything_over},
+                           {"The unit's own copies go", clean_up},
                            {"The day ends", end_the_day}};
 
 void make(const step& step) {
