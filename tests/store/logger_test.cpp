@@ -48,11 +48,6 @@ constexpr void (*kEvents[])() = {orb_report_logger_height_motor_warning,
 std::string record(int previous, int current, const std::string& changes = "") {
   return golden_record("history.json", previous, current, changes);
 }
-void start_with(std::string_view text) {
-  start_afresh();
-  std::ofstream(kFile[1]) << text;
-  orb_init_logger();
-}
 
 TEST(logger, files_and_readings_to_the_byte) {
   start_trace();
@@ -120,11 +115,13 @@ TEST(logger, counters_and_averages_saturate) {
 }
 
 TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
-  start_with(record(
+  start_afresh();
+  std::ofstream(kFile[1]) << record(
       0, 1,
       R"(time":3>time":-3|n_count":1>n_count":1.0|tilt_motor_warnings":2>tilt_motor_warnings":70000|)"
       R"("pan_motor_warnings":3,>|count":9>count":"9"|11.5>NaN|8.5>null|21.5>Infinity|61.5>1e999|)"
-      R"(58.5>58|71.5>true|acc":150.0>acc":-Infinity|up_avg_temperature_count":3>up_avg_temperature_count":-3)"));
+      R"(58.5>58|71.5>true|acc":150.0>acc":-Infinity|up_avg_temperature_count":3>up_avg_temperature_count":-3)");
+  orb_init_logger();
   // The average begins anew, without what is absurd; the extremes of a lifetime stand.
   for (const double value : {50.0, 1e300, -1e300}) orb_report_logger_psb_temperature(value);
   end_minute();

@@ -9,7 +9,6 @@
 #include "recorder/gps.h"
 #include "store/settings.h"
 #include "supervisor/clock_setting.h"
-#include "supervisor/debug_flags.h"
 
 namespace {
 
@@ -88,9 +87,6 @@ TEST(setup_api, without_stick_and_board_and_with_values_that_are_none) {
   EXPECT_EQ(ask("POST", "/eject"), kBad);
   for (const char* body : {"{'shutdown_type':'3'}", "{'shutdown_type':'x'}", "{}", "["})
     EXPECT_EQ(ask("POST", "/shutdown", body), kOk);
-  EXPECT_EQ(ask("PUT", "/debug/pan_mtr_warning", "{'debug_pan_mtr_warning':true}"), kOk);
-  for (size_t i = 0; i < kDebugWarningCount; ++i)
-    EXPECT_EQ(is_warning_forced(static_cast<debug_warning>(i)), i == kDebugPanMotor) << i;
 }
 
 }  // namespace
