@@ -2,7 +2,6 @@
 // service on a simulated board.
 #include "app/application.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,7 +11,6 @@
 #include "app/redis_publisher.h"
 #include "base/file.h"
 #include "base/paths.h"
-#include "base/redis.h"
 #include "base/redis_server.h"
 #include "power_board/power_board.h"
 #include "sim/board/bus.h"

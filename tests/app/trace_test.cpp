@@ -5,7 +5,6 @@
 
 #include <fstream>
 #include <regex>
-#include <thread>
 
 #include "tests/await.h"
 #include "tests/files.h"

@@ -1,8 +1,6 @@
 // Value files, shell commands, and the Redis client against a Redis that is well, away, frozen or full.
 #include <arpa/inet.h>
-#include <sys/socket.h>
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <thread>

@@ -23,7 +23,6 @@ struct parser {
     return result;
   }
 
-  // Everything that a handler can see of it.
   [[nodiscard]] std::string seen() const {
     const http_request& r = *request;
     std::string text;

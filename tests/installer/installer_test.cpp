@@ -10,7 +10,6 @@
 
 #include "app/trace_reader.h"
 #include "base/file.h"
-#include "base/paths.h"
 #include "tests/await.h"
 
 namespace fs = std::filesystem;

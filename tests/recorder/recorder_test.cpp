@@ -8,7 +8,6 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <map>
@@ -129,7 +128,6 @@ std::string picture() {
   return content("/tmp/one_second.mp4");
 }
 
-// A file system of its own size over a folder.
 struct small_store {
   small_store(const char* at, int kb) : folder(at) { resize(kb, 0); }
   small_store(const small_store&) = delete;

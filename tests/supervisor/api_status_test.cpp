@@ -1,6 +1,5 @@
 // The status object, byte for byte.
 #include <ev.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <fstream>
@@ -9,7 +8,6 @@
 
 #include "base/redis_server.h"
 #include "camera/modes.h"
-#include "camera/visca_connection.h"
 #include "camera/visca_thread.h"
 #include "http/api_client.h"
 #include "power_board/lighting.h"

@@ -1,7 +1,6 @@
 // The unit's setup and service without a unit around them: clock texts, GPS sentences, and what the routes do
 // without a stick, a board and the right to set the clock. What they answer and trace is in the session.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "app/trace.h"
 #include "http/api_client.h"

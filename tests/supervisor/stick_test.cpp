@@ -30,7 +30,6 @@ std::string stick() {
 
 bool eject() { return ask("POST", "/eject") == "{'status':'OK'}"; }
 
-// A second of the stick's thread.
 std::string after_a_step() { return step_usb_stick(), stick(); }
 
 TEST(usb_stick, lives_from_plug_to_pull) {

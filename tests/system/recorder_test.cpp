@@ -287,7 +287,6 @@ TEST(takes, a_full_store_is_tried_again_when_it_has_room) {
   EXPECT_EQ(playable_takes(), 2);
 }
 
-// What became of a take with three marks.
 void expect_finished(const std::string& stem) {
   const std::string listed = http("GET", "/api/camera/recorder/files").body;
   for (const auto& [end, note] : {std::pair(".mp4", "video"),
