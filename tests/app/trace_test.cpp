@@ -2,20 +2,12 @@
 #include "app/trace.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
-#include <thread>
 
-#include "base/file.h"
-#include "base/paths.h"
 #include "tests/await.h"
-
-namespace fs = std::filesystem;
+#include "tests/files.h"
 
 std::string flushed;
 
@@ -29,7 +21,6 @@ namespace {
 
 const std::regex kSuffix(R"( \[([01]\d|2[0-3]):[0-5]\d:[0-5]\d\.\d{3}\]\n)");
 
-std::string content(const char* path) { return read_file(path, 1 << 20).value_or("nothing"); }
 // The whole trace, each line's suffix replaced by "|".
 std::string traced() { return std::regex_replace(content(paths::kTrace), kSuffix, "|\n"); }
 

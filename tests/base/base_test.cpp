@@ -1,9 +1,6 @@
 // Value files, shell commands, and the Redis client against a Redis that is well, away, frozen or full.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <sys/socket.h>
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -14,7 +11,6 @@
 #include "base/redis_exchange.h"
 #include "base/redis_server.h"
 #include "base/value_file.h"
-#include "tests/await.h"
 #include "supervisor/identity.h"
 
 namespace fs = std::filesystem;
@@ -124,8 +120,6 @@ TEST(redis, texts_and_a_frozen_server) {
   EXPECT_FALSE(redis_command(connection, "PING")) << "an answer that came late would be taken for this one's";
   EXPECT_TRUE(ask_redis("PING"));
 }
-
-// --- exchanges of the main loop ---
 
 std::string heard;  // the replies, a blank behind each
 

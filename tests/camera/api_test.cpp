@@ -20,7 +20,6 @@ struct CameraApi : testing::Test {
     orb_create_focus_loop();
     start_api();
   }
-  // The bytes as in stepped_link::expect().
   void expect(const std::string& call, const std::string& body, const std::string& answer,
               const std::string& bytes = "") {
     const size_t space = call.find(' ');

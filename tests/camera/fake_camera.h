@@ -123,7 +123,6 @@ struct stepped_link {
     ev_loop_destroy(loop);
   }
 
-  // One read of the camera thread.
   void hear(const std::string& bytes) const {
     const std::vector<uint8_t> raw = unhex(bytes);
     visca_connection_receive(connection, raw.data(), raw.size());

@@ -5,7 +5,6 @@
 #include <random>
 #include <thread>
 
-#include "base/thread.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "camera/modes.h"
@@ -17,7 +16,6 @@ namespace {
 
 using sim_camera::block_model;
 
-// The simulated block behind its socket, on a thread of its own.
 struct failing_camera {
   fake_camera socket;
   std::atomic<bool> dropped = false;  // the link is closed, and none is taken

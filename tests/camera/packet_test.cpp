@@ -7,7 +7,6 @@
 
 #include <regex>
 
-#include "base/thread.h"
 #include "camera/api_packet.h"
 #include "tests/camera/fake_camera.h"
 #include "tests/http/api_client.h"

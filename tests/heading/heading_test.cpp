@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <numbers>
-#include <string>
 
 #include "power_board/readings.h"
 #include "sim/board/board_model.h"
@@ -35,7 +34,6 @@ void store(int calibrated, std::array<double, 12> numbers) {
 power_board_readings measure(double bearing, double pitch, double roll) {
   constexpr double kRadian = std::numbers::pi / 180;
   const double b = bearing * kRadian, p = pitch * kRadian, r = roll * kRadian;
-  // East, north, up.
   const vector ahead{std::sin(b), std::cos(b), 0};
   const vector right{std::cos(p) * std::cos(b), -std::cos(p) * std::sin(b), -std::sin(p)};
   const vector top{std::sin(p) * std::cos(b), -std::sin(p) * std::sin(b), std::cos(p)};

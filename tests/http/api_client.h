@@ -30,7 +30,6 @@ inline std::string ask(const std::string& method, const std::string& path, std::
   return reply.substr(reply.find("\r\n\r\n") + 4);
 }
 
-// Returns when it answers.
 inline void start_api() {
   constexpr thread_body kServe = [](void*) -> void* { return http_server_thread(), nullptr; };
   start_detached_thread("http", kServe, nullptr);

@@ -3,13 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <tuple>
-#include <vector>
-
 #include "http/json_body.h"
 #include "http/server.h"
 
@@ -30,7 +23,6 @@ struct parser {
     return result;
   }
 
-  // Everything that a handler can see of it.
   [[nodiscard]] std::string seen() const {
     const http_request& r = *request;
     std::string text;

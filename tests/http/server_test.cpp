@@ -4,11 +4,6 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <json-c/json.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 
 #include "base/clock.h"
 #include "http/response.h"

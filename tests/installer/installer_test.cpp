@@ -7,11 +7,9 @@
 
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include "app/trace_reader.h"
 #include "base/file.h"
-#include "base/paths.h"
 #include "tests/await.h"
 
 namespace fs = std::filesystem;

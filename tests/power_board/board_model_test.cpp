@@ -1,37 +1,9 @@
-// The simulated board itself, read and written by the daemon's link, and the checks of the bus.
+// What the simulated bus finds fault with.
 #include "power_board/rig.h"
 
 namespace {
 
 using simulated_board = rig;
-
-TEST_F(simulated_board, takes_its_time_and_makes_noise_that_never_adds_up) {
-  ASSERT_EQ(open_bus(&board_), 0);
-  with_board([](board_model& b) { b.mode = frame_mode::noise; });
-  set_wire_time(true);
-  const int64_t start = monotonic_ns();
-  read_status(&board_);
-  EXPECT_GE(monotonic_ns() - start, 142 * 80'000);
-  set_wire_time(false);
-  for (int i = 0; i < 300; ++i) read_status(&board_);
-  EXPECT_FALSE(board_.has_frame);
-  close_bus(&board_);
-  EXPECT_EQ(mirror_bits(0x35), 0xAC);
-}
-
-TEST_F(simulated_board, has_a_laser_that_errs_and_a_battery_that_sags) {
-  board_model b;
-  b.led_enable = 0xFF, b.led_pwm = 100, b.readings.motor_amps = 1;
-  for (const char* line : {"laser_noise 0.1", "laser_invalid 0.3", "battery_ohms 0.5", "battery_drain 0.3"})
-    EXPECT_EQ(board_command(b, line), "ok\n");
-  b.power_enable = 0x0E;
-  std::vector<double> metres(1000);
-  for (double& one : metres) board_advance(b, 0.25), one = shown_readings(b).laser_distance;
-  EXPECT_NEAR(*std::max_element(metres.begin(), metres.end()), 1.6, 0.01);
-  EXPECT_NEAR(static_cast<double>(std::erase(metres, 0)), 300, 50);
-  b.power_enable = 0x02;                                        // the board, a motor, the lights
-  EXPECT_NEAR(shown_readings(b).vin_volts, 18.1 - 1.25, 1e-6);  // after 250 s
-}
 
 // A transaction with pauses of its own, and none behind it.
 void transfer(orb_power_board& b, uint8_t command, int64_t command_gap_ns, int64_t data_gap_ns) {

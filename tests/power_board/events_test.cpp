@@ -23,7 +23,6 @@ class events : public rig {
     orb_power_board_load_battery_level(&board_, text, sizeof text);
     return text;
   }
-  // What the logger has of it: values of the session, a blank after each.
   static std::string reported(std::initializer_list<const char*> keys) {
     const json_owner readings = orb_get_logger_current_readings();
     std::string values;

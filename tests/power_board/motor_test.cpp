@@ -67,8 +67,6 @@ class mast : public rig {
     EXPECT_EQ(motors().motor_type, kMotorHeight);
   }
 
-  int move_state() { return motors().move_state; }
-
   void take_line(const std::string& line) {
     last_ = line;
     if (contains_any(last_, kEnds)) ended_ = true;
@@ -77,7 +75,6 @@ class mast : public rig {
     if (!sample && !contains_any(last_, kUnlogged)) log_ += last_ + ",";
   }
 
-  // Of the operations; the machines' lines come with their writes.
   void read_trace() {
     for (const std::string& line : traced()) take_line(line.substr(6));
   }
@@ -87,7 +84,6 @@ class mast : public rig {
     return data[0] == kMotorStop ? "stop," : "run,";
   }
 
-  // True when it is a run command.
   bool perform(const motor_write& write) {
     board_write(model_, write.number, std::span(write.data).first(write.length));
     EXPECT_TRUE(write.number != kSpeedRegister || (write.data[1] | write.data[2] << 8) == 1000);
@@ -102,7 +98,7 @@ class mast : public rig {
     const board_readings& now = model_.readings;
     const int encoder = static_cast<int>(now.encoder_1) + astray_;
     const bool inside = encoder >= motors().lower_limit && encoder <= motors().upper_limit;
-    const int state = move_state();
+    const int state = motors().move_state;
     motor_output output;
     step_motors(motors(),
                 {.reported_type = static_cast<int>(now.motor_type),
@@ -118,7 +114,7 @@ class mast : public rig {
     for (const motor_write& write : output.writes()) ran |= perform(write);
     since_run_ = ran ? 0 : since_run_ + 1;
     const bool homing = motors().homing_state == kHomingStart || motors().homing_state == kHomingDrive;
-    const bool moving = inside && move_state() >= kMoveOutFast && move_state() <= kMoveInSlow;
+    const bool moving = inside && motors().move_state >= kMoveOutFast && motors().move_state <= kMoveInSlow;
     EXPECT_FALSE((homing && since_run_ >= 8) || (moving && since_run_ >= 9)) << "no run command: " << last_;
     EXPECT_FALSE(ran && !inside && state >= kMoveOutFast && state <= kMoveCheck) << "outside the limits";
     EXPECT_FALSE(ended_ && motor_running(model_.motor)) << "runs after its end: " << last_;
@@ -132,7 +128,6 @@ class mast : public rig {
   // No refresh for longer than a drive runs by itself.
   void pause() { board_advance(model_, 1.5), late_ = true; }
 
-  // Until the mast rests; the number of refreshes.
   int run_to_rest() {
     int count = 0;
     do refresh_once();
@@ -145,20 +140,24 @@ class mast : public rig {
     EXPECT_EQ(orb_power_board_home_height(&board_), 0);
   }
 
-  void home() {
-    request_home();
+  void await_rest() {
     EXPECT_LT(run_to_rest(), 450);
     refresh(20);
   }
+
+  void home() { request_home(), await_rest(); }
 
   void request(int preset) {
     ended_ = false;
     orb_power_board_set_height_preset(&board_, preset);
   }
 
-  void go(int preset) {
-    request(preset);
-    run_to_rest();
+  void go(int preset) { request(preset), run_to_rest(); }
+
+  // A homing from 36 inches, where the encoder stood at 5000.
+  void expect_homed(const std::string& what) {
+    EXPECT_LT(run_to_rest(), 450);
+    EXPECT_NEAR(motors().home_count, 5000 + 30 * kCountsPerInch, 499) << what;
   }
 
   double count_at(int preset) { return motors().home_count - (preset - 6) * kCountsPerInch; }
@@ -186,8 +185,7 @@ class mast : public rig {
     astray_ = v.later_astray;
     refresh(std::uniform_int_distribution(1, 25)(random_));
     astray_ = 0;
-    EXPECT_LT(run_to_rest(), 450);
-    refresh(20);
+    await_rest();
   }
 
   std::string take_log() { return std::exchange(log_, ""); }
@@ -272,7 +270,7 @@ TEST_F(mast, each_event_of_a_move_in_both_directions) {
     for (const bool out : {true, false}) {
       place(24, count_at(24));
       request(out ? 48 : 8);
-      for (int i = 0; i < after && move_state() != kMoveCheck; ++i) refresh_once();
+      for (int i = 0; i < after && motors().move_state != kMoveCheck; ++i) refresh_once();
       take_log();
       provoke();
       for (int i = 0; i < 80 && !ended_; ++i) refresh_once();
@@ -337,6 +335,8 @@ TEST_F(mast, ignores_small_changes_and_presets_while_it_moves) {
   EXPECT_EQ(take_log(),
             "preset 10,offset 2.0,move to 77394,encoder 68916,move in slow start,-15,run,preset 48,run,"
             "move in check,stop,move done,");
+  orb_power_board_set_height_extension(&board_, 1);
+  EXPECT_NEAR(std::stod(height()), 10 + 24, 0.5);
 }
 
 TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
@@ -440,10 +440,9 @@ TEST_F(mast, a_withdrawn_homing_starts_again_at_its_beginning) {
       EXPECT_EQ(height(), "HOMING");
       queued();
       take_log();
-      EXPECT_LT(run_to_rest(), 450);
-      EXPECT_EQ(take_log().find("suspend refresh,resume refresh,homing cancel,stop,homing start,-60,run,"),
-                0U);
-      EXPECT_NEAR(motors().home_count, 5000 + 30 * kCountsPerInch, 499) << after;
+      expect_homed(std::to_string(after));
+      EXPECT_TRUE(
+          take_log().starts_with("suspend refresh,resume refresh,homing cancel,stop,homing start,-60,run,"));
     }
   }
 }
@@ -457,8 +456,7 @@ TEST_F(mast, a_pause_is_no_evidence) {
       refresh(after);
       int left = pauses;
       for (; left > 0 && motors().homing_state < kHomingSettle; --left) pause(), refresh(left % 3 + 1);
-      EXPECT_LT(run_to_rest(), 450);
-      EXPECT_NEAR(motors().home_count, 5000 + 30 * kCountsPerInch, 499) << after << " " << pauses;
+      expect_homed(std::to_string(after) + " " + std::to_string(pauses));
     }
   }
   request(48);
@@ -490,23 +488,13 @@ TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
 }
 
 // Quick changes of direction: the last speed that was queued counts, not the reading of the last frame.
-TEST_F(mast, every_change_of_direction_writes_its_speed) {
+TEST_F(mast, every_change_of_direction_writes_its_speed_and_a_stop_finds_a_place) {
   home();
   for (const int pwm : {60, -60, 60, 60}) EXPECT_EQ(orb_power_board_start_motor(&board_, 1, pwm, 500), 0);
   EXPECT_EQ(queued(), "60,run,-60,run,60,run,run,");
-}
-
-TEST_F(mast, a_stop_finds_a_place_in_a_full_queue) {
-  while (write(9, {1}) == 0) continue;
+  while (write(9, {1}) == 0) continue;  // the queue is full
   for (int i = 0; i < 100; ++i) EXPECT_EQ(orb_power_board_stop_motor(&board_), 0);
   EXPECT_TRUE(queued().ends_with("stop,"));
-}
-
-TEST_F(mast, shows_its_height) {
-  home();
-  go(24);
-  orb_power_board_set_height_extension(&board_, 1);
-  EXPECT_NEAR(std::stod(height()), 48, 0.5);
 }
 
 TEST(tilt, slows_down_with_the_zoom) {

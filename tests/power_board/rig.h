@@ -85,7 +85,6 @@ class rig : public testing::Test {
     return with_board([](auto& b) { return b.counts.reads; });
   }
 
-  // Ticks once, and returns how many refreshes came of it.
   unsigned long refreshes_of_tick() {
     const auto before = reads();
     tick();

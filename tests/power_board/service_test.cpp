@@ -210,32 +210,6 @@ TEST_F(service, the_refresh_comes_every_100_ms) {
   EXPECT_NEAR(static_cast<double>(monotonic_ns() - begin), 1.1e9, 0.25e9);
 }
 
-TEST_F(service, any_thread_may_call) {
-  start();
-  const auto call_all = [this](uint8_t number) {
-    for (uint8_t i = 0; i < 60; ++i) {
-      EXPECT_EQ(write(number, {i}), 0);
-      readings();
-      orb_power_board_suspend_refresh(&board_);
-      orb_power_board_trigger_refresh(&board_);
-      orb_power_board_resume_refresh(&board_);
-      orb_power_board_set_zero_buffer(&board_, i % 2);
-      orb_power_board_set_read_command(&board_, orb_power_board_get_read_command(&board_));
-    }
-  };
-  {
-    const std::jthread a(call_all, uint8_t{32}), b(call_all, uint8_t{33}), c(call_all, uint8_t{34});
-    for (int i = 0; i < 100; ++i) tick(), sleep_ns(100'000);
-  }
-  orb_power_board_stop_service(&board_);
-  std::array<int, 3> next{};
-  for (const auto& one : with_board([](auto& b) { return b.log; })) {
-    if (one.reg == kMotorRegister) continue;  // the last stop
-    EXPECT_EQ(one.data[0], next.at(one.reg - 32)++);
-  }
-  EXPECT_EQ(next, (std::array{60, 60, 60}));
-}
-
 TEST_F(service, an_idle_board_is_selected_within_a_millisecond) {
   set_wire_time(true);
   set_real_time(true);

@@ -2,35 +2,18 @@
 // cut from a real picture.
 #include "recorder/marks.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "base/child_process.h"
-#include "base/clock.h"
-#include "base/file.h"
-#include "base/paths.h"
-#include "recorder/internal.h"
+#include "recorder/bench.h"
 #include "recorder/line_file.h"
-#include "recorder/metadata.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
-const take kTake{"0f7e3a52-8d5c-11ef-9c1a-0242ac120002", "na'me: 50%d", "MH 14", "2026-03-09-14-05-59",
-                 "n\n"};
+const take kTake{kGuid, "na'me: 50%d", "MH 14", "2026-03-09-14-05-59", "n\n"};
 const std::string kStillName = "na'me_ 50_d_2026-03-09-14-05-59_";
 const std::string kStills = "/media/usb99/ApiVideos/" + kStillName;
 
-std::string content(const std::string& path) { return read_file(path.c_str(), 1 << 20).value_or("nothing"); }
-
-void put(const std::string& path, const std::string& text) { ASSERT_TRUE(replace_file(path, text)); }
-
 struct marks : testing::Test {
   marks() {
-    for (const char* folder : {paths::kInternalTakes, paths::kUsbTakes})
-      fs::remove_all(folder), fs::create_directories(folder);
+    clear_stores();
     for (const char* path : {paths::kVideoNote, paths::kImageNote}) fs::remove(path);
     put(paths::kSaveTimes, "");
     put(paths::kImageNotes, "");
@@ -39,8 +22,7 @@ struct marks : testing::Test {
     recorder.started_ns = monotonic_ns() - 3'600'000 * kNanosecondsPerMillisecond;
     recorder.recording = 1;
     recorder.paused = 0;
-    const mutex_lock lock(recorder.stage_lock);
-    recorder.stage = recorder_stage::idle;
+    set_stage(recorder_stage::idle);
   }
   marks(const marks&) = delete;
   ~marks() override { recorder.recording = 0; }
@@ -124,8 +106,7 @@ TEST_F(marks, a_video_note_is_of_the_running_take_or_waits) {
 }
 
 TEST_F(marks, pair_with_their_notes_as_stills) {
-  shell_first_line(
-      "ffmpeg -v error -f lavfi -i testsrc=s=64x48:r=5:d=3 " + shell_quoted(internal_take_path(kTake)), 1);
+  make_video(internal_take_path(kTake), "s=64x48:r=5:d=3");
   put(paths::kSaveTimes,
       "00:00:00.500\nnonsense\n0:0:1.5\n00:00:01.005\n00:01:00.000\n00:00:99.000\n00:00:02.000");
   put(paths::kImageNotes, "one\nskipped\ntwo\nagain\nbeyond the end\nskipped");
@@ -165,7 +146,7 @@ TEST_F(marks, pair_with_their_notes_as_stills) {
 // What is whole is listed; a part of a picture goes, and nothing that only looks like one.
 TEST_F(marks, stills_that_are_found_are_listed) {
   const std::string whole = kStills + "00-00-08-000.jpg";
-  shell_first_line("ffmpeg -v error -f lavfi -i testsrc=s=64x48 -vframes 1 " + shell_quoted(whole), 1);
+  make_video(whole, "s=64x48 -vframes 1");
   ASSERT_EQ(orb_xmp_write(whole.c_str(), {}), 0);
   const json_owner files(json_object_new_array());
   json_object_array_add(files.get(), take_file_entry(kStillName + "00-00-07-000.jpg").release());

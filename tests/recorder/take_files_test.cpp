@@ -2,23 +2,17 @@
 // mounted.
 #include "recorder/take_files.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
-#include <filesystem>
 #include <regex>
 #include <set>
 #include <span>
 
-#include "app/trace_reader.h"
-#include "base/file.h"
+#include "recorder/bench.h"
 #include "recorder/stored_files.h"
 #include "supervisor/bench_stick.h"
-#include "tests/await.h"
-
-namespace fs = std::filesystem;
 
 extern std::atomic<bool> are_flushes_held;  // in this program
 
@@ -26,8 +20,7 @@ namespace {
 
 const std::string kTakes = paths::kUsbTakes;
 const std::string kStick = paths::kStick;
-const std::string kId = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
-const std::string kDescription = kTakes + "/" + kId + ".json";
+const std::string kDescription = kTakes + "/" + kGuid + ".json";
 
 // JSON is written with "'" here.
 std::string swapped(std::string text, char from, char to) {
@@ -38,11 +31,10 @@ void put(const std::string& path, int size, char with = 'm') {
   if (size >= 0) std::ofstream(path) << std::string(static_cast<size_t>(size), with);
 }
 
-std::string content(const std::string& path) { return read_file(path.c_str(), 1 << 20).value_or("nothing"); }
-
 std::string description(const std::string& files) {
-  return "{'id':'" + kId + "','name':'n%','asset_id':'a/b','start_time':'1','duration':'0:00:05','files':[" +
-         files + "],'note':'x'}";
+  return "{'id':'" + kGuid +
+         "','name':'n%','asset_id':'a/b','start_time':'1','duration':'0:00:05','files':[" + files +
+         "],'note':'x'}";
 }
 
 void describe(const std::string& path, const std::string& files) {
@@ -77,7 +69,8 @@ struct stored_takes : testing::Test {
   stored_takes() {
     static const bool is_first = (start_trace(), start_take_file_workers(), true);
     EXPECT_TRUE(is_first);
-    for (const char* folder : {paths::kInternalTakes, paths::kUsbTakes, paths::kUsbVideos, paths::kVideos})
+    clear_stores();
+    for (const char* folder : {paths::kUsbVideos, paths::kVideos})
       fs::remove_all(folder), fs::create_directories(folder);
     for (const char* folder : {paths::kStick, "/run/bench/stick"})
       for (const fs::directory_entry& file : fs::directory_iterator(folder)) fs::remove_all(file);
@@ -118,7 +111,7 @@ void expect_listed(const std::string& in, std::span<const located> table, json_o
     for (size_t at = 0; at < 3; ++at) put(stores[at] + "/" + name, table[i].sizes[at]);
     const std::string entry = "'path':'" + name + "','name':'" + name + "'";
     files += (i == 0 ? "{" : ",{") + entry + "}";
-    expected += (i == 0 ? "{'id':'" : ",{'id':'") + kId + "_" + number + "','parent_id':'" + kId + "'," +
+    expected += (i == 0 ? "{'id':'" : ",{'id':'") + kGuid + "_" + number + "','parent_id':'" + kGuid + "'," +
                 entry + ",'asset_id':'a/b','start_time':'1'" + table[i].listed + "}";
   }
   for (const char* name : {"/take.json", "/.json", "/take.JSON"}) describe(in + name, files);
@@ -249,8 +242,8 @@ TEST_F(stored_takes, are_deleted_with_their_captions_and_entries) {
 
 // What the disk does not remove keeps its entry, and a take the spelling of its id: the stick knows no case.
 TEST_F(stored_takes, keep_what_cannot_be_removed) {
-  const std::string other_case = kTakes + "/" + swapped(kId, 'f', 'F') + ".json";
-  const std::string request = "{'parent_id':'" + swapped(kId, 'f', 'F') + "','name':'a.mp4'}";
+  const std::string other_case = kTakes + "/" + swapped(kGuid, 'f', 'F') + ".json";
+  const std::string request = "{'parent_id':'" + swapped(kGuid, 'f', 'F') + "','name':'a.mp4'}";
   put(kTakes + "/a.mp4", 5), put(kTakes + "/a.vtt", 5), put("/tmp/held", 5);
   for (const std::string held : {"/a.mp4", "/a.vtt"}) {
     describe(other_case, A "," B);
@@ -265,7 +258,7 @@ TEST_F(stored_takes, keep_what_cannot_be_removed) {
 }
 
 TEST_F(stored_takes, lose_what_a_power_cut_left_half_written_beside_them) {
-  for (const std::string& name : {kId + ".json.new", std::string("n_2026-03-09-14-05-59.vtt.new"),
+  for (const std::string& name : {kGuid + ".json.new", std::string("n_2026-03-09-14-05-59.vtt.new"),
                                   std::string("other.new"), std::string("other.vtt.new")})
     put(kTakes + "/" + name, 5);
   put(paths::kTakeGuid + std::string(".new"), 5);
@@ -296,16 +289,16 @@ TEST(file_workers, one_whose_thread_cannot_be_had_refuses_until_it_can) {
 
 // The take that is being recorded or completed, and one that was set aside.
 TEST_F(stored_takes, are_not_deleted_before_they_are_complete) {
-  for (const std::string& guid_file : {std::string(paths::kTakeGuid), paths::kTakeGuid + ("." + kId)}) {
+  for (const std::string& guid_file : {std::string(paths::kTakeGuid), paths::kTakeGuid + ("." + kGuid)}) {
     SCOPED_TRACE(guid_file);
     describe(kDescription, A);
-    std::ofstream(guid_file) << kId;
+    std::ofstream(guid_file) << kGuid;
     for (const char* name : {"n%_1.mp4", "n%_1.vtt", "n__1_00-00-01-000.jpg", "n%_2.mp4"})
       put(kTakes + "/" + name, 5);
     remove_files(OF_TAKE
                  "'a.mp4'},{'name':'n%_1.mp4'},{'name':'n%_1.vtt'},{'name':'n__1_00-00-01-000.jpg'},"
                  "{'name':'" +
-                 kId + ".json'},{'name':'n%_2.mp4'}");
+                 kGuid + ".json'},{'name':'n%_2.mp4'}");
     EXPECT_EQ(names_left(), "n%_1.mp4 n%_1.vtt n__1_00-00-01-000.jpg ");
     EXPECT_TRUE(fs::exists(kDescription));
     for (const std::string other_case :

@@ -2,37 +2,29 @@
 // and a kill leave of the history; and its dated files.
 #include "store/logger.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <future>
 #include <regex>
 #include <set>
 
 #include "app/trace_reader.h"
-#include "base/clock.h"
-#include "base/file.h"
 #include "store/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
 #include "tests/await.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* kFile[] = {paths::kLoggerFile0, paths::kLoggerFile1};
 
 void start_afresh() { fs::remove_all(paths::kLoggerFolder), orb_init_logger(); }
-std::string content(int file) { return read_file(kFile[file], 1 << 20).value_or("nothing"); }
+std::string content(int file) { return ::content(kFile[file]); }
 std::string reading(const std::string& key) {
   return json_text(orb_get_logger_current_readings().get(), key.c_str());
 }
 
-// As the main loop and the logger's thread do.
 void end_minute() { tick_logger(), save_logger_minute(); }
 
 constexpr void (*kSamples[])(double) = {
@@ -55,11 +47,6 @@ constexpr void (*kEvents[])() = {orb_report_logger_height_motor_warning,
 // sampled twice, around 10, 20 to 70; one report of the first event, two of the second...
 std::string record(int previous, int current, const std::string& changes = "") {
   return golden_record("history.json", previous, current, changes);
-}
-void start_with(std::string_view text) {
-  start_afresh();
-  std::ofstream(kFile[1]) << text;
-  orb_init_logger();
 }
 
 TEST(logger, files_and_readings_to_the_byte) {
@@ -128,11 +115,13 @@ TEST(logger, counters_and_averages_saturate) {
 }
 
 TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
-  start_with(record(
+  start_afresh();
+  std::ofstream(kFile[1]) << record(
       0, 1,
       R"(time":3>time":-3|n_count":1>n_count":1.0|tilt_motor_warnings":2>tilt_motor_warnings":70000|)"
       R"("pan_motor_warnings":3,>|count":9>count":"9"|11.5>NaN|8.5>null|21.5>Infinity|61.5>1e999|)"
-      R"(58.5>58|71.5>true|acc":150.0>acc":-Infinity|up_avg_temperature_count":3>up_avg_temperature_count":-3)"));
+      R"(58.5>58|71.5>true|acc":150.0>acc":-Infinity|up_avg_temperature_count":3>up_avg_temperature_count":-3)");
+  orb_init_logger();
   // The average begins anew, without what is absurd; the extremes of a lifetime stand.
   for (const double value : {50.0, 1e300, -1e300}) orb_report_logger_psb_temperature(value);
   end_minute();
@@ -215,8 +204,6 @@ TEST(logger, a_kill_loses_no_more_than_the_minute_in_flight) {
   start_afresh();
   kill_while_saving(0, 100, save_minute, load_minute);
 }
-
-// --- dated files ---
 
 const std::string kLogs = paths::kUsbLogs + std::string("/");
 

@@ -2,7 +2,6 @@
 // saves.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,17 +12,11 @@
 #include <sstream>
 #include <string>
 
-#include "base/file.h"
+#include "tests/files.h"
 
 extern std::string flushed;  // names, in order
 extern bool flush_fails;
 extern void (*on_flush)();
-
-// A golden file, its lines joined.
-inline std::string golden(const std::string& name) {
-  std::string text = read_file((ORB_GOLDEN_FOLDER "/" + name).c_str(), 1 << 16).value_or("");
-  return std::erase(text, '\n'), text;
-}
 
 // A golden record as its file holds it, with parts replaced: "from>to|from>to".
 inline std::string golden_record(const std::string& name, int previous, int current,

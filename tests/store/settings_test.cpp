@@ -2,23 +2,16 @@
 // kill loses a generation that was acknowledged.
 #include "store/settings.h"
 
-#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <climits>
-#include <filesystem>
 #include <fstream>
 
-#include "base/file.h"
 #include "base/json.h"
-#include "base/paths.h"
 #include "store/saves.h"
-
-namespace fs = std::filesystem;
 
 std::string flushed;
 bool flush_fails = false;
@@ -46,11 +39,10 @@ json_object* json_object_new_int(int32_t value) {
 namespace {
 
 constexpr const char* kFile[] = {paths::kSettingsFile0, paths::kSettingsFile1};
-// The default record as a file holds it, with parts replaced.
 std::string record(int previous, int current, const std::string& changes = "") {
   return golden_record("settings.json", previous, current, changes);
 }
-std::string content(int file) { return read_file(kFile[file], 1 << 20).value_or("nothing"); }
+std::string content(int file) { return ::content(kFile[file]); }
 void put(const fs::path& path, std::string_view text) { std::ofstream(path) << text; }
 void start_without(const fs::path& what) {
   fs::remove_all(what);

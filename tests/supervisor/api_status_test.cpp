@@ -1,7 +1,5 @@
 // The status object, byte for byte.
 #include <ev.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <fstream>
@@ -10,7 +8,6 @@
 
 #include "base/redis_server.h"
 #include "camera/modes.h"
-#include "camera/visca_connection.h"
 #include "camera/visca_thread.h"
 #include "http/api_client.h"
 #include "power_board/lighting.h"
@@ -20,6 +17,7 @@
 #include "store/settings.h"
 #include "supervisor/internal.h"
 #include "supervisor/status.h"
+#include "tests/files.h"
 
 namespace {
 
@@ -34,13 +32,11 @@ std::string member(const std::string& key) {
   return answer.substr(at, answer.find_first_of(",}", at) - at);
 }
 
-std::string golden(const std::string& name) {
-  std::string text = read_file((ORB_GOLDEN_FOLDER "/status_" + name + ".json").c_str(), 4096).value_or("");
-  std::ranges::replace(text, '"', '\'');
-  return text;
+std::string kept(const std::string& name) {
+  std::string text = golden("status_" + name + ".json");
+  return std::ranges::replace(text, '"', '\''), text;
 }
 
-// The warnings that are true, a blank behind each.
 std::string warnings() {
   const std::string answer = status();
   const std::regex on("'(\\w+)_warning':true");
@@ -83,7 +79,7 @@ TEST(status_object, tells_the_whole_unit) {
   orb_init_nv();
   start_api();
   for (const char* file : {paths::kFocusSpeed, paths::kZoomSpeed}) unlink(file);
-  EXPECT_EQ(status(), golden("at_start"));
+  EXPECT_EQ(status(), kept("at_start"));
 
   // No two members of a kind are alike.
   static visca_connection camera_link;
@@ -119,7 +115,7 @@ TEST(status_object, tells_the_whole_unit) {
   measure_usb_store();
   step_status();
   ev_run(ev_default_loop(0), 0);  // until Redis has answered
-  EXPECT_EQ(status(), golden("english"));
+  EXPECT_EQ(status(), kept("english"));
   EXPECT_EQ(ask("GET", "/versions"),
             "{'software_version':'03.01','firmware_version':'03.12','camera_version':'040A'}");
 
@@ -128,7 +124,7 @@ TEST(status_object, tells_the_whole_unit) {
   recorder.post_processing = 42;
   recorder.recording = 1;
   step_status();
-  EXPECT_EQ(status(), golden("metric"));
+  EXPECT_EQ(status(), kept("metric"));
   measure_idle_stores();
   EXPECT_EQ(recorder.usb_kb, 7'232'000U) << "a take measures for itself";
   recorder.recording = recorder.post_processing = 0;

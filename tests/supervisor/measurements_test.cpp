@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 
 #include "recorder/recorder.h"
 #include "supervisor/camera_ping.h"
@@ -61,7 +60,6 @@ std::string shown(const camera_temperature& one) { return one.valid ? std::to_st
 
 TEST(encoder_statistics, tells_temperatures) {
   const std::pair<std::string, std::string> rows[] = {
-      // lens, FPGA, CPU
       {"  +CPU  51  +LENS -7", "-7 - 51"},
       {"+LENS 100.0 +FPGA 20 +CPU 20", "100 20 20"},
       {"+LENS 101 +FPGA 45 +CPU 51", "- - - invalid"},
@@ -128,8 +126,6 @@ TEST(camera_ping, only_its_own_answer_counts) {
   for (size_t size = 0; size < 28; ++size)
     EXPECT_EQ(judge({reply.begin(), reply.begin() + static_cast<long>(size)}), echo_answer::none);
 }
-
-// --- the status record ---
 
 constexpr double kNone = NAN;
 

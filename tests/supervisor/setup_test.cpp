@@ -1,9 +1,6 @@
 // The unit's setup and service without a unit around them: clock texts, GPS sentences, and what the routes do
 // without a stick, a board and the right to set the clock. What they answer and trace is in the session.
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
 
 #include "app/trace.h"
 #include "http/api_client.h"
@@ -11,7 +8,6 @@
 #include "recorder/gps.h"
 #include "store/settings.h"
 #include "supervisor/clock_setting.h"
-#include "supervisor/debug_flags.h"
 
 namespace {
 
@@ -90,9 +86,6 @@ TEST(setup_api, without_stick_and_board_and_with_values_that_are_none) {
   EXPECT_EQ(ask("POST", "/eject"), kBad);
   for (const char* body : {"{'shutdown_type':'3'}", "{'shutdown_type':'x'}", "{}", "["})
     EXPECT_EQ(ask("POST", "/shutdown", body), kOk);
-  EXPECT_EQ(ask("PUT", "/debug/pan_mtr_warning", "{'debug_pan_mtr_warning':true}"), kOk);
-  for (size_t i = 0; i < kDebugWarningCount; ++i)
-    EXPECT_EQ(is_warning_forced(static_cast<debug_warning>(i)), i == kDebugPanMotor) << i;
 }
 
 }  // namespace

@@ -1,24 +1,18 @@
 // Identity and battery type, and the order in which shutdowns are served.
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <regex>
 
-#include "base/clock.h"
-#include "base/file.h"
 #include "base/redis_server.h"
 #include "http/api_client.h"
 #include "power_board/internal.h"
-#include "recorder/internal.h"
+#include "recorder/bench.h"
 #include "supervisor/identity.h"
 #include "supervisor/internal.h"
 
 namespace {
 
 constexpr char kConfig[] = "/config/system.json";
-
-std::string config() { return read_file(kConfig, 4096).value_or("none"); }
 
 using load = void (*)(char*, size_t);
 std::string text_of(load load_text, size_t size = 32) {
@@ -32,7 +26,7 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);  // Redis is down
   EXPECT_EQ(text_of(orb_load_supervisor_battery_type), "unknown");
   EXPECT_EQ(
-      config(),
+      content(kConfig),
       R"({"model_number":"ORB-2","model_name":"ORB Advanced","serial_number":"SIM-0001","battery":"Dewalt"})");
 
   start_redis();
@@ -43,7 +37,7 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   struct stat info {};
   EXPECT_TRUE(stat(kConfig, &info) == 0 && (info.st_mode & 07777) == 0600);
   EXPECT_EQ(text_of(orb_load_supervisor_battery_type, 4), "Ind");
-  EXPECT_EQ(config(), R"({"model_name":"a/b","battery":"Indipro"})");
+  EXPECT_EQ(content(kConfig), R"({"model_name":"a/b","battery":"Indipro"})");
   ask_redis("SET orb-serial-number %s", "A\xFF");
   ask_redis("SET orb-model-name %s", "ORB of a long name");
   EXPECT_EQ(ask("GET", "/serial_number"), "{'serial_number':'A?'}");
@@ -53,11 +47,11 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   // A file that cannot be written beside, or read, stays as it is.
   mkdir("/config/system.json.new", 0755);
   EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);
-  EXPECT_EQ(config(), R"({"model_name":"a/b","battery":"Indipro"})");
+  EXPECT_EQ(content(kConfig), R"({"model_name":"a/b","battery":"Indipro"})");
   rmdir("/config/system.json.new");
   replace_file(kConfig, "{broken");
   EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);
-  EXPECT_EQ(config(), "{broken");
+  EXPECT_EQ(content(kConfig), "{broken");
 }
 
 TEST(identity, voltage_comes_with_the_level) {
@@ -75,11 +69,6 @@ TEST(identity, voltage_comes_with_the_level) {
 std::string power_calls() {
   const std::string text = read_file("/tmp/power_calls", 4096).value_or("");
   return std::regex_replace(text, std::regex("\\S+T\\S+ "), "");
-}
-
-void set_stage(recorder_stage stage) {
-  const mutex_lock lock(recorder.stage_lock);
-  recorder.stage = stage;
 }
 
 void record() {

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "app/trace_reader.h"
-#include "base/clock.h"
-#include "base/file.h"
 #include "http/api_client.h"
 #include "supervisor/bench_stick.h"
 #include "supervisor/status.h"
@@ -30,10 +28,8 @@ std::string stick() {
          (usb_stick_now().update_available ? ", update" : "");
 }
 
-// As a client asks for it.
 bool eject() { return ask("POST", "/eject") == "{'status':'OK'}"; }
 
-// A second of the stick's thread.
 std::string after_a_step() { return step_usb_stick(), stick(); }
 
 TEST(usb_stick, lives_from_plug_to_pull) {

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "base/json.h"
@@ -33,7 +32,6 @@ void order(const std::string& method, const std::string& route, const std::strin
   EXPECT_EQ(ask(method, route, body), kOk) << method << " " << route << " " << body;
 }
 
-// A member of an answer, as text.
 std::string member(const std::string& answer, const char* key) {
   const json_owner object(json_tokener_parse(answer.c_str()));
   json_object* value = json_member(object.get(), key);
@@ -46,22 +44,7 @@ bool await_status(const char* key, const std::string& value, double seconds = 15
   return await([&] { return status(key) == value; }, seconds);
 }
 
-void begin_step(const char* name) {
-  say("\n-- " + std::to_string(++step_count) + ". " + name);
-  if (!seat_token.empty())
-    http("POST", "/api/seats/update", R"({"seat_update":"refresh","seat_token":")" + seat_token + "\"}");
-}
-
-// What the operator sees now.
-void end_step(const char* picture) {
-  if (!is_tour) return;
-  const std::string path = "/run/bench/" + std::to_string(10 + step_count) + "-" + picture + ".png";
-  run("ffmpeg -v error -y -i rtsp://192.168.0.127:554/vx-1.mp4 -frames:v 1 " + path);
-  say("   picture: " + fs::path(path).filename().string());
-}
-
 void take_the_seat() {
-  begin_step("The tablet takes the controller's seat");
   seat_token = member(ask("POST", "/seats/request", R"({"seat_role":"controller"})"), "seat_token");
   const std::string body = R"({"seat_update":"lock","seat_token":")" + seat_token + "\"}";
   EXPECT_EQ(member(ask("POST", "/seats/update", body), "seat_role"), "controller");
@@ -73,15 +56,12 @@ void take_the_seat() {
 }
 
 void switch_the_lights_on() {
-  begin_step("Lights");
   order("PUT", "/led/mode", R"({"led_mode":"high"})");
   order("PUT", "/led/intensity", R"({"led_intensity":"80"})");
   EXPECT_EQ(status("led_mode"), "high");
-  end_step("lights");
 }
 
 void raise_the_mast() {
-  begin_step("The mast finds its home and goes to 8 inches");
   order("POST", "/motor/height/findhome");
   EXPECT_TRUE(await_status("height", "HOMING", 2));
   EXPECT_TRUE(await([] { return status("height").ends_with(" in"); }, 20)) << status("height");
@@ -92,7 +72,6 @@ void raise_the_mast() {
 }
 
 void tilt_the_head() {
-  begin_step("The head tilts");
   const std::string before = status("tilt_angle");
   for (int i = 0; i < 3; ++i) order("POST", "/motor/tilt/increment"), usleep(300'000);
   order("POST", "/motor/tilt/stop");
@@ -101,18 +80,15 @@ void tilt_the_head() {
 }
 
 void zoom_in() {
-  begin_step("Zoom");
   EXPECT_TRUE(await([] {
     ask("POST", "/camera/zoom/increment");
     usleep(300'000);
     return number_after(status("zoom_magnification"), "") >= 2;
   }));
   ask("POST", "/camera/zoom/stop");
-  end_step("zoom");
 }
 
 void write_the_titles() {
-  begin_step("Titles");
   order("PUT", "/setup/title", R"({"title":"Main St <12> \"north\""})");
   order("PUT", "/setup/operator_id", R"({"operator_id":"crew 7"})");
   order("PUT", "/setup/flow_direction", R"({"flow_direction":"UPSTREAM"})");
@@ -122,11 +98,9 @@ void write_the_titles() {
   for (const std::string item : {"title", "operator_id", "flow_direction", "zoom"})
     order("PUT", "/osd/" + item, "{\"" + item + R"(_osd":1})");
   EXPECT_TRUE(await([] { return ctl("camera", "titles").find("CREW 7") != std::string::npos; }));
-  end_step("titles");
 }
 
 void measure_the_distance() {
-  begin_step("Laser");
   ctl("board", "laser 12.5");
   order("PUT", "/laser/mode", R"({"laser_mode":"manual"})");
   order("POST", "/laser/execute");
@@ -134,7 +108,6 @@ void measure_the_distance() {
 }
 
 void record_a_take() {
-  begin_step("A take with two stills");
   order("PUT", "/camera/recorder/video/note", R"({"metadata_note":"first run"})");
   // A slow start is answered as a refusal and records all the same.
   EXPECT_TRUE(await([] { return ask("POST", "/camera/recorder/start"), status("recording") == "true"; }));
@@ -148,11 +121,9 @@ void record_a_take() {
   usleep(2'500'000);  // a still is cut a second after its mark
   order("POST", "/camera/recorder/stop");
   EXPECT_TRUE(await_completion());
-  end_step("take");
 }
 
 void look_at_the_take() {
-  begin_step("What the take has become");
   const std::string listed = ask("GET", "/camera/recorder/files");
   EXPECT_NE(listed.find(R"("asset_id":"Main St <12> \"north\"")"), std::string::npos);
   const size_t end = listed.find(".jpg");
@@ -168,15 +139,16 @@ void look_at_the_take() {
   if (is_tour) run("cp /media/usb99/ApiVideos/*.jpg /media/usb99/ApiVideos/*.mp4 /run/bench/");
 }
 
-// The body that asks for all the listed files.
 std::string all_of(const std::string& listed) { return R"({"files":)" + listed + "}"; }
 
 void hand_everything_over() {
-  begin_step("Everything goes onto the stick");
   run(ORB_SIM_FOLDER "/host usb insert");
   EXPECT_TRUE(await_status("ext_usb_status", "inserted"));
   order("POST", "/logger/log_file");
-  order("POST", "/camera/recorder/copy", all_of(ask("GET", "/camera/recorder/files")));
+  run("truncate -s 300M /media/usb99/ApiVideos/large");
+  const std::string takes = ask("GET", "/camera/recorder/files");
+  order("POST", "/camera/recorder/copy", all_of(R"([{"name":"large"},)" + takes.substr(1)));
+  EXPECT_EQ(ask("POST", "/camera/recorder/copy", all_of(takes)), R"({"status":"BUSY"})");
   order("POST", "/logger/copy", all_of(ask("GET", "/logger/files")));
   for (const char* files : {"/camera/recorder/files", "/logger/files"}) {
     EXPECT_TRUE(await([&] {
@@ -188,12 +160,51 @@ void hand_everything_over() {
   EXPECT_TRUE(await_status("ext_usb_status", "ejected"));
   size_t count = 0;
   for (const auto& file : fs::directory_iterator("/run/bench/stick")) count += fs::file_size(file) > 100;
-  EXPECT_EQ(count, 4U);  // take, two stills, log file
+  EXPECT_EQ(count, 5U);  // the large one, take, two stills, log file
 }
 
-void end_the_day() {
-  begin_step("The day ends");
-  order("POST", "/shutdown", R"({"shutdown_type":"1"})");
+void clean_up() {
+  const std::string logs = ask("GET", "/logger/files"), named = R"({"file_name":")";
+  const std::string name = logs.substr(std::min(logs.size(), logs.find("log_")), 28);
+  EXPECT_EQ(ask("GET", "/logger/log_file", named + name + "\"}").substr(0, 60),
+            ask("GET", "/logger/readings").substr(0, 60));
+  for (const std::string of : {"/camera/recorder", "/logger"}) {
+    order("POST", of + "/delete", all_of(ask("GET", of + "/files")));
+    EXPECT_TRUE(await([&] { return http("GET", "/api" + of + "/files").body == "[]"; })) << of;
+  }
+  order("POST", "/logger/reset");
+}
+
+void end_the_day() { order("POST", "/shutdown", R"({"shutdown_type":"1"})"); }
+
+struct step {
+  const char* name;
+  void (*act)();
+  const char* picture = "";  // of what the operator sees then
+};
+
+constexpr step kSteps[] = {{"The tablet takes the controller's seat", take_the_seat},
+                           {"Lights", switch_the_lights_on, "lights"},
+                           {"The mast finds its home and goes to 8 inches", raise_the_mast},
+                           {"The head tilts", tilt_the_head},
+                           {"Zoom", zoom_in, "zoom"},
+                           {"Titles", write_the_titles, "titles"},
+                           {"Laser", measure_the_distance},
+                           {"A take with two stills", record_a_take, "take"},
+                           {"What the take has become", look_at_the_take},
+                           {"Everything goes onto the stick", hand_everything_over},
+                           {"The unit's own copies go", clean_up},
+                           {"The day ends", end_the_day}};
+
+void make(const step& step) {
+  say("\n-- " + std::to_string(++step_count) + ". " + step.name);
+  if (!seat_token.empty())
+    http("POST", "/api/seats/update", R"({"seat_update":"refresh","seat_token":")" + seat_token + "\"}");
+  step.act();
+  if (!is_tour || *step.picture == 0) return;
+  const std::string path = "/run/bench/" + std::to_string(10 + step_count) + "-" + step.picture + ".png";
+  run("ffmpeg -v error -y -i rtsp://192.168.0.127:554/vx-1.mp4 -frames:v 1 " + path);
+  say("   picture: " + fs::path(path).filename().string());
 }
 
 TEST(inspection, from_power_up_to_shutdown) {
@@ -201,17 +212,7 @@ TEST(inspection, from_power_up_to_shutdown) {
   const child redis = start_redis();
   const child camera = start_camera(true);
   child daemon = start_serving_daemon();
-  take_the_seat();
-  switch_the_lights_on();
-  raise_the_mast();
-  tilt_the_head();
-  zoom_in();
-  write_the_titles();
-  measure_the_distance();
-  record_a_take();
-  look_at_the_take();
-  hand_everything_over();
-  end_the_day();
+  for (const step& step : kSteps) make(step);
   EXPECT_EQ(daemon.wait(), 0);
   EXPECT_EQ(power_calls(), "shutdown -P now\n");
   say("\nThe unit is off.");

@@ -11,7 +11,6 @@
 #include <span>
 
 #include "base/child_process.h"
-#include "base/clock.h"
 #include "base/json.h"
 #include "base/paths.h"
 #include "system/unit.h"
@@ -261,7 +260,6 @@ TEST(takes, one_whose_ffmpeg_never_ran_leaves_its_note) {
   EXPECT_EQ(read_text(paths::kVideoNote), "later");
 }
 
-// The guid of a take that waits, or was set aside, is gone.
 bool await_no_guid() {
   return await([] {
     return std::ranges::none_of(fs::directory_iterator(paths::kInternalTakes), [](const auto& entry) {
@@ -289,7 +287,6 @@ TEST(takes, a_full_store_is_tried_again_when_it_has_room) {
   EXPECT_EQ(playable_takes(), 2);
 }
 
-// What became of a take with three marks.
 void expect_finished(const std::string& stem) {
   const std::string listed = http("GET", "/api/camera/recorder/files").body;
   for (const auto& [end, note] : {std::pair(".mp4", "video"),

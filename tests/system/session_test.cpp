@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <sstream>
-#include <utility>
 
 #include "system/unit.h"
 
@@ -71,14 +69,14 @@ class token_names {
     std::smatch match;
     if (std::regex_search(reply, match, kToken)) tokens_.push_back(match[1]);
   }
-  std::string hidden(std::string text) const {
-    for (size_t i = 0; i < tokens_.size(); ++i) text = replaced(text, tokens_[i], "$" + std::to_string(i));
+  std::string hidden(std::string text, bool is_shown = false) const {
+    for (size_t i = 0; i < tokens_.size(); ++i) {
+      const std::string name = "$" + std::to_string(i);
+      text = is_shown ? replaced(text, name, tokens_[i]) : replaced(text, tokens_[i], name);
+    }
     return text;
   }
-  std::string shown(std::string text) const {
-    for (size_t i = 0; i < tokens_.size(); ++i) text = replaced(text, "$" + std::to_string(i), tokens_[i]);
-    return text;
-  }
+  std::string shown(const std::string& text) const { return hidden(text, true); }
 
  private:
   std::vector<std::string> tokens_;

@@ -4,14 +4,11 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
-
 #include "base/paths.h"
 #include "system/unit.h"
 
 namespace {
 
-// The lines stand in the log, in this order.
 void expect_in_order(const std::string& log, const std::vector<std::string>& lines) {
   size_t at = 0;
   for (const std::string& line : lines) {

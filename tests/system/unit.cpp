@@ -8,12 +8,9 @@
 #include <sys/wait.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
-#include <utility>
 
 #include "base/child_process.h"
 #include "base/paths.h"

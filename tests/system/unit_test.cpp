@@ -26,7 +26,6 @@ size_t count_in_camera_log(std::string_view packet) {
   return count;
 }
 
-// User and system time of a process in milliseconds.
 double cpu_ms(pid_t pid) {
   clockid_t clock = 0;
   timespec used{};
@@ -35,7 +34,6 @@ double cpu_ms(pid_t pid) {
   return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
 }
 
-// The board is refreshed whatever the world around the unit does.
 TEST(unit, the_board_is_refreshed_in_a_broken_world) {
   struct world {
     const char* name;
@@ -95,19 +93,14 @@ TEST(unit, nothing_that_comes_early_or_at_the_end_breaks_it) {
   }
 }
 
-TEST(unit, without_a_folder_for_its_pipe_it_says_so) {
+// A second one would end the first one's take, and without a folder for its pipe it says so.
+TEST(unit, has_one_daemon) {
   rmdir("/run/orb");
   write_text("/run/orb", "");
   child daemon = start_daemon();
   EXPECT_EQ(daemon.wait(), 1);
-  EXPECT_NE(read_text("/tmp/children.log").find("orbd: mkdifo() failed at line 208: Not a directory\n"),
-            std::string::npos);
-}
-
-// A second one would end the first one's take.
-TEST(unit, has_one_daemon) {
-  rmdir("/run/orb");
-  child daemon = start_serving_daemon();
+  unlink("/run/orb");
+  daemon = start_serving_daemon();
   const std::string orbd = ORB_BUILD_FOLDER "/orbd";
   const std::pair<std::vector<std::string>, int> rows[] = {
       {{}, 1}, {{"--help"}, 0}, {{"--version"}, 0}, {{"-v"}, 2}, {{"--help", "x"}, 2}, {{""}, 2}};
@@ -118,6 +111,7 @@ TEST(unit, has_one_daemon) {
   }
   const std::string usage = "usage: " + orbd + " [--help | --version]\n";
   const std::string said = read_text("/tmp/children.log");
+  EXPECT_NE(said.find("orbd: mkdifo() failed at line 208: Not a directory\n"), said.npos);
   EXPECT_NE(said.find(orbd + ": another one is running\n" + usage + "The controller"), std::string::npos);
   EXPECT_NE(said.find("orbd 03.01\n" + usage + usage + usage), std::string::npos);
   for (int round = 0; round < 5; ++round) {
@@ -146,7 +140,6 @@ TEST(unit, a_full_pool_waits_without_spinning) {
   for (const int fd : held) close(fd);
 }
 
-// From the moment that it has a log, a signal ends the unit in order.
 TEST(unit, a_signal_during_the_start_ends_it_in_order) {
   for (int round = 0; round < 20; ++round) {
     unlink("/media/usb99/trace");
