@@ -448,8 +448,8 @@ TEST_F(xmp, a_power_cut_leaves_the_old_packet_or_the_new_one) {
   replace_file("a.jpg", kLong);
   EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("old")), 0);
   const std::string old = content("a.jpg");
-  rlimit limits{};
-  getrlimit(RLIMIT_FSIZE, &limits);
+  rlimit limits{}, files{};
+  getrlimit(RLIMIT_FSIZE, &limits), getrlimit(RLIMIT_NOFILE, &files);
   for (const rlim_t limit : {2000U, 60'000U}) {  // no record, no packet (and none that can be put back)
     EXPECT_FALSE(fs::exists("xmp_undo"));
     const rlimit cut{limit, limits.rlim_max};
@@ -462,6 +462,11 @@ TEST_F(xmp, a_power_cut_leaves_the_old_packet_or_the_new_one) {
   const std::string now = content("a.jpg");
   const auto settled = [&](const std::string& file, const std::string& left) {
     replace_file("a.jpg", file), replace_file("xmp_undo", left);
+    const rlimit none{1, files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    orb_xmp_end_interrupted(paths::kUsbTakes);  // cannot read the record, which waits
+    setrlimit(RLIMIT_NOFILE, &files);
+    EXPECT_TRUE(fs::exists("xmp_undo"));
     orb_xmp_fields read;
     orb_xmp_read("a.jpg", &read);
     EXPECT_FALSE(fs::exists("xmp_undo"));
