@@ -227,6 +227,8 @@ TEST_F(xmp, damaged_and_hostile_files_are_looked_through_to_their_end_at_most) {
               std::tie(file.packet, file.length, file.insertion))
         << &file - kFiles;
   }
+  const unique_fd unreadable(open("unreadable", O_WRONLY | O_CREAT, 0600));
+  for (const char* name : {".jpg", ".mp4"}) EXPECT_FALSE(place_in(name, unreadable.get(), 9).was_read);
   const unique_fd endless(memfd_create("media", MFD_CLOEXEC));
   EXPECT_EQ(place_in(".jpg", endless.get(), size_t{1} << 42).insertion, -1);
 }
