@@ -88,7 +88,7 @@ struct line_reader {
 bool read_lines(int fd, int64_t deadline_ns, line_reader reader) {
   char block[512];
   for (;;) {
-    if (!await_input(fd, deadline_ns)) return false;
+    if (monotonic_ns() >= deadline_ns || !await_input(fd, deadline_ns)) return false;
     const ssize_t count = read(fd, block, sizeof block);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
@@ -98,10 +98,12 @@ bool read_lines(int fd, int64_t deadline_ns, line_reader reader) {
   return true;
 }
 
+// False, too, when there is no descriptor to wait with. A child whose exit has closed its output keeps its
+// status when it is killed then.
 bool has_ended(pid_t pid, int64_t deadline_ns) {
   if (deadline_ns == INT64_MAX) return true;  // who reaps it waits
   const unique_fd pidfd(pidfd_open(pid, 0));
-  return !pidfd || await_input(pidfd.get(), deadline_ns);
+  return pidfd && await_input(pidfd.get(), deadline_ns);
 }
 
 constexpr int kSignalledStatus = 128;  // as shells count

@@ -54,6 +54,7 @@ json_owner load_json_file(const char* path) {
 }
 
 int save_json_file(const char* path, json_object* object) {
+  if (object == nullptr) return errno = ENOMEM, -1;
   const unique_fd fd = open_target(path);
   if (!fd) return -1;
   // The folder each time: whether the file's name has ever reached the disk cannot be seen from here.
@@ -63,6 +64,7 @@ int save_json_file(const char* path, json_object* object) {
 }
 
 bool replace_json_file(const std::string& path, json_object* object) {
+  if (object == nullptr) return false;
   const char* text = json_object_to_json_string_ext(object, kForm);
   return text != nullptr && replace_file(path, text);
 }

@@ -19,11 +19,11 @@ json_owner load_json_file(const char* path);
 // Writes `object` to `path` in place, in json-c's plain form with slashes unescaped, and flushes file and
 // folder: after 0 the content survives a power cut. The target must not be the only good copy; what is no
 // regular file, or cannot be opened, is replaced. Returns 0, or -1 with errno set; the file is then
-// undefined.
+// undefined. A null `object`, which could not be made, leaves it as it was: -1.
 int save_json_file(const char* path, json_object* object);
 
 // The same form, written beside the file and renamed over it: the content is the old or the new one at any
-// moment, also after a power cut. False when it could not be written.
+// moment, also after a power cut. False when it could not be written, or `object` is null.
 bool replace_json_file(const std::string& path, json_object* object);
 
 // The member `key`, or null when `object` is no object, the key is missing or its value is null. Borrowed.

@@ -17,13 +17,14 @@ constexpr int kMostBlocks = 200'000;  // 0.2 s: no real file has so many markers
 
 class block_reader {
  public:
-  explicit block_reader(int fd) : fd_(fd) {}
+  block_reader(int fd, bool* was_read) : fd_(fd), was_read_(was_read) {}
 
   // The block that begins at `position`, shorter at the end of the file; valid until the next call.
   std::span<const uint8_t> load(int64_t position) {
     if (position != position_) {
       const bool allowed = blocks_ < kMostBlocks;
       const ssize_t count = allowed ? pread(fd_, block_.data(), kBlockSize, position) : 0;
+      if (count < 0) *was_read_ = false;
       count_ = static_cast<size_t>(std::max<ssize_t>(count, 0));
       position_ = position;
       ++blocks_;
@@ -33,6 +34,7 @@ class block_reader {
 
  private:
   int fd_;
+  bool* was_read_;
   int64_t position_ = -1;
   size_t count_ = 0;
   int blocks_ = 0;
@@ -85,8 +87,8 @@ int64_t find_marker(block_reader& reader, int64_t position) {
 
 // A packet goes before the last APP1 of another kind (Exif), else before what first can follow it.
 xmp_place scan_jpeg(int fd, int64_t size) {
-  block_reader reader(fd);
   xmp_place place;
+  block_reader reader(fd, &place.was_read);
   int64_t position = 0;
   while ((position = find_marker(reader, position)) >= 0) {
     const auto block = reader.load(position);
@@ -121,8 +123,8 @@ constexpr int64_t kPacketInBox = 32;
 
 // A new box goes behind "moov".
 xmp_place scan_mp4(int fd, int64_t size) {
-  block_reader reader(fd);
   xmp_place place;
+  block_reader reader(fd, &place.was_read);
   int64_t position = 0;
   for (;;) {
     const auto block = reader.load(position);

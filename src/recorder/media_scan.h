@@ -10,6 +10,7 @@ struct xmp_place {
   int64_t length = 0;        // of the packet, which lies within the file; 0: there is none
   int64_t insertion = -1;    // where a new one goes, unless there is one; -1: nowhere
   bool moves_media = false;  // what the file's index counts from its start stands behind that
+  bool was_read = true;      // false: a read failed, and what was not seen may have a packet
 };
 
 struct media_format {

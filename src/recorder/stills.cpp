@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <optional>
@@ -44,10 +45,10 @@ std::string offset_text(const offset_numbers& numbers) {
 }
 
 // Its packet is the last that it gets, in one step: the picture is whole, too. Such a still is never made
-// anew.
+// anew; nor is one that cannot be read now.
 bool is_whole(const std::string& path) {
-  orb_xmp_fields fields;
-  return access(path.c_str(), F_OK) == 0 && orb_xmp_read(path.c_str(), &fields) == 0;
+  const bool is_there = access(path.c_str(), F_OK) == 0 || errno != ENOENT;
+  return is_there && !orb_xmp_is_missing(path.c_str());
 }
 
 enum class cut_result { done, failed, hung };

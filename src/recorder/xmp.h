@@ -43,6 +43,9 @@ int orb_xmp_write(const char* path, const orb_xmp_fields& fields, xmp_turn turn 
 // that does not end within 4096 bytes. Any thread.
 int orb_xmp_read(const char* path, orb_xmp_fields* fields);
 
+// Whether a picture or video has been read and has no packet. False when it could not be read. Any thread.
+bool orb_xmp_is_missing(const char* path);
+
 // Puts an old packet back that a power cut, or a stick that was pulled, has left half overwritten in a folder
 // of the store. A write or read of one of its files begins with that, too. Does not wait. Any thread.
 void orb_xmp_end_interrupted(const char* folder);

@@ -121,7 +121,7 @@ bool write_packet(const char* path, const orb_xmp_fields& fields) {
   const bool is_settled = settle_folder_of(path);
   xmp_place place;
   const media_file file = scan_media(path, *format, &place);
-  if (!file.fd) return false;
+  if (!file.fd || !place.was_read) return false;
   if (place.length > 0) return is_settled && rewrite_packet(path, place, fields);
   if (place.insertion < 0) return true;
   if (place.moves_media) return false;
@@ -176,6 +176,12 @@ int orb_xmp_read(const char* path, orb_xmp_fields* fields) {
   const int result = read_packet(path, fields);
   trace(kTraceRecorder, "read xmp md %d", result);
   return result;
+}
+
+bool orb_xmp_is_missing(const char* path) {
+  const media_format* format = find_media_format(path);
+  xmp_place place;
+  return format != nullptr && scan_media(path, *format, &place).fd && place.was_read && place.length == 0;
 }
 
 void orb_xmp_end_interrupted(const char* folder) {

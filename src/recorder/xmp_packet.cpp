@@ -1,8 +1,6 @@
 #include "recorder/xmp_packet.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstring>
 #include <optional>
 #include <set>
 #include <string>
@@ -15,6 +13,8 @@ namespace {
 
 constexpr std::string_view kPaddingMark = "<!-- XML whitespace as padding -->";
 constexpr std::string_view kEndMark = "<?xpacket end";
+constexpr std::string_view kMetaTag = "<x:xmpmeta";
+constexpr std::string_view kBlanks{" \t\r\n\0", 5};
 constexpr std::string_view kTrailer = "<?xpacket end=\"w\"?>\r\n \r\n \r\n";
 constexpr size_t kTemplateLine = 80;  // of a padding line, too
 constexpr size_t kReadLine = 1023;
@@ -194,39 +194,22 @@ int parse_xmp_packet(std::string_view packet, orb_xmp_fields* fields) {
 
 namespace {
 
-using name_set = std::set<std::string_view>;
-
-// What frames every packet, whoever wrote it.
-bool is_frame(std::string_view prefix) {
-  return prefix == "x" || prefix == "rdf" || prefix == "xml" || prefix == "xmlns";
+std::string_view trimmed(std::string_view text) {
+  const size_t start = std::min(text.find_first_not_of(kBlanks), text.size());
+  return text.substr(start, text.find_last_not_of(kBlanks) + 1 - start);
 }
 
-bool is_name_character(char c) {
-  return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
-}
-
-// Adds the elements and attributes that begin in `text`, by their qualified names ("xmpDM:scene").
-void add_names(std::string_view text, name_set* names) {
-  for (size_t colon = text.find(':'); colon != std::string_view::npos; colon = text.find(':', colon + 1)) {
-    size_t start = colon;
-    while (start > 0 && is_name_character(text[start - 1])) --start;
-    size_t end = colon + 1;
-    while (end < text.size() && is_name_character(text[end])) ++end;
-    const char before = start > 0 ? text[start - 1] : ' ';
-    const bool begins = before == '<' || isspace(static_cast<unsigned char>(before)) != 0;
-    if (begins && start < colon && !is_frame(text.substr(start, colon - start)))
-      names->insert(text.substr(start, end - start));
+// Whether a line says nothing, only declares namespaces or names the program that wrote the packet.
+bool says_nothing(std::string_view line) {
+  if (line == kPaddingMark) return true;
+  if (line.starts_with(kMetaTag)) line.remove_prefix(kMetaTag.size());
+  while (!(line = trimmed(line)).empty() && line != ">") {
+    const auto quoted = split_at_quotes(line);
+    if (!quoted || quoted->head.find_first_of(" \t\r<>'") != std::string_view::npos) return false;
+    if (!quoted->head.starts_with("xmlns:") && quoted->head != "x:xmptk=\"") return false;
+    line = quoted->tail.substr(1);
   }
-}
-
-// Whether there are words outside of the markup.
-bool has_words(std::string_view line) {
-  bool in_markup = false;
-  for (const char c : line) {
-    if (c == '<' || c == '>') in_markup = c == '<';
-    if (!in_markup && isalnum(static_cast<unsigned char>(c)) != 0) return true;
-  }
-  return false;
+  return true;
 }
 
 struct field_line {
@@ -236,22 +219,22 @@ struct field_line {
 
 struct packet_outline {
   std::vector<field_line> fields;
-  name_set names;  // of the other lines
+  std::set<std::string_view> others;  // the other lines that say something
 };
 
 // Of the whole packet, its lines uncut. In front of its markup stands the signature, or the end of it.
 packet_outline outline_of(std::string_view packet) {
   packet_outline outline;
   packet.remove_prefix(std::min(packet.find('<'), packet.size()));
-  while (const auto line = take_line(&packet, std::string_view::npos)) {
-    const tagged_field* field = find_field(*line);
-    const auto quoted = field == nullptr ? std::nullopt : split_at_quotes(*line);
+  while (const auto whole = take_line(&packet, std::string_view::npos)) {
+    const std::string_view line = trimmed(*whole);
+    const tagged_field* field = find_field(line);
+    const auto quoted = field == nullptr ? std::nullopt : split_at_quotes(line);
     if (quoted) {
       outline.fields.push_back({field, *quoted});
-    } else {
-      add_names(*line, &outline.names);
+    } else if (!says_nothing(line)) {
+      outline.others.insert(line);
     }
-    if (line->find(kEndMark) != std::string_view::npos) break;
   }
   return outline;
 }
@@ -260,19 +243,27 @@ bool is_same_layout(const field_line& a, const field_line& b) {
   return a.text.head == b.text.head && a.text.tail == b.text.tail;
 }
 
+// Whether nothing but the field's own element stands around its value.
+bool is_bare(const field_line& line) {
+  const std::string tag(line.field->tag);
+  const std::string parts[] = {tag, "</" + tag.substr(1), "<rdf:Description", "rdf:value",
+                               "</rdf:Description>"};
+  std::string around = std::string(line.text.head) + std::string(line.text.tail);
+  for (const std::string& part : parts) {
+    const size_t at = around.find(part);
+    if (at != std::string::npos) around.replace(at, part.size(), " ");
+  }
+  return around.find_first_not_of(" \t\r\"=/>") == std::string::npos;
+}
+
 // Whether a line says no more than the value that was read from it: all of it, and nothing around it.
 bool is_told_again(const field_line& line, const orb_xmp_fields& read, const packet_outline& fresh) {
   const std::string_view value = line.text.value;
   const bool is_whole = value.empty() || (!has_other_references(value) &&
                                           as_utf8(xml_unescaped(value)) == field_value(*line.field, read));
   if (!is_whole && line.field != &kComment) return false;
-  if (std::ranges::any_of(fresh.fields, [&](const field_line& f) { return is_same_layout(f, line); }))
-    return true;
-  const std::string around = std::string(line.text.head) + std::string(line.text.tail);
-  name_set names;
-  add_names(around, &names);
-  names.erase(line.field->tag.substr(1, line.field->tag.size() - 2));
-  return names.empty() && !has_words(around);
+  return is_bare(line) ||
+         std::ranges::any_of(fresh.fields, [&](const field_line& f) { return is_same_layout(f, line); });
 }
 
 bool reads_as(std::string_view packet, const orb_xmp_fields& fields) {
@@ -290,7 +281,7 @@ bool can_replace_packet(std::string_view old, std::string_view fresh, const orb_
   if (parse_xmp_packet(old.substr(0, kXmpReadLimit), &read) != 0 || !reads_as(fresh, fields)) return false;
   const packet_outline was = outline_of(old);
   const packet_outline will_be = outline_of(fresh);
-  return !was.fields.empty() && std::ranges::includes(will_be.names, was.names) &&
+  return !was.fields.empty() && std::ranges::includes(will_be.others, was.others) &&
          std::ranges::all_of(was.fields,
                              [&](const field_line& line) { return is_told_again(line, read, will_be); });
 }

@@ -21,6 +21,6 @@ int fill_xmp_packet(std::string_view xmp_template, const orb_xmp_fields& fields,
 int parse_xmp_packet(std::string_view packet, orb_xmp_fields* fields);
 
 // Whether `fresh`, made of `fields`, can take the place of the packet `old` so that nothing is lost but the
-// old comment: `old` has a line of ours, its other lines name no element or attribute that `fresh` has not,
-// our lines hold no more than what is read from them, and `fresh` reads back as `fields`.
+// old comment: `old` has a line of ours, its other lines are in `fresh`, too, or say nothing, our lines hold
+// no more than what is read from them, and `fresh` reads back as `fields`.
 bool can_replace_packet(std::string_view old, std::string_view fresh, const orb_xmp_fields& fields);

@@ -95,6 +95,17 @@ outcome restore(const std::string& folder, const xmp_undo& undo) {
   return write_at(fd.get(), undo.old_packet, undo.position) ? outcome::restored : outcome::failed;
 }
 
+outcome settle(const std::string& folder, std::string_view record) {
+  const auto undo = read_undo_record(record);
+  return undo ? restore(folder, *undo) : outcome::untouched;
+}
+
+// No error: what is there is too large, or no regular file. Any other may pass, and the record is needed
+// then.
+outcome without_record(int error) {
+  return error == 0 || is_no_file(error) ? outcome::untouched : outcome::failed;
+}
+
 }  // namespace
 
 std::string make_undo_record(const xmp_undo& undo) {
@@ -134,10 +145,10 @@ bool overwrite_packet(int fd, const std::string& folder, const xmp_undo& undo) {
 
 bool settle_interrupted_write(const std::string& folder) {
   const std::string path = record_path(folder);
-  if (access(path.c_str(), F_OK) != 0) return true;
-  const std::string record = read_file(path.c_str(), kRecordLimit).value_or("");
-  const auto undo = read_undo_record(record);
-  const outcome result = undo ? restore(folder, *undo) : outcome::untouched;
+  errno = 0;
+  const auto record = read_file(path.c_str(), kRecordLimit);
+  if (!record && errno == ENOENT) return true;
+  const outcome result = record ? settle(folder, *record) : without_record(errno);
   trace(kTraceRecorder, "xmp undo %d", static_cast<int>(result));
   if (result != outcome::failed) unlink(path.c_str());
   return result == outcome::untouched;

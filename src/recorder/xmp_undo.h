@@ -28,6 +28,6 @@ std::optional<xmp_undo> read_undo_record(std::string_view record);
 bool overwrite_packet(int fd, const std::string& folder, const xmp_undo& undo);
 
 // Ends what an interruption has left in a folder: a packet that is neither old nor new becomes the old one, a
-// file that has been changed since is left alone, the record goes. False when the old packet was put back, or
-// could not be: what has been read of it before is not to be trusted.
+// file that has been changed since is left alone, the record goes, unless it could not be read. False when
+// the old packet was put back, or could not be: what has been read of it before is not to be trusted.
 bool settle_interrupted_write(const std::string& folder);

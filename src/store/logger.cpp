@@ -33,7 +33,8 @@ statistics numbers GUARDED_BY(logger_lock);
 bool is_save_due GUARDED_BY(logger_lock) = false;
 condition save_due;
 
-ev_timer minute_timer;  // main loop
+ev_timer minute_timer;           // main loop
+bool is_thread_missing = false;  // the system had none; main thread
 
 void on_minute(struct ev_loop*, ev_timer*, int) { tick_logger(); }
 
@@ -52,6 +53,10 @@ void* logger_thread(void*) {
     await_due_save();
     save_logger_minute();
   }
+}
+
+void start_logger_thread() {
+  is_thread_missing = start_detached_thread("logger", logger_thread, nullptr) != 0;
 }
 
 void make_logger_folder(const char* path) {
@@ -144,12 +149,13 @@ void orb_init_logger() {
 }
 
 void start_logger_timer(struct ev_loop* loop) {
-  start_detached_thread("logger", logger_thread, nullptr);
+  start_logger_thread();
   ev_timer_init(&minute_timer, on_minute, kMinute_s, kMinute_s);
   ev_timer_start(loop, &minute_timer);
 }
 
 void tick_logger() {
+  if (is_thread_missing) start_logger_thread();
   const mutex_lock lock(logger_lock);
   step_minute(numbers);
   is_save_due = true;

@@ -19,7 +19,8 @@ void orb_init_logger();
 void start_logger_timer(struct ev_loop* loop);
 
 // The minute is over: folds its samples into session and history and asks for a save. A run counts in the
-// history from its third minute. Never waits. Main thread.
+// history from its third minute. A thread that could not be started is asked for again. Never waits. Main
+// thread.
 void tick_logger();
 
 // Saves the history, flushed, if a minute has asked for it: one save for all minutes that came during the one

@@ -1,17 +1,23 @@
 // Value files, shell commands, and the Redis client against a Redis that is well, away, frozen or full.
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "base/child_process.h"
 #include "base/file.h"
+#include "base/json.h"
 #include "base/paths.h"
 #include "base/redis_exchange.h"
 #include "base/redis_server.h"
 #include "base/value_file.h"
 #include "supervisor/identity.h"
+#include "tests/await.h"
 
 namespace fs = std::filesystem;
 
@@ -52,6 +58,14 @@ TEST(value_file, reader_sees_whole_values) {
   }
 }
 
+TEST(json_file, stays_when_memory_has_run_out) {
+  const json_owner value(json_tokener_parse("[1]"));
+  EXPECT_TRUE(replace_json_file("/tmp/a.json", value.get()));
+  EXPECT_FALSE(replace_json_file("/tmp/a.json", nullptr));
+  EXPECT_EQ(save_json_file("/tmp/a.json", nullptr), -1);
+  EXPECT_EQ(read_file("/tmp/a.json", 9), "[1]");
+}
+
 TEST(shell, lines_and_the_exit_status) {
   const std::tuple<std::string, int, std::string> rows[] = {
       {"echo one; echo; printf 'abcdefgh\\nlast'", 0, "[one][][abcde][last]"},
@@ -70,16 +84,21 @@ TEST(shell, lines_and_the_exit_status) {
   EXPECT_EQ(shell_word("/media/a_1.2-b.zip"), "/media/a_1.2-b.zip");
 }
 
-// Slow while it prints, behind a closed output, or through what it has started.
+// Slow while it prints, behind a closed output, or through what it has started; or never silent. The last
+// descriptors are taken behind its start.
 TEST(shell, ends_in_its_time) {
-  for (const char* command :
-       {"echo one; sleep 30; echo two", "echo one; exec >&-; sleep 30", "echo one; (sleep 30); :"}) {
+  rlimit files{};
+  getrlimit(RLIMIT_NOFILE, &files);
+  const rlimit none{1, files.rlim_max};
+  for (const char* command : {"echo one; sleep 30; echo two", "echo one; exec >&-; sleep 30",
+                              "echo one; (sleep 30); :", "yes one"}) {
     const int64_t begin = monotonic_ns();
-    std::string lines;
-    const auto take = [&lines](std::string_view line) { lines += line; };
+    std::set<std::string> lines;
+    const auto take = [&](std::string_view line) { lines.emplace(line), setrlimit(RLIMIT_NOFILE, &none); };
     EXPECT_EQ(run_shell(command, 5, take, {.timeout_ms = 200}), kTimedOut);
+    setrlimit(RLIMIT_NOFILE, &files);
     EXPECT_LT(monotonic_ns() - begin, 2000 * kNanosecondsPerMillisecond) << command;
-    EXPECT_EQ(lines, "one");
+    EXPECT_EQ(lines, std::set<std::string>{"one"});
   }
   if (fork() == 0) shell_first_line("sleep 30", 1, {.ends_with_us = true});
   EXPECT_TRUE(await([] { return shell_first_line("pgrep -x sleep", 9) != ""; }));

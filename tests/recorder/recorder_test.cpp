@@ -370,6 +370,18 @@ TEST_F(takes, a_caption_is_one_cue_with_the_title) {
   const std::string whole = picture();
   const std::pair<const char*, std::string> rows[] = {
       {"-->", "--&gt;"},
+      {"a --> b", "a --&gt; b"},
+      {"<", "&lt;"},
+      {"a < b > c", "a &lt; b &gt; c"},
+      {"&", "&amp;"},
+      {"&amp;", "&amp;amp;"},
+      {"&amp;lt;", "&amp;amp;lt;"},
+      {"<00:00:00.500>", "&lt;00:00:00.500&gt;"},
+      {"00:00:00.000 --> 00:00:09.000", "00:00:00.000 --&gt; 00:00:09.000"},
+      {"STYLE", "STYLE"},
+      {"REGION", "REGION"},
+      {"{\\an8}", "{\\an8}"},
+      {"\"'", "\"'"},
       {"<b>bold</b>", "&lt;b&gt;bold&lt;/b&gt;"},
       {"R&D; &#60;", "R&amp;D; &amp;#60;"},
       {"NOTE", "NOTE"},

@@ -115,8 +115,6 @@ TEST_F(xmp, only_a_packet_that_loses_nothing_is_replaced) {
       {none, none, true},
       {none, none, false, 1300},  // no room for the note
       {none, none, false, 5000},  // its end would not be read
-      {none, "<dc:creator>me</dc:creator>\n" + none, false},
-      {none, "<rdf:Description xmp:Label='me'/>\n" + none, false},
       {none, std::string(1100, ' ') + "<rdf:li dc:format=\"x\"/>" + none, false},
       {none, "xmlns:dc=\"http://purl.org/dc/elements/1.1/\"\n" + none, true},
       {none, scene + "\n" + none, true},
@@ -127,7 +125,14 @@ TEST_F(xmp, only_a_packet_that_loses_nothing_is_replaced) {
       {scene, "<xmpDM:scene><rdf:Alt><rdf:li xml:lang=\"x-default\">Up</rdf:li></rdf:Alt></xmpDM:scene>",
        false},
       {scene, "<xmpDM:scene>=\"Upstream\"", true},
-      {scene, "<xmpDM:scene>=\"\"", true},
+      {scene, "<xmpDM:scene><rdf:Description xml:lang=\"de\" rdf:value=\"Upstream\"/></xmpDM:scene>", false},
+      {scene, scene + "<!-- . -->", false},
+      {none, "<rdf:li>words</rdf:li>\n" + none, false},
+      {none, "<!-- XML whitespace as padding -->\n <!-- mine -->\n" + none, false},
+      {"rdf:about=\"\"", "rdf:about=\"uuid:1234\"", false},
+      {"<x:xmpmeta", "<x:xmpmeta x:xmptk=\"a b\"", true},
+      {"<x:xmpmeta", "<x:xmpmeta xmp:Label=\"a b\"", false},
+      {"\"?>\r\n", "\"?> words", false},
       {scene, "<xmpDM:scene>=\"a & b&c\"", true},
       {scene, "<xmpDM:scene>=\"it&apos;s\"", false},
       {scene, "<xmpDM:scene>=\"" + std::string(32, 'x') + "\"", false},
@@ -191,6 +196,8 @@ TEST_F(xmp, damaged_and_hostile_files_are_looked_through_to_their_end_at_most) {
               std::tie(file.packet, file.length, file.insertion))
         << &file - kFiles;
   }
+  const unique_fd unreadable(open("unreadable", O_WRONLY | O_CREAT, 0600));
+  for (const char* name : {".jpg", ".mp4"}) EXPECT_FALSE(place_in(name, unreadable.get(), 9).was_read);
   const unique_fd endless(memfd_create("media", MFD_CLOEXEC));
   EXPECT_EQ(place_in(".jpg", endless.get(), size_t{1} << 42).insertion, -1);
 }
@@ -376,8 +383,8 @@ TEST_F(xmp, a_power_cut_leaves_the_old_packet_or_the_new_one) {
   replace_file("a.jpg", kLong);
   EXPECT_EQ(orb_xmp_write("a.jpg", fields_with("old")), 0);
   const std::string old = content("a.jpg");
-  rlimit limits{};
-  getrlimit(RLIMIT_FSIZE, &limits);
+  rlimit limits{}, files{};
+  getrlimit(RLIMIT_FSIZE, &limits), getrlimit(RLIMIT_NOFILE, &files);
   for (const rlim_t limit : {2000U, 60'000U}) {  // no record, no packet (and none that can be put back)
     EXPECT_FALSE(fs::exists("xmp_undo"));
     const rlimit cut{limit, limits.rlim_max};
@@ -390,6 +397,11 @@ TEST_F(xmp, a_power_cut_leaves_the_old_packet_or_the_new_one) {
   const std::string now = content("a.jpg");
   const auto settled = [&](const std::string& file, const std::string& left) {
     replace_file("a.jpg", file), replace_file("xmp_undo", left);
+    const rlimit none{1, files.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    orb_xmp_end_interrupted(paths::kUsbTakes);  // cannot read the record, which waits
+    setrlimit(RLIMIT_NOFILE, &files);
+    EXPECT_TRUE(fs::exists("xmp_undo"));
     orb_xmp_fields read;
     orb_xmp_read("a.jpg", &read);
     EXPECT_FALSE(fs::exists("xmp_undo"));

@@ -2,6 +2,8 @@
 // and a kill leave of the history; and its dated files.
 #include "store/logger.h"
 
+#include <ev.h>
+
 #include <climits>
 #include <cstring>
 #include <fstream>
@@ -203,6 +205,18 @@ int load_minute() {
 TEST(logger, a_kill_loses_no_more_than_the_minute_in_flight) {
   start_afresh();
   kill_while_saving(0, 100, save_minute, load_minute);
+}
+
+TEST(logger, a_thread_that_cannot_be_had_is_asked_for_each_minute) {
+  start_afresh();
+  pthread_attr_t before, vast;
+  pthread_getattr_default_np(&before), pthread_getattr_default_np(&vast);
+  pthread_attr_setstacksize(&vast, size_t{1} << 46);
+  pthread_setattr_default_np(&vast);
+  start_logger_timer(ev_default_loop(0));
+  pthread_setattr_default_np(&before);
+  tick_logger();
+  EXPECT_TRUE(await([] { return content(0).find("_id\":2,") != std::string::npos; }));
 }
 
 const std::string kLogs = paths::kUsbLogs + std::string("/");
