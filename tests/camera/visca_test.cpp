@@ -1,4 +1,7 @@
 // The commands byte by byte, the queue, and what the camera's replies do.
+#include <array>
+#include <thread>
+
 #include "tests/camera/fake_camera.h"
 
 namespace {
@@ -84,6 +87,32 @@ TEST(ViscaQueue, HoldsCommandsAndSendsOneAtATime) {
     }
     link.hear("9051FF");  // nothing outstanding
     EXPECT_TRUE(visca_camera_is_idle(link.camera));
+  }
+}
+
+// Four producers against a camera thread that retires as fast as it can.
+TEST(ViscaQueue, ProducersOnFourThreads) {
+  constexpr int kEach = 4000;
+  stepped_link link;
+  std::vector<std::jthread> producers;
+  producers.reserve(4);
+  for (int producer = 0; producer < 4; ++producer) {
+    producers.emplace_back([&, producer] {
+      for (int i = 0; i < kEach; ++i) {
+        while (visca_camera_zoom_direct(link.camera, producer << 12 | i) != 0) std::this_thread::yield();
+      }
+    });
+  }
+  std::array<int, 4> next{};
+  for (int sent = 0; sent < 4 * kEach; ++sent) {
+    std::string packet;
+    const auto found = [&] {
+      for (int i = 0; i < 20; ++i) visca_camera_complete_command(link.camera, kViscaAcknowledged);
+      return !(packet = link.block.packet(0)).empty();
+    };
+    while (!found()) continue;
+    const uint16_t position = visca_read_position(std::span<const uint8_t, 4>(unhex(packet).data() + 4, 4));
+    EXPECT_EQ(position & 0xFFF, next[position >> 12]++) << packet;
   }
 }
 
