@@ -59,7 +59,8 @@ struct recorder_state {
   // Marks and notes, the waiting ones too, and the running take's description: who writes one looks at
   // `recording` under it, and the worker takes it once between the end of a take and its completion.
   mutex notes_lock;
-  bool is_take_open GUARDED_BY(notes_lock) = false;  // has begun, and what it was at its stop is not kept yet
+  std::string open_take
+      GUARDED_BY(notes_lock);  // guid of the last one, "" when what it was at its stop is kept
 
   // Whoever clears `recording` asks the child to end; pause and resume signal under the same lock, or a late
   // SIGSTOP would cost the take.
@@ -74,6 +75,7 @@ struct recorder_state {
 
   mutex texts_lock;
   recorder_texts texts GUARDED_BY(texts_lock);
+  orb_xmp_fields stopped_texts GUARDED_BY(texts_lock);  // as they were at the last stop of a take
 };
 
 extern recorder_state recorder;
@@ -97,8 +99,8 @@ bool is_recorder_held();
 bool stop_take(int reason);
 
 // Completes the take that a guid file names: stills, caption, copy, metadata, description, and the end of
-// guid and internal file. `start_up`: the take was interrupted; one that was not stopped in order gets no
-// stills. False when the take still waits. Recording worker.
+// guid and internal file. One that was not stopped in order gets no stills. `start_up`: an ffmpeg that was
+// left may still write it. False when the take still waits. Recording worker.
 bool complete_take(const char* guid_path, bool start_up);
 
 // Takes back the take that the guid file names and that ffmpeg was never started for: guid, description, and

@@ -134,10 +134,12 @@ void remove_take(const take& t, const char* guid_path) {
   flush_folder_of(guid_path);  // or a power cut could bring it back after the take has been deleted
 }
 
-// What the take was at its stop; one that was interrupted before has no marks.
-stopped_take stopped_as(const take& t, bool start_up) {
+// What the take was at its stop, also when that cannot be kept; one that was interrupted before has no marks.
+stopped_take stopped_as(const take& t) {
+  keep_stopped_take();
   if (std::optional<stopped_take> kept = load_stopped_take(t.guid)) return std::move(*kept);
-  return start_up ? stopped_take{metadata_texts_now(), {}, {}} : stopped_take_now();
+  const mutex_lock lock(recorder.notes_lock);
+  return recorder.open_take == t.guid ? last_stopped_take() : stopped_take{metadata_texts_now(), {}, {}};
 }
 
 std::string duration_of(const take& t, json_object* description, int64_t size) {
@@ -176,7 +178,7 @@ bool complete(const take& t, json_object* description, const char* guid_path, bo
     end_writers(path);
     flush_file(path.c_str());
   }
-  if (!put_on_store(t, description, stopped_as(t, start_up), size_of(path))) {
+  if (!put_on_store(t, description, stopped_as(t), size_of(path))) {
     trace(kTraceRecorder, "take waits '%s'", t.guid.c_str());
     return false;
   }
@@ -211,7 +213,7 @@ bool complete_take(const char* guid_path, bool start_up) {
 
 void drop_take() {
   const mutex_lock lock(recorder.notes_lock);
-  recorder.is_take_open = false;
+  recorder.open_take.clear();
   take t;
   load_description(read_guid(paths::kTakeGuid), &t);
   trace(kTraceRecorder, "take dropped '%s'", t.guid.c_str());

@@ -132,9 +132,17 @@ recorder_stage store_take(const take& t) {
 
 recorder_stage prepare_take() {
   const mutex_lock lock(recorder.notes_lock);
-  const recorder_stage next = store_take(next_take());
-  recorder.is_take_open = next == recorder_stage::take_requested;
+  const take t = next_take();
+  const recorder_stage next = store_take(t);
+  if (next == recorder_stage::take_requested) recorder.open_take = t.guid;  // and the marks are no other's
   return next;
+}
+
+// Whoever stops the take, and whenever it is kept: what is given from now on is the next one's.
+void remember_texts() {
+  const orb_xmp_fields texts = metadata_texts_now();
+  const mutex_lock lock(recorder.texts_lock);
+  recorder.stopped_texts = texts;
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
@@ -229,6 +237,7 @@ bool stop_take(int reason) {
   recorder.is_stop_wanted = true;
   if (recorder.recording == 0) return false;
   trace(kTraceRecorder, "stop %d", reason);
+  remember_texts();
   recorder.post_processing = 1;
   recorder.recording = 0;
   recorder.paused = 0;
@@ -286,13 +295,13 @@ int orb_start_recorder() {
 
 int orb_stop_recorder() { return stop_take(kStopByRequest) ? 0 : -1; }
 
-// The first one's texts hold; while a take is only about to begin there is nothing to keep.
+// While a take is only about to begin there is nothing to keep.
 void keep_stopped_take() {
   const mutex_lock lock(recorder.notes_lock);
-  if (!recorder.is_take_open || recorder.recording != 0 || recorder.post_processing == 0) return;
-  const std::string guid = read_guid(paths::kTakeGuid);
-  if (!save_stopped_take(guid, stopped_take_now())) trace(kTraceRecorder, "stop not kept %d", errno);
-  recorder.is_take_open = false;
+  if (recorder.open_take.empty() || recorder.recording != 0 || recorder.post_processing == 0) return;
+  if (!save_stopped_take(recorder.open_take, last_stopped_take()))
+    return trace(kTraceRecorder, "stop not kept %d", errno);
+  recorder.open_take.clear();
 }
 
 int orb_pause_recorder() { return set_paused(1); }

@@ -131,12 +131,11 @@ TEST_F(marks, pair_with_their_notes_as_stills) {
   put(paths::kImageNotes, "one\nskipped\ntwo\nagain\nbeyond the end\nskipped");
   const json_owner files(json_object_new_array());
   orb_set_recorder_title("first job");
-  recorder.recording = 0;
-  recorder.post_processing = 1;
   {
     const mutex_lock lock(recorder.notes_lock);
-    recorder.is_take_open = true;
+    recorder.open_take = kTake.guid;
   }
+  EXPECT_EQ(orb_stop_recorder(), 0);
   keep_stopped_take();
   orb_set_recorder_title("next job");  // before the stills are cut
   put(paths::kImageNotes, "next\n");

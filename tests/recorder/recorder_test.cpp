@@ -367,6 +367,36 @@ TEST_F(takes, a_power_cut_after_the_stop_loses_no_still_and_no_text) {
   EXPECT_GT(cuts, 30);
 }
 
+// The first two attempts to keep it fail.
+TEST_F(takes, what_a_take_was_at_its_stop_is_kept_as_soon_as_that_succeeds) {
+  orb_set_recorder_title("this job");
+  const take t = begin_take();
+  const std::string kept = stopped_take_path(t.guid);
+  put(internal_take_path(t), picture());
+  put(paths::kSaveTimes, "00:00:00.500\n");
+  recorder.recording = 1;
+  fs::create_directory(kept + ".new");
+  EXPECT_EQ(orb_stop_recorder(), 0);
+  orb_set_recorder_title("next job");
+  fs::create_directory(caption_path(t));
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    keep_stopped_take();
+    EXPECT_FALSE(complete_take(paths::kTakeGuid, attempt != 0) || fs::exists(kept));
+  }
+  fs::remove(kept + ".new");
+  EXPECT_FALSE(complete_take(paths::kTakeGuid, true));
+  EXPECT_STREQ(load_stopped_take(t.guid).value_or(stopped_take{}).texts.project_name, "this job");
+  fs::remove(caption_path(t));
+
+  put(stopped_take_path(kGuid), "{}"), put(stopped_take_path(kGuid) + ".new", "{");  // of a power cut
+  EXPECT_FALSE(work_until(-1, [] { return start_take_file_workers(), true; }));
+  EXPECT_FALSE(fs::exists(stopped_take_path(kGuid)) || fs::exists(stopped_take_path(kGuid) + ".new"));
+  EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+  orb_xmp_fields fields;
+  orb_xmp_read(path_in(paths::kUsbTakes, still_file_name(t, "00:00:00.500")).c_str(), &fields);
+  EXPECT_STREQ(fields.project_name, "this job");
+}
+
 // Deletes all of the take's files, by the worker.
 bool delete_take() {
   const auto request = [](const std::string& files) {
