@@ -89,6 +89,10 @@ uint64_t free_kb(const char* folder);
 uint64_t largest_file_kb(const char* folder);
 void measure_stores();
 
+// Whether the USB store takes a file of `size` bytes, for which one of `replaced` bytes goes, and has 1 MiB
+// left: for descriptions and the service log, which share it.
+bool has_usb_room(int64_t size, int64_t replaced = 0);
+
 // Whether the daemon is about to end.
 bool is_recorder_closed();
 

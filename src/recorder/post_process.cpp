@@ -100,16 +100,10 @@ void show_copied(void*, int64_t copied, int64_t size) {
 // all.
 bool is_too_large(int error) { return error == ENOSPC || error == EFBIG || error == EDQUOT; }
 
-bool has_room_for(const std::string& copy, int64_t size) {
-  const auto size_kb = static_cast<uint64_t>(std::max<int64_t>(size, 0)) / 1024;
-  const auto replaced_kb = static_cast<uint64_t>(std::max<int64_t>(size_of(copy), 0)) / 1024;
-  return size_kb <= std::min(free_kb(paths::kUsbTakes) + replaced_kb, largest_file_kb(paths::kUsbTakes));
-}
-
 bool copy_take(const take& t, int64_t size) {
   trace(kTraceRecorder, "cp size %ld", static_cast<long>(size));
   const std::string copy = usb_take_path(t);
-  const bool has_room = has_room_for(copy, size);
+  const bool has_room = has_usb_room(size, size_of(copy));
   if (has_room && copy_file(internal_take_path(t).c_str(), copy.c_str(), show_copied, nullptr)) return true;
   const int error = has_room ? errno : ENOSPC;
   trace(kTraceRecorder, "cp failed %d '%s'", error, strerror(error));

@@ -6,6 +6,7 @@
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -30,6 +31,7 @@ namespace {
 constexpr uint64_t kStartEmmc_kb = 80'000;
 constexpr uint64_t kStartUsb_kb = 100'000;
 
+constexpr uint64_t kSparedUsb_kb = 1024;
 constexpr uint64_t kLargestVfatFile_kb = (uint64_t{4} << 20) - 1;
 
 constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
@@ -200,6 +202,13 @@ uint64_t largest_file_kb(const char* folder) {
   struct statfs info {};
   const bool is_vfat = statfs(folder, &info) == 0 && info.f_type == MSDOS_SUPER_MAGIC;
   return is_vfat ? kLargestVfatFile_kb : UINT64_MAX;
+}
+
+bool has_usb_room(int64_t size, int64_t replaced) {
+  const uint64_t size_kb = static_cast<uint64_t>(std::max<int64_t>(size, 0)) / 1024 + 1;
+  const uint64_t freed_kb = static_cast<uint64_t>(std::max<int64_t>(replaced, 0)) / 1024;
+  return size_kb + kSparedUsb_kb <= free_kb(paths::kUsbTakes) + freed_kb &&
+         size_kb <= largest_file_kb(paths::kUsbTakes);
 }
 
 void measure_stores() {

@@ -1,5 +1,6 @@
 // The stills of a take: each mark is cut from its file by ffmpeg. Recording worker.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +18,8 @@
 namespace {
 
 constexpr int kCut_ms = 20'000;
-constexpr uint64_t kStillRoom_kb = 4096;  // less is what a still or its packet may have failed for
+constexpr int64_t kLargeStill = 3 << 20;  // as large as one may be that was not made
+constexpr int64_t kPacketRoom = 4096;     // its packet is smaller
 constexpr int kHungLimit = 3;  // cuts that hang, of one take: then the rest of its stills is given up
 
 using offset_numbers = std::array<int, 4>;  // hours, minutes, seconds, milliseconds
@@ -76,7 +78,12 @@ cut_result make_still(const take& t, const std::string& offset, const std::strin
   return is_told ? cut_result::done : cut_result::failed;
 }
 
-bool is_store_full() { return free_kb(paths::kUsbTakes) < kStillRoom_kb; }
+// For what a still, or the copy that its packet needs, may have failed.
+bool is_store_full(const std::string& still) {
+  struct stat info {};
+  const bool is_made = stat(still.c_str(), &info) == 0;
+  return !has_usb_room(is_made ? info.st_size + kPacketRoom : kLargeStill);
+}
 
 bool is_listed(json_object* files, const std::string& name) {
   for (size_t i = 0; i < json_object_array_length(files); ++i) {
@@ -114,7 +121,7 @@ bool make_stills(const take& t, const stopped_take& stopped, json_object* files)
     if (hung < kHungLimit && !is_whole(path)) {
       const std::string note = i < stopped.notes.size() ? stopped.notes[i] : "";
       const cut_result made = make_still(t, offset, path, make_metadata(stopped.texts, t.start_time, note));
-      if (made == cut_result::failed && is_store_full()) return false;
+      if (made == cut_result::failed && is_store_full(path)) return false;
       if (made == cut_result::hung) ++hung;
     }
     if (offset == last) {

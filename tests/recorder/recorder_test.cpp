@@ -507,6 +507,29 @@ TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) 
   }
   EXPECT_GT(waited, 4);
   EXPECT_LT(waited, 23);
+  const small_store usb(paths::kUsbTakes, 28);  // of the picture, the caption and one description
+  interrupt_take();
+  expect_waiting();
+  EXPECT_FALSE(fs::exists(usb_take_path(kTake)));
+}
+
+// Its packet needs room for a second one; ffmpeg is one that makes a still of 4 MiB.
+TEST_F(takes, a_large_still_gets_its_packet_when_there_is_room_for_it) {
+  put("/tmp/ffmpeg", "#!/bin/sh\nfor last; do :; done; cat /tmp/large.jpg >\"$last\"\n");
+  shell_first_line("ffmpeg -v error -f lavfi -i testsrc -frames 1 /tmp/large.jpg </dev/null", 1);
+  fs::resize_file("/tmp/large.jpg", 4 << 20);
+  fs::permissions("/tmp/ffmpeg", fs::perms::owner_all);
+  ASSERT_EQ(mount("/tmp/ffmpeg", paths::kFfmpeg, nullptr, MS_BIND, nullptr), 0);
+  const small_store usb(paths::kUsbTakes, 8'600);
+  interrupt_take();
+  ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+  expect_waiting();
+  usb.resize(20'000);
+  EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+  umount2(paths::kFfmpeg, MNT_DETACH);
+  orb_xmp_fields fields;
+  const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
+  EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), 0);
 }
 
 TEST_F(takes, a_take_whose_description_tells_nothing_waits) {
