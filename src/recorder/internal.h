@@ -59,8 +59,8 @@ struct recorder_state {
   // Marks and notes, the waiting ones too, and the running take's description: who writes one looks at
   // `recording` under it, and the worker takes it once between the end of a take and its completion.
   mutex notes_lock;
-  std::string open_take
-      GUARDED_BY(notes_lock);  // guid of the last one, "" when what it was at its stop is kept
+  // The guid of the last take; "" when what it was at its stop is kept.
+  char open_take[kGuidLength + 1] GUARDED_BY(notes_lock) = "";
 
   // Whoever clears `recording` asks the child to end; pause and resume signal under the same lock, or a late
   // SIGSTOP would cost the take.

@@ -207,7 +207,7 @@ bool complete_take(const char* guid_path, bool start_up) {
 
 void drop_take() {
   const mutex_lock lock(recorder.notes_lock);
-  recorder.open_take.clear();
+  recorder.open_take[0] = '\0';
   take t;
   load_description(read_guid(paths::kTakeGuid), &t);
   trace(kTraceRecorder, "take dropped '%s'", t.guid.c_str());
@@ -216,5 +216,6 @@ void drop_take() {
   unlink(paths::kTakeGuid);  // first: one without a description would wait for ever
   flush_folder_of(paths::kTakeGuid);
   unlink(description_path(t.guid).c_str());
+  flush_folder_of(description_path(t.guid).c_str());  // nobody would remove one that came back
   unlink(stopped_take_path(t.guid).c_str());
 }

@@ -126,6 +126,7 @@ recorder_stage store_take(const take& t) {
   if (!save_description(t, "", json_owner(json_object_new_array()))) return recorder_stage::preparing;
   if (!store_guid(t.guid)) {
     remove(description_path(t.guid).c_str());
+    flush_folder_of(description_path(t.guid).c_str());
     return recorder_stage::idle;
   }
   remove(paths::kVideoNote);  // the take has it
@@ -136,7 +137,8 @@ recorder_stage prepare_take() {
   const mutex_lock lock(recorder.notes_lock);
   const take t = next_take();
   const recorder_stage next = store_take(t);
-  if (next == recorder_stage::take_requested) recorder.open_take = t.guid;  // and the marks are no other's
+  if (next == recorder_stage::take_requested)  // and the marks are no other's
+    copy_text(recorder.open_take, sizeof recorder.open_take, t.guid);
   return next;
 }
 
@@ -307,10 +309,10 @@ int orb_stop_recorder() { return stop_take(kStopByRequest) ? 0 : -1; }
 // While a take is only about to begin there is nothing to keep.
 void keep_stopped_take() {
   const mutex_lock lock(recorder.notes_lock);
-  if (recorder.open_take.empty() || recorder.recording != 0 || recorder.post_processing == 0) return;
+  if (recorder.open_take[0] == '\0' || recorder.recording != 0 || recorder.post_processing == 0) return;
   if (!save_stopped_take(recorder.open_take, last_stopped_take()))
     return trace(kTraceRecorder, "stop not kept %d", errno);
-  recorder.open_take.clear();
+  recorder.open_take[0] = '\0';
 }
 
 int orb_pause_recorder() { return set_paused(1); }

@@ -10,6 +10,7 @@
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "recorder/internal.h"
 #include "recorder/line_file.h"
 #include "recorder/metadata.h"
@@ -133,7 +134,7 @@ TEST_F(marks, pair_with_their_notes_as_stills) {
   orb_set_recorder_title("first job");
   {
     const mutex_lock lock(recorder.notes_lock);
-    recorder.open_take = kTake.guid;
+    copy_text(recorder.open_take, sizeof recorder.open_take, kTake.guid);
   }
   EXPECT_EQ(orb_stop_recorder(), 0);
   keep_stopped_take();
