@@ -32,7 +32,8 @@ void close_recorder();
 // needed), or ffmpeg is slow to start (the take records then all the same).
 int orb_start_recorder();
 
-// Ends the take, also one that a start has just asked for; -1 when none records. Never waits.
+// Ends the take, also one that a start has just asked for; -1 when none records. Texts and location that are
+// given from then on are the next take's. Never waits.
 int orb_stop_recorder();
 
 // After a stop: the take's texts, as they were then, and marks are on the disk. The worker does it too, some
