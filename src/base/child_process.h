@@ -46,6 +46,14 @@ inline constexpr int kTimedOut = 128 + SIGKILL;
 int run_shell(const std::string& command, size_t size, const std::function<void(std::string_view line)>& take,
               const shell_limits& limits = {});
 
+// Whether it could not run or somebody else has ended it, by what run_shell returns, so that it may do better
+// another time. ffmpeg obeys a signal with 255.
+inline bool was_broken_off(int status) {
+  constexpr int kEndedBySignal = 255;
+  return status < 0 || status == kEndedBySignal ||
+         (status > 128 && status <= 128 + SIGRTMAX && status != kTimedOut);
+}
+
 // The first line that a shell command prints, at most `size` bytes of it.
 std::string shell_first_line(const std::string& command, size_t size, const shell_limits& limits = {});
 

@@ -59,7 +59,8 @@ struct recorder_state {
   // Marks and notes, the waiting ones too, and the running take's description: who writes one looks at
   // `recording` under it, and the worker takes it once between the end of a take and its completion.
   mutex notes_lock;
-  bool is_take_open GUARDED_BY(notes_lock) = false;  // has begun, and what it was at its stop is not kept yet
+  // The guid of the last take; "" when what it was at its stop is kept.
+  char open_take[kGuidLength + 1] GUARDED_BY(notes_lock) = "";
 
   // Whoever clears `recording` asks the child to end; pause and resume signal under the same lock, or a late
   // SIGSTOP would cost the take.
@@ -74,6 +75,7 @@ struct recorder_state {
 
   mutex texts_lock;
   recorder_texts texts GUARDED_BY(texts_lock);
+  orb_xmp_fields stopped_texts GUARDED_BY(texts_lock);  // as they were at the last stop of a take
 };
 
 extern recorder_state recorder;
@@ -87,6 +89,10 @@ uint64_t free_kb(const char* folder);
 uint64_t largest_file_kb(const char* folder);
 void measure_stores();
 
+// Whether the USB store takes a file of `size` bytes, for which one of `replaced` bytes goes, and has 1 MiB
+// left: for descriptions and the service log, which share it.
+bool has_usb_room(int64_t size, int64_t replaced = 0);
+
 // Whether the daemon is about to end.
 bool is_recorder_closed();
 
@@ -97,8 +103,8 @@ bool is_recorder_held();
 bool stop_take(int reason);
 
 // Completes the take that a guid file names: stills, caption, copy, metadata, description, and the end of
-// guid and internal file. `start_up`: the take was interrupted; one that was not stopped in order gets no
-// stills. False when the take still waits. Recording worker.
+// guid and internal file. One that was not stopped in order gets no stills. `start_up`: an ffmpeg that was
+// left may still write it. False when the take still waits. Recording worker.
 bool complete_take(const char* guid_path, bool start_up);
 
 // Takes back the take that the guid file names and that ffmpeg was never started for: guid, description, and

@@ -32,14 +32,17 @@ int64_t size_of(const std::string& path) {
   return errno == ENOENT ? 0 : -1;
 }
 
-// "H:MM:SS" as ffprobe gives it.
-std::string measure_duration(const std::string& path) {
+// "H:MM:SS" as ffprobe gives it, "" without an answer; nothing when it has been broken off.
+std::optional<std::string> measure_duration(const std::string& path) {
   const std::string command = std::string(paths::kFfprobe) + " -i " + shell_quoted(path) +
                               " -show_entries format=duration -v quiet -of csv=p=0 -sexagesimal";
   const shell_limits limits{.timeout_ms = kProbe_ms, .ends_with_us = true};
-  std::string duration = shell_first_line(command, kDurationSize, limits);
-  duration.resize(std::min(duration.size(), duration.find('.')));
-  return duration.empty() ? kNoDuration : duration;
+  std::optional<std::string> first;
+  const auto keep_first = [&first](std::string_view line) {
+    if (!first) first = line.substr(0, line.find('.'));
+  };
+  if (was_broken_off(run_shell(command, kDurationSize, keep_first, limits))) return std::nullopt;
+  return first.value_or("");
 }
 
 // Adds the entries of `from` but that of the take's file.
@@ -100,16 +103,10 @@ void show_copied(void*, int64_t copied, int64_t size) {
 // all.
 bool is_too_large(int error) { return error == ENOSPC || error == EFBIG || error == EDQUOT; }
 
-bool has_room_for(const std::string& copy, int64_t size) {
-  const auto size_kb = static_cast<uint64_t>(std::max<int64_t>(size, 0)) / 1024;
-  const auto replaced_kb = static_cast<uint64_t>(std::max<int64_t>(size_of(copy), 0)) / 1024;
-  return size_kb <= std::min(free_kb(paths::kUsbTakes) + replaced_kb, largest_file_kb(paths::kUsbTakes));
-}
-
 bool copy_take(const take& t, int64_t size) {
   trace(kTraceRecorder, "cp size %ld", static_cast<long>(size));
   const std::string copy = usb_take_path(t);
-  const bool has_room = has_room_for(copy, size);
+  const bool has_room = has_usb_room(size, size_of(copy));
   if (has_room && copy_file(internal_take_path(t).c_str(), copy.c_str(), show_copied, nullptr)) return true;
   const int error = has_room ? errno : ENOSPC;
   trace(kTraceRecorder, "cp failed %d '%s'", error, strerror(error));
@@ -134,17 +131,20 @@ void remove_take(const take& t, const char* guid_path) {
   flush_folder_of(guid_path);  // or a power cut could bring it back after the take has been deleted
 }
 
-// What the take was at its stop; one that was interrupted before has no marks.
-stopped_take stopped_as(const take& t, bool start_up) {
+// What the take was at its stop, also when that cannot be kept; one that was interrupted before has no marks.
+stopped_take stopped_as(const take& t) {
+  keep_stopped_take();
   if (std::optional<stopped_take> kept = load_stopped_take(t.guid)) return std::move(*kept);
-  return start_up ? stopped_take{metadata_texts_now(), {}, {}} : stopped_take_now();
+  const mutex_lock lock(recorder.notes_lock);
+  return recorder.open_take == t.guid ? last_stopped_take() : stopped_take{metadata_texts_now(), {}, {}};
 }
 
-std::string duration_of(const take& t, json_object* description, int64_t size) {
-  std::string duration =
+std::optional<std::string> duration_of(const take& t, json_object* description, int64_t size) {
+  std::optional<std::string> duration =
       size == 0 ? json_text(description, "duration") : measure_duration(internal_take_path(t));
-  if (duration.empty()) duration = kNoDuration;
-  trace(kTraceRecorder, "duration '%s'", duration.c_str());
+  if (!duration) return duration;
+  if (duration->empty()) duration = kNoDuration;
+  trace(kTraceRecorder, "duration '%s'", duration->c_str());
   return duration;
 }
 
@@ -153,7 +153,9 @@ std::string duration_of(const take& t, json_object* description, int64_t size) {
 // has been copied.
 bool put_on_store(const take& t, json_object* description, const stopped_take& stopped, int64_t size) {
   const std::string take_file = take_file_name(t, "mp4");
-  const std::string duration = duration_of(t, description, size);
+  const std::optional<std::string> measured = duration_of(t, description, size);
+  if (!measured) return false;
+  const std::string& duration = *measured;
   const json_owner stills(json_object_new_array());
   add_stills(json_member(description, "files"), take_file, stills.get());
   const bool are_made = size == 0 || make_stills(t, stopped, stills.get());
@@ -176,7 +178,7 @@ bool complete(const take& t, json_object* description, const char* guid_path, bo
     end_writers(path);
     flush_file(path.c_str());
   }
-  if (!put_on_store(t, description, stopped_as(t, start_up), size_of(path))) {
+  if (!put_on_store(t, description, stopped_as(t), size_of(path))) {
     trace(kTraceRecorder, "take waits '%s'", t.guid.c_str());
     return false;
   }
@@ -211,7 +213,7 @@ bool complete_take(const char* guid_path, bool start_up) {
 
 void drop_take() {
   const mutex_lock lock(recorder.notes_lock);
-  recorder.is_take_open = false;
+  recorder.open_take[0] = '\0';
   take t;
   load_description(read_guid(paths::kTakeGuid), &t);
   trace(kTraceRecorder, "take dropped '%s'", t.guid.c_str());
@@ -220,5 +222,6 @@ void drop_take() {
   unlink(paths::kTakeGuid);  // first: one without a description would wait for ever
   flush_folder_of(paths::kTakeGuid);
   unlink(description_path(t.guid).c_str());
+  flush_folder_of(description_path(t.guid).c_str());  // nobody would remove one that came back
   unlink(stopped_take_path(t.guid).c_str());
 }

@@ -6,6 +6,7 @@
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -30,6 +31,7 @@ namespace {
 constexpr uint64_t kStartEmmc_kb = 80'000;
 constexpr uint64_t kStartUsb_kb = 100'000;
 
+constexpr uint64_t kSparedUsb_kb = 1024;
 constexpr uint64_t kLargestVfatFile_kb = (uint64_t{4} << 20) - 1;
 
 constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
@@ -124,6 +126,7 @@ recorder_stage store_take(const take& t) {
   if (!save_description(t, "", json_owner(json_object_new_array()))) return recorder_stage::preparing;
   if (!store_guid(t.guid)) {
     remove(description_path(t.guid).c_str());
+    flush_folder_of(description_path(t.guid).c_str());
     return recorder_stage::idle;
   }
   remove(paths::kVideoNote);  // the take has it
@@ -132,9 +135,18 @@ recorder_stage store_take(const take& t) {
 
 recorder_stage prepare_take() {
   const mutex_lock lock(recorder.notes_lock);
-  const recorder_stage next = store_take(next_take());
-  recorder.is_take_open = next == recorder_stage::take_requested;
+  const take t = next_take();
+  const recorder_stage next = store_take(t);
+  if (next == recorder_stage::take_requested)  // and the marks are no other's
+    copy_text(recorder.open_take, sizeof recorder.open_take, t.guid);
   return next;
+}
+
+// Whoever stops the take, and whenever it is kept: what is given from now on is the next one's.
+void remember_texts() {
+  const orb_xmp_fields texts = metadata_texts_now();
+  const mutex_lock lock(recorder.texts_lock);
+  recorder.stopped_texts = texts;
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
@@ -194,6 +206,13 @@ uint64_t largest_file_kb(const char* folder) {
   return is_vfat ? kLargestVfatFile_kb : UINT64_MAX;
 }
 
+bool has_usb_room(int64_t size, int64_t replaced) {
+  const uint64_t size_kb = static_cast<uint64_t>(std::max<int64_t>(size, 0)) / 1024 + 1;
+  const uint64_t freed_kb = static_cast<uint64_t>(std::max<int64_t>(replaced, 0)) / 1024;
+  return size_kb + kSparedUsb_kb <= free_kb(paths::kUsbTakes) + freed_kb &&
+         size_kb <= largest_file_kb(paths::kUsbTakes);
+}
+
 void measure_stores() {
   recorder.emmc_kb = free_kb(paths::kInternalTakes);
   recorder.usb_kb = free_kb(paths::kUsbTakes);
@@ -229,6 +248,7 @@ bool stop_take(int reason) {
   recorder.is_stop_wanted = true;
   if (recorder.recording == 0) return false;
   trace(kTraceRecorder, "stop %d", reason);
+  remember_texts();
   recorder.post_processing = 1;
   recorder.recording = 0;
   recorder.paused = 0;
@@ -286,13 +306,13 @@ int orb_start_recorder() {
 
 int orb_stop_recorder() { return stop_take(kStopByRequest) ? 0 : -1; }
 
-// The first one's texts hold; while a take is only about to begin there is nothing to keep.
+// While a take is only about to begin there is nothing to keep.
 void keep_stopped_take() {
   const mutex_lock lock(recorder.notes_lock);
-  if (!recorder.is_take_open || recorder.recording != 0 || recorder.post_processing == 0) return;
-  const std::string guid = read_guid(paths::kTakeGuid);
-  if (!save_stopped_take(guid, stopped_take_now())) trace(kTraceRecorder, "stop not kept %d", errno);
-  recorder.is_take_open = false;
+  if (recorder.open_take[0] == '\0' || recorder.recording != 0 || recorder.post_processing == 0) return;
+  if (!save_stopped_take(recorder.open_take, last_stopped_take()))
+    return trace(kTraceRecorder, "stop not kept %d", errno);
+  recorder.open_take[0] = '\0';
 }
 
 int orb_pause_recorder() { return set_paused(1); }

@@ -32,11 +32,12 @@ void close_recorder();
 // needed), or ffmpeg is slow to start (the take records then all the same).
 int orb_start_recorder();
 
-// Ends the take, also one that a start has just asked for; -1 when none records. Never waits.
+// Ends the take, also one that a start has just asked for; -1 when none records. Texts and location that are
+// given from then on are the next take's. Never waits.
 int orb_stop_recorder();
 
-// After a stop: the take's texts and marks are on the disk, and what is given from now on is the next take's.
-// The worker does it too, some 0.1 s later.
+// After a stop: the take's texts, as they were then, and marks are on the disk. The worker does it too, some
+// 0.1 s later, and again with each try to complete the take until it succeeds.
 void keep_stopped_take();
 
 // The take goes on without its picture: the stream is not read. -1 unless it records and is not paused.

@@ -1,5 +1,6 @@
 // The stills of a take: each mark is cut from its file by ffmpeg. Recording worker.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,7 +19,8 @@
 namespace {
 
 constexpr int kCut_ms = 20'000;
-constexpr uint64_t kStillRoom_kb = 4096;  // less is what a still or its packet may have failed for
+constexpr int64_t kLargeStill = 3 << 20;  // as large as one may be that was not made
+constexpr int64_t kPacketRoom = 4096;     // its packet is smaller
 constexpr int kHungLimit = 3;  // cuts that hang, of one take: then the rest of its stills is given up
 
 using offset_numbers = std::array<int, 4>;  // hours, minutes, seconds, milliseconds
@@ -51,7 +53,7 @@ bool is_whole(const std::string& path) {
   return is_there && !orb_xmp_is_missing(path.c_str());
 }
 
-enum class cut_result { done, failed, hung };
+enum class cut_result { done, failed, hung, broken_off };
 
 // None comes of an offset beyond the end of the take: done. A part of a picture is none.
 cut_result cut_still(const take& t, const std::string& offset, const std::string& path) {
@@ -64,6 +66,7 @@ cut_result cut_still(const take& t, const std::string& offset, const std::string
   if (status == 0) return cut_result::done;
   trace(kTraceRecorder, "image failed %s %d", offset.c_str(), status);
   remove(path.c_str());
+  if (was_broken_off(status)) return cut_result::broken_off;
   return status == kTimedOut ? cut_result::hung : cut_result::failed;
 }
 
@@ -77,7 +80,12 @@ cut_result make_still(const take& t, const std::string& offset, const std::strin
   return is_told ? cut_result::done : cut_result::failed;
 }
 
-bool is_store_full() { return free_kb(paths::kUsbTakes) < kStillRoom_kb; }
+// For what a still, or the copy that its packet needs, may have failed.
+bool is_store_full(const std::string& still) {
+  struct stat info {};
+  const bool is_made = stat(still.c_str(), &info) == 0;
+  return !has_usb_room(is_made ? info.st_size + kPacketRoom : kLargeStill);
+}
 
 bool is_listed(json_object* files, const std::string& name) {
   for (size_t i = 0; i < json_object_array_length(files); ++i) {
@@ -115,7 +123,8 @@ bool make_stills(const take& t, const stopped_take& stopped, json_object* files)
     if (hung < kHungLimit && !is_whole(path)) {
       const std::string note = i < stopped.notes.size() ? stopped.notes[i] : "";
       const cut_result made = make_still(t, offset, path, make_metadata(stopped.texts, t.start_time, note));
-      if (made == cut_result::failed && is_store_full()) return false;
+      if (made == cut_result::failed && is_store_full(path)) return false;
+      if (made == cut_result::broken_off) return false;
       if (made == cut_result::hung) ++hung;
     }
     if (offset == last) {

@@ -46,8 +46,12 @@ std::vector<std::string> listed_lines(json_object* object, const char* key) {
 
 }  // namespace
 
-stopped_take stopped_take_now() {
-  stopped_take stopped{metadata_texts_now(), {}, {}};
+stopped_take last_stopped_take() {
+  stopped_take stopped;
+  {
+    const mutex_lock lock(recorder.texts_lock);
+    stopped.texts = recorder.stopped_texts;
+  }
   auto offsets = read_lines(kOffsets);
   auto notes = read_lines(kNotes);
   if (offsets && notes) {

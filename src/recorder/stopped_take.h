@@ -15,9 +15,9 @@ struct stopped_take {
   std::vector<std::string> notes;    // in step with them
 };
 
-// Texts and marks as they stand. Whoever calls it holds the recorder's `notes_lock`, or is alone with the
-// marks.
-stopped_take stopped_take_now();
+// The texts as they were at the last stop, and the marks as they stand. Whoever calls it holds the recorder's
+// `notes_lock`.
+stopped_take last_stopped_take();
 
 std::string stopped_take_path(const std::string& guid);
 

@@ -148,6 +148,16 @@ constinit stored_files take_files{paths::kUsbTakes,
                                   {"take-copy", "copy", copy_entry},
                                   {"take-delete", "delete", delete_take_file}};
 
+// What takes were at their stop that are complete, or were dropped.
+void remove_needless_stops() {
+  const std::vector<std::string> guids = incomplete_takes();
+  for (const std::string& name : json_file_names(paths::kInternalTakes)) {
+    const bool is_needed =
+        std::ranges::any_of(guids, [&](const std::string& guid) { return name == guid + ".json"; });
+    if (!is_needed) remove(path_in(paths::kInternalTakes, name).c_str());
+  }
+}
+
 void add_take_location(json_object* file, json_object* entry) {
   add_location(file, take_files, entry_name(entry, "name"));
 }
@@ -156,6 +166,8 @@ void add_take_location(json_object* file, json_object* entry) {
 
 void start_take_file_workers() {
   remove_unfinished(paths::kInternalTakes, "guid");
+  remove_unfinished(paths::kInternalTakes, kDescriptionNames);
+  remove_needless_stops();
   remove_unfinished(paths::kUsbTakes, kDescriptionNames);
   remove_unfinished(paths::kUsbTakes, kCaptionNames);
   start_file_workers(&take_files);

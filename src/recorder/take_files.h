@@ -4,8 +4,8 @@
 
 #include "base/json.h"
 
-// Removes what a power cut has left half-written beside guid, descriptions and captions, and starts the
-// workers. Before any of those is written.
+// Removes what a power cut has left half-written beside guid, descriptions and captions, and what is kept of
+// takes that are none any more, and starts the workers. Before any of those is written.
 void start_take_file_workers();
 
 // Every file that the descriptions on the USB store list, with where it is and how far its copy has got. A

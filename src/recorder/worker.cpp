@@ -43,13 +43,21 @@ store_state usb_store_now() {
   return {info.st_dev, free_kb(paths::kUsbTakes)};
 }
 
-store_state tried_on;  // the last completion, with the least room that it had; the worker's own
+// Where every take that waits was last tried, with the least room that one of them had; the worker's own.
+store_state tried_on;
 
-// Room that comes while it runs is room that it has not had.
-bool try_completion(const char* guid_path, bool start_up) {
-  const store_state before = usb_store_now();
-  const bool done = complete_take(guid_path, start_up);
-  tried_on = {before.device, std::min(before.free_kb, usb_store_now().free_kb)};
+// Of another store nothing is known: all takes are to be tried there.
+void lower(store_state* state) {
+  const store_state now = usb_store_now();
+  if (now.device == state->device) state->free_kb = std::min(state->free_kb, now.free_kb);
+}
+
+// One take says nothing of the room that came for the others. Room that comes while it is completed is room
+// that it has not had.
+bool try_completion(bool start_up) {
+  lower(&tried_on);
+  const bool done = complete_take(paths::kTakeGuid, start_up);
+  lower(&tried_on);
   return done;
 }
 
@@ -93,20 +101,25 @@ recorder_stage wait_for_work() {
   }
 }
 
-// What was interrupted, and what was set aside since.
+// What was interrupted, and what was set aside since. A round that is cut short is made again.
 void complete_waiting_takes() {
-  try_completion(paths::kTakeGuid, true);
+  tried_on = {};
+  store_state least = usb_store_now();
+  complete_take(paths::kTakeGuid, true);
   for (const std::string& path : set_aside_guid_files()) {
     if (is_recorder_held()) return;
-    try_completion(path.c_str(), true);
+    lower(&least);
+    complete_take(path.c_str(), true);
   }
+  lower(&least);
+  tried_on = least;
 }
 
 // A take that cannot be completed although the store is there does not keep the next ones from being
 // recorded: its guid goes aside. It is tried again when the store has more room, and by every start of the
 // daemon.
 void complete_again() {
-  if (try_completion(paths::kTakeGuid, true) || access(paths::kUsbTakes, W_OK) != 0) return;
+  if (try_completion(true) || access(paths::kUsbTakes, W_OK) != 0) return;
   const std::string guid = read_guid(paths::kTakeGuid);
   const std::string aside = paths::kTakeGuid + ("." + (guid.empty() ? "unreadable" : guid));
   if (rename(paths::kTakeGuid, aside.c_str()) != 0) return;
@@ -196,7 +209,7 @@ void record_take() {
   const bool has_run = run_take(path, child);
   if (is_recorder_closed()) return;  // the next start completes it
   if (has_run) {
-    try_completion(paths::kTakeGuid, false);
+    try_completion(false);
   } else {
     drop_take();
     set_post_processing(0);

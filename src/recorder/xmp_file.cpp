@@ -23,9 +23,6 @@
 namespace {
 
 constexpr size_t kTemplateLimit = 65536;
-// For descriptions and the service log, which share the store. Nothing is recorded meanwhile: packets are
-// inserted by the recording worker.
-constexpr uint64_t kSpared_kb = 1024;
 
 mutex write_lock;  // there is one temporary file, and one undo record a folder
 
@@ -91,14 +88,9 @@ bool copy_with_packet(const media_file& from, int to, int64_t insertion, const s
          write_all(to, packet) && copy_blocks(from.fd.get(), to, from.size - insertion) && fsync(to) == 0;
 }
 
-bool has_room_for(int64_t size) {
-  const uint64_t size_kb = static_cast<uint64_t>(size) / 1024 + 1;
-  return size_kb + kSpared_kb <= free_kb(paths::kUsbTakes) && size_kb <= largest_file_kb(paths::kUsbTakes);
-}
-
 bool insert_packet(const char* path, const media_file& file, int64_t insertion, const std::string& packet) {
   unlink(paths::kXmpTemporary);  // of a power cut
-  if (!has_room_for(file.size + static_cast<int64_t>(packet.size()))) return false;
+  if (!has_usb_room(file.size + static_cast<int64_t>(packet.size()))) return false;
   const unique_fd copy(open(paths::kXmpTemporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!copy) return false;
   if (!copy_with_packet(file, copy.get(), insertion, packet) || rename(paths::kXmpTemporary, path) != 0) {

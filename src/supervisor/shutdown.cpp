@@ -29,9 +29,9 @@ constexpr int64_t kHeatGone_ns = 2000 * kNanosecondsPerMillisecond;  // a hot un
 
 mutex shutdown_lock;
 condition shutdown_requested;
-bool shutdown_wanted GUARDED_BY(shutdown_lock) = false;
-int shutdown_reason GUARDED_BY(shutdown_lock) = 0;
-bool is_powering_off GUARDED_BY(shutdown_lock) = false;  // no request is taken any more
+std::optional<int> wish GUARDED_BY(shutdown_lock);       // its reason
+bool is_heat_heard GUARDED_BY(shutdown_lock) = false;    // apart from it: heat asks again, others do not
+bool is_powering_off GUARDED_BY(shutdown_lock) = false;  // no request is served any more
 int64_t retry_ns GUARDED_BY(shutdown_lock) = 0;          // from when on heat is heard again
 int64_t give_back_ns GUARDED_BY(shutdown_lock) = 0;      // when the unit is given back, 0: it is
 
@@ -41,7 +41,7 @@ std::atomic<bool> temperature_shutdown = false;
 // The reason of the next request; nothing when the unit is to be given back.
 std::optional<int> await_request() {
   const mutex_lock lock(shutdown_lock);
-  while (!shutdown_wanted) {
+  while (is_powering_off || (!wish && !is_heat_heard)) {
     if (give_back_ns == 0) {
       shutdown_requested.wait(shutdown_lock);
     } else if (monotonic_ns() < give_back_ns) {
@@ -51,9 +51,11 @@ std::optional<int> await_request() {
       return std::nullopt;
     }
   }
-  shutdown_wanted = false;
+  const int reason = wish.value_or(kShutdownTemperature);
+  wish.reset();
+  is_heat_heard = false;
   give_back_ns = 0;
-  return shutdown_reason;
+  return reason;
 }
 
 // The camera goes off next: an ffmpeg that still reads its stream would be left without an end.
@@ -108,7 +110,7 @@ bool power_off(orb_power_board* board) {
   {
     const mutex_lock lock(shutdown_lock);
     is_powering_off = true;
-    shutdown_wanted = false;
+    is_heat_heard = false;
   }
   return run_command("shutdown -P now");
 }
@@ -118,13 +120,15 @@ bool reboot_unit() {
   return run_command("reboot");
 }
 
-// The unit stays on. Heat asks for its end again, but not at once.
+// The unit stays on. Heat that it was to end for asks again, but is not heard at once.
 void plan_retry() {
   const mutex_lock lock(shutdown_lock);
   const int64_t now_ns = monotonic_ns();
   is_powering_off = false;
+  give_back_ns = now_ns;
+  if (!temperature_shutdown) return;
   retry_ns = now_ns + kRetry_ns;
-  give_back_ns = temperature_shutdown ? retry_ns + kHeatGone_ns : now_ns;
+  give_back_ns = retry_ns + kHeatGone_ns;
 }
 
 // Nothing asks for the end of the unit any more.
@@ -160,9 +164,11 @@ void start_shutdown_thread() { start_detached_thread("shutdown", shutdown_thread
 
 void orb_trigger_supervisor_shutdown(int reason) {
   const mutex_lock lock(shutdown_lock);
-  if (is_powering_off || (reason == kShutdownTemperature && monotonic_ns() < retry_ns)) return;
-  if (reason == kShutdownTemperature) temperature_shutdown = true;
-  shutdown_wanted = true;
-  shutdown_reason = reason;
+  if (reason != kShutdownTemperature) {
+    wish = reason;
+  } else if (!is_powering_off && monotonic_ns() >= retry_ns) {
+    temperature_shutdown = true;
+    is_heat_heard = true;
+  }
   shutdown_requested.signal();
 }

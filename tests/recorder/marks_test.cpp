@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 
 #include "recorder/bench.h"
+#include "base/text.h"
 #include "recorder/line_file.h"
 
 namespace {
@@ -114,12 +115,11 @@ TEST_F(marks, pair_with_their_notes_as_stills) {
   put(paths::kImageNotes, "one\nskipped\ntwo\nagain\nbeyond the end\nskipped");
   const json_owner files(json_object_new_array());
   orb_set_recorder_title("first job");
-  recorder.recording = 0;
-  recorder.post_processing = 1;
   {
     const mutex_lock lock(recorder.notes_lock);
-    recorder.is_take_open = true;
+    copy_text(recorder.open_take, sizeof recorder.open_take, kTake.guid);
   }
+  EXPECT_EQ(orb_stop_recorder(), 0);
   keep_stopped_take();
   orb_set_recorder_title("next job");  // before the stills are cut
   put(paths::kImageNotes, "next\n");

@@ -332,6 +332,36 @@ TEST_F(takes, a_power_cut_after_the_stop_loses_no_still_and_no_text) {
   EXPECT_GT(cuts, 30);
 }
 
+// The first two attempts to keep it fail.
+TEST_F(takes, what_a_take_was_at_its_stop_is_kept_as_soon_as_that_succeeds) {
+  orb_set_recorder_title("this job");
+  const take t = begin_take();
+  const std::string kept = stopped_take_path(t.guid);
+  put(internal_take_path(t), picture());
+  put(paths::kSaveTimes, "00:00:00.500\n");
+  recorder.recording = 1;
+  fs::create_directory(kept + ".new");
+  EXPECT_EQ(orb_stop_recorder(), 0);
+  orb_set_recorder_title("next job");
+  fs::create_directory(caption_path(t));
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    keep_stopped_take();
+    EXPECT_FALSE(complete_take(paths::kTakeGuid, attempt != 0) || fs::exists(kept));
+  }
+  fs::remove(kept + ".new");
+  EXPECT_FALSE(complete_take(paths::kTakeGuid, true));
+  EXPECT_STREQ(load_stopped_take(t.guid).value_or(stopped_take{}).texts.project_name, "this job");
+  fs::remove(caption_path(t));
+
+  put(stopped_take_path(kGuid), "{}"), put(stopped_take_path(kGuid) + ".new", "{");  // of a power cut
+  EXPECT_FALSE(work_until(-1, [] { return start_take_file_workers(), true; }));
+  EXPECT_FALSE(fs::exists(stopped_take_path(kGuid)) || fs::exists(stopped_take_path(kGuid) + ".new"));
+  EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+  orb_xmp_fields fields;
+  orb_xmp_read(path_in(paths::kUsbTakes, still_file_name(t, "00:00:00.500")).c_str(), &fields);
+  EXPECT_STREQ(fields.project_name, "this job");
+}
+
 bool delete_take() {
   const auto request = [](const std::string& files) {
     json_object* list = json_tokener_parse(files.c_str());
@@ -404,6 +434,25 @@ TEST_F(takes, a_caption_is_one_cue_with_the_title) {
   }
 }
 
+// As at the power-off, when every process is asked to end.
+TEST_F(takes, a_child_that_somebody_ends_costs_nothing) {
+  const std::string whole = picture();
+  put("/tmp/ended", "#!/bin/sh\nkill -TERM $$\n");
+  chmod("/tmp/ended", 0755);
+  for (const char* program : {"/usr/bin/ffprobe", "/usr/bin/ffmpeg"}) {
+    interrupt_take();
+    put(internal_take_path(kTake), whole);
+    ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+    ASSERT_EQ(mount("/tmp/ended", program, nullptr, MS_BIND, nullptr), 0);
+    EXPECT_FALSE(complete_take(paths::kTakeGuid, true));
+    umount(program);
+    EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+    const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
+    EXPECT_TRUE(fs::exists(still)) << program;
+    fs::remove(still);
+  }
+}
+
 TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) {
   const std::string whole = picture();
   int waited = 0;
@@ -428,6 +477,29 @@ TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) 
   }
   EXPECT_GT(waited, 4);
   EXPECT_LT(waited, 23);
+  const small_store usb(paths::kUsbTakes, 28);  // of the picture, the caption and one description
+  interrupt_take();
+  expect_waiting();
+  EXPECT_FALSE(fs::exists(usb_take_path(kTake)));
+}
+
+// Its packet needs room for a second one; ffmpeg is one that makes a still of 4 MiB.
+TEST_F(takes, a_large_still_gets_its_packet_when_there_is_room_for_it) {
+  put("/tmp/ffmpeg", "#!/bin/sh\nfor last; do :; done; cat /tmp/large.jpg >\"$last\"\n");
+  shell_first_line("ffmpeg -v error -f lavfi -i testsrc -frames 1 /tmp/large.jpg </dev/null", 1);
+  fs::resize_file("/tmp/large.jpg", 4 << 20);
+  fs::permissions("/tmp/ffmpeg", fs::perms::owner_all);
+  ASSERT_EQ(mount("/tmp/ffmpeg", paths::kFfmpeg, nullptr, MS_BIND, nullptr), 0);
+  const small_store usb(paths::kUsbTakes, 8'600);
+  interrupt_take();
+  ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+  expect_waiting();
+  usb.resize(20'000);
+  EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
+  umount2(paths::kFfmpeg, MNT_DETACH);
+  orb_xmp_fields fields;
+  const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
+  EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), 0);
 }
 
 TEST_F(takes, a_take_whose_description_tells_nothing_waits) {

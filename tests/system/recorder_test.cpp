@@ -268,23 +268,33 @@ bool await_no_guid() {
   });
 }
 
-TEST(takes, a_full_store_is_tried_again_when_it_has_room) {
+TEST(takes, a_full_store_is_tried_again_when_it_has_room_also_when_that_came_in_another_take) {
+  const std::string guid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
+  const std::string large = "/home/orb/ApiVideos/a_1.mp4";
   write_text("/media/usb99/trace_mask", "0x200");
-  fs::create_directories(paths::kUsbTakes);
+  fs::create_directories(paths::kInternalTakes), fs::create_directories(paths::kUsbTakes);
   ASSERT_EQ(mount("tmpfs", paths::kUsbTakes, "tmpfs", 0, "size=150m"), 0);
+  const std::string ballast = on_the_stick(paths::kInternalTakes + std::string("/ballast"));
+  write_text(paths::kTakeGuid + ("." + guid), guid);
+  write_text(on_the_stick(paths::kInternalTakes + ("/" + guid + ".json")),
+             R"({"name":"a","start_time":"1"})");
+  write_text(large, ""), fs::resize_file(large, 140 << 20);
+  shell_first_line("head -c 20m /dev/zero >" + ballast, 1);
   const child camera = start_camera(true);
   const child daemon = start_serving_daemon();
-  const std::string ballast = on_the_stick(paths::kInternalTakes + std::string("/ballast"));
-  for (const char* last_line : {"cp failed 28 'No space left on device'", "take set aside '"}) {
-    ASSERT_TRUE(begin_take() && await_picture());
-    shell_first_line("head -c 200m /dev/zero 2>/dev/null >" + ballast + "; truncate -s -150K " + ballast, 1);
-    recorder("stop");
-    EXPECT_TRUE(await(
-        [&] { return trace_log().find(last_line) != std::string::npos || (recorder("start"), false); }));
-    remove(ballast.c_str());
-    EXPECT_TRUE(await_no_guid());
-  }
-  EXPECT_EQ(playable_takes(), 2);
+  ASSERT_TRUE(begin_take());
+  remove(ballast.c_str());
+  EXPECT_TRUE(recorder("stop") && await_no_guid());
+
+  remove(on_the_stick(large).c_str());
+  ASSERT_TRUE(begin_take() && await_picture());
+  shell_first_line("head -c 200m /dev/zero 2>/dev/null >" + ballast + "; truncate -s -150K " + ballast, 1);
+  recorder("stop");
+  EXPECT_TRUE(
+      await([] { return recorder("start"), trace_log().find("take set aside '") != std::string::npos; }));
+  remove(ballast.c_str());
+  EXPECT_TRUE(await_no_guid());
+  EXPECT_EQ(playable_takes(), 1);
 }
 
 void expect_finished(const std::string& stem) {
