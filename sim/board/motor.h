@@ -1,5 +1,5 @@
-// The drives of the simulated power board: what registers 3 and 6 asked for, and the dead-man time. What travels, and
-// the current that it takes, are drive.h's.
+// The drives of the simulated power board: what registers 3 and 6 asked for, and the dead-man time. What
+// travels, and the current that it takes, are drive.h's.
 #pragma once
 
 #include <cstdint>
