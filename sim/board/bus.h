@@ -61,8 +61,7 @@ enum class bus_call {
 // (bus_call::none: none any more). The inits return null, the others `result`. The pin counts for the gpio
 // calls only; `after` calls pass before.
 void fail_next(bus_call call, mraa_result_t result = MRAA_ERROR_UNSPECIFIED, int pin = kAnyPin, int times = 1,
-               int after = 0)
-    EXCLUDES(board_mutex);
+               int after = 0) EXCLUDES(board_mutex);
 inline void fail_next_gpio_init(int pin) { fail_next(bus_call::gpio_init, MRAA_ERROR_UNSPECIFIED, pin); }
 
 // Makes the transfer of the next `times` writes to register `reg` fail.

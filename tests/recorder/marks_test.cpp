@@ -4,8 +4,8 @@
 
 #include <sys/resource.h>
 
-#include "recorder/bench.h"
 #include "base/text.h"
+#include "recorder/bench.h"
 #include "recorder/line_file.h"
 
 namespace {
