@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/file_copy.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "recorder/internal.h"
 #include "recorder/stored_files.h"
 #include "recorder/take_files.h"

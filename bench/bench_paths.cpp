@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "app/application.h"
-#include "app/trace.h"
+#include "base/trace.h"
 #include "camera/visca_connection.h"
 #include "http/request.h"
 #include "power_board/internal.h"

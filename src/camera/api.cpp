@@ -6,9 +6,9 @@
 #include <cstring>
 #include <optional>
 
-#include "app/trace.h"
 #include "base/json.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "camera/depth_of_field.h"

@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/mutex.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "camera/controller.h"
 #include "camera/image_settings.h"
 #include "camera/visca_thread.h"

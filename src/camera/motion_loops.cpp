@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "camera/hold_loop.h"

@@ -10,9 +10,9 @@
 #include <cstring>
 #include <new>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/tcp.h"
+#include "base/trace.h"
 
 constinit std::atomic<uint32_t> global_zoom_position = 0;
 constinit std::atomic<uint32_t> global_focus_position = 0;

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/clock.h"
+#include "base/trace.h"
 #include "camera/visca_camera.h"
 #include "camera/visca_connection.h"
 

@@ -1,8 +1,8 @@
 #include "camera/visca_thread.h"
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/paths.h"
+#include "base/trace.h"
 
 constinit visca_thread_record visca_thread_data;
 

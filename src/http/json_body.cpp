@@ -3,8 +3,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "http/server.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <new>
 #include <string_view>
 
-#include "app/trace.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <string_view>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "camera/api.h"
 #include "camera/speeds.h"

@@ -11,9 +11,9 @@
 #include <new>
 #include <string_view>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/tcp.h"
+#include "base/trace.h"
 
 namespace {
 

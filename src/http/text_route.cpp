@@ -1,6 +1,6 @@
 #include "http/text_route.h"
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
 

@@ -1,6 +1,6 @@
 #include "installer/api.h"
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "http/response.h"
 #include "installer/installer.h"
 

@@ -9,12 +9,12 @@
 #include <string>
 #include <string_view>
 
-#include "app/trace.h"
 #include "base/child_process.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "base/update_progress.h"
 #include "base/value_file.h"
 #include "camera/visca_thread.h"

@@ -8,8 +8,8 @@
 #include <atomic>
 #include <ctime>
 
-#include "app/trace.h"
 #include "base/clock.h"
+#include "base/trace.h"
 #include "camera/controller.h"
 #include "camera/visca_thread.h"
 #include "osd/overlay.h"

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/distance.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "camera/visca_camera.h"
 
 namespace {

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <optional>
 
-#include "app/trace.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "camera/controller.h"
 #include "http/json_body.h"
 #include "http/response.h"

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string_view>
 
-#include "app/trace.h"
 #include "base/json.h"
+#include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/api.h"

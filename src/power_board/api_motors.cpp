@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/json.h"
+#include "base/trace.h"
 #include "camera/controller.h"
 #include "http/json_body.h"
 #include "http/response.h"

@@ -10,8 +10,8 @@
 #include <new>
 
 #include "app/application.h"
-#include "app/trace.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "power_board/internal.h"
 #include "supervisor/identity.h"
 

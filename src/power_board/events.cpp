@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "app/trace.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "power_board/internal.h"
 #include "store/logger.h"
 #include "supervisor/supervisor.h"

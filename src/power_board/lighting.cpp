@@ -9,9 +9,9 @@
 #include <optional>
 
 #include "app/main_loop.h"
-#include "app/trace.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "power_board/power_board.h"
 #include "store/settings.h"

@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "app/application.h"
-#include "app/trace.h"
 #include "base/clock.h"
+#include "base/trace.h"
 #include "power_board/internal.h"
 
 namespace {

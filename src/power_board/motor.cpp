@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <utility>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "power_board/internal.h"
 #include "store/settings.h"
 

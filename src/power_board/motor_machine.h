@@ -1,7 +1,7 @@
 // What the machines of the drives share: one refresh's sample, state and output. All of it is pure.
 #pragma once
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "power_board/internal.h"
 
 struct machine {

@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "app/application.h"
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "power_board/internal.h"
 
 namespace {

@@ -1,9 +1,9 @@
 // The hand-over of the bus to a firmware update. No update image exists for this board's software, so the
 // update thread finds nothing to do and gives the bus back at once.
 
-#include "app/trace.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "base/update_progress.h"
 #include "power_board/internal.h"
 

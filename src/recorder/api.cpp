@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <iterator>
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "recorder/gps.h"

@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "app/trace.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "http/files_route.h"
 #include "http/response.h"
 #include "recorder/api.h"

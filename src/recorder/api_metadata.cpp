@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "app/trace.h"
 #include "base/json.h"
+#include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"

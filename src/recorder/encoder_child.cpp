@@ -13,8 +13,8 @@ extern "C" {
 #include <cstdlib>
 #include <functional>
 
-#include "app/trace.h"
 #include "base/paths.h"
+#include "base/trace.h"
 
 namespace {
 

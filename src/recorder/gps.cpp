@@ -9,9 +9,9 @@
 #include <optional>
 #include <string_view>
 
-#include "app/trace.h"
 #include "base/mutex.h"
 #include "base/text.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/file.h"
+#include "base/trace.h"
 
 namespace {
 

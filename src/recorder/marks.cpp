@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "app/trace.h"
 #include "base/clock.h"
+#include "base/trace.h"
 #include "recorder/internal.h"
 #include "recorder/line_file.h"
 

@@ -2,11 +2,11 @@
 
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "recorder/gps.h"
 #include "recorder/internal.h"

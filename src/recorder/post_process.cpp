@@ -10,11 +10,11 @@
 #include <optional>
 #include <utility>
 
-#include "app/trace.h"
 #include "base/child_process.h"
 #include "base/file.h"
 #include "base/file_copy.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "recorder/encoder_child.h"
 #include "recorder/internal.h"

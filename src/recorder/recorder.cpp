@@ -11,13 +11,13 @@
 #include <csignal>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/json.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "recorder/encoder_child.h"
 #include "recorder/internal.h"
 #include "recorder/take_files.h"

@@ -10,10 +10,10 @@
 #include <cstdio>
 #include <optional>
 
-#include "app/trace.h"
 #include "base/child_process.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "recorder/internal.h"
 
 namespace {

@@ -12,10 +12,10 @@
 #include <memory>
 #include <utility>
 
-#include "app/trace.h"
 #include "base/file_copy.h"
 #include "base/paths.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "supervisor/supervisor.h"
 
 namespace {

@@ -8,10 +8,10 @@
 #include <string>
 #include <utility>
 
-#include "app/trace.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "recorder/stored_files.h"
 #include "recorder/take.h"
 

@@ -11,10 +11,10 @@
 #include <optional>
 #include <string>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "osd/osd.h"
 #include "recorder/encoder_child.h"
 #include "recorder/internal.h"

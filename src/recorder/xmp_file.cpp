@@ -10,11 +10,11 @@
 #include <optional>
 #include <string>
 
-#include "app/trace.h"
 #include "base/file.h"
 #include "base/file_copy.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "recorder/internal.h"
 #include "recorder/media_scan.h"
 #include "recorder/xmp_packet.h"

@@ -9,10 +9,10 @@
 #include <climits>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/trace.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "seats/seats.h"

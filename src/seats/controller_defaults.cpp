@@ -1,7 +1,7 @@
 #include "seats/seats.h"
 
-#include "app/trace.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "camera/modes.h"

@@ -3,9 +3,9 @@
 #include <ev.h>
 #include <sys/random.h>
 
-#include "app/trace.h"
 #include "base/mutex.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "camera/controller.h"
 #include "recorder/recorder.h"
 #include "store/settings.h"

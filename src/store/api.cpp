@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "http/files_route.h"
 #include "http/json_body.h"
 #include "http/response.h"

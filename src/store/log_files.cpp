@@ -5,11 +5,11 @@
 #include <optional>
 #include <utility>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "recorder/stored_files.h"
 #include "store/logger.h"
 

@@ -7,12 +7,12 @@
 #include <ctime>
 #include <utility>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "base/version.h"
 #include "store/alternating_file.h"
 #include "store/log_files.h"

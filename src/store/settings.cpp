@@ -5,12 +5,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "app/trace.h"
 #include "base/file.h"
 #include "base/json.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "store/alternating_file.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "supervisor/api.h"

@@ -5,9 +5,9 @@
 #include <ctime>
 #include <optional>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "base/version.h"
 #include "http/json_body.h"
 #include "http/response.h"

@@ -10,11 +10,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "store/logger.h"
 #include "supervisor/encoder_response.h"

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "app/trace.h"
 #include "base/json.h"
 #include "base/paths.h"
 #include "base/redis.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "camera/visca_thread.h"
 #include "power_board/power_board.h"
 #include "supervisor/internal.h"

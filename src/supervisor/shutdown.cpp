@@ -4,11 +4,11 @@
 #include <atomic>
 #include <optional>
 
-#include "app/trace.h"
 #include "base/child_process.h"
 #include "base/clock.h"
 #include "base/mutex.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "supervisor/internal.h"

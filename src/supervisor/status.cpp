@@ -7,12 +7,12 @@
 #include <limits>
 #include <numbers>
 
-#include "app/trace.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/redis_exchange.h"
 #include "base/text.h"
+#include "base/trace.h"
 #include "base/value_file.h"
 #include "heading/heading.h"
 #include "power_board/power_board.h"

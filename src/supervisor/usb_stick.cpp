@@ -9,12 +9,12 @@
 #include <sstream>
 #include <utility>
 
-#include "app/trace.h"
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/thread.h"
+#include "base/trace.h"
 #include "installer/installer.h"
 #include "recorder/xmp.h"
 #include "store/logger.h"

@@ -12,9 +12,9 @@
 #include <functional>
 #include <sstream>
 
-#include "app/trace_reader.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/trace_reader.h"
 #include "camera/visca_thread.h"
 #include "tests/await.h"
 

@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "app/trace_reader.h"
 #include "base/file.h"
+#include "base/trace_reader.h"
 #include "tests/await.h"
 
 namespace fs = std::filesystem;

@@ -9,8 +9,8 @@
 #include <regex>
 
 #include "app/application.h"
-#include "app/trace.h"
 #include "base/paths.h"
+#include "base/trace.h"
 #include "power_board/internal.h"
 #include "sim/board/bus.h"
 #include "sim/board/control.h"

@@ -4,10 +4,10 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include "app/trace_reader.h"
 #include "base/child_process.h"
 #include "base/clock.h"
 #include "base/text.h"
+#include "base/trace_reader.h"
 #include "recorder/internal.h"
 #include "recorder/metadata.h"
 #include "tests/files.h"

@@ -11,7 +11,7 @@
 #include <regex>
 #include <set>
 
-#include "app/trace_reader.h"
+#include "base/trace_reader.h"
 #include "store/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"

@@ -2,7 +2,7 @@
 // without a stick, a board and the right to set the clock. What they answer and trace is in the session.
 #include <gtest/gtest.h>
 
-#include "app/trace.h"
+#include "base/trace.h"
 #include "http/api_client.h"
 #include "power_board/lighting.h"
 #include "recorder/gps.h"

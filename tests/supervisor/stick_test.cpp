@@ -2,7 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include "app/trace_reader.h"
+#include "base/trace_reader.h"
 #include "http/api_client.h"
 #include "supervisor/bench_stick.h"
 #include "supervisor/status.h"

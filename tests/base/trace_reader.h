@@ -4,8 +4,8 @@
 #include <fstream>
 #include <string>
 
-#include "app/trace.h"
 #include "base/paths.h"
+#include "base/trace.h"
 
 inline void start_trace() {
   set_trace_mask(~0U);

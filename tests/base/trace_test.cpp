@@ -1,5 +1,5 @@
 // The trace log to the byte, and its mask by file and by call.
-#include "app/trace.h"
+#include "base/trace.h"
 
 #include <fcntl.h>
 
