@@ -10,6 +10,7 @@
 #include <cstring>
 #include <optional>
 
+#include "api/routes.h"
 #include "app/application.h"
 #include "app/command_pipe.h"
 #include "app/invocation.h"
@@ -21,7 +22,6 @@
 #include "base/trace.h"
 #include "camera/controller.h"
 #include "camera/visca_thread.h"
-#include "http/routes.h"
 #include "installer/installer.h"
 #include "osd/osd.h"
 #include "power_board/lighting.h"

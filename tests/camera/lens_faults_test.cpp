@@ -9,8 +9,8 @@
 #include "camera/controller.h"
 #include "camera/modes.h"
 #include "sim/camera/block_model.h"
+#include "tests/api/api_client.h"
 #include "tests/camera/fake_camera.h"
-#include "tests/http/api_client.h"
 
 namespace {
 

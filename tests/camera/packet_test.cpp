@@ -7,9 +7,9 @@
 
 #include <regex>
 
-#include "camera/api_packet.h"
+#include "api/packet_routes.h"
+#include "tests/api/api_client.h"
 #include "tests/camera/fake_camera.h"
-#include "tests/http/api_client.h"
 
 // The client's wait for a reply, shortened in this program alone.
 static timeval asked_wait;

@@ -5,9 +5,9 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include "api/routes.h"
 #include "base/clock.h"
 #include "http/response.h"
-#include "http/routes.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Frames made by hand, against what is to be read from them.
 #include <numeric>
 
-#include "http/api_client.h"
+#include "api/api_client.h"
 #include "power_board/rig.h"
 #include "tests/files.h"
 

@@ -3,8 +3,8 @@
 
 #include <regex>
 
+#include "api/api_client.h"
 #include "base/redis_server.h"
-#include "http/api_client.h"
 #include "power_board/internal.h"
 #include "recorder/bench.h"
 #include "supervisor/identity.h"

@@ -2,8 +2,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include "api/api_client.h"
 #include "base/trace_reader.h"
-#include "http/api_client.h"
 #include "supervisor/bench_stick.h"
 #include "supervisor/status.h"
 

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <optional>
 
+#include "api/recorder_routes.h"
 #include "base/json.h"
 #include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"
-#include "recorder/api.h"
 #include "recorder/marks.h"
 #include "recorder/metadata.h"
 

@@ -5,12 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "api/power_board_routes.h"
 #include "base/json.h"
 #include "base/trace.h"
 #include "camera/controller.h"
 #include "http/json_body.h"
 #include "http/response.h"
-#include "power_board/api.h"
 #include "power_board/power_board.h"
 
 namespace {

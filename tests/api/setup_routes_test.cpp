@@ -2,12 +2,12 @@
 // without a stick, a board and the right to set the clock. What they answer and trace is in the session.
 #include <gtest/gtest.h>
 
+#include "api/api_client.h"
+#include "api/clock_setting.h"
 #include "base/trace.h"
-#include "http/api_client.h"
 #include "power_board/lighting.h"
 #include "recorder/gps.h"
 #include "store/settings.h"
-#include "supervisor/clock_setting.h"
 
 namespace {
 

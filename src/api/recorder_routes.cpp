@@ -1,4 +1,4 @@
-#include "recorder/api.h"
+#include "api/recorder_routes.h"
 
 #include <cstdio>
 #include <iterator>

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <optional>
 
+#include "api/status_routes.h"
 #include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
-#include "supervisor/api.h"
 #include "supervisor/supervisor.h"
 
 constinit debug_flag debug_flags[kDebugWarningCount] = {

@@ -1,4 +1,4 @@
-#include "installer/api.h"
+#include "api/install_routes.h"
 
 #include "base/trace.h"
 #include "http/response.h"

@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <optional>
 
+#include "api/power_board_routes.h"
 #include "base/text.h"
 #include "base/trace.h"
 #include "camera/controller.h"
 #include "http/json_body.h"
 #include "http/response.h"
-#include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 

@@ -1,4 +1,4 @@
-#include "http/text_route.h"
+#include "api/text_route.h"
 
 #include "base/trace.h"
 #include "http/json_body.h"

@@ -1,25 +1,25 @@
-#include "http/routes.h"
+#include "api/routes.h"
 
 #include <algorithm>
 #include <string_view>
 
+#include "api/camera_routes.h"
+#include "api/install_routes.h"
+#include "api/logger_routes.h"
+#include "api/magnetometer_routes.h"
+#include "api/osd_routes.h"
+#include "api/power_board_routes.h"
+#include "api/recorder_routes.h"
+#include "api/seat_routes.h"
+#include "api/status_routes.h"
 #include "base/clock.h"
 #include "base/paths.h"
 #include "base/trace.h"
 #include "base/value_file.h"
-#include "camera/api.h"
 #include "camera/speeds.h"
 #include "camera/visca_thread.h"
-#include "heading/api.h"
-#include "installer/api.h"
-#include "osd/api.h"
-#include "power_board/api.h"
 #include "power_board/lighting.h"
-#include "recorder/api.h"
-#include "seats/api.h"
 #include "seats/seats.h"
-#include "store/api.h"
-#include "supervisor/api.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "heading/api.h"
+#include "api/magnetometer_routes.h"
 
 #include <array>
 #include <cmath>

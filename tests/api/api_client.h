@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <string>
 
+#include "api/routes.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/thread.h"
-#include "http/routes.h"
 #include "tests/await.h"
 
 // The body of the reply; "" when nobody listens. Quotes are written as ' on both ways.

@@ -6,10 +6,10 @@
 #include <functional>
 #include <regex>
 
+#include "api/api_client.h"
 #include "base/redis_server.h"
 #include "camera/modes.h"
 #include "camera/visca_thread.h"
-#include "http/api_client.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "recorder/internal.h"

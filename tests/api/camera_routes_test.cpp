@@ -3,8 +3,8 @@
 #include "camera/image_settings.h"
 #include "power_board/power_board.h"
 #include "store/settings.h"
+#include "tests/api/api_client.h"
 #include "tests/camera/fake_camera.h"
-#include "tests/http/api_client.h"
 
 namespace {
 

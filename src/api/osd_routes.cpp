@@ -1,4 +1,4 @@
-#include "osd/api.h"
+#include "api/osd_routes.h"
 
 #include <algorithm>
 #include <cstring>

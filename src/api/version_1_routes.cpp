@@ -5,9 +5,9 @@
 #include <cstring>
 #include <optional>
 
+#include "api/camera_routes.h"
 #include "base/json.h"
 #include "base/text.h"
-#include "camera/api.h"
 #include "camera/controller.h"
 #include "camera/depth_of_field.h"
 #include "camera/speeds.h"

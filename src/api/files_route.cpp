@@ -1,4 +1,4 @@
-#include "http/files_route.h"
+#include "api/files_route.h"
 
 #include <utility>
 

@@ -7,12 +7,12 @@
 #include <optional>
 #include <string>
 
+#include "api/power_board_routes.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "http/json_body.h"
 #include "http/response.h"
-#include "power_board/api.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 

@@ -1,4 +1,4 @@
-#include "camera/api_packet.h"
+#include "api/packet_routes.h"
 
 #include <optional>
 

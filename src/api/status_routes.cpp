@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "api/forced_warnings.h"
+#include "api/status_routes.h"
 #include "base/distance.h"
 #include "base/paths.h"
 #include "base/value_file.h"
@@ -17,8 +19,6 @@
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "seats/seats.h"
-#include "supervisor/api.h"
-#include "supervisor/debug_flags.h"
 #include "supervisor/supervisor.h"
 
 namespace {

@@ -3,9 +3,9 @@
 // HTTP server thread.
 #pragma once
 
+#include "api/forced_warnings.h"
+#include "api/text_route.h"
 #include "http/server.h"
-#include "http/text_route.h"
-#include "supervisor/debug_flags.h"
 
 http_handler_function get_date;
 http_handler_function put_date;

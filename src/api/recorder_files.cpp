@@ -2,12 +2,12 @@
 
 #include <cstdio>
 
+#include "api/files_route.h"
+#include "api/recorder_routes.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/trace.h"
-#include "http/files_route.h"
 #include "http/response.h"
-#include "recorder/api.h"
 #include "recorder/take_files.h"
 
 namespace {

@@ -2,8 +2,8 @@
 // which answer "OK" always and store nothing when their member is missing. HTTP server thread.
 #pragma once
 
+#include "api/text_route.h"
 #include "http/server.h"
-#include "http/text_route.h"
 
 http_handler_function post_recorder_start;
 http_handler_function post_recorder_stop;

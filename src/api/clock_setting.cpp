@@ -1,4 +1,4 @@
-#include "supervisor/clock_setting.h"
+#include "api/clock_setting.h"
 
 #include <sys/time.h>
 

@@ -1,6 +1,6 @@
 // The handlers of "/api/seats" and "/api/setup/observer_seats".
 
-#include "seats/api.h"
+#include "api/seat_routes.h"
 
 #include <cstdio>
 

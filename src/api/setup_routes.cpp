@@ -5,6 +5,8 @@
 #include <ctime>
 #include <optional>
 
+#include "api/clock_setting.h"
+#include "api/status_routes.h"
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace.h"
@@ -12,8 +14,6 @@
 #include "http/json_body.h"
 #include "http/response.h"
 #include "store/settings.h"
-#include "supervisor/api.h"
-#include "supervisor/clock_setting.h"
 #include "supervisor/identity.h"
 #include "supervisor/supervisor.h"
 

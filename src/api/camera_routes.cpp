@@ -1,6 +1,6 @@
 // The handlers of "/api/camera": read the body, check it, queue a command or start a loop, answer at once.
 
-#include "camera/api.h"
+#include "api/camera_routes.h"
 
 #include <algorithm>
 #include <cstring>

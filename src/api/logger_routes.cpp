@@ -1,9 +1,9 @@
-#include "store/api.h"
+#include "api/logger_routes.h"
 
 #include <string>
 
+#include "api/files_route.h"
 #include "base/trace.h"
-#include "http/files_route.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "store/log_files.h"

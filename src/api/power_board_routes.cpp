@@ -8,11 +8,11 @@
 #include <optional>
 #include <string_view>
 
+#include "api/power_board_routes.h"
 #include "base/json.h"
 #include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
-#include "power_board/api.h"
 #include "power_board/power_board.h"
 #include "store/settings.h"
 
