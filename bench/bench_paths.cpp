@@ -7,10 +7,10 @@
 
 #include "app/application.h"
 #include "base/trace.h"
-#include "camera/visca_connection.h"
 #include "http/request.h"
 #include "power_board/internal.h"
 #include "sim/board/bus.h"
+#include "visca/connection.h"
 
 namespace {
 

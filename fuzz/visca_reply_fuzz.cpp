@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "camera/visca_reply.h"
+#include "visca/reply.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   visca_reply_parser parser;

@@ -14,10 +14,10 @@
 #include "camera/depth_of_field.h"
 #include "camera/modes.h"
 #include "camera/speeds.h"
-#include "camera/visca_thread.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

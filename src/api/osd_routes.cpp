@@ -5,10 +5,10 @@
 #include <iterator>
 #include <optional>
 
-#include "camera/visca_thread.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "osd/overlay.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "camera/camera.h"
 #include "http/json_body.h"
 #include "http/response.h"
+#include "visca/packet_client.h"
 
 namespace {
 

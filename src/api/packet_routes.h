@@ -1,5 +1,5 @@
-// Handlers on the synchronous VISCA client (camera/camera.h). The user data is the Camera. None has a route:
-// each may hold its thread up for 16 s.
+// Handlers on the synchronous VISCA client (visca/packet_client.h). The user data is the Camera. None has a
+// route: each may hold its thread up for 16 s.
 #pragma once
 
 #include "http/server.h"

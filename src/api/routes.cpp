@@ -17,9 +17,9 @@
 #include "base/trace.h"
 #include "base/value_file.h"
 #include "camera/speeds.h"
-#include "camera/visca_thread.h"
 #include "power_board/lighting.h"
 #include "seats/seats.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -14,12 +14,12 @@
 #include "camera/depth_of_field.h"
 #include "camera/modes.h"
 #include "camera/speeds.h"
-#include "camera/visca_thread.h"
 #include "http/response.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "seats/seats.h"
 #include "supervisor/supervisor.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

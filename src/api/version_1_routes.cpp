@@ -11,10 +11,10 @@
 #include "camera/controller.h"
 #include "camera/depth_of_field.h"
 #include "camera/speeds.h"
-#include "camera/visca_thread.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -21,7 +21,6 @@
 #include "base/thread.h"
 #include "base/trace.h"
 #include "camera/controller.h"
-#include "camera/visca_thread.h"
 #include "installer/installer.h"
 #include "osd/osd.h"
 #include "power_board/lighting.h"
@@ -31,6 +30,7 @@
 #include "store/logger.h"
 #include "store/settings.h"
 #include "supervisor/supervisor.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

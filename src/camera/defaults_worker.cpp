@@ -8,7 +8,7 @@
 #include "base/trace.h"
 #include "camera/controller.h"
 #include "camera/image_settings.h"
-#include "camera/visca_thread.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include "base/text.h"
 #include "camera/controller.h"
 #include "camera/defaults_worker.h"
-#include "camera/visca_thread.h"
 #include "store/settings.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "camera/controller.h"
-#include "camera/visca_thread.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -17,9 +17,9 @@
 #include "base/trace.h"
 #include "base/update_progress.h"
 #include "base/value_file.h"
-#include "camera/visca_thread.h"
 #include "power_board/power_board.h"
 #include "supervisor/supervisor.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

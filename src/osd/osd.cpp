@@ -11,11 +11,11 @@
 #include "base/clock.h"
 #include "base/trace.h"
 #include "camera/controller.h"
-#include "camera/visca_thread.h"
 #include "osd/overlay.h"
 #include "recorder/recorder.h"
 #include "store/settings.h"
 #include "supervisor/supervisor.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

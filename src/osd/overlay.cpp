@@ -7,7 +7,7 @@
 #include "base/distance.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "camera/visca_camera.h"
+#include "visca/camera.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include "base/redis.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "camera/visca_thread.h"
 #include "power_board/power_board.h"
 #include "supervisor/internal.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include "power_board/power_board.h"
 #include "store/settings.h"
 #include "tests/api/api_client.h"
-#include "tests/camera/fake_camera.h"
+#include "tests/visca/fake_camera.h"
 
 namespace {
 

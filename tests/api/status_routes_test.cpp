@@ -9,7 +9,6 @@
 #include "api/api_client.h"
 #include "base/redis_server.h"
 #include "camera/modes.h"
-#include "camera/visca_thread.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "recorder/internal.h"
@@ -18,6 +17,7 @@
 #include "supervisor/internal.h"
 #include "supervisor/status.h"
 #include "tests/files.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

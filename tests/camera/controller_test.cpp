@@ -1,14 +1,14 @@
 // The camera thread, the controller's worker and settings, and the hold-to-run loops.
 #include "camera/controller.h"
 
+#include "base/hold_loop.h"
 #include "base/thread.h"
 #include "base/value_file.h"
 #include "camera/depth_of_field.h"
-#include "camera/hold_loop.h"
 #include "camera/modes.h"
 #include "seats/seats.h"
 #include "store/settings.h"
-#include "tests/camera/fake_camera.h"
+#include "tests/visca/fake_camera.h"
 
 namespace {
 

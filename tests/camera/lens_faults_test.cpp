@@ -10,7 +10,7 @@
 #include "camera/modes.h"
 #include "sim/camera/block_model.h"
 #include "tests/api/api_client.h"
-#include "tests/camera/fake_camera.h"
+#include "tests/visca/fake_camera.h"
 
 namespace {
 

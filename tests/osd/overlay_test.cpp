@@ -6,7 +6,7 @@
 #include "base/text.h"
 #include "sim/camera/titles.h"
 #include "store/settings.h"
-#include "tests/camera/fake_camera.h"
+#include "tests/visca/fake_camera.h"
 
 namespace {
 

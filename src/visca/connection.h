@@ -10,8 +10,8 @@
 #include <atomic>
 
 #include "base/mutex.h"
-#include "camera/visca_camera.h"
-#include "camera/visca_reply.h"
+#include "visca/camera.h"
+#include "visca/reply.h"
 
 struct visca_connection {
   std::atomic<int> fd = -1;  // changed by the camera thread, under send_lock

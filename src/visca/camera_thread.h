@@ -10,7 +10,7 @@
 
 #include "base/mutex.h"
 #include "base/thread.h"
-#include "camera/visca_connection.h"
+#include "visca/connection.h"
 
 struct visca_thread_record {
   const char* address = nullptr;  // "192.168.0.127", for others: the thread connects to the constant

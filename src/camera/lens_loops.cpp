@@ -3,14 +3,14 @@
 #include <algorithm>
 
 #include "base/clock.h"
+#include "base/hold_loop.h"
 #include "base/paths.h"
 #include "base/trace.h"
 #include "base/value_file.h"
 #include "camera/controller.h"
-#include "camera/hold_loop.h"
 #include "camera/speeds.h"
-#include "camera/visca_thread.h"
 #include "power_board/lighting.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include "base/text.h"
 #include "base/thread.h"
 #include "base/update_progress.h"
-#include "camera/visca_thread.h"
+#include "visca/camera_thread.h"
 
 namespace {
 

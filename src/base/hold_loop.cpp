@@ -1,4 +1,4 @@
-#include "camera/hold_loop.h"
+#include "base/hold_loop.h"
 
 #include <algorithm>
 

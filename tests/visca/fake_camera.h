@@ -15,8 +15,8 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/trace_reader.h"
-#include "camera/visca_thread.h"
 #include "tests/await.h"
+#include "visca/camera_thread.h"
 
 using strings = std::vector<std::string>;
 

@@ -1,4 +1,4 @@
-#include "camera/camera.h"
+#include "visca/packet_client.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -2,7 +2,7 @@
 #include <array>
 #include <thread>
 
-#include "tests/camera/fake_camera.h"
+#include "tests/visca/fake_camera.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The synchronous VISCA client against a camera that the test plays: what is written, what comes of the
 // reply, and what the console is told.
-#include "camera/camera.h"
+#include "visca/packet_client.h"
 
 #include <sys/resource.h>
 #include <sys/select.h>
@@ -9,7 +9,7 @@
 
 #include "api/packet_routes.h"
 #include "tests/api/api_client.h"
-#include "tests/camera/fake_camera.h"
+#include "tests/visca/fake_camera.h"
 
 // The client's wait for a reply, shortened in this program alone.
 static timeval asked_wait;

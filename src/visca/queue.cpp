@@ -4,8 +4,8 @@
 
 #include "base/clock.h"
 #include "base/trace.h"
-#include "camera/visca_camera.h"
-#include "camera/visca_connection.h"
+#include "visca/camera.h"
+#include "visca/connection.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "camera/visca_camera.h"
+#include "visca/camera.h"
 
 namespace {
 

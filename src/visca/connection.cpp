@@ -1,4 +1,4 @@
-#include "camera/visca_connection.h"
+#include "visca/connection.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

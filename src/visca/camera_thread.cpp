@@ -1,4 +1,4 @@
-#include "camera/visca_thread.h"
+#include "visca/camera_thread.h"
 
 #include "base/clock.h"
 #include "base/paths.h"

@@ -1,4 +1,4 @@
-#include "camera/visca_reply.h"
+#include "visca/reply.h"
 
 visca_reply_step visca_parse_reply_byte(visca_reply_parser* parser, uint8_t byte) {
   const bool ends = byte == kViscaTerminator;

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "camera/visca_camera.h"
+#include "visca/camera.h"
 
 struct visca_reply_parser {
   std::array<uint8_t, kViscaPacketSize> packet{};
