@@ -18,11 +18,11 @@
 #include "base/file_copy.h"
 #include "base/paths.h"
 #include "base/trace.h"
-#include "recorder/internal.h"
+#include "recorder/finished_takes.h"
+#include "recorder/recorder_state.h"
 #include "recorder/stored_files.h"
-#include "recorder/take_files.h"
-#include "recorder/xmp.h"
 #include "supervisor/bench_stick.h"
+#include "xmp/xmp.h"
 
 namespace {
 

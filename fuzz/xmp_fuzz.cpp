@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/file.h"
-#include "recorder/media_scan.h"
-#include "recorder/xmp_packet.h"
-#include "recorder/xmp_undo.h"
+#include "xmp/media_scan.h"
+#include "xmp/packet.h"
+#include "xmp/undo.h"
 
 static void check_place(const xmp_place& place, int64_t size) {
   const bool has_packet = place.length > 0;

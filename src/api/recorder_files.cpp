@@ -8,7 +8,7 @@
 #include "base/paths.h"
 #include "base/trace.h"
 #include "http/response.h"
-#include "recorder/take_files.h"
+#include "recorder/finished_takes.h"
 
 namespace {
 

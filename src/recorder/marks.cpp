@@ -6,8 +6,8 @@
 
 #include "base/clock.h"
 #include "base/trace.h"
-#include "recorder/internal.h"
-#include "recorder/line_file.h"
+#include "recorder/mark_files.h"
+#include "recorder/recorder_state.h"
 
 namespace {
 

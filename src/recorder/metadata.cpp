@@ -9,8 +9,8 @@
 #include "base/trace.h"
 #include "base/value_file.h"
 #include "recorder/gps.h"
-#include "recorder/internal.h"
-#include "recorder/line_file.h"
+#include "recorder/mark_files.h"
+#include "recorder/recorder_state.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // line of at most 510 bytes; what is longer is cut, and of several lines the first counts. Any thread.
 #pragma once
 
-#include "recorder/xmp.h"
+#include "xmp/xmp.h"
 
 // Of the running take, else of the next one as it would be now.
 void orb_load_recorder_video_metadata(orb_xmp_fields* fields);

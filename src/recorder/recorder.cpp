@@ -18,9 +18,9 @@
 #include "base/text.h"
 #include "base/thread.h"
 #include "base/trace.h"
-#include "recorder/encoder_child.h"
-#include "recorder/internal.h"
-#include "recorder/take_files.h"
+#include "recorder/ffmpeg.h"
+#include "recorder/finished_takes.h"
+#include "recorder/recorder_state.h"
 #include "store/settings.h"
 
 constinit recorder_state recorder;

@@ -14,7 +14,7 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/trace.h"
-#include "recorder/internal.h"
+#include "recorder/recorder_state.h"
 
 namespace {
 

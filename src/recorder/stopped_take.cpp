@@ -7,8 +7,8 @@
 #include "base/json.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "recorder/internal.h"
-#include "recorder/line_file.h"
+#include "recorder/mark_files.h"
+#include "recorder/recorder_state.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "recorder/xmp.h"
+#include "xmp/xmp.h"
 
 struct stopped_take {
   orb_xmp_fields texts;              // without what each file has of its own: date, time and note

@@ -18,6 +18,6 @@ json_owner orb_get_logger_files();
 // The object in a log file; an empty one when there is no such file or it holds none.
 json_owner orb_get_logger_file_readings(const std::string& name);
 
-// As the operations of takes (recorder/take_files.h).
+// As the operations of takes (recorder/finished_takes.h).
 int orb_copy_logger_files(json_object* list, json_owner root);
 int orb_delete_logger_files(json_object* list, json_owner root);

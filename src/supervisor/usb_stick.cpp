@@ -16,9 +16,9 @@
 #include "base/thread.h"
 #include "base/trace.h"
 #include "installer/installer.h"
-#include "recorder/xmp.h"
 #include "store/logger.h"
 #include "supervisor/internal.h"
+#include "xmp/xmp.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "camera/modes.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
-#include "recorder/internal.h"
+#include "recorder/recorder_state.h"
 #include "seats/seats.h"
 #include "store/settings.h"
 #include "supervisor/internal.h"

@@ -8,8 +8,8 @@
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace_reader.h"
-#include "recorder/internal.h"
 #include "recorder/metadata.h"
+#include "recorder/recorder_state.h"
 #include "tests/files.h"
 
 inline const std::string kGuid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";

@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "recorder/bench.h"
-#include "recorder/line_file.h"
+#include "recorder/mark_files.h"
 
 namespace {
 

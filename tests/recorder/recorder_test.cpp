@@ -14,11 +14,10 @@
 
 #include "base/file_copy.h"
 #include "recorder/bench.h"
-#include "recorder/take_files.h"
+#include "recorder/finished_takes.h"
 #include "store/settings.h"
 
 std::atomic<bool> are_flushes_held = false;
-void (*on_flush)(int fd) = nullptr;
 
 static int steps_to_the_cut = -1;  // none: nothing is followed, and any thread may work
 
@@ -50,7 +49,6 @@ static void step() {
 // In the C library's place: the power is cut before one of them.
 int fsync(int fd) {
   step();
-  if (on_flush != nullptr) on_flush(fd);
   while (are_flushes_held) usleep(1000);
   struct stat info {};
   if (steps_to_the_cut < 0 || fstat(fd, &info) != 0) return static_cast<int>(syscall(SYS_fsync, fd));

@@ -1,4 +1,4 @@
-#include "recorder/take_files.h"
+#include "recorder/finished_takes.h"
 
 #include <strings.h>
 #include <unistd.h>

@@ -15,10 +15,10 @@
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/trace.h"
-#include "recorder/internal.h"
-#include "recorder/media_scan.h"
-#include "recorder/xmp_packet.h"
-#include "recorder/xmp_undo.h"
+#include "recorder/recorder_state.h"
+#include "xmp/media_scan.h"
+#include "xmp/packet.h"
+#include "xmp/undo.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "recorder/encoder_child.h"
+#include "recorder/ffmpeg.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>

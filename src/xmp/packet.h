@@ -4,7 +4,7 @@
 #include <span>
 #include <string_view>
 
-#include "recorder/xmp.h"
+#include "xmp/xmp.h"
 
 // Every packet begins with it, its zero byte included, as in a JPEG's APP1 segment; ours in MP4 do, too.
 inline constexpr std::string_view kXmpSignature{"http://ns.adobe.com/xap/1.0/\0", 29};

@@ -16,8 +16,8 @@
 #include "base/paths.h"
 #include "base/trace.h"
 #include "osd/osd.h"
-#include "recorder/encoder_child.h"
-#include "recorder/internal.h"
+#include "recorder/ffmpeg.h"
+#include "recorder/recorder_state.h"
 
 namespace {
 

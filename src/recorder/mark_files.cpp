@@ -1,4 +1,4 @@
-#include "recorder/line_file.h"
+#include "recorder/mark_files.h"
 
 #include <fcntl.h>
 

@@ -1,6 +1,6 @@
 // The files of takes: where each is, and the jobs that copy and delete them, with a stick that is really
 // mounted.
-#include "recorder/take_files.h"
+#include "recorder/finished_takes.h"
 
 #include <pthread.h>
 

@@ -1,4 +1,4 @@
-#include "recorder/xml_text.h"
+#include "xmp/xml_text.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "recorder/xmp_undo.h"
+#include "xmp/undo.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

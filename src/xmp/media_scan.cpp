@@ -1,4 +1,4 @@
-#include "recorder/media_scan.h"
+#include "xmp/media_scan.h"
 
 #include <strings.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <span>
 
-#include "recorder/xmp_packet.h"
+#include "xmp/packet.h"
 
 namespace {
 

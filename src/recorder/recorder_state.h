@@ -12,7 +12,7 @@
 #include "recorder/recorder.h"
 #include "recorder/stopped_take.h"
 #include "recorder/take.h"
-#include "recorder/xmp.h"
+#include "xmp/xmp.h"
 
 inline constexpr size_t kNoteLimit = 511;  // bytes of a note with its newline
 inline constexpr int kWatchdog_ms = 30'000;

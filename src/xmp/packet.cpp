@@ -1,4 +1,4 @@
-#include "recorder/xmp_packet.h"
+#include "xmp/packet.h"
 
 #include <algorithm>
 #include <optional>
@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/text.h"
-#include "recorder/xml_text.h"
+#include "xmp/xml_text.h"
 
 namespace {
 

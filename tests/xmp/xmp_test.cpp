@@ -1,9 +1,11 @@
 // XMP metadata: packets as bytes, pictures and videos of several writers, and other programs' readers.
-#include "recorder/xmp.h"
+#include "xmp/xmp.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -12,10 +14,16 @@
 #include <thread>
 
 #include "recorder/bench.h"
-#include "recorder/media_scan.h"
-#include "recorder/xmp_packet.h"
+#include "xmp/media_scan.h"
+#include "xmp/packet.h"
 
-extern void (*on_flush)(int fd);
+static void (*on_flush)(int fd) = nullptr;
+
+// In the C library's place.
+int fsync(int fd) {
+  if (on_flush != nullptr) on_flush(fd);
+  return static_cast<int>(syscall(SYS_fsync, fd));
+}
 
 namespace {
 
