@@ -20,8 +20,8 @@
 #include "base/trace.h"
 #include "recorder/finished_takes.h"
 #include "recorder/recorder_state.h"
-#include "recorder/stored_files.h"
-#include "supervisor/bench_stick.h"
+#include "usb/bench_stick.h"
+#include "usb/stored_files.h"
 #include "xmp/xmp.h"
 
 namespace {

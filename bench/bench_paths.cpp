@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "app/application.h"
+#include "base/application.h"
 #include "base/trace.h"
 #include "http/request.h"
 #include "power_board/internal.h"

@@ -6,7 +6,7 @@
 #include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
-#include "store/log_files.h"
+#include "log_files/log_files.h"
 #include "store/logger.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "app/application.h"
+#include "base/application.h"
 #include "base/paths.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"

@@ -11,10 +11,10 @@
 #include <optional>
 
 #include "api/routes.h"
-#include "app/application.h"
 #include "app/command_pipe.h"
 #include "app/invocation.h"
 #include "app/redis_publisher.h"
+#include "base/application.h"
 #include "base/file.h"
 #include "base/json.h"
 #include "base/paths.h"

@@ -2,7 +2,7 @@
 
 #include <ev.h>
 
-#include "app/application.h"
+#include "base/application.h"
 #include "base/redis_exchange.h"
 #include "power_board/power_board.h"
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <new>
 
-#include "app/application.h"
+#include "base/application.h"
 #include "base/text.h"
 #include "base/trace.h"
 #include "power_board/internal.h"

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "app/application.h"
+#include "base/application.h"
 #include "base/clock.h"
 #include "base/trace.h"
 #include "power_board/internal.h"

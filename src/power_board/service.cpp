@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "app/application.h"
+#include "base/application.h"
 #include "base/clock.h"
 #include "base/thread.h"
 #include "base/trace.h"

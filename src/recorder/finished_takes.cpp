@@ -12,8 +12,8 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "recorder/stored_files.h"
 #include "recorder/take.h"
+#include "usb/stored_files.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// The files of finished takes: the listing, and the jobs that copy and delete them (recorder/stored_files.h).
+// The files of finished takes: the listing, and the jobs that copy and delete them (usb/stored_files.h).
 // Any thread.
 #pragma once
 

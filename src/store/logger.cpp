@@ -14,8 +14,8 @@
 #include "base/thread.h"
 #include "base/trace.h"
 #include "base/version.h"
+#include "log_files/log_files.h"
 #include "store/alternating_file.h"
-#include "store/log_files.h"
 #include "store/statistics.h"
 #include "supervisor/identity.h"
 

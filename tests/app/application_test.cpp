@@ -1,6 +1,6 @@
 // The main loop and what hangs on it: the command pipe and the Redis publisher, with the real board
 // service on a simulated board.
-#include "app/application.h"
+#include "base/application.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

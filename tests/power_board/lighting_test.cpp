@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "app/application.h"
 #include "app/main_loop.h"
+#include "base/application.h"
 #include "base/clock.h"
 #include "base/paths.h"
 #include "base/value_file.h"

@@ -8,7 +8,7 @@
 #include <functional>
 #include <regex>
 
-#include "app/application.h"
+#include "base/application.h"
 #include "base/paths.h"
 #include "base/trace.h"
 #include "power_board/internal.h"

@@ -11,8 +11,8 @@
 #include <span>
 
 #include "recorder/bench.h"
-#include "recorder/stored_files.h"
-#include "supervisor/bench_stick.h"
+#include "usb/bench_stick.h"
+#include "usb/stored_files.h"
 
 extern std::atomic<bool> are_flushes_held;  // in this program
 

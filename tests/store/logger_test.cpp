@@ -12,7 +12,7 @@
 #include <set>
 
 #include "base/trace_reader.h"
-#include "store/log_files.h"
+#include "log_files/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
 #include "tests/await.h"

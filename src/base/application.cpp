@@ -1,4 +1,4 @@
-#include "app/application.h"
+#include "base/application.h"
 
 #include <cerrno>
 #include <csignal>

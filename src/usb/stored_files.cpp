@@ -1,4 +1,4 @@
-#include "recorder/stored_files.h"
+#include "usb/stored_files.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -4,8 +4,8 @@
 
 #include "api/api_client.h"
 #include "base/trace_reader.h"
-#include "supervisor/bench_stick.h"
 #include "supervisor/status.h"
+#include "usb/bench_stick.h"
 
 namespace {
 

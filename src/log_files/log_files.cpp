@@ -1,4 +1,4 @@
-#include "store/log_files.h"
+#include "log_files/log_files.h"
 
 #include <sys/stat.h>
 
@@ -10,8 +10,8 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "recorder/stored_files.h"
 #include "store/logger.h"
+#include "usb/stored_files.h"
 
 namespace {
 
