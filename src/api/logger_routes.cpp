@@ -7,6 +7,7 @@
 #include "http/json_body.h"
 #include "http/response.h"
 #include "log_files/log_files.h"
+#include "log_files/readings.h"
 #include "store/logger.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include "api/power_board_routes.h"
 #include "base/json.h"
 #include "base/trace.h"
-#include "camera/controller.h"
+#include "camera/zoom_values.h"
 #include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"

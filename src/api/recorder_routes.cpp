@@ -8,6 +8,7 @@
 #include "http/response.h"
 #include "recorder/gps.h"
 #include "recorder/recorder.h"
+#include "store/texts.h"
 
 namespace {
 

@@ -7,7 +7,8 @@
 #include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
-#include "supervisor/supervisor.h"
+#include "supervisor/shutdown.h"
+#include "usb/stick.h"
 
 constinit debug_flag debug_flags[kDebugWarningCount] = {
     {"debug_crit_temp_warning"},  {"debug_high_temp_warning"}, {"debug_low_temp_warning"},

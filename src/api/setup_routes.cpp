@@ -10,12 +10,13 @@
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "base/version.h"
 #include "http/json_body.h"
 #include "http/response.h"
+#include "store/identity.h"
 #include "store/settings.h"
-#include "supervisor/identity.h"
+#include "store/texts.h"
 #include "supervisor/supervisor.h"
+#include "supervisor/versions.h"
 
 namespace {
 

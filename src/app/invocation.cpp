@@ -10,7 +10,7 @@
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
-#include "base/version.h"
+#include "store/identity.h"
 
 namespace {
 

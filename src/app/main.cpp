@@ -20,16 +20,22 @@
 #include "base/paths.h"
 #include "base/thread.h"
 #include "base/trace.h"
-#include "camera/controller.h"
+#include "camera/defaults_worker.h"
+#include "camera/lens_loops.h"
 #include "installer/installer.h"
+#include "log_files/log_files.h"
 #include "osd/osd.h"
+#include "power_board/intensity_loop.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
 #include "seats/seats.h"
+#include "store/identity.h"
 #include "store/logger.h"
 #include "store/settings.h"
+#include "store/texts.h"
 #include "supervisor/supervisor.h"
+#include "usb/stick.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -38,7 +44,7 @@ orb_application application;
 orb_power_board power_board;
 
 bool is_advanced_model() {
-  const json_owner config = load_json_file(paths::kSystemConfig);
+  const json_owner config = unit_config();
   json_object* name = json_member(config.get(), "model_name");
   return json_object_is_type(name, json_type_string) &&
          strcmp(json_object_get_string(name), "ORB Advanced") == 0;
@@ -71,6 +77,13 @@ void prepare_console() {
 void* http_thread(void*) {
   http_server_thread();
   return nullptr;
+}
+
+// What a stick may bring: an update, or the mark that empties the logger.
+bool visit_stick() {
+  const bool has_update = is_update_on_stick();
+  orb_check_logger_reset();
+  return has_update;
 }
 
 // From the board to the end of the loop; returns the exit status.
@@ -114,6 +127,7 @@ int main(int count, char** words) {
   start_trace_writer();
   orb_init_nv();
   load_recorder_texts();
+  start_log_file_workers();
   orb_init_logger();
   fputs("start\n", stderr);
 
@@ -128,6 +142,7 @@ int main(int count, char** words) {
   orb_init_osd();
   orb_create_recorder();
   orb_init_supervisor(1);
+  start_usb_stick(visit_stick);
 
   if (orb_application_init(&application, words[0]) != 0) return 1;
   block_signals(false);

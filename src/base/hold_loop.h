@@ -8,7 +8,6 @@
 #include <optional>
 
 #include "base/mutex.h"
-#include "camera/lens_watch.h"
 
 inline constexpr int64_t kNever_ns = std::numeric_limits<int64_t>::max();
 
@@ -43,18 +42,13 @@ struct hold_actions {
   int64_t (*settle)(hold_loop& loop, int64_t now_ns);
 };
 
-struct lens_motion;
-
 struct hold_loop {
-  constexpr hold_loop(const hold_actions& what, const lens_motion* lens) : actions(what), motion(lens) {}
+  explicit constexpr hold_loop(const hold_actions& what) : actions(what) {}
 
   const hold_actions& actions;
-  const lens_motion* const motion;  // of a lens; null for the lights
   mutex lock;
   condition wake;
   hold_state hold GUARDED_BY(lock);
-  int start_speed GUARDED_BY(lock) = 0;  // of a lens: what the speed file held when the hold began
-  lens_watch watch GUARDED_BY(lock);
 };
 
 // Starts the loop's thread. Once, main thread.
@@ -70,5 +64,3 @@ void end_hold(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock);
 
 // What the loop's thread does at `now_ns`; when it has something to do next, or kNever_ns.
 int64_t step_hold_loop(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock);
-
-extern hold_loop zoom_loop, focus_loop, intensity_loop;

@@ -6,8 +6,9 @@
 #include "base/mutex.h"
 #include "base/thread.h"
 #include "base/trace.h"
-#include "camera/controller.h"
 #include "camera/image_settings.h"
+#include "camera/lens_loops.h"
+#include "camera/zoom_values.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -145,15 +146,19 @@ void* defaults_worker(void*) {
   }
 }
 
-}  // namespace
-
 void start_defaults_worker() {
   start_detached_thread("camera-defaults", defaults_worker, nullptr);
   sleep_ms(kStartPause_ms);
   request(&worker_requests::power_up);
 }
 
-void request_ir_filter() { request(&worker_requests::ir_filter); }
+}  // namespace
+
+int orb_set_camera_ir_filter(const char* text) {
+  const int kept = keep_ir_filter(text);
+  if (kept == 1) request(&worker_requests::ir_filter);
+  return kept < 0 ? -1 : 0;
+}
 
 void orb_set_controller_defaults() { request(&worker_requests::defaults); }
 

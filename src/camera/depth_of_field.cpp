@@ -5,7 +5,7 @@
 #include <iterator>
 
 #include "base/text.h"
-#include "store/settings.h"
+#include "store/units.h"
 
 namespace {
 
@@ -25,7 +25,6 @@ constexpr const focus_point& kNearest = *std::begin(kFocusCurve);
 constexpr const focus_point& kFarthest = *std::prev(std::end(kFocusCurve));  // below: infinity
 constexpr int kNotReported = -1;
 
-constexpr double kFeetPerMetre = 3.2808399;
 constexpr double kFar = 1.1;
 constexpr double kNear = 0.9;
 constexpr double kWholeNumbers = 99.5;  // from here on without decimals
@@ -43,7 +42,7 @@ double distance_at(int position) {
   return kFarthest.distance_m;
 }
 
-void format_distance(char* text, size_t size, double distance, const char* unit) {
+void limit_text(char* text, size_t size, double distance, const char* unit) {
   snprintf(text, size, distance < kWholeNumbers ? "%.2g %s" : "%.0f %s", distance, unit);
 }
 
@@ -64,11 +63,9 @@ depth_of_field load_depth_of_field(int focus_position) {
     copy_text(field.near_limit, sizeof field.near_limit, text);
     return field;
   }
-  int units = 0;
-  orb_read_nv(kSettingUnits, &units, sizeof units);
-  const bool feet = units == 1;
-  const double distance = distance_at(focus_position) * (feet ? kFeetPerMetre : 1.0);
-  format_distance(field.far_limit, sizeof field.far_limit, distance * kFar, feet ? "ft" : "m");
-  format_distance(field.near_limit, sizeof field.near_limit, distance * kNear, feet ? "ft" : "m");
+  const bool feet = in_feet();
+  const double distance = in_units(distance_at(focus_position), feet);
+  limit_text(field.far_limit, sizeof field.far_limit, distance * kFar, feet ? "ft" : "m");
+  limit_text(field.near_limit, sizeof field.near_limit, distance * kNear, feet ? "ft" : "m");
   return field;
 }

@@ -6,8 +6,6 @@
 
 #include "base/mutex.h"
 #include "base/text.h"
-#include "camera/controller.h"
-#include "camera/defaults_worker.h"
 #include "store/settings.h"
 #include "visca/camera_thread.h"
 
@@ -124,12 +122,11 @@ int orb_set_camera_image_stabilizer(const char* text) { return set_value(stabili
 int orb_set_camera_sensitivity(const char* text) { return set_value(sensitivity, text); }
 int orb_set_camera_defog(const char* text) { return set_value(defog, text); }
 
-int orb_set_camera_ir_filter(const char* text) {
+int keep_ir_filter(const char* text) {
   const int value = find_value(ir_filter, text);
   if (value < 0) return -1;
   const mutex_lock lock(values_lock);
   if (value == ir_filter.value) return 0;
   keep_value(ir_filter, value);
-  request_ir_filter();
-  return 0;
+  return 1;
 }

@@ -1,15 +1,12 @@
-// The three hold-to-run loops: zoom, focus and LED intensity.
+#include "camera/lens_loops.h"
 
 #include <algorithm>
 
 #include "base/clock.h"
-#include "base/hold_loop.h"
 #include "base/paths.h"
 #include "base/trace.h"
 #include "base/value_file.h"
-#include "camera/controller.h"
 #include "camera/speeds.h"
-#include "power_board/lighting.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -63,7 +60,7 @@ bool queue_order(const lens_order& order) {
 }
 
 // Queues the order and watches it from now on. What is not `insisted` on and refused has not been given.
-bool give(hold_loop& loop, const lens_order& order, int64_t now_ns, bool insisted, bool again = false)
+bool give(lens_loop& loop, const lens_order& order, int64_t now_ns, bool insisted, bool again = false)
     REQUIRES(loop.lock) {
   const lens_link before = link_now();
   const bool taken = queue_order(order);
@@ -74,41 +71,41 @@ bool give(hold_loop& loop, const lens_order& order, int64_t now_ns, bool insiste
 
 lens_order stop_order(const lens_motion& motion) { return {lens_effect::stops, motion.stop}; }
 
-lens_order drive_order(const hold_loop& loop, int speed) REQUIRES(loop.lock) {
+lens_order drive_order(const lens_loop& loop, int speed) REQUIRES(loop.lock) {
   const bool positive = loop.hold.direction > 0;
-  return {lens_effect::drives, nullptr, positive ? loop.motion->positive : loop.motion->negative, speed};
+  return {lens_effect::drives, nullptr, positive ? loop.motion.positive : loop.motion.negative, speed};
 }
 
-void begin_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
-  loop.start_speed = read_speed(loop.motion->speed_file, loop.motion->default_speed);
-  trace(loop.motion->trace_level, "start %d", loop.start_speed);
+void begin_motion(lens_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  loop.start_speed = read_speed(loop.motion.speed_file, loop.motion.default_speed);
+  trace(loop.motion.trace_level, "start %d", loop.start_speed);
   give(loop, drive_order(loop, loop.start_speed), now_ns, true);
 }
 
-void speed_up_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
-  const int speed = read_speed(loop.motion->speed_file, loop.motion->default_speed);
+void speed_up_motion(lens_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  const int speed = read_speed(loop.motion.speed_file, loop.motion.default_speed);
   if (speed >= kMaximumSpeed || !visca_link_is_up(&visca_thread_data)) return;
-  trace(loop.motion->trace_level, "adjust %d %d", speed, speed + 1);
+  trace(loop.motion.trace_level, "adjust %d %d", speed, speed + 1);
   if (give(loop, drive_order(loop, speed + 1), now_ns, false))
-    write_value_file(loop.motion->speed_file, speed + 1);
+    write_value_file(loop.motion.speed_file, speed + 1);
 }
 
 // The acceleration was for this hold only.
-void end_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
-  give(loop, stop_order(*loop.motion), now_ns, true);
-  trace(loop.motion->trace_level, "end");
-  write_value_file(loop.motion->speed_file, loop.start_speed);
+void end_motion(lens_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  give(loop, stop_order(loop.motion), now_ns, true);
+  trace(loop.motion.trace_level, "end");
+  write_value_file(loop.motion.speed_file, loop.start_speed);
 }
 
-int64_t settle_motion(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+int64_t settle_motion(lens_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
   const lens_need need = step_lens_watch(loop.watch, link_now(), loop.hold.direction != 0, now_ns);
-  if (need == lens_need::stop) loop.watch.order = stop_order(*loop.motion);
+  if (need == lens_need::stop) loop.watch.order = stop_order(loop.motion);
   if (need != lens_need::nothing) give(loop, loop.watch.order, now_ns, true, true);
   return loop.watch.watched ? now_ns + kRetry_ns : kNever_ns;
 }
 
 // Another's order ends the hold: the camera gets its stop first.
-int order_lens(hold_loop& loop, const lens_order& order, int64_t now_ns) {
+int order_lens(lens_loop& loop, const lens_order& order, int64_t now_ns) {
   const mutex_lock lock(loop.lock);
   if (loop.hold.closed) return -1;
   const bool stops = order.effect == lens_effect::stops, was_held = loop.hold.direction != 0;
@@ -118,53 +115,41 @@ int order_lens(hold_loop& loop, const lens_order& order, int64_t now_ns) {
 }
 
 // Also for the end of a hold that is still to come.
-void reset_speed(hold_loop& loop) {
+void reset_speed(lens_loop& loop) {
   const mutex_lock lock(loop.lock);
-  loop.start_speed = loop.motion->default_speed;
-  write_value_file(loop.motion->speed_file, loop.start_speed);
+  loop.start_speed = loop.motion.default_speed;
+  write_value_file(loop.motion.speed_file, loop.start_speed);
 }
 
 // Also of a drive that is not a hold's.
-void close_lens(hold_loop& loop, int64_t now_ns) {
+void close_lens(lens_loop& loop, int64_t now_ns) {
   const mutex_lock lock(loop.lock);
   loop.hold.closed = true;
   end_hold(loop, now_ns);
   const bool drives = loop.watch.driving && loop.watch.order.effect == lens_effect::drives;
-  if (drives) give(loop, stop_order(*loop.motion), now_ns, true);
+  if (drives) give(loop, stop_order(loop.motion), now_ns, true);
 }
 
-bool is_through(hold_loop& loop) {
+bool is_through(lens_loop& loop) {
   const mutex_lock lock(loop.lock);
   return is_lens_order_through(loop.watch, link_now());
 }
 
-constexpr int kIntensityPeriod_ms = 250;
-
-int intensity_step(int held_ms) { return held_ms <= 2000 ? 1 : held_ms <= 4000 ? 3 : 5; }
-
-void start_intensity(hold_loop&, int64_t) { trace(kTraceIntensityLoop, "start"); }
-
-void step_intensity(int direction, int held_ms) {
-  step_led_intensity(direction > 0 ? intensity_step(held_ms) : -intensity_step(held_ms));
+// An action of a hold loop that is a lens's.
+template <auto Act>
+auto of_lens(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock) {
+  auto& lens = static_cast<lens_loop&>(loop);
+  lens.lock.assert_held();  // it is the same
+  return Act(lens, now_ns);
 }
 
-void adjust_intensity(hold_loop& loop, int64_t) REQUIRES(loop.lock) {
-  step_intensity(loop.hold.direction, loop.hold.held_ms);
-}
-
-void end_intensity(hold_loop&, int64_t) { trace(kTraceIntensityLoop, "end"); }
-
-int64_t settle_intensity(hold_loop&, int64_t) { return kNever_ns; }
-
-constexpr hold_actions kLensActions{kSpeedUp_ms, begin_motion, speed_up_motion, end_motion, settle_motion};
-constexpr hold_actions kLightActions{kIntensityPeriod_ms, start_intensity, adjust_intensity, end_intensity,
-                                     settle_intensity};
+constexpr hold_actions kLensActions{kSpeedUp_ms, of_lens<begin_motion>, of_lens<speed_up_motion>,
+                                    of_lens<end_motion>, of_lens<settle_motion>};
 
 }  // namespace
 
-constinit hold_loop zoom_loop{kLensActions, &kZoom};
-constinit hold_loop focus_loop{kLensActions, &kFocus};
-constinit hold_loop intensity_loop{kLightActions, nullptr};
+constinit lens_loop zoom_loop{kLensActions, kZoom};
+constinit lens_loop focus_loop{kLensActions, kFocus};
 
 void orb_create_focus_loop() { create_hold_loop(focus_loop, "focus-loop"); }
 int orb_trigger_focus_loop(int direction, int duration_ms) {
@@ -194,9 +179,3 @@ void orb_await_lens_stops(int timeout_ms) {
   const int64_t end = monotonic_ns() + timeout_ms * kNanosecondsPerMillisecond;
   while (!(is_through(zoom_loop) && is_through(focus_loop)) && monotonic_ns() < end) sleep_ms(1);
 }
-
-void orb_create_intensity_loop() { create_hold_loop(intensity_loop, "intensity-loop"); }
-int orb_trigger_intensity_loop(int direction, int duration_ms) {
-  return trigger_hold_loop(intensity_loop, direction, duration_ms, monotonic_ns());
-}
-void orb_stop_intensity_loop() { stop_hold_loop(intensity_loop, monotonic_ns()); }

@@ -1,8 +1,7 @@
-// From the reported zoom position to the magnification that the operator sees.
+#include "camera/zoom_values.h"
 
 #include <cstdio>
 
-#include "camera/controller.h"
 #include "visca/camera_thread.h"
 
 namespace {

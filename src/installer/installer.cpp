@@ -18,7 +18,7 @@
 #include "base/update_progress.h"
 #include "base/value_file.h"
 #include "power_board/power_board.h"
-#include "supervisor/supervisor.h"
+#include "supervisor/shutdown.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -176,6 +176,14 @@ int orb_get_installer_firmware_update_available(char* path, size_t size) {
 
 int orb_get_installer_camera_update_available(char* path, size_t size) {
   return visca_get_update_available(path, size);
+}
+
+bool is_update_on_stick() {
+  const int software = orb_get_installer_software_update_available(nullptr, 0);
+  const int firmware = orb_get_installer_firmware_update_available(nullptr, 0);
+  const int camera = orb_get_installer_camera_update_available(nullptr, 0);
+  trace(kTraceSupervisor, "update %d %d %d", software, firmware, camera);
+  return software != 0 || firmware != 0 || camera != 0;
 }
 
 void orb_load_installer_software_update_version(char* version, size_t size) {

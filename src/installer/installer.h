@@ -15,6 +15,9 @@ int orb_get_installer_software_update_available(char* path, size_t size);
 int orb_get_installer_firmware_update_available(char* path, size_t size);
 int orb_get_installer_camera_update_available(char* path, size_t size);
 
+// Whether any is; traced. Waits for the stick.
+bool is_update_on_stick();
+
 // The version of that update; empty when there is none.
 void orb_load_installer_software_update_version(char* version, size_t size);
 void orb_load_installer_firmware_update_version(char* version, size_t size);

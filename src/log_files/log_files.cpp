@@ -10,7 +10,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "store/logger.h"
+#include "log_files/readings.h"
 #include "usb/stored_files.h"
 
 namespace {

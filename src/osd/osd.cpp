@@ -10,11 +10,12 @@
 
 #include "base/clock.h"
 #include "base/trace.h"
-#include "camera/controller.h"
+#include "camera/zoom_values.h"
+#include "heading/direction.h"
 #include "osd/overlay.h"
-#include "recorder/recorder.h"
 #include "store/settings.h"
-#include "supervisor/supervisor.h"
+#include "store/texts.h"
+#include "store/units.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -38,15 +39,13 @@ std::atomic<int> is_recorder_active = 0;
 ev_timer tick_timer;
 overlay_state state;
 std::array<int, kOsdItemCount> items{};  // as last read
-int units = 0;
 
 bool is_item(int item) { return item >= 0 && item < kOsdItemCount; }
 
 // While a setting is being saved, what was last read holds.
 void read_settings() {
-  std::array<nv_target, kOsdItemCount + 1> targets;
+  std::array<nv_target, kOsdItemCount> targets;
   for (size_t i = 0; i < items.size(); ++i) targets[i] = {kItemSettings[i], &items[i], sizeof items[i]};
-  targets.back() = {kSettingUnits, &units, sizeof units};
   try_read_nv(targets);
   items[kOsdLaser] = is_laser_shown;
 }
@@ -66,7 +65,7 @@ overlay_inputs load_inputs() {
   orb_load_supervisor_direction(in.compass.data(), in.compass.size());
   orb_load_camera_zoom_values(nullptr, nullptr, in.zoom.data(), static_cast<int>(in.zoom.size()));
   in.laser_m = laser_reading_m;
-  in.in_feet = units == 1;
+  in.in_feet = in_feet();
   return in;
 }
 

@@ -4,15 +4,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/distance.h"
 #include "base/text.h"
 #include "base/trace.h"
+#include "store/units.h"
 #include "visca/camera.h"
 
 namespace {
 
 constexpr int kTicksPerSecond = 10;
-constexpr double kFeetPerMetre = 3.28084;
 
 constexpr char kNoText = '\x01';  // no text begins so
 
@@ -42,7 +41,7 @@ osd_text status_text(const overlay_inputs& in) {
   std::fill_n(line.begin(), kOsdLineLength, ' ');
   if (in.items[kOsdCompass] != 0) place(line, kCompassPlace, in.compass.data());
   if (in.items[kOsdLaser] != 0) {
-    const double distance = double{in.laser_m} * (in.in_feet ? kFeetPerMetre : 1.0);
+    const double distance = in_units(double{in.laser_m}, in.in_feet);
     place(line, kLaserPlace, format_distance(distance, in.in_feet).text);
   }
   if (in.items[kOsdZoom] != 0) place(line, kOsdLineLength - strlen(in.zoom.data()), in.zoom.data());

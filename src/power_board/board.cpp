@@ -13,7 +13,7 @@
 #include "base/text.h"
 #include "base/trace.h"
 #include "power_board/internal.h"
-#include "supervisor/identity.h"
+#include "store/identity.h"
 
 // The two tables are the same on purpose; they are told apart by the battery type.
 const battery_threshold_table orb_power_board_indepro_thresholds{19.5F, 18.5F, 17.5F, 16.5F};

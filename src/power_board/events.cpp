@@ -6,7 +6,7 @@
 #include "base/trace.h"
 #include "power_board/internal.h"
 #include "store/logger.h"
-#include "supervisor/supervisor.h"
+#include "supervisor/shutdown.h"
 
 namespace {
 

@@ -2,12 +2,11 @@
 
 #include "osd/osd.h"
 #include "power_board/internal.h"
-#include "store/settings.h"
+#include "store/units.h"
 
 namespace {
 
 constexpr double kShortest_m = 0.05;  // up to here a reading is none
-constexpr double kFeetPerMetre = 3.2808399200439453;
 
 constexpr int kLaserOff = 0;
 constexpr int kLaserManual = 1;
@@ -81,10 +80,8 @@ int orb_power_board_clear_laser_reading(orb_power_board* board) {
 
 distance_text load_laser_distance(const orb_power_board* board) {
   if (board == nullptr || board->laser.invalid_count != 0) return {};
-  int units = 0;
-  orb_read_nv(kSettingUnits, &units, sizeof units);
-  const bool feet = units == 1;
-  return format_distance(board->laser.distance * (feet ? kFeetPerMetre : 1.0), feet);
+  const bool feet = in_feet();
+  return format_distance(in_units(board->laser.distance, feet), feet);
 }
 
 void update_laser(orb_power_board* board, const power_board_readings& readings) {

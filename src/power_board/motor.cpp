@@ -10,7 +10,7 @@
 #include "base/text.h"
 #include "base/trace.h"
 #include "power_board/internal.h"
-#include "store/settings.h"
+#include "store/units.h"
 
 namespace {
 
@@ -146,11 +146,7 @@ void orb_power_board_load_height(orb_power_board* board, char* text, size_t size
   double mm = (motors.home_count - motors.position) / kCountsPerMm + kRetracted_mm;
   if (board->height_extension != 0) mm += kExtension_mm;
   const double inches = mm * kInchesPerMm;
-  // Asked for on the main loop, too, which does not wait for a save: until it is done the last units hold.
-  static std::atomic<int> units = 1;
-  int now = 0;
-  if (try_read_nv(kSettingUnits, &now, sizeof now)) units = now;
-  const bool imperial = units == 1;
+  const bool imperial = in_feet();
   char height[32];
   snprintf(height, sizeof height, "%.1f %s", imperial ? inches : inches * kCmPerInch, imperial ? "in" : "cm");
   copy_text(text, size, height);

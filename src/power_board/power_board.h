@@ -14,11 +14,11 @@
 #include <cstdint>
 #include <optional>
 
-#include "base/distance.h"
 #include "base/mutex.h"
 #include "power_board/motor.h"
 #include "power_board/readings.h"
 #include "power_board/work_queue.h"
+#include "store/units.h"
 
 struct orb_application;
 

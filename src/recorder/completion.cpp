@@ -1,5 +1,6 @@
 // Post-processing: what makes a recorded file a finished take on the USB store. Recording worker. Whatever
 // interrupts it, the guid stays until all is there, and the next completion begins anew.
+#include "recorder/completion.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,10 +15,16 @@
 #include "base/file.h"
 #include "base/file_copy.h"
 #include "base/paths.h"
+#include "base/space.h"
 #include "base/trace.h"
 #include "base/value_file.h"
 #include "recorder/ffmpeg.h"
+#include "recorder/metadata.h"
+#include "recorder/recorder.h"
 #include "recorder/recorder_state.h"
+#include "recorder/stills.h"
+#include "recorder/stopped_take.h"
+#include "recorder/take.h"
 
 namespace {
 
@@ -106,9 +113,9 @@ bool is_too_large(int error) { return error == ENOSPC || error == EFBIG || error
 bool copy_take(const take& t, int64_t size) {
   trace(kTraceRecorder, "cp size %ld", static_cast<long>(size));
   const std::string copy = usb_take_path(t);
-  const bool has_room = has_usb_room(size, size_of(copy));
-  if (has_room && copy_file(internal_take_path(t).c_str(), copy.c_str(), show_copied, nullptr)) return true;
-  const int error = has_room ? errno : ENOSPC;
+  const bool fits = has_room(paths::kUsbTakes, size, size_of(copy));
+  if (fits && copy_file(internal_take_path(t).c_str(), copy.c_str(), show_copied, nullptr)) return true;
+  const int error = fits ? errno : ENOSPC;
   trace(kTraceRecorder, "cp failed %d '%s'", error, strerror(error));
   if (is_too_large(error)) unlink(copy.c_str());
   return false;

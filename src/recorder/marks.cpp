@@ -7,6 +7,7 @@
 #include "base/clock.h"
 #include "base/trace.h"
 #include "recorder/mark_files.h"
+#include "recorder/metadata.h"
 #include "recorder/recorder_state.h"
 
 namespace {

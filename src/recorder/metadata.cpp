@@ -11,6 +11,8 @@
 #include "recorder/gps.h"
 #include "recorder/mark_files.h"
 #include "recorder/recorder_state.h"
+#include "recorder/take.h"
+#include "store/texts.h"
 
 namespace {
 

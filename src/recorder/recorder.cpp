@@ -1,10 +1,7 @@
 #include "recorder/recorder.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/stat.h>
-#include <sys/statfs.h>
-#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,13 +12,18 @@
 #include "base/file.h"
 #include "base/json.h"
 #include "base/paths.h"
+#include "base/space.h"
 #include "base/text.h"
 #include "base/thread.h"
 #include "base/trace.h"
 #include "recorder/ffmpeg.h"
 #include "recorder/finished_takes.h"
+#include "recorder/metadata.h"
 #include "recorder/recorder_state.h"
-#include "store/settings.h"
+#include "recorder/recording_worker.h"
+#include "recorder/stopped_take.h"
+#include "recorder/take.h"
+#include "store/texts.h"
 
 constinit recorder_state recorder;
 
@@ -30,9 +32,6 @@ namespace {
 // KiB that a start needs.
 constexpr uint64_t kStartEmmc_kb = 80'000;
 constexpr uint64_t kStartUsb_kb = 100'000;
-
-constexpr uint64_t kSparedUsb_kb = 1024;
-constexpr uint64_t kLargestVfatFile_kb = (uint64_t{4} << 20) - 1;
 
 constexpr int64_t kStartWait_ms = 5;  // for the worker to have started ffmpeg
 constexpr uint32_t kLongestSaveDelay_ms = 5000;
@@ -43,16 +42,6 @@ constexpr int kCloseSteps = 1500;
 
 void make_folder(const char* path) {
   if (make_missing_folder(path)) trace(kTraceRecorder, "create '%s'", path);
-}
-
-template <size_t Size>
-void load_setting(uint32_t index, char (&text)[Size]) {
-  orb_read_nv(index, text, Size - 1);  // the store's fields need not end with a zero; ours is longer
-}
-
-template <size_t Size>
-void load_config_text(json_object* config, const char* key, char (&text)[Size]) {
-  copy_text(text, Size, json_text(config, key));
 }
 
 bool change_stage(recorder_stage from, recorder_stage to) {
@@ -168,50 +157,7 @@ int set_paused(int paused) {
   return 0;
 }
 
-template <size_t Size>
-void load_text(char (recorder_texts::*member)[Size], char* text, size_t size) {
-  const mutex_lock lock(recorder.texts_lock);
-  copy_text(text, size, recorder.texts.*member);
-}
-
-// The copy that was stored, for the settings, which are saved without the lock.
-template <size_t Size>
-recorder_texts set_text(char (recorder_texts::*member)[Size], const char* text) {
-  const mutex_lock lock(recorder.texts_lock);
-  char(&field)[Size] = recorder.texts.*member;
-  memset(field, 0, Size);
-  copy_text(field, Size, text);
-  return recorder.texts;
-}
-
 }  // namespace
-
-recorder_texts copy_recorder_texts() {
-  const mutex_lock lock(recorder.texts_lock);
-  return recorder.texts;
-}
-
-uint64_t free_kb(const char* folder) {
-  struct statvfs info {};
-  if (statvfs(folder, &info) != 0) {
-    trace(kTraceRecorder, "path error %d '%s'", errno, strerror(errno));
-    return 0;
-  }
-  return uint64_t{info.f_frsize / 1024} * info.f_bavail;
-}
-
-uint64_t largest_file_kb(const char* folder) {
-  struct statfs info {};
-  const bool is_vfat = statfs(folder, &info) == 0 && info.f_type == MSDOS_SUPER_MAGIC;
-  return is_vfat ? kLargestVfatFile_kb : UINT64_MAX;
-}
-
-bool has_usb_room(int64_t size, int64_t replaced) {
-  const uint64_t size_kb = static_cast<uint64_t>(std::max<int64_t>(size, 0)) / 1024 + 1;
-  const uint64_t freed_kb = static_cast<uint64_t>(std::max<int64_t>(replaced, 0)) / 1024;
-  return size_kb + kSparedUsb_kb <= free_kb(paths::kUsbTakes) + freed_kb &&
-         size_kb <= largest_file_kb(paths::kUsbTakes);
-}
 
 void measure_stores() {
   recorder.emmc_kb = free_kb(paths::kInternalTakes);
@@ -255,19 +201,6 @@ bool stop_take(int reason) {
   recorder.error = 0;
   if (recorder.child_pid > 0) end_ffmpeg(recorder.child_pid);
   return true;
-}
-
-void load_recorder_texts() {
-  const json_owner config = load_json_file(paths::kSystemConfig);
-  recorder_texts texts;
-  load_setting(kSettingOperatorId, texts.operator_id);
-  load_setting(kSettingTitle, texts.title);
-  load_setting(kSettingFlowDirection, texts.flow_direction);
-  copy_text(texts.filename, sizeof texts.filename, texts.title);
-  load_config_text(config.get(), "model_name", texts.model_name);
-  load_config_text(config.get(), "serial_number", texts.serial_number);
-  const mutex_lock lock(recorder.texts_lock);
-  recorder.texts = texts;
 }
 
 void orb_create_recorder() {
@@ -333,36 +266,6 @@ void measure_idle_stores() {
 uint64_t orb_get_recorder_emmc_kb() { return recorder.emmc_kb; }
 uint64_t orb_get_recorder_usb_kb() { return recorder.usb_kb; }
 uint64_t recorder_take_kb() { return recorder.take_kb; }
-
-void orb_load_recorder_title(char* text, size_t size) { load_text(&recorder_texts::title, text, size); }
-
-void orb_load_recorder_flow_direction(char* text, size_t size) {
-  load_text(&recorder_texts::flow_direction, text, size);
-}
-
-void orb_load_recorder_operator_id(char* text, size_t size) {
-  load_text(&recorder_texts::operator_id, text, size);
-}
-
-void orb_load_recorder_filename(char* text, size_t size) { load_text(&recorder_texts::filename, text, size); }
-
-// Each of these hands the store all of its own field: the store keeps what its field takes.
-void orb_set_recorder_title(const char* text) {
-  const recorder_texts texts = set_text(&recorder_texts::title, text);
-  orb_write_nv(kSettingTitle, texts.title, sizeof texts.title);
-}
-
-void orb_set_recorder_flow_direction(const char* text) {
-  const recorder_texts texts = set_text(&recorder_texts::flow_direction, text);
-  orb_write_nv(kSettingFlowDirection, texts.flow_direction, sizeof texts.flow_direction);
-}
-
-void orb_set_recorder_operator_id(const char* text) {
-  const recorder_texts texts = set_text(&recorder_texts::operator_id, text);
-  orb_write_nv(kSettingOperatorId, texts.operator_id, sizeof texts.operator_id);
-}
-
-void orb_set_recorder_filename(const char* text) { set_text(&recorder_texts::filename, text); }
 
 uint32_t orb_get_recorder_save_delay() { return recorder.save_delay_ms; }
 

@@ -3,20 +3,11 @@
 // thread, and none waits but for a store's writes; what takes long is done by the recording worker.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-
-// Sizes of the texts, with their terminating zero.
-inline constexpr size_t kRecorderTextSize = 81;  // title, operator id, file name
-inline constexpr size_t kFlowDirectionSize = 32;
 
 // Free KiB below which a running take is ended.
 inline constexpr uint64_t kLowEmmc_kb = 10'000;
 inline constexpr uint64_t kLowUsb_kb = 30'000;
-
-// Loads the texts below from the settings and the unit's configuration. Called once, before the API can be
-// asked for them.
-void load_recorder_texts();
 
 // Makes the stores' folders and starts the workers of files and the recording worker, which
 // first completes what a power cut has interrupted. Called once, at start-up; takes can be started when that
@@ -75,18 +66,6 @@ void measure_idle_stores();
 
 // Size of the running take as last measured, in KiB; 0 when there is none.
 uint64_t recorder_take_kb();
-
-// Texts for the next takes. A load cuts to size - 1 characters. Title, flow direction and operator id are
-// settings; the store's fields are smaller than ours, so a title longer than 41 characters is whole until the
-// next start and comes back cut: on purpose. The file name is the title until it is set.
-void orb_load_recorder_title(char* text, size_t size);
-void orb_load_recorder_flow_direction(char* text, size_t size);
-void orb_load_recorder_operator_id(char* text, size_t size);
-void orb_load_recorder_filename(char* text, size_t size);
-void orb_set_recorder_title(const char* text);
-void orb_set_recorder_flow_direction(const char* text);
-void orb_set_recorder_operator_id(const char* text);
-void orb_set_recorder_filename(const char* text);
 
 // How long after its request a still is cut, in ms. -1, and no change, above 5000.
 uint32_t orb_get_recorder_save_delay();

@@ -1,4 +1,5 @@
 // The recording worker: starts ffmpeg, watches the take, ends it and completes it.
+#include "recorder/recording_worker.h"
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -14,10 +15,14 @@
 #include "base/clock.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/space.h"
 #include "base/trace.h"
 #include "osd/osd.h"
+#include "recorder/completion.h"
 #include "recorder/ffmpeg.h"
+#include "recorder/recorder.h"
 #include "recorder/recorder_state.h"
+#include "recorder/take.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
 // The stills of a take: each mark is cut from its file by ffmpeg. Recording worker.
+#include "recorder/stills.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,8 +14,11 @@
 #include "base/child_process.h"
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/space.h"
 #include "base/trace.h"
+#include "recorder/metadata.h"
 #include "recorder/recorder_state.h"
+#include "xmp/xmp.h"
 
 namespace {
 
@@ -84,7 +88,7 @@ cut_result make_still(const take& t, const std::string& offset, const std::strin
 bool is_store_full(const std::string& still) {
   struct stat info {};
   const bool is_made = stat(still.c_str(), &info) == 0;
-  return !has_usb_room(is_made ? info.st_size + kPacketRoom : kLargeStill);
+  return !has_room(paths::kUsbTakes, is_made ? info.st_size + kPacketRoom : kLargeStill);
 }
 
 bool is_listed(json_object* files, const std::string& name) {

@@ -8,6 +8,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "recorder/mark_files.h"
+#include "recorder/metadata.h"
 #include "recorder/recorder_state.h"
 
 namespace {

@@ -3,8 +3,6 @@
 #include <ev.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <ctime>
 #include <utility>
 
 #include "base/clock.h"
@@ -13,11 +11,8 @@
 #include "base/paths.h"
 #include "base/thread.h"
 #include "base/trace.h"
-#include "base/version.h"
-#include "log_files/log_files.h"
 #include "store/alternating_file.h"
 #include "store/statistics.h"
-#include "supervisor/identity.h"
 
 namespace {
 
@@ -96,40 +91,9 @@ void report(statistics_quantity quantity, double value) {
   add_sample(numbers, quantity, value);
 }
 
-bool add_identity(json_object* readings) {
-  constexpr struct {
-    const char* key;
-    void (*load)(char* text, size_t size);
-  } kTexts[] = {{"present_model", orb_load_supervisor_model_name},
-                {"present_serial_number", orb_load_supervisor_serial_number},
-                {"present_software_version", nullptr},
-                {"present_firmware_version", orb_load_supervisor_firmware_version},
-                {"present_camera_version", orb_load_supervisor_camera_version},
-                {"present_battery_voltage", orb_load_supervisor_battery_voltage}};
-  bool good = true;
-  for (const auto& [key, load] : kTexts) {
-    char text[64];
-    if (load != nullptr) load(text, sizeof text);
-    const char* shown = load == nullptr ? kSoftwareVersion : text;
-    good &= add_json_member(readings, key, json_object_new_string(shown));
-  }
-  return good;
-}
-
-bool add_time(json_object* readings) {
-  const tm local = local_time(time(nullptr));
-  char date[64];
-  char clock[64];
-  snprintf(date, sizeof date, "%04d-%02d-%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
-  snprintf(clock, sizeof clock, "%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
-  return add_json_member(readings, "present_date", json_object_new_string(date)) &&
-         add_json_member(readings, "present_time", json_object_new_string(clock));
-}
-
 }  // namespace
 
 void orb_init_logger() {
-  start_log_file_workers();
   const mutex_lock lock(files_lock);
   trace(kTraceLogger, "init");
   make_logger_folder(paths::kLoggerFolder);
@@ -182,12 +146,9 @@ void orb_check_logger_reset() {
   orb_reset_logger();
 }
 
-// Identity and time first: Redis may keep them waiting, the lock must not.
-json_owner orb_get_logger_current_readings() {
-  json_owner readings(json_object_new_object());
-  if (!readings || !add_identity(readings.get()) || !add_time(readings.get())) return nullptr;
+bool add_logger_texts(json_object* readings) {
   const mutex_lock lock(logger_lock);
-  return add_statistics_texts(readings.get(), numbers) ? std::move(readings) : nullptr;
+  return add_statistics_texts(readings, numbers);
 }
 
 void orb_report_logger_height_motor_warning() { report(kHeightMotorWarnings); }

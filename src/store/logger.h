@@ -12,7 +12,7 @@
 struct ev_loop;
 
 // Starts a session and loads the newer valid file, or an empty history and saves it. Makes the folders of the
-// logger, and starts the workers of its files. Called once, before anybody reports.
+// logger. Called once, before anybody reports.
 void orb_init_logger();
 
 // Starts the minute timer (tick_logger every 60 s, first after 60 s) and the thread that saves. Main thread.
@@ -36,9 +36,8 @@ int orb_reset_logger();
 // Resets while the external stick carries "orb_log_reset.txt". Waits for the disks. Stick's thread.
 void orb_check_logger_reset();
 
-// The unit's identity, date and time, session and history as texts, in the order in which the API lists them;
-// null when memory has run out. Waits for Redis, at most 0.2 s.
-json_owner orb_get_logger_current_readings();
+// Adds session and history as texts, in the order in which the API lists them. False when memory has run out.
+bool add_logger_texts(json_object* readings);
 
 // Each adds one, to the session's and the history's count; both stay at 65535.
 void orb_report_logger_height_motor_warning();

@@ -12,7 +12,6 @@
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/value_file.h"
-#include "supervisor/internal.h"
 
 namespace {
 

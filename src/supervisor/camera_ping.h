@@ -1,10 +1,20 @@
-// The ICMP echo (RFC 792) that the camera is asked for. Pure.
+// Whether the camera answers: an ICMP echo (RFC 792), asked for every second.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+
+struct ev_loop;
+
+// Main loop, once.
+void start_camera_ping(struct ev_loop* loop);
+
+// Whether the last echo was answered. Any thread.
+bool is_camera_reachable();
+
+// --- the packets; pure ---
 
 inline constexpr size_t kEchoSize = 40;
 

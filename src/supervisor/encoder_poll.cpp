@@ -17,8 +17,8 @@
 #include "base/trace.h"
 #include "base/value_file.h"
 #include "store/logger.h"
+#include "supervisor/encoder_poll.h"
 #include "supervisor/encoder_response.h"
-#include "supervisor/internal.h"
 
 namespace {
 

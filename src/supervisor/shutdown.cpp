@@ -1,5 +1,5 @@
-// The unit's end: a thread ends a take, switches the camera off, and then the unit. One request is served
-// after the other.
+// One request is served after the other, by a thread.
+#include "supervisor/shutdown.h"
 
 #include <atomic>
 #include <optional>
@@ -11,7 +11,6 @@
 #include "base/trace.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
-#include "supervisor/internal.h"
 
 namespace {
 

@@ -14,10 +14,17 @@
 #include "base/text.h"
 #include "base/trace.h"
 #include "base/value_file.h"
+#include "heading/direction.h"
 #include "heading/heading.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
+#include "store/identity.h"
 #include "store/logger.h"
+#include "supervisor/camera_ping.h"
+#include "supervisor/encoder_poll.h"
+#include "supervisor/shutdown.h"
+#include "supervisor/usb_store.h"
+#include "usb/stick.h"
 
 namespace {
 
@@ -32,11 +39,9 @@ constexpr uint64_t kAssumedRate_kb_s = 1000;   // while no take tells a better o
 constexpr int64_t kLongestTime_s = 3'599'999;  // what "999:59:59" can show
 
 constexpr double kDegreesPerRadian = 180 / std::numbers::pi;
-constexpr size_t kReleaseLimit = 1 << 20;
 
 mutex status_lock;
 supervisor_values status GUARDED_BY(status_lock);
-char release[256] GUARDED_BY(status_lock) = "";
 
 // Main loop.
 take_rate running_take;
@@ -118,7 +123,7 @@ void read_texts(supervisor_values* values) {
   for (size_t i = 0; i < encoder.channels.size(); ++i) {
     copy_text(values->channel[i], sizeof values->channel[i], encoder.channels[i]);
   }
-  load_release(values->version, sizeof values->version);
+  orb_load_supervisor_software_version(values->version, sizeof values->version);
   values->version[strcspn(values->version, "\r\n")] = '\0';
 }
 
@@ -216,12 +221,6 @@ void tell_remaining_times(const free_stores& free, const take_rate& rate, superv
            is_completing ? values->post_processing : static_cast<int>(recording_s / 60));
 }
 
-const char* stick_text(const stick_state& stick) {
-  if (stick.eject_pending) return "eject pending";
-  if (stick.ejected) return "ejected";
-  return stick.mounted ? "inserted" : "removed";
-}
-
 void step_status() {
   supervisor_values values;
   read_texts(&values);
@@ -234,6 +233,7 @@ void step_status() {
   read_processor(&values);
   warn(&values);
   publish(values);
+  set_supervisor_direction(values.direction);
   ask_battery_type();
   if (!values.shutdown) return;
   trace(kTraceSupervisor, "need shutdown");
@@ -241,15 +241,9 @@ void step_status() {
 }
 
 void reset_status() {
-  const std::string text = read_file(paths::kRelease, kReleaseLimit).value_or("");
+  load_release();
   const mutex_lock lock(status_lock);
-  copy_text(release, sizeof release, as_utf8(text));
   status = {};
-}
-
-void load_release(char* text, size_t size) {
-  const mutex_lock lock(status_lock);
-  copy_text(text, size, release);
 }
 
 void orb_load_supervisor_values(supervisor_values* values) {
@@ -258,9 +252,4 @@ void orb_load_supervisor_values(supervisor_values* values) {
     *values = status;
   }
   values->camera = last_encoder_report().temperatures;
-}
-
-void orb_load_supervisor_direction(char* text, size_t size) {
-  const mutex_lock lock(status_lock);
-  copy_text(text, size, status.direction);
 }

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "supervisor/internal.h"
+#include "supervisor/supervisor.h"
 
 struct temperature_warnings {
   bool cold = false;
@@ -36,9 +36,6 @@ struct free_stores {
 };
 // Fills the record's three remaining times; its `post_processing` is set.
 void tell_remaining_times(const free_stores& free, const take_rate& rate, supervisor_values* values);
-
-// "eject pending", "ejected", "inserted", "removed".
-const char* stick_text(const stick_state& stick);
 
 // Assembles the record and publishes it, and asks for a shutdown when the unit is too hot. Every second;
 // never waits.

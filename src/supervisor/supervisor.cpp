@@ -1,12 +1,15 @@
-// Starts what watches the unit.
+#include "supervisor/supervisor.h"
 
 #include <ev.h>
 
 #include <atomic>
 
 #include "app/main_loop.h"
-#include "supervisor/internal.h"
+#include "supervisor/camera_ping.h"
+#include "supervisor/encoder_poll.h"
+#include "supervisor/shutdown.h"
 #include "supervisor/status.h"
+#include "supervisor/usb_store.h"
 
 namespace {
 
@@ -32,7 +35,6 @@ void orb_init_supervisor(int) {
   if (is_initialised.exchange(true)) return;
   reset_status();
   post_to_main_loop(start_timers);
-  start_usb_stick();
   start_usb_store_watch();
   start_shutdown_thread();
 }

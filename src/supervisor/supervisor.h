@@ -1,16 +1,11 @@
 // The supervisor watches the whole unit: it gathers a status record every second, decides on temperature
-// warnings and the thermal shutdown, mounts and ejects the external USB stick, asks whether the camera
-// answers and what its encoder says, and ends the unit. No operation waits.
+// warnings and the thermal shutdown, asks whether the camera answers and what its encoder says, and ends the
+// unit. No operation waits.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <limits>
-
-// What a shutdown is asked for; any other number powers off, too.
-inline constexpr int kShutdownTemperature = 1;  // also: nothing waits for a take's completion
-inline constexpr int kShutdownReboot = 2;
-inline constexpr int kShutdownBoard = 3;
 
 inline constexpr double kUnknownTemperature = std::numeric_limits<double>::quiet_NaN();
 
@@ -67,17 +62,3 @@ void orb_init_supervisor(int flag);
 
 // A copy of the status record. Any thread.
 void orb_load_supervisor_values(supervisor_values* values);
-
-// The heading as a compass point. Any thread.
-void orb_load_supervisor_direction(char* text, size_t size);
-
-// Asks for a shutdown (1 temperature, 2 reboot, others power off); one that comes while one is served is
-// served afterwards. Any thread.
-void orb_trigger_supervisor_shutdown(int reason);
-
-// Asks for the stick to be unmounted as soon as nothing is written to it: 1, or -1 when there is none. Any
-// thread.
-int orb_request_supervisor_eject();
-
-// Whether a stick is mounted and not about to be ejected. Any thread.
-bool orb_is_external_usb_mounted();

@@ -1,6 +1,5 @@
-// The external USB stick: mounted when it is plugged in, unmounted when it has been pulled, and ejected on
-// request as soon as nothing is written to it. All of it on a thread of its own: a stick can keep each of
-// these waiting for seconds.
+// All of it on a thread of its own: a stick can keep a mount, an unmount and a look waiting for seconds.
+#include "usb/stick.h"
 
 #include <sys/mount.h>
 #include <unistd.h>
@@ -15,9 +14,6 @@
 #include "base/paths.h"
 #include "base/thread.h"
 #include "base/trace.h"
-#include "installer/installer.h"
-#include "store/logger.h"
-#include "supervisor/internal.h"
 #include "xmp/xmp.h"
 
 namespace {
@@ -55,15 +51,7 @@ void unmount_pulled() {
   }
 }
 
-bool is_update_on_stick() {
-  const int software = orb_get_installer_software_update_available(nullptr, 0);
-  const int firmware = orb_get_installer_firmware_update_available(nullptr, 0);
-  const int camera = orb_get_installer_camera_update_available(nullptr, 0);
-  trace(kTraceSupervisor, "update %d %d %d", software, firmware, camera);
-  return software != 0 || firmware != 0 || camera != 0;
-}
-
-void mount_plugged() {
+void mount_plugged(stick_visit* visit) {
   if (mount(paths::kStickDevice, paths::kStick, kFileSystem, 0, nullptr) != 0) {
     const int error = errno;
     trace(kTraceSupervisor, "mount %d %d", -1, error);
@@ -76,12 +64,9 @@ void mount_plugged() {
     const mutex_lock lock(stick_lock);
     stick.mounted = true;
   }
-  const bool update_available = is_update_on_stick();
-  {
-    const mutex_lock lock(stick_lock);
-    stick.update_available = update_available;
-  }
-  orb_check_logger_reset();
+  const bool update_available = visit();
+  const mutex_lock lock(stick_lock);
+  stick.update_available = update_available;
 }
 
 // 0 when the statistics cannot be read: a stick that has gone has nothing in flight.
@@ -131,13 +116,13 @@ void step_ejection() {
   }
 }
 
-void step_plug() {
+void step_plug(stick_visit* visit) {
   const stick_state now = usb_stick_now();
   if (access(paths::kStickDevice, R_OK | W_OK) != 0) {
     clear_ejected();
     if (now.mounted && !now.eject_pending) unmount_pulled();
   } else if (!now.mounted && !now.ejected) {
-    mount_plugged();
+    mount_plugged(visit);
   }
 }
 
@@ -150,21 +135,29 @@ void await_next_step() {
   }
 }
 
-void* stick_thread(void*) {
+void* stick_thread(void* visit) {
   umount(paths::kStick);  // an earlier run's; nothing, most often
   for (;;) {
     await_next_step();
-    step_usb_stick();
+    step_usb_stick(reinterpret_cast<stick_visit*>(visit));
   }
 }
 
 }  // namespace
 
-void start_usb_stick() { start_detached_thread("usb-stick", stick_thread, nullptr); }
+void start_usb_stick(stick_visit* visit) {
+  start_detached_thread("usb-stick", stick_thread, reinterpret_cast<void*>(visit));
+}
 
-void step_usb_stick() {
+void step_usb_stick(stick_visit* visit) {
   step_ejection();
-  step_plug();
+  step_plug(visit);
+}
+
+const char* stick_text(const stick_state& stick) {
+  if (stick.eject_pending) return "eject pending";
+  if (stick.ejected) return "ejected";
+  return stick.mounted ? "inserted" : "removed";
 }
 
 stick_state usb_stick_now() {

@@ -16,7 +16,7 @@
 #include "base/paths.h"
 #include "base/thread.h"
 #include "base/trace.h"
-#include "supervisor/supervisor.h"
+#include "usb/stick.h"
 
 namespace {
 

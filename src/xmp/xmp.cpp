@@ -1,4 +1,6 @@
 // The XMP packet in its file: written over the one that is there, or into a copy that then replaces the file.
+#include "xmp/xmp.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,8 +16,8 @@
 #include "base/file_copy.h"
 #include "base/mutex.h"
 #include "base/paths.h"
+#include "base/space.h"
 #include "base/trace.h"
-#include "recorder/recorder_state.h"
 #include "xmp/media_scan.h"
 #include "xmp/packet.h"
 #include "xmp/undo.h"
@@ -90,7 +92,7 @@ bool copy_with_packet(const media_file& from, int to, int64_t insertion, const s
 
 bool insert_packet(const char* path, const media_file& file, int64_t insertion, const std::string& packet) {
   unlink(paths::kXmpTemporary);  // of a power cut
-  if (!has_usb_room(file.size + static_cast<int64_t>(packet.size()))) return false;
+  if (!has_room(paths::kUsbTakes, file.size + static_cast<int64_t>(packet.size()))) return false;
   const unique_fd copy(open(paths::kXmpTemporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!copy) return false;
   if (!copy_with_packet(file, copy.get(), insertion, packet) || rename(paths::kXmpTemporary, path) != 0) {

@@ -1,6 +1,6 @@
 // Every camera route over HTTP: the answer, what is kept, and the bytes that the camera sees.
-#include "camera/controller.h"
 #include "camera/image_settings.h"
+#include "camera/lens_loops.h"
 #include "power_board/power_board.h"
 #include "store/settings.h"
 #include "tests/api/api_client.h"

@@ -11,12 +11,14 @@
 #include "camera/modes.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
+#include "recorder/recorder.h"
 #include "recorder/recorder_state.h"
 #include "seats/seats.h"
 #include "store/settings.h"
-#include "supervisor/internal.h"
 #include "supervisor/status.h"
+#include "supervisor/usb_store.h"
 #include "tests/files.h"
+#include "usb/stick.h"
 #include "visca/camera_thread.h"
 
 namespace {

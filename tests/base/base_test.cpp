@@ -16,7 +16,7 @@
 #include "base/redis_exchange.h"
 #include "base/redis_server.h"
 #include "base/value_file.h"
-#include "supervisor/identity.h"
+#include "store/identity.h"
 #include "tests/await.h"
 
 namespace fs = std::filesystem;

@@ -1,7 +1,10 @@
 // The camera thread, the controller's worker and settings, and the hold-to-run loops.
-#include "camera/controller.h"
+#include "camera/defaults_worker.h"
+#include "camera/image_settings.h"
+#include "camera/lens_loops.h"
+#include "camera/zoom_values.h"
+#include "power_board/intensity_loop.h"
 
-#include "base/hold_loop.h"
 #include "base/thread.h"
 #include "base/value_file.h"
 #include "camera/depth_of_field.h"
@@ -146,7 +149,7 @@ struct HoldLoops : testing::Test {
   void pass(int ms) {
     for (const int64_t end = now_ns + ms * kNanosecondsPerMillisecond; now_ns < end;) {
       now_ns += kNanosecondsPerMillisecond;
-      for (hold_loop* loop : {&zoom_loop, &focus_loop, &intensity_loop}) {
+      for (hold_loop* loop : std::initializer_list<hold_loop*>{&zoom_loop, &focus_loop, &intensity_loop}) {
         const mutex_lock lock(loop->lock);
         step_hold_loop(*loop, now_ns);
       }

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "base/value_file.h"
-#include "camera/controller.h"
+#include "camera/lens_loops.h"
 #include "camera/modes.h"
 #include "sim/camera/block_model.h"
 #include "tests/api/api_client.h"

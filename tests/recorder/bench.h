@@ -8,8 +8,15 @@
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace_reader.h"
+#include "recorder/completion.h"
 #include "recorder/metadata.h"
+#include "recorder/recorder.h"
 #include "recorder/recorder_state.h"
+#include "recorder/recording_worker.h"
+#include "recorder/stills.h"
+#include "recorder/stopped_take.h"
+#include "recorder/take.h"
+#include "store/texts.h"
 #include "tests/files.h"
 
 inline const std::string kGuid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";

@@ -63,7 +63,7 @@ std::string await_end() {
   return all;
 }
 
-void insert(bool in) { plug(in), step_usb_stick(); }
+void insert(bool in) { plug(in), step_usb_stick(is_update_on_stick); }
 
 struct stored_takes : testing::Test {
   stored_takes() {
@@ -163,12 +163,12 @@ TEST_F(stored_takes, a_stick_stays_until_the_job_lets_go) {
     ASSERT_TRUE(await([] { return fs::exists(kStick + "/one"); }));
     EXPECT_EQ(copy("[]"), 1);
     if (is_pulled) insert(false);
-    if (!is_pulled) orb_request_supervisor_eject(), step_usb_stick();
+    if (!is_pulled) orb_request_supervisor_eject(), step_usb_stick(is_update_on_stick);
     EXPECT_TRUE(usb_stick_now().mounted);
     are_flushes_held = false;
     EXPECT_EQ(await_end(), std::string("copy starting;copy 'one';no copy 1;") +
                                (is_pulled ? "stick gone;" : "copy 'two';") + "copy end;");
-    EXPECT_TRUE(await([] { return step_usb_stick(), !usb_stick_now().mounted; }));
+    EXPECT_TRUE(await([] { return step_usb_stick(is_update_on_stick), !usb_stick_now().mounted; }));
     EXPECT_TRUE(fs::is_empty(kStick));
     EXPECT_EQ(content("/run/bench/stick/one"), std::string(5000, 'm'));
     EXPECT_EQ(fs::exists("/run/bench/stick/two"), !is_pulled);

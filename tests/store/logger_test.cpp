@@ -2,6 +2,8 @@
 // and a kill leave of the history; and its dated files.
 #include "store/logger.h"
 
+#include "log_files/readings.h"
+
 #include <ev.h>
 
 #include <climits>

@@ -7,8 +7,10 @@
 #include "base/redis_server.h"
 #include "power_board/internal.h"
 #include "recorder/bench.h"
-#include "supervisor/identity.h"
-#include "supervisor/internal.h"
+#include "store/identity.h"
+#include "supervisor/shutdown.h"
+#include "supervisor/supervisor.h"
+#include "supervisor/versions.h"
 
 namespace {
 

@@ -11,8 +11,9 @@
 #include <cstring>
 #include <fstream>
 
-#include "supervisor/internal.h"
+#include "installer/installer.h"
 #include "tests/await.h"
+#include "usb/stick.h"
 
 inline std::atomic<bool> is_mount_held = false;
 

@@ -30,7 +30,7 @@ std::string stick() {
 
 bool eject() { return ask("POST", "/eject") == "{'status':'OK'}"; }
 
-std::string after_a_step() { return step_usb_stick(), stick(); }
+std::string after_a_step() { return step_usb_stick(is_update_on_stick), stick(); }
 
 TEST(usb_stick, lives_from_plug_to_pull) {
   start_trace();
@@ -39,7 +39,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   EXPECT_FALSE(eject());
 
   plug(true);
-  step_usb_stick();
+  step_usb_stick(is_update_on_stick);
   EXPECT_EQ(after_a_step(), "inserted, mounted");
   EXPECT_EQ(traced(), "usb in;update 0 0 0;");
 
@@ -82,7 +82,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   // Pulled while its eject waits.
   set_in_flight(1);
   EXPECT_TRUE(eject());
-  step_usb_stick();
+  step_usb_stick(is_update_on_stick);
   plug(false);
   EXPECT_EQ(stick(), "eject pending");
   remove("/sys/block/sdb/stat");
@@ -93,7 +93,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
 // The status goes on, an eject is refused, and the stick may be pulled before it is mounted.
 TEST(usb_stick, a_mount_that_hangs_holds_nobody) {
   start_trace();
-  start_usb_stick();
+  start_usb_stick(is_update_on_stick);
   is_mount_held = true;
   for (const bool is_pulled : {true, false}) {
     plug(true);

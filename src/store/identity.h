@@ -3,20 +3,22 @@
 
 #include <cstddef>
 
+#include "base/json.h"
+
+// The version of this software, as the API tells it.
+inline constexpr char kSoftwareVersion[] = "03.01";
+
+// The unit's configuration, "/config/system.json"; null when it cannot be read. Waits for the disk.
+json_owner unit_config();
+
 // From the local Redis database, over a connection of their own; "unknown" when it cannot be reached or holds
 // nothing. Each waits at most 0.05 s: not on the main loop.
 void orb_load_supervisor_model_name(char* text, size_t size);
 void orb_load_supervisor_serial_number(char* text, size_t size);
 void orb_load_supervisor_battery_type(char* text, size_t size);
 
-// Revision and build of the power board's firmware, "03.42"; "00.00" before its first good frame.
-void orb_load_supervisor_firmware_version(char* text, size_t size);
-// The version word that the camera reported, "0123", "0000" until it has; "" while there is no camera record.
-void orb_load_supervisor_camera_version(char* text, size_t size);
-// The average input voltage, "19.7 V"; "" until it is known.
-void orb_load_supervisor_battery_voltage(char* text, size_t size);
-
-// What the release file says, as read at start; "" when it is missing.
+// What the release file says, as it was read last; "" when it is missing.
+void load_release();  // start-up
 void orb_load_supervisor_software_version(char* text, size_t size);
 
 // "Dewalt" or "Indipro": kept in Redis and in the unit's configuration; the board's thresholds follow at the

@@ -1,22 +1,24 @@
-#include "supervisor/identity.h"
+#include "store/identity.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
+#include "base/file.h"
 #include "base/json.h"
+#include "base/mutex.h"
 #include "base/paths.h"
 #include "base/redis.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "power_board/power_board.h"
-#include "supervisor/internal.h"
-#include "visca/camera_thread.h"
 
 namespace {
 
 constexpr const char* kBatteryTypes[] = {"Dewalt", "Indipro"};
 constexpr const char* kKeptMembers[] = {"model_number", "model_name", "serial_number"};
+constexpr size_t kReleaseLimit = 1 << 20;
+
+mutex release_lock;
+char release[256] GUARDED_BY(release_lock) = "";
 
 // What is no UTF-8 would break the JSON that it goes into.
 void load_identity(const char* key, char* text, size_t size) {
@@ -35,7 +37,7 @@ void store_battery_type_in_redis(const char* type) {
 
 // A configuration that cannot be read stays as it is: it may hold more than we could write.
 void store_battery_type_in_file(const char* type) {
-  const json_owner old = load_json_file(paths::kSystemConfig);
+  const json_owner old = unit_config();
   if (!json_object_is_type(old.get(), json_type_object)) return;
   const json_owner config(json_object_new_object());
   for (const char* key : kKeptMembers) {
@@ -48,6 +50,8 @@ void store_battery_type_in_file(const char* type) {
 
 }  // namespace
 
+json_owner unit_config() { return load_json_file(paths::kSystemConfig); }
+
 void orb_load_supervisor_model_name(char* text, size_t size) { load_identity("orb-model-name", text, size); }
 
 void orb_load_supervisor_serial_number(char* text, size_t size) {
@@ -56,28 +60,15 @@ void orb_load_supervisor_serial_number(char* text, size_t size) {
 
 void orb_load_supervisor_battery_type(char* text, size_t size) { load_identity("orb-battery", text, size); }
 
-void orb_load_supervisor_software_version(char* text, size_t size) { load_release(text, size); }
-
-void orb_load_supervisor_firmware_version(char* text, size_t size) {
-  power_board_readings readings;
-  if (orb_power_board* board = power_board_now()) orb_power_board_load_registers(board, &readings);
-  char version[16];
-  snprintf(version, sizeof version, "%02d.%02d", readings.board_revision, readings.build_number);
-  copy_text(text, size, version);
+void load_release() {
+  const std::string text = read_file(paths::kRelease, kReleaseLimit).value_or("");
+  const mutex_lock lock(release_lock);
+  copy_text(release, sizeof release, as_utf8(text));
 }
 
-void orb_load_supervisor_camera_version(char* text, size_t size) {
-  const visca_camera* camera = visca_thread_data.camera;
-  char version[8] = "";
-  if (camera != nullptr) snprintf(version, sizeof version, "%04X", camera->rom_version.load());
-  copy_text(text, size, version);
-}
-
-void orb_load_supervisor_battery_voltage(char* text, size_t size) {
-  copy_text(text, size, "");
-  if (const orb_power_board* board = power_board_now()) {
-    orb_power_board_load_battery_voltage(board, text, size);
-  }
+void orb_load_supervisor_software_version(char* text, size_t size) {
+  const mutex_lock lock(release_lock);
+  copy_text(text, size, release);
 }
 
 int orb_set_supervisor_battery_type(const char* type) {
