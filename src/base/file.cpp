@@ -1,11 +1,14 @@
 #include "base/file.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -15,6 +18,12 @@ constexpr char kUnfinished[] = ".new";
 void keep_mode(int fd, const char* path) {
   struct stat old {};
   if (stat(path, &old) == 0) fchmod(fd, old.st_mode & 07777);
+}
+
+template <typename Visit>
+void for_each_entry(const char* folder, Visit visit) {
+  std::error_code error;
+  for (fs::directory_iterator at(folder, error), end; at != end; at.increment(error)) visit(*at);
 }
 
 }  // namespace
@@ -103,12 +112,35 @@ bool make_missing_folder(const char* path) {
   return true;
 }
 
+bool exists(const std::string& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0;
+}
+
+int64_t file_size(const std::string& path) {
+  struct stat info {};
+  if (lstat(path.c_str(), &info) != 0) return -1;
+  if (S_ISREG(info.st_mode)) return info.st_size;
+  errno = EINVAL;
+  return -1;
+}
+
 std::vector<std::string> names_in(const char* folder) {
   std::vector<std::string> names;
-  DIR* opened = opendir(folder);
-  if (opened == nullptr) return names;
-  while (const dirent* entry = readdir(opened)) names.emplace_back(entry->d_name);
-  closedir(opened);
+  for_each_entry(folder, [&](const fs::directory_entry& entry) { names.push_back(entry.path().filename()); });
+  return names;
+}
+
+// The entry knows its type without a look at the file, on most file systems.
+std::vector<std::string> file_names(const char* folder, std::string_view end) {
+  std::vector<std::string> names;
+  for_each_entry(folder, [&](const fs::directory_entry& entry) {
+    std::error_code error;
+    const std::string name = entry.path().filename();
+    const bool is_fit = name.size() > end.size() && name.ends_with(end);
+    if (is_fit && entry.is_regular_file(error) && !entry.is_symlink(error)) names.push_back(name);
+  });
+  std::ranges::sort(names);
   return names;
 }
 

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -77,8 +78,17 @@ bool flush_file(const char* path);
 // not.
 bool make_missing_folder(const char* path);
 
-// The names in a folder, "." and ".." too; none when it cannot be read.
+// Whether anything has that name, a dangling symbolic link too.
+bool exists(const std::string& path);
+
+// Bytes of a regular file; -1 for anything else (errno is ENOENT when there is nothing).
+int64_t file_size(const std::string& path);
+
+// The names in a folder; none when it cannot be read.
 std::vector<std::string> names_in(const char* folder);
+
+// Those of its regular files that end with `end` and are longer, in order.
+std::vector<std::string> file_names(const char* folder, std::string_view end);
 
 // Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
 bool flush_folder_of(const char* path);

@@ -1,7 +1,5 @@
 #include "log_files/log_files.h"
 
-#include <sys/stat.h>
-
 #include <optional>
 #include <utility>
 
@@ -34,8 +32,7 @@ constinit stored_files log_files{paths::kUsbLogs,
 std::string free_path() {
   for (int k = 0;; ++k) {
     std::string path = path_in(paths::kUsbLogs, "log_" + local_time_text(k) + ".json");
-    struct stat info {};
-    if (lstat(path.c_str(), &info) != 0) return path;
+    if (!exists(path)) return path;
     trace(kTraceLogger, "start dup adjust %d", k);
   }
 }
@@ -56,7 +53,7 @@ int orb_create_logger_file() {
 
 json_owner orb_get_logger_files() {
   json_owner list(json_object_new_array());
-  for (const std::string& name : json_file_names(paths::kUsbLogs)) {
+  for (const std::string& name : file_names(paths::kUsbLogs, ".json")) {
     json_object* file = json_object_new_object();
     add_json_text(file, "path", kListedPath);
     add_json_text(file, "name", name);

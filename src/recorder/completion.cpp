@@ -2,7 +2,6 @@
 // interrupts it, the guid stays until all is there, and the next completion begins anew.
 #include "recorder/completion.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,9 +33,8 @@ constexpr int kProbe_ms = 30'000;
 
 // 0 for a file that is not there, -1 when that cannot be told.
 int64_t size_of(const std::string& path) {
-  struct stat info {};
-  if (stat(path.c_str(), &info) == 0) return info.st_size;
-  return errno == ENOENT ? 0 : -1;
+  const int64_t size = file_size(path);
+  return size < 0 && errno == ENOENT ? 0 : size;
 }
 
 // "H:MM:SS" as ffprobe gives it, "" without an answer; nothing when it has been broken off.

@@ -55,7 +55,7 @@ void list_take(json_object* list, json_object* description, location_adder add) 
 
 json_owner list_takes(const char* folder, location_adder add) {
   json_owner list(json_object_new_array());
-  for (const std::string& name : json_file_names(folder)) {
+  for (const std::string& name : file_names(folder, ".json")) {
     const json_owner description = load_json_file(path_in(folder, name).c_str());
     list_take(list.get(), description.get(), add);
   }
@@ -64,10 +64,10 @@ json_owner list_takes(const char* folder, location_adder add) {
 
 // Before the USB store stands the internal one.
 file_location locate_recording(const std::string& path) {
-  const int64_t emmc = regular_size(path_in(paths::kVideos, path));
-  const int64_t main = regular_size(path_in(paths::kUsbVideos, path));
+  const int64_t emmc = file_size(path_in(paths::kVideos, path));
+  const int64_t main = file_size(path_in(paths::kUsbVideos, path));
   if (emmc >= 0) return {kEmmcStore, emmc, main};
-  return locate_file(main, regular_size(path_in(paths::kStick, path)));
+  return locate_file(main, file_size(path_in(paths::kStick, path)));
 }
 
 void add_recording_location(json_object* file, json_object* entry) {
@@ -151,7 +151,7 @@ constinit stored_files take_files{paths::kUsbTakes,
 // What takes were at their stop that are complete, or were dropped.
 void remove_needless_stops() {
   const std::vector<std::string> guids = incomplete_takes();
-  for (const std::string& name : json_file_names(paths::kInternalTakes)) {
+  for (const std::string& name : file_names(paths::kInternalTakes, ".json")) {
     const bool is_needed =
         std::ranges::any_of(guids, [&](const std::string& guid) { return name == guid + ".json"; });
     if (!is_needed) remove(path_in(paths::kInternalTakes, name).c_str());

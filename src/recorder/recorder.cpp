@@ -52,11 +52,6 @@ bool change_stage(recorder_stage from, recorder_stage to) {
   return true;
 }
 
-bool exists(const std::string& path) {
-  struct stat info {};
-  return lstat(path.c_str(), &info) == 0;
-}
-
 bool has_room() {
   measure_stores();
   const uint64_t emmc = recorder.emmc_kb;

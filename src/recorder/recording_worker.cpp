@@ -231,8 +231,8 @@ bool count_down_watchdog() {
 
 // In bytes; 0 (traced) when it cannot be told.
 uint64_t take_size(const std::string& path) {
-  struct stat info {};
-  if (stat(path.c_str(), &info) == 0) return static_cast<uint64_t>(info.st_size);
+  const int64_t size = file_size(path);
+  if (size >= 0) return static_cast<uint64_t>(size);
   trace(kTraceRecorder, "size error '%s' '%s'", path.c_str(), strerror(errno));
   return 0;
 }

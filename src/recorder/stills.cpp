@@ -1,7 +1,6 @@
 // The stills of a take: each mark is cut from its file by ffmpeg. Recording worker.
 #include "recorder/stills.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -86,9 +85,8 @@ cut_result make_still(const take& t, const std::string& offset, const std::strin
 
 // For what a still, or the copy that its packet needs, may have failed.
 bool is_store_full(const std::string& still) {
-  struct stat info {};
-  const bool is_made = stat(still.c_str(), &info) == 0;
-  return !has_room(paths::kUsbTakes, is_made ? info.st_size + kPacketRoom : kLargeStill);
+  const int64_t size = file_size(still);
+  return !has_room(paths::kUsbTakes, size >= 0 ? size + kPacketRoom : kLargeStill);
 }
 
 bool is_listed(json_object* files, const std::string& name) {

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <span>
 
+// A flag is 0 or 1. The store keeps what it is given; who uses a number takes one outside its range for the
+// default.
 enum setting_index : uint32_t {
   kSettingDateTimeOsd = 0,
   kSettingOperatorIdOsd = 1,
@@ -13,19 +15,19 @@ enum setting_index : uint32_t {
   kSettingFlowDirectionOsd = 3,
   kSettingZoomOsd = 4,
   kSettingCompassOsd = 5,
-  kSettingViewerSeats = 6,
-  kSettingLanguage = 7,  // text, 3 bytes
+  kSettingViewerSeats = 6,  // 0 to 5
+  kSettingLanguage = 7,     // text, 3 bytes
   kSettingInvertImage = 8,
   kSettingStabilizeImage = 9,
-  kSettingSensitivity = 10,
-  kSettingIrFilter = 11,
-  kSettingDefog = 12,
+  kSettingSensitivity = 10,    // 0 normal, 1 high
+  kSettingIrFilter = 11,       // 0 off, 1 on, 2 auto
+  kSettingDefog = 12,          // 0 off to 3 high
   kSettingOperatorId = 13,     // text, 41 bytes
   kSettingTitle = 14,          // text, 41 bytes
   kSettingFlowDirection = 15,  // text, 19 bytes
-  kSettingOsdColor = 16,
-  kSettingOsdDelay = 17,      // seconds
-  kSettingHighBeamTime = 18,  // seconds
+  kSettingOsdColor = 16,       // 0 to 6 (osd/osd.h)
+  kSettingOsdDelay = 17,       // seconds, 0 to 999
+  kSettingHighBeamTime = 18,   // seconds, 0 to 30
   kSettingPbSuspended = 19,
   kSettingUnits = 20,  // 1 imperial, else metric
   kSettingMagnetometerCalibrated = 21,

@@ -1,6 +1,5 @@
 #include "usb/stored_files.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -22,7 +21,6 @@ namespace {
 
 constexpr char kMainStore[] = "Main USB";
 constexpr char kStickStore[] = "External USB";
-constexpr char kJsonEnd[] = ".json";
 
 void trace_missing(const stored_files& kind, const std::string& path) {
   trace(kind.trace_level, "file '%s' missing", path.c_str());
@@ -143,15 +141,6 @@ void* serve_for_ever(void* worker) {
   for (;;) serve(static_cast<file_worker*>(worker));
 }
 
-bool is_json_file(int folder, const dirent& entry) {
-  const size_t length = strlen(entry.d_name);
-  if (length < sizeof kJsonEnd || strcmp(entry.d_name + length - strlen(kJsonEnd), kJsonEnd) != 0)
-    return false;
-  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_REG;
-  struct stat info {};
-  return fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(info.st_mode);
-}
-
 }  // namespace
 
 file_location locate_file(int64_t main_size, int64_t copy_size) {
@@ -161,11 +150,6 @@ file_location locate_file(int64_t main_size, int64_t copy_size) {
 }
 
 double copied_part(double copied, double whole) { return whole == 0 ? 1 : copied / whole; }
-
-int64_t regular_size(const std::string& path) {
-  struct stat info {};
-  return lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) ? info.st_size : -1;
-}
 
 void start_file_workers(stored_files* kind) {
   for (file_worker* worker : {&kind->copier, &kind->deleter}) {
@@ -186,7 +170,7 @@ int delete_stored_files(stored_files* kind, json_object* list, json_owner root) 
 
 void add_location(json_object* file, const stored_files& kind, const std::string& name) {
   const file_location place =
-      locate_file(regular_size(path_in(kind.folder, name)), regular_size(path_in(paths::kStick, name)));
+      locate_file(file_size(path_in(kind.folder, name)), file_size(path_in(paths::kStick, name)));
   char size[24] = "";
   char percent[32] = "";
   if (place.data_store != nullptr) snprintf(size, sizeof size, "%ld", static_cast<long>(place.size));
@@ -201,17 +185,6 @@ void add_location(json_object* file, const stored_files& kind, const std::string
   add_json_text(file, "percent_copied", percent);
 }
 
-std::vector<std::string> json_file_names(const char* folder) {
-  std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder), closedir);
-  if (!entries) return names;
-  while (const dirent* entry = readdir(entries.get())) {
-    if (is_json_file(dirfd(entries.get()), *entry)) names.emplace_back(entry->d_name);
-  }
-  std::ranges::sort(names);
-  return names;
-}
-
 bool is_file_name(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.find_first_of({"/\0", 2}) == name.npos;
 }
@@ -223,7 +196,7 @@ std::string entry_name(json_object* entry, const char* key) {
 
 bool remove_stored_file(const stored_files& kind, const std::string& name) {
   const std::string path = path_in(kind.folder, name);
-  if (name.empty() || regular_size(path) < 0) {
+  if (name.empty() || file_size(path) < 0) {
     trace_missing(kind, path);
     return true;
   }

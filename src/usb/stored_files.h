@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/file.h"
 #include "base/json.h"
@@ -25,9 +24,6 @@ file_location locate_file(int64_t main_size, int64_t copy_size);
 
 // The part of `whole` that `copied` is; of an empty file everything is copied.
 double copied_part(double copied, double whole);
-
-// The size of a regular file, -1 for anything else.
-int64_t regular_size(const std::string& path);
 
 // --- the kinds ---
 
@@ -71,9 +67,6 @@ int delete_stored_files(stored_files* kind, json_object* list, json_owner root);
 
 // Adds "data_store", "size" and "percent_copied" of the file `name`, as texts.
 void add_location(json_object* file, const stored_files& kind, const std::string& name);
-
-// Names of the regular files "*.json" in a folder, in order.
-std::vector<std::string> json_file_names(const char* folder);
 
 // --- what the workers do with an entry ---
 
