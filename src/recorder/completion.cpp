@@ -169,6 +169,7 @@ stopped_take stopped_as(const take& t) {
   return recorder.open_take == t.guid ? last_stopped_take() : stopped_take{metadata_texts_now(), {}, {}};
 }
 
+// Without a file what the description has. Nothing when it cannot be told now.
 std::optional<std::string> duration_of(const take& t, json_object* description, int64_t size) {
   std::optional<std::string> duration =
       size == 0 ? json_text(description, "duration") : measure_duration(internal_take_path(t));
