@@ -1,7 +1,7 @@
 // A mutex, a scoped lock and a condition over the pthread types. They carry clang's thread-safety attributes,
 // so a build with clang's -Wthread-safety proves that every GUARDED_BY member is touched under its mutex, and
-// they are constant-initialised and never destroyed, so process-wide state may outlive main():
-// std::condition_variable is neither, and threads still wait when main() has ended.
+// they are constant-initialised and never destroyed, so process-wide state may outlive main(); the standard
+// library's condition has neither (B1).
 #pragma once
 
 #include <pthread.h>

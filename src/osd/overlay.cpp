@@ -1,3 +1,12 @@
+// What a tick of the overlay sends: every 0.1 s the five lines that should be shown are compared with what
+// the camera was sent, and the difference is queued.
+//
+// One painter serves all lines; what differs is a row of kLines. A line is begun only when the camera has
+// nothing outstanding and nothing waiting, and counts as sent when the queue has taken all its commands: so
+// at most one line is under way, what is sent is the latest text, and a motion's stop waits for the rest of
+// one line, not for a backlog. The link's number tells a link that was lost and built between two ticks: the
+// titles are then cleared and painted again. A line is sent again whole when text, place or colour change,
+// and turned on only when it is not shown.
 #include "osd/overlay.h"
 
 #include <algorithm>
@@ -146,8 +155,6 @@ void begin_link(overlay_state& state, const overlay_inputs& in) {
 
 }  // namespace
 
-// What the operator does goes first: a line is begun only when the camera has nothing else to do, so a stop
-// waits for the commands of one line at most, and what is sent is what is true by then.
 void step_overlay(overlay_state& state, const overlay_inputs& inputs) {
   count_delay(state, inputs);
   if (inputs.camera == nullptr || inputs.link_number != state.link_number) state.is_initialised = false;

@@ -1,5 +1,34 @@
-// Post-processing: what makes a recorded file a finished take on the USB store. Recording worker. Whatever
-// interrupts it, the guid stays until all is there, and the next completion begins anew.
+// Post-processing: what makes a recorded file a finished take on the USB store. Recording worker.
+//
+// A take is ended by a request, by the end of the controller's seat, by its watchdog, by low space, and by
+// the end of the daemon. Whatever interrupts its completion, the next one begins anew: at the start of the
+// daemon, when a start finds its guid, or when the store has more room or is another one. A take that cannot
+// be completed although the store is there is set aside as "guid.GUID".
+//
+// What is on the disks after each step, and so what a power cut behind it leaves:
+//
+//   begun      description without length or files, then the guid; internal file without an index while it
+//              is recorded
+//   stopped    internal file whole; "GUID.json" beside it: marks and texts as they were at the stop
+//   stills     one by one, whole with its metadata, listed or not: the next completion finds and lists it
+//   caption    beside and renamed
+//   listed     description with its length and the stills, before the long copy
+//   copied     the copy whole: one that is not is shorter than the internal file, and is made anew
+//   told       the metadata in the copy, or the copy without them: the next completion makes both anew
+//   finished   description with the take's file
+//   removed    no internal file, no "GUID.json": the next completion finds nothing to copy, writes caption
+//              and description again and goes on below
+//   complete   no guid
+//
+// What holds:
+//   1. A guid file says that its take is not complete. It is written after the description and goes last.
+//   2. The internal file is there until the names of all that is made of it have been flushed (D8).
+//   3. The take's file is listed when its copy is whole, with its metadata (D7).
+//   4. A still with a packet is whole: no completion makes it anew or removes it.
+//   5. Texts and marks are those of the stop. A mark is a line of offsets and one of notes, paired by their
+//      places; a take that was interrupted before its stop has no marks, and the texts of its completion.
+//   6. While the guid is there the description is the recorder's, afterwards the deletion's. No guid comes
+//      back, so that neither needs a lock against the other; a note for the running take may rewrite it, too.
 #include "recorder/completion.h"
 
 #include <unistd.h>
@@ -127,7 +156,8 @@ bool copy_with_metadata(const take& t, int64_t size, const orb_xmp_fields& texts
   return flush_file(copy.c_str());
 }
 
-// The files first: one without a guid would stay for ever, but a guid without its file is completed at once.
+// The files first (D8): one without a guid would stay for ever, but a guid without its file is completed at
+// once.
 void remove_take(const take& t, const char* guid_path) {
   if (remove(internal_take_path(t).c_str()) == 0) trace(kTraceRecorder, "removed recorded file");
   remove(stopped_take_path(t.guid).c_str());
@@ -144,6 +174,7 @@ stopped_take stopped_as(const take& t) {
   return recorder.open_take == t.guid ? last_stopped_take() : stopped_take{metadata_texts_now(), {}, {}};
 }
 
+// Without a file what the description has. Nothing when it cannot be told now.
 std::optional<std::string> duration_of(const take& t, json_object* description, int64_t size) {
   std::optional<std::string> duration =
       size == 0 ? json_text(description, "duration") : measure_duration(internal_take_path(t));

@@ -61,6 +61,7 @@ bool shut_encoder_connection(pid_t pid, int pidfd) {
   return is_there;
 }
 
+// SIGTERM only where there is nothing to lose: a second one, from whomever, costs the index (D4).
 void ask_to_end(pid_t pid, int pidfd) {
   if (!shut_encoder_connection(pid, pidfd)) pidfd_send_signal(pidfd, SIGTERM, nullptr, 0);
   pidfd_send_signal(pidfd, SIGCONT, nullptr, 0);  // a stopped one sees either only then

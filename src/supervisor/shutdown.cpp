@@ -1,4 +1,20 @@
-// One request is served after the other, by a thread.
+// The unit's end: a thread ends a take, switches the camera off, and then the unit.
+//
+// A wish (a hot unit, a route, the board, the installer) sets a word under shutdown_lock and never waits; the
+// thread takes it, lets the lock go and works:
+//
+//   end_take            no take starts from now on; ffmpeg has 25 s, the completion 144 s, whoever began it
+//   switch_camera_off
+//   power_off           the board's signal, and half a second later the command, because the board cuts the
+//                       power some time after its signal; or reboot_unit
+//   plan_retry          when the command has failed; give_back when nothing asks for the end any more
+//
+// What holds:
+//   1. A wish that comes meanwhile is served once more afterwards; one that comes before the power-off
+//      command has ended, only if that fails.
+//   2. The reason is the one that the thread took; of several that wait the last one's counts.
+//   3. Heat holds for whatever is served, until the unit is given back: a completion is not waited for, and a
+//      reboot becomes a power-off. ffmpeg is waited for in any case (D13).
 #include "supervisor/shutdown.h"
 
 #include <atomic>

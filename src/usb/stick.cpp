@@ -1,4 +1,8 @@
-// All of it on a thread of its own: a stick can keep a mount, an unmount and a look waiting for seconds.
+// The external USB stick: mounted when it is plugged in, unmounted when it has been pulled, and ejected on
+// request as soon as nothing is written to it. All of it on a thread of its own, a step a second: a stick can
+// keep each of these waiting for seconds. "eject_pending" says whether a pull or the eject unmounts it; it is
+// cleared with the mount, so that a second wish, served late, does not eject the next stick. While a mount
+// hangs there is no stick to eject; one that was pulled meanwhile is unmounted with the next step.
 #include "usb/stick.h"
 
 #include <sys/mount.h>

@@ -1,3 +1,11 @@
+// A request takes its worker in one step, or is refused at once; the job then owns the request's list.
+//
+// A copy job holds the stick's folder open, found mounted, and names files relative to it: an eject fails
+// once a second until the job has let go, and what comes after it cannot land in the folder under the mount.
+// A pulled stick ends the job after the file in hand.
+//
+// A deletion removes the file, flushes the folder, and then its kind rewrites or removes what lists it: a cut
+// between leaves an entry without a file, which can be deleted again, and never a file that nobody lists.
 #include "usb/stored_files.h"
 
 #include <fcntl.h>

@@ -52,7 +52,7 @@ int visca_camera_queue_command(visca_camera* camera, std::span<const uint8_t> pa
   return 0;
 }
 
-// Under the lock: a late completion must not retire a command that a producer is about to write.
+// Under the lock (D20): a late completion must not retire a command that a producer is about to write.
 void visca_camera_complete_command(visca_camera* camera, int status) {
   const mutex_lock lock(camera->lock);
   if (camera->busy != 1) return;

@@ -132,6 +132,7 @@ xmp_place scan_mp4(int fd, int64_t size) {
     const auto type = block.subspan(4);
     if (begins_with(type, "mdat") || begins_with(type, "moof")) place.moves_media = place.insertion >= 0;
     uint64_t box = big_endian(block.first(4));
+    // A "uuid" box with a 64-bit size ends the walk: its identifier would stand elsewhere.
     if (box == 1 && !begins_with(type, "uuid")) box = big_endian(block.subspan(8, 8));
     // 0 is a box up to the end of the file; the others are damaged.
     if (box < 8 || box > static_cast<uint64_t>(size - position)) return place;
