@@ -6,8 +6,8 @@
 #include "base/trace.h"
 #include "http/json_body.h"
 #include "http/response.h"
+#include "log_files/current_readings.h"
 #include "log_files/log_files.h"
-#include "log_files/readings.h"
 #include "store/logger.h"
 
 namespace {

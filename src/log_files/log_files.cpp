@@ -8,7 +8,7 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "log_files/readings.h"
+#include "log_files/current_readings.h"
 #include "usb/stored_files.h"
 
 namespace {

@@ -129,7 +129,7 @@ recorder_stage prepare_take() {
 // Whoever stops the take, and whenever it is kept: what is given from now on is the next one's.
 void remember_texts() {
   const orb_xmp_fields texts = metadata_texts_now();
-  const mutex_lock lock(recorder.texts_lock);
+  const mutex_lock lock(recorder.stop_lock);
   recorder.stopped_texts = texts;
 }
 

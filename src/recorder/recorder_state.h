@@ -60,8 +60,8 @@ struct recorder_state {
   mutex watchdog_lock;
   int watchdog_ms GUARDED_BY(watchdog_lock) = 0;
 
-  mutex texts_lock;
-  orb_xmp_fields stopped_texts GUARDED_BY(texts_lock);  // as they were at the last stop of a take
+  mutex stop_lock;
+  orb_xmp_fields stopped_texts GUARDED_BY(stop_lock);  // as they were at the last stop of a take
 };
 
 extern recorder_state recorder;

@@ -50,7 +50,7 @@ std::vector<std::string> listed_lines(json_object* object, const char* key) {
 stopped_take last_stopped_take() {
   stopped_take stopped;
   {
-    const mutex_lock lock(recorder.texts_lock);
+    const mutex_lock lock(recorder.stop_lock);
     stopped.texts = recorder.stopped_texts;
   }
   auto offsets = read_lines(kOffsets);

@@ -1,6 +1,6 @@
 // What each refresh derives from the readings, stepped without a bus.
 #include "base/json.h"
-#include "log_files/readings.h"
+#include "log_files/current_readings.h"
 #include "osd/osd.h"
 #include "power_board/rig.h"
 #include "store/logger.h"

@@ -2,7 +2,7 @@
 // and a kill leave of the history; and its dated files.
 #include "store/logger.h"
 
-#include "log_files/readings.h"
+#include "log_files/current_readings.h"
 
 #include <ev.h>
 

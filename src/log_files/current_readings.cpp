@@ -1,4 +1,4 @@
-#include "log_files/readings.h"
+#include "log_files/current_readings.h"
 
 #include <cstdio>
 #include <ctime>
