@@ -17,12 +17,4 @@ enum debug_warning : size_t {
   kDebugWarningCount,
 };
 
-struct debug_flag {
-  const char* key;  // of the body, and of the answer
-  bool is_on = false;
-};
-
-// In the order of debug_warning.
-extern debug_flag debug_flags[kDebugWarningCount];
-
-inline bool is_warning_forced(debug_warning warning) { return debug_flags[warning].is_on; }
+inline constinit bool forced_warnings[kDebugWarningCount] = {};

@@ -1,5 +1,6 @@
-#include "api/install_routes.h"
+// "/api/install": updates from the stick.
 
+#include "api/routes.h"
 #include "base/trace.h"
 #include "http/response.h"
 #include "installer/installer.h"
@@ -8,18 +9,21 @@ namespace {
 
 constexpr size_t kTextSize = 64;
 
-void add_text(json_object* answer, const char* key, const char* text) {
-  json_object_object_add(answer, key, json_object_new_string(text));
+struct install_route {
+  const char* message;
+  int (*trigger)();
+};
+
+constexpr install_route kSoftware{"install software", orb_trigger_software_update};
+constexpr install_route kFirmware{"install firmware", orb_trigger_firmware_update};
+constexpr install_route kCamera{"install camera", orb_trigger_camera_update};
+
+int post_install(http_connection* connection, const install_route& route) {
+  trace(kTraceApi, "%s", route.message);
+  return send_status(connection, route.trigger() != 0);
 }
 
-int post_install(http_connection* connection, const char* message, int (*trigger)()) {
-  trace(kTraceApi, "%s", message);
-  return send_status(connection, trigger() != 0);
-}
-
-}  // namespace
-
-int get_install_versions(http_connection* connection, const char*, unsigned long, void*) {
+int get_versions(http_connection* connection) {
   return send_object(connection, [](json_object* answer) {
     char version[kTextSize];
     orb_load_installer_software_update_version(version, sizeof version);
@@ -31,7 +35,7 @@ int get_install_versions(http_connection* connection, const char*, unsigned long
   });
 }
 
-int get_install_status(http_connection* connection, const char*, unsigned long, void*) {
+int get_status(http_connection* connection) {
   char target[kTextSize];
   char step[kTextSize];
   char description_1[kTextSize];
@@ -46,14 +50,16 @@ int get_install_status(http_connection* connection, const char*, unsigned long, 
   });
 }
 
-int post_install_software(http_connection* connection, const char*, unsigned long, void*) {
-  return post_install(connection, "install software", orb_trigger_software_update);
-}
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/install/versions", handler<get_versions>},
+    {"GET", "/api/install/status", handler<get_status>},
+    {"POST", "/api/install/software", handler<post_install, kSoftware>},
+    {"POST", "/api/install/firmware", handler<post_install, kFirmware>},
+    {"POST", "/api/install/camera", handler<post_install, kCamera>},
+};
 
-int post_install_firmware(http_connection* connection, const char*, unsigned long, void*) {
-  return post_install(connection, "install firmware", orb_trigger_firmware_update);
-}
+static_assert(count_rows(kRows) == route_counts{.get = 2, .post = 3});
 
-int post_install_camera(http_connection* connection, const char*, unsigned long, void*) {
-  return post_install(connection, "install camera", orb_trigger_camera_update);
-}
+}  // namespace
+
+constinit const route_group install_routes(kRows);

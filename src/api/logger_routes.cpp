@@ -1,10 +1,10 @@
-#include "api/logger_routes.h"
+// "/api/logger": the readings of now, and the log files.
 
 #include <string>
 
 #include "api/files_route.h"
+#include "api/routes.h"
 #include "base/trace.h"
-#include "http/json_body.h"
 #include "http/response.h"
 #include "log_files/current_readings.h"
 #include "log_files/log_files.h"
@@ -12,46 +12,48 @@
 
 namespace {
 
-int send_json(http_connection* connection, json_owner value) {
-  json_response_handler(connection, value.release());
-  return 0;
-}
+constexpr files_route kCopy{orb_copy_logger_files, nullptr};
+constexpr files_route kDelete{orb_delete_logger_files, "logger delete"};
 
-}  // namespace
-
-int get_logger_readings(http_connection* connection, const char*, unsigned long, void*) {
+int get_readings(http_connection* connection) {
   trace(kTraceApi, "get logger readings");
   return send_json(connection, orb_get_logger_current_readings());
 }
 
-int get_log_file(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  if (!text_member(object.get(), "file_name")) return send_status(connection, false);
-  const std::string name = json_text(object.get(), "file_name");
+int get_file(http_connection* connection, json_object* body) {
+  if (!text_member(body, "file_name")) return send_status(connection, false);
+  const std::string name = json_text(body, "file_name");
   trace(kTraceApi, "read logger file '%s'", name.c_str());
   return send_json(connection, orb_get_logger_file_readings(name));
 }
 
-int post_log_file(http_connection* connection, const char*, unsigned long, void*) {
+int post_file(http_connection* connection) {
   trace(kTraceApi, "create logger file");
   return send_status(connection, orb_create_logger_file() == 0);
 }
 
-int post_logger_reset(http_connection* connection, const char*, unsigned long, void*) {
+int post_reset(http_connection* connection) {
   trace(kTraceApi, "logger reset");
   return send_status(connection, orb_reset_logger() == 0);
 }
 
-int get_logger_files(http_connection* connection, const char*, unsigned long, void*) {
+int get_files(http_connection* connection) {
   trace(kTraceApi, "logger files");
   return send_json(connection, orb_get_logger_files());
 }
 
-int post_logger_copy(http_connection* connection, const char* body, unsigned long length, void*) {
-  return hand_files_over(connection, body, length, orb_copy_logger_files);
-}
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/logger/readings", handler<get_readings>},
+    {"GET", "/api/logger/log_file", handler<get_file>},
+    {"POST", "/api/logger/log_file", handler<post_file>},
+    {"POST", "/api/logger/reset", handler<post_reset>},
+    {"GET", "/api/logger/files", handler<get_files>},
+    {"POST", "/api/logger/copy", handler<post_files, kCopy>},
+    {"POST", "/api/logger/delete", handler<post_files, kDelete>},
+};
 
-int post_logger_delete(http_connection* connection, const char* body, unsigned long length, void*) {
-  trace(kTraceApi, "logger delete");
-  return hand_files_over(connection, body, length, orb_delete_logger_files);
-}
+static_assert(count_rows(kRows) == route_counts{.get = 3, .post = 4});
+
+}  // namespace
+
+constinit const route_group logger_routes(kRows);

@@ -1,12 +1,12 @@
-#include "api/magnetometer_routes.h"
+// "/api/magnetometer/calibration".
 
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <optional>
 
+#include "api/routes.h"
 #include "heading/heading.h"
-#include "http/json_body.h"
 #include "http/response.h"
 #include "store/settings.h"
 
@@ -55,24 +55,31 @@ json_object* with_four_decimals(double number) {
   return json_object_new_double_s(number, text);
 }
 
-}  // namespace
-
-int get_calibration(http_connection* connection, const char*, unsigned long, void*) {
+int get_calibration(http_connection* connection) {
   int calibrated = 0;
   orb_read_nv(kSettingMagnetometerCalibrated, &calibrated, sizeof calibrated);
   return send_object(connection, [&](json_object* answer) {
-    json_object_object_add(answer, setting_key(kSettingMagnetometerCalibrated),
-                           json_object_new_boolean(calibrated != 0 ? 1 : 0));
+    add_flag(answer, setting_key(kSettingMagnetometerCalibrated), calibrated != 0);
     for (uint32_t i = 0; i < kCalibrationNumbers; ++i) {
       const double number = load_calibration_number(number_index(i));
-      json_object_object_add(answer, setting_key(number_index(i)), with_four_decimals(number));
+      add_json_member(answer, setting_key(number_index(i)), with_four_decimals(number));
     }
   });
 }
 
-int put_calibration(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  const std::optional<calibration_body> calibration = parse_calibration(object.get());
+int put_calibration(http_connection* connection, json_object* body) {
+  const std::optional<calibration_body> calibration = parse_calibration(body);
   if (calibration) store_calibration(*calibration);
   return send_status(connection, calibration.has_value());
 }
+
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/magnetometer/calibration", handler<get_calibration>},
+    {"PUT", "/api/magnetometer/calibration", handler<put_calibration>},
+};
+
+static_assert(count_rows(kRows) == route_counts{.get = 1, .put = 1});
+
+}  // namespace
+
+constinit const route_group magnetometer_routes(kRows);

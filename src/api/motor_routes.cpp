@@ -1,28 +1,21 @@
-// The handlers of "/api/motor" and "/api/height".
+// "/api/motor" and "/api/height": tilt, mast or pan.
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <optional>
+#include <string>
 
-#include "api/power_board_routes.h"
-#include "base/json.h"
+#include "api/routes.h"
+#include "base/text.h"
 #include "base/trace.h"
 #include "camera/zoom_values.h"
-#include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"
 
 namespace {
 
 constexpr int kJogDuration = 500;  // the board's units
-constexpr int kDrivePwm = 100;
-
-// Inches; 6 is the retracted height.
-constexpr const char* kPresets[] = {"6", "8", "10", "12", "24", "36", "48"};
 
 // A refused jog is answered "OK" too: the operator sees that nothing moves.
-int post_jog(http_connection* connection, int command, int pwm) {
+int jog(http_connection* connection, int command, int pwm) {
   orb_power_board* board = power_board_now();
   if (board != nullptr) {
     orb_power_board_start_motor(board, command, pwm, kJogDuration);
@@ -31,75 +24,88 @@ int post_jog(http_connection* connection, int command, int pwm) {
   return send_status(connection, true);
 }
 
-int tilt_pwm() {
+struct tilt_route {
+  const char* label;
+  int direction;
+};
+
+constexpr tilt_route kTiltUp{"motor tilt inc", 1};
+constexpr tilt_route kTiltDown{"motor tilt dec", -1};
+
+int post_tilt(http_connection* connection, const tilt_route& route) {
   float zoom = 0;
   orb_load_camera_zoom_values(nullptr, &zoom, nullptr, 0);
-  return tilt_jog_pwm(zoom);
+  const int pwm = route.direction * tilt_jog_pwm(zoom);
+  trace(kTraceApi, "%s %d", route.label, pwm);
+  return jog(connection, kMotorRunTilt, pwm);
 }
 
-}  // namespace
+// Mast and pan are the same drive.
+constexpr int kForward = 100;  // PWM
+constexpr int kBack = -100;
 
-int post_tilt_increment(http_connection* connection, const char*, unsigned long, void*) {
-  const int pwm = tilt_pwm();
-  trace(kTraceApi, "motor tilt inc %d", pwm);
-  return post_jog(connection, kMotorRunTilt, pwm);
-}
+int post_drive(http_connection* connection, int pwm) { return jog(connection, kMotorRunDrive, pwm); }
 
-int post_tilt_decrement(http_connection* connection, const char*, unsigned long, void*) {
-  const int pwm = -tilt_pwm();
-  trace(kTraceApi, "motor tilt dec %d", pwm);
-  return post_jog(connection, kMotorRunTilt, pwm);
-}
-
-int post_motor_stop(http_connection* connection, const char*, unsigned long, void*) {
+int post_stop(http_connection* connection) {
   orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_stop_motor(board);
   return send_status(connection, true);
 }
 
-int post_drive_increment(http_connection* connection, const char*, unsigned long, void*) {
-  return post_jog(connection, kMotorRunDrive, kDrivePwm);
-}
-
-int post_drive_decrement(http_connection* connection, const char*, unsigned long, void*) {
-  return post_jog(connection, kMotorRunDrive, -kDrivePwm);
-}
-
-int post_height_findhome(http_connection* connection, const char*, unsigned long, void*) {
+int post_find_home(http_connection* connection) {
   orb_power_board* board = power_board_now();
   return send_status(connection, board != nullptr && orb_power_board_home_height(board) == 0);
 }
 
-int get_height_extension(http_connection* connection, const char*, unsigned long, void*) {
+int get_extension(http_connection* connection) {
   const orb_power_board* board = power_board_now();
-  const bool extension = board != nullptr && board->height_extension != 0;
-  return send_member(connection, "height_extension", json_object_new_boolean(extension));
+  return send_flag(connection, "height_extension", board != nullptr && board->height_extension != 0);
 }
 
-int put_height_extension(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  const int extension = body_flag(object.get(), "height_extension").value_or(false) ? 1 : 0;
+int put_extension(http_connection* connection, json_object* body) {
+  const int extension = body_flag(body, "height_extension").value_or(false) ? 1 : 0;
   trace(kTraceApi, "height extension %d", extension);
   orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_set_height_extension(board, extension);
   return send_status(connection, true);
 }
 
-int get_height_preset(http_connection* connection, const char*, unsigned long, void*) {
+// Inches; 6 is the retracted height.
+constexpr const char* kPresets[] = {"6", "8", "10", "12", "24", "36", "48"};
+
+int get_preset(http_connection* connection) {
   const orb_power_board* board = power_board_now();
-  char text[16];
-  snprintf(text, sizeof text, "%d", board == nullptr ? kPresetHome : board->height_preset.load());
-  return send_member(connection, "height_preset", json_object_new_string(text));
+  const int preset = board == nullptr ? kPresetHome : board->height_preset.load();
+  return send_text(connection, "height_preset", std::to_string(preset));
 }
 
-int put_height_preset(http_connection* connection, const char* body, unsigned long length, void*) {
-  const std::optional<body_word> word =
-      take_word(connection, body, length, "height_preset", "height preset '%s'");
-  if (!word) return send_status(connection, false);
-  const bool known = std::any_of(std::begin(kPresets), std::end(kPresets),
-                                 [&](const char* preset) { return strcmp(preset, word->text) == 0; });
+int put_preset(http_connection* connection, json_object* body) {
+  const std::optional<int> place = take_choice(body, "height_preset", "height preset", kPresets);
   orb_power_board* board = power_board_now();
-  if (!known || board == nullptr) return send_status(connection, false);
-  const int preset = atoi(word->text);  // NOLINT(cert-err34-c): one of the words above
+  if (!place || board == nullptr) return send_status(connection, false);
+  const int preset = number_or_zero(kPresets[*place]);
   return send_status(connection, orb_power_board_set_height_preset(board, preset) == 0);
 }
+
+constexpr http_route_row kRows[] = {
+    {"POST", "/api/motor/tilt/increment", handler<post_tilt, kTiltUp>},
+    {"POST", "/api/motor/tilt/decrement", handler<post_tilt, kTiltDown>},
+    {"POST", "/api/motor/tilt/stop", handler<post_stop>},
+    {"POST", "/api/motor/height/increment", handler<post_drive, kForward>},
+    {"POST", "/api/motor/height/decrement", handler<post_drive, kBack>},
+    {"POST", "/api/motor/height/stop", handler<post_stop>},
+    {"POST", "/api/motor/height/findhome", handler<post_find_home>},
+    {"GET", "/api/height/extension", handler<get_extension>},
+    {"PUT", "/api/height/extension", handler<put_extension>},
+    {"GET", "/api/height/preset", handler<get_preset>},
+    {"PUT", "/api/height/preset", handler<put_preset>},
+    {"POST", "/api/motor/pan/increment", handler<post_drive, kForward>},
+    {"POST", "/api/motor/pan/decrement", handler<post_drive, kBack>},
+    {"POST", "/api/motor/pan/stop", handler<post_stop>},
+};
+
+static_assert(count_rows(kRows) == route_counts{.get = 2, .put = 2, .post = 10});
+
+}  // namespace
+
+constinit const route_group motor_routes(kRows);

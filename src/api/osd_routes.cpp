@@ -1,145 +1,79 @@
-#include "api/osd_routes.h"
+// "/api/osd": what the overlay shows.
 
-#include <algorithm>
-#include <cstring>
-#include <iterator>
 #include <optional>
 
-#include "http/json_body.h"
+#include "api/routes.h"
 #include "http/response.h"
-#include "osd/overlay.h"
-#include "visca/camera_thread.h"
+#include "osd/osd.h"
 
 namespace {
 
-constexpr int kLastTitleLine = 10;
-
-struct item_row {
+// An item that is on or off.
+struct item_route {
   osd_item item;
   const char* key;
-  const char* message;
+  const char* label;
 };
 
-constexpr item_row kItems[] = {
-    {kOsdZoom, "zoom_osd", "osd zoom %d"},
-    {kOsdFlowDirection, "flow_direction_osd", "osd flow direction %d"},
-    {kOsdDateTime, "date_time_osd", "osd date time %d"},
-    {kOsdCompass, "compass_osd", "osd compass %d"},
-    {kOsdTitle, "title_osd", "osd title %d"},
-    {kOsdOperatorId, "operator_id_osd", "osd operator id %d"},
-};
+constexpr item_route kZoom{kOsdZoom, "zoom_osd", "osd zoom"};
+constexpr item_route kFlowDirection{kOsdFlowDirection, "flow_direction_osd", "osd flow direction"};
+constexpr item_route kDateTime{kOsdDateTime, "date_time_osd", "osd date time"};
+constexpr item_route kCompass{kOsdCompass, "compass_osd", "osd compass"};
+constexpr item_route kTitle{kOsdTitle, "title_osd", "osd title"};
+constexpr item_route kOperatorId{kOsdOperatorId, "operator_id_osd", "osd operator id"};
 
-const item_row& row_of(osd_item item) { return *std::ranges::find(kItems, item, &item_row::item); }
-
-constexpr bool is_title_line(int number) { return number >= 0 && number <= kLastTitleLine; }
-constexpr bool is_byte(int number) { return number >= 0 && number <= 0xFF; }
-
-using title_command = int (*)(visca_camera* camera);
-using title_line_command = int (*)(visca_camera* camera, int line);
-
-int post_title_command(http_connection* connection, title_command command) {
-  visca_camera* camera = visca_thread_data.camera;
-  return send_status(connection, camera != nullptr && command(camera) == 0);
+int get_item(http_connection* connection, const item_route& route) {
+  return send_flag(connection, route.key, orb_get_osd_item(route.item) != 0);
 }
 
-int post_title_line_command(http_connection* connection, const char* body, unsigned long length,
-                            const char* message, title_line_command command) {
-  const std::optional<int> line = take_number(connection, body, length, "line_number", message);
-  visca_camera* camera = visca_thread_data.camera;
-  const bool good = line && is_title_line(*line) && camera != nullptr;
-  return send_status(connection, good && command(camera, *line) == 0);
-}
-
-struct title_request {
-  int line = -1;
-  int position = -1;
-  int blink = -1;
-  int color = -1;
-  osd_text text{};
-};
-
-std::optional<title_request> read_title_request(json_object* object) {
-  const auto number = [&](const char* key) { return body_integer(object, key).value_or(-1); };
-  title_request request{number("line_number"), number("h_position"), number("blink"), number("color"), {}};
-  const bool has_text = copy_body_text(object, "text", request.text.data(), request.text.size());
-  if (!has_text || !is_title_line(request.line)) return std::nullopt;
-  if (!is_byte(request.position) || !is_byte(request.blink) || !is_byte(request.color)) return std::nullopt;
-  return request;
-}
-
-bool send_title(visca_camera* camera, const title_request& r) {
-  const char* text = r.text.data();
-  return visca_camera_title_set_1(camera, r.line, r.position, static_cast<unsigned>(r.color), r.blink) == 0 &&
-         visca_camera_title_set_2(camera, r.line, text) == 0 &&
-         visca_camera_title_set_3(camera, r.line, text + std::min(strlen(text), kOsdLineHalf)) == 0;
-}
-
-}  // namespace
-
-int send_osd_item(http_connection* connection, osd_item item) {
-  return send_member(connection, row_of(item).key, json_object_new_boolean(orb_get_osd_item(item) != 0));
-}
-
-int take_osd_item(http_connection* connection, const char* body, unsigned long length, osd_item item) {
-  const item_row& row = row_of(item);
-  const std::optional<int> value = take_number(connection, body, length, row.key, row.message);
-  if (value) orb_set_osd_item(item, *value);
+int put_item(http_connection* connection, json_object* body, const item_route& route) {
+  const std::optional<int> value = take_number(body, route.key, route.label);
+  if (value) orb_set_osd_item(route.item, *value);
   return send_status(connection, value.has_value());
 }
 
-int get_osd_color(http_connection* connection, const char*, unsigned long, void*) {
-  const int color = osd_color_code(orb_get_osd_item(kOsdColor));
-  return send_member(connection, "osd_color", json_object_new_string(kOsdColors[color]));
+int get_color(http_connection* connection) {
+  return send_text(connection, "osd_color", kOsdColors[osd_color_code(orb_get_osd_item(kOsdColor))]);
 }
 
-int put_osd_color(http_connection* connection, const char* body, unsigned long length, void*) {
-  const std::optional<body_word> word = take_word(connection, body, length, "osd_color", "osd color '%s'");
-  const std::optional<int> color = word ? find_word(kOsdColors, word->text) : std::nullopt;
+int put_color(http_connection* connection, json_object* body) {
+  const std::optional<int> color = take_choice(body, "osd_color", "osd color", kOsdColors);
   if (color) orb_set_osd_item(kOsdColor, *color);
   return send_status(connection, color.has_value());
 }
 
-int get_osd_dwell(http_connection* connection, const char*, unsigned long, void*) {
-  return send_member(connection, "osd_dwell", json_object_new_int(orb_get_osd_item(kOsdDwell)));
+int get_dwell(http_connection* connection) {
+  return send_number(connection, "osd_dwell", orb_get_osd_item(kOsdDwell));
 }
 
-int put_osd_dwell(http_connection* connection, const char* body, unsigned long length, void*) {
-  const std::optional<int> dwell = take_number(connection, body, length, "osd_dwell", "osd dwell %d");
+int put_dwell(http_connection* connection, json_object* body) {
+  const std::optional<int> dwell = take_number(body, "osd_dwell", "osd dwell");
   const bool good = dwell && *dwell >= 0 && *dwell <= kOsdLongestDwell_s;
   if (good) orb_set_osd_item(kOsdDwell, *dwell);
   return send_status(connection, good);
 }
 
-int put_title_line(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  const std::optional<title_request> request = read_title_request(object.get());
-  visca_camera* camera = visca_thread_data.camera;
-  return send_status(connection, request && camera != nullptr && send_title(camera, *request));
-}
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/osd/zoom", handler<get_item, kZoom>},
+    {"PUT", "/api/osd/zoom", handler<put_item, kZoom>},
+    {"GET", "/api/osd/flow_direction", handler<get_item, kFlowDirection>},
+    {"PUT", "/api/osd/flow_direction", handler<put_item, kFlowDirection>},
+    {"GET", "/api/osd/date_time", handler<get_item, kDateTime>},
+    {"PUT", "/api/osd/date_time", handler<put_item, kDateTime>},
+    {"GET", "/api/osd/compass", handler<get_item, kCompass>},
+    {"PUT", "/api/osd/compass", handler<put_item, kCompass>},
+    {"GET", "/api/osd/title", handler<get_item, kTitle>},
+    {"PUT", "/api/osd/title", handler<put_item, kTitle>},
+    {"GET", "/api/osd/operator_id", handler<get_item, kOperatorId>},
+    {"PUT", "/api/osd/operator_id", handler<put_item, kOperatorId>},
+    {"GET", "/api/osd/color", handler<get_color>},
+    {"PUT", "/api/osd/color", handler<put_color>},
+    {"GET", "/api/osd/dwell", handler<get_dwell>},
+    {"PUT", "/api/osd/dwell", handler<put_dwell>},
+};
 
-int post_title_clear_all(http_connection* connection, const char*, unsigned long, void*) {
-  return post_title_command(connection, visca_camera_title_clear_all);
-}
+static_assert(count_rows(kRows) == route_counts{.get = 8, .put = 8});
 
-int post_title_turn_all_on(http_connection* connection, const char*, unsigned long, void*) {
-  return post_title_command(connection, visca_camera_title_turn_all_on);
-}
+}  // namespace
 
-int post_title_turn_all_off(http_connection* connection, const char*, unsigned long, void*) {
-  return post_title_command(connection, visca_camera_title_turn_all_off);
-}
-
-int post_title_clear_line(http_connection* connection, const char* body, unsigned long length, void*) {
-  return post_title_line_command(connection, body, length, "title clear line %d",
-                                 visca_camera_title_clear_line);
-}
-
-int post_title_turn_line_on(http_connection* connection, const char* body, unsigned long length, void*) {
-  return post_title_line_command(connection, body, length, "title turn line on %d",
-                                 visca_camera_title_turn_line_on);
-}
-
-int post_title_turn_line_off(http_connection* connection, const char* body, unsigned long length, void*) {
-  return post_title_line_command(connection, body, length, "title turn line off %d",
-                                 visca_camera_title_turn_line_off);
-}
+constinit const route_group osd_routes(kRows);

@@ -8,10 +8,6 @@
 
 namespace {
 
-int send_flag(http_connection* connection, const char* key, bool value) {
-  return send_member(connection, key, json_object_new_boolean(value ? 1 : 0));
-}
-
 // Whether the camera has obeyed is not known: its replies are only logged.
 int perform(http_connection* connection, void* camera, void (Camera::*operation)()) {
   (static_cast<Camera*>(camera)->*operation)();

@@ -1,4 +1,4 @@
-// The handlers of "/api/power_board": diagnostics of the link.
+// "/api/power_board": diagnostics of the link.
 
 #include <algorithm>
 #include <cctype>
@@ -8,10 +8,8 @@
 #include <optional>
 #include <string_view>
 
-#include "api/power_board_routes.h"
-#include "base/json.h"
+#include "api/routes.h"
 #include "base/trace.h"
-#include "http/json_body.h"
 #include "http/response.h"
 #include "power_board/power_board.h"
 #include "store/settings.h"
@@ -148,9 +146,7 @@ bool write_texts(std::string_view number_text, std::string_view data_text) {
 
 void keep_suspended(int suspended) { orb_write_nv(kSettingPbSuspended, &suspended, sizeof suspended); }
 
-}  // namespace
-
-int get_readings(http_connection* connection, const char*, unsigned long, void*) {
+int get_readings(http_connection* connection) {
   power_board_readings readings;
   orb_power_board* board = power_board_now();
   if (board != nullptr) orb_power_board_load_registers(board, &readings);
@@ -158,20 +154,19 @@ int get_readings(http_connection* connection, const char*, unsigned long, void*)
     for (const reading_row& row : kReadings) {
       char text[32];
       row.print(text, sizeof text, row.format, readings);
-      json_object_object_add(answer, row.key, json_object_new_string(text));
+      add_text(answer, row.key, text);
     }
   });
 }
 
-int get_read_command(http_connection* connection, const char*, unsigned long, void*) {
+int get_read_command(http_connection* connection) {
   const orb_power_board* board = power_board_now();
   const int command = board == nullptr ? 0 : orb_power_board_get_read_command(board);
-  return send_member(connection, "read_command", json_object_new_int(command));
+  return send_number(connection, "read_command", command);
 }
 
-int put_read_command(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  const std::optional<int> command = body_integer(object.get(), "read_command");
+int put_read_command(http_connection* connection, json_object* body) {
+  const std::optional<int> command = body_integer(body, "read_command");
   orb_power_board* board = power_board_now();
   if (command) trace(kTraceApi, "pb read command %d 0x%02X", *command, *command);
   if (!command || *command < 0 || *command > 0xFF || board == nullptr) return send_status(connection, false);
@@ -179,39 +174,54 @@ int put_read_command(http_connection* connection, const char* body, unsigned lon
   return send_status(connection, true);
 }
 
-int post_suspend(http_connection* connection, const char*, unsigned long, void*) {
+int post_suspend(http_connection* connection) {
   trace(kTraceApi, "suspend pb");
   keep_suspended(1);
   if (orb_power_board* board = power_board_now()) orb_power_board_suspend_refresh(board);
   return send_status(connection, true);
 }
 
-int post_resume(http_connection* connection, const char*, unsigned long, void*) {
+int post_resume(http_connection* connection) {
   trace(kTraceApi, "resume pb");
   keep_suspended(0);
   if (orb_power_board* board = power_board_now()) orb_power_board_resume_refresh(board);
   return send_status(connection, true);
 }
 
-int post_trigger(http_connection* connection, const char*, unsigned long, void*) {
+int post_trigger(http_connection* connection) {
   trace(kTraceApi, "trigger pb");
   if (orb_power_board* board = power_board_now()) orb_power_board_trigger_refresh(board);
   return send_status(connection, true);
 }
 
-int post_write(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  const std::optional<std::string_view> number = text_member(object.get(), "register");
-  const std::optional<std::string_view> data = text_member(object.get(), "data");
+int post_write(http_connection* connection, json_object* body) {
+  const std::optional<std::string_view> number = text_member(body, "register");
+  const std::optional<std::string_view> data = text_member(body, "data");
   if (!number || !data) return send_status(connection, false);
   trace(kTraceApi, "write pb '%s' '%s'", number->data(), data->data());
   return send_status(connection, write_texts(*number, *data));
 }
 
-int put_zero_buffer(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  const int flag = body_flag(object.get(), "zero_buffer").value_or(false) ? 1 : 0;
+int put_zero_buffer(http_connection* connection, json_object* body) {
+  const int flag = body_flag(body, "zero_buffer").value_or(false) ? 1 : 0;
   trace(kTraceApi, "pb zero buffer %d", flag);
   if (orb_power_board* board = power_board_now()) orb_power_board_set_zero_buffer(board, flag);
   return send_status(connection, true);
 }
+
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/power_board/readings", handler<get_readings>},
+    {"GET", "/api/power_board/read_command", handler<get_read_command>},
+    {"PUT", "/api/power_board/read_command", handler<put_read_command>},
+    {"POST", "/api/power_board/suspend", handler<post_suspend>},
+    {"POST", "/api/power_board/resume", handler<post_resume>},
+    {"POST", "/api/power_board/trigger", handler<post_trigger>},
+    {"POST", "/api/power_board/write", handler<post_write>},
+    {"PUT", "/api/power_board/zero_buffer", handler<put_zero_buffer>},
+};
+
+static_assert(count_rows(kRows) == route_counts{.get = 2, .put = 2, .post = 4});
+
+}  // namespace
+
+constinit const route_group power_board_routes(kRows);

@@ -1,21 +1,29 @@
-#include "api/recorder_routes.h"
+// "/api/camera/recorder": takes, marks and stored files, their metadata and notes; and the cached image.
 
-#include <cstdio>
-#include <iterator>
+#include <optional>
+#include <string>
 
+#include "api/files_route.h"
+#include "api/routes.h"
+#include "base/file.h"
+#include "base/paths.h"
 #include "base/trace.h"
-#include "http/json_body.h"
 #include "http/response.h"
-#include "recorder/gps.h"
+#include "power_board/power_board.h"
+#include "recorder/finished_takes.h"
+#include "recorder/marks.h"
+#include "recorder/metadata.h"
 #include "recorder/recorder.h"
 #include "store/texts.h"
 
 namespace {
 
-int post_action(http_connection* connection, const char* name, int (*action)()) {
-  trace(kTraceApi, "%s", name);
-  return send_status(connection, action() >= 0);
-}
+// --- takes and marks ---
+
+struct action_route {
+  const char* message;
+  int (*act)();  // 0, or -1
+};
 
 int stop_and_keep() {
   const int result = orb_stop_recorder();
@@ -23,76 +31,161 @@ int stop_and_keep() {
   return result;
 }
 
-constexpr const char* kGpsKeys[] = {"gps_latitude", "gps_longitude", "gps_time"};
-
-}  // namespace
-
-const text_route title_route{"title", "title", 41, orb_load_recorder_title, set_any<orb_set_recorder_title>,
-                             true};
-const text_route flow_direction_route{"flow_direction",
-                                      "flow direction",
-                                      16,
-                                      orb_load_recorder_flow_direction,
-                                      set_any<orb_set_recorder_flow_direction>,
-                                      true};
-const text_route operator_id_route{
-    "operator_id", "operator id", 41, orb_load_recorder_operator_id, set_any<orb_set_recorder_operator_id>,
-    true};
-const text_route filename_route{
-    "filename", "filename", 81, orb_load_recorder_filename, set_any<orb_set_recorder_filename>, true};
-const text_route gps_data_route{"gps_data", "gps data", 81, orb_load_recorder_gps_data,
-                                orb_set_recorder_gps_data};
-
-int post_recorder_start(http_connection* connection, const char*, unsigned long, void*) {
-  return post_action(connection, "start", orb_start_recorder);
+// A fresh distance accompanies the mark.
+int mark() {
+  const int result = orb_save_recorder_image();
+  if (orb_power_board* board = power_board_now()) orb_power_board_trigger_laser_reading(board);
+  return result;
 }
 
-int post_recorder_stop(http_connection* connection, const char*, unsigned long, void*) {
-  return post_action(connection, "stop", stop_and_keep);
+constexpr action_route kStart{"start", orb_start_recorder};
+constexpr action_route kStop{"stop", stop_and_keep};
+constexpr action_route kPause{"pause", orb_pause_recorder};
+constexpr action_route kResume{"resume", orb_resume_recorder};
+constexpr action_route kSave{"save", mark};
+constexpr action_route kRemove{"remove", orb_remove_recorder_image};
+
+int post_action(http_connection* connection, const action_route& route) {
+  trace(kTraceApi, "%s", route.message);
+  return send_status(connection, route.act() == 0);
 }
 
-int post_recorder_pause(http_connection* connection, const char*, unsigned long, void*) {
-  return post_action(connection, "pause", orb_pause_recorder);
+// --- stored files ---
+
+constexpr files_route kCopy{orb_copy_recorder_files, "copy"};
+constexpr files_route kDelete{orb_delete_recorder_files, "delete"};
+
+int get_files(http_connection* connection) {
+  trace(kTraceApi, "files");
+  return send_json(connection, orb_get_recorder_files());
 }
 
-int post_recorder_resume(http_connection* connection, const char*, unsigned long, void*) {
-  return post_action(connection, "resume", orb_resume_recorder);
-}
+// --- metadata: answered also when there is none, with empty texts ---
 
-int get_save_delay(http_connection* connection, const char*, unsigned long, void*) {
-  char text[12];
-  snprintf(text, sizeof text, "%u", orb_get_recorder_save_delay());
-  return send_member(connection, "save_delay", json_object_new_string(text));
-}
-
-int put_save_delay(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  if (!json_object_is_type(object.get(), json_type_object)) return send_status(connection, false);
-  const int delay_ms = body_text_number(object.get(), "save_delay").value_or(0);
-  trace(kTraceApi, "save delay %d", delay_ms);
-  return send_status(connection,
-                     delay_ms >= 0 && orb_set_recorder_save_delay(static_cast<uint32_t>(delay_ms)) == 0);
-}
-
-int get_gps_location(http_connection* connection, const char*, unsigned long, void*) {
-  char texts[3][kRouteTextSize];
-  orb_load_recorder_gps_location(texts[0], kRouteTextSize, texts[1], kRouteTextSize, texts[2],
-                                 kRouteTextSize);
+int send_metadata(http_connection* connection, const orb_xmp_fields& fields) {
   return send_object(connection, [&](json_object* answer) {
-    for (size_t i = 0; i < std::size(kGpsKeys); ++i)
-      json_object_object_add(answer, kGpsKeys[i], json_object_new_string(texts[i]));
+    add_text(answer, "metadata_title", fields.project_name);
+    add_text(answer, "metadata_id", fields.composer);
+    add_text(answer, "metadata_date", fields.shot_date);
+    add_text(answer, "metadata_time", fields.shot_time);
+    add_text(answer, "metadata_view", fields.scene);
+    add_text(answer, "metadata_model", fields.camera_model);
+    add_text(answer, "metadata_sn", fields.camera_label);
+    add_text(answer, "metadata_gps_latitude", fields.gps_latitude);
+    add_text(answer, "metadata_gps_time", fields.gps_timestamp);
+    add_text(answer, "metadata_gps_longitude", fields.gps_longitude);
+    add_text(answer, "metadata_note", fields.comment);
   });
 }
 
-int put_gps_location(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
-  char texts[3][kRouteTextSize];
-  bool given = true;
-  for (size_t i = 0; i < std::size(kGpsKeys); ++i)
-    given = copy_body_text(object.get(), kGpsKeys[i], texts[i], kRouteTextSize) && given;
-  if (given) {
-    trace(kTraceApi, "gps location '%s' '%s' '%s'", texts[0], texts[1], texts[2]);
-    orb_set_recorder_gps_location(texts[0], texts[1], texts[2]);
-  }
-  return send_status(connection, true);
+struct metadata_route {
+  const char* message;
+  void (*load)(orb_xmp_fields* fields);
+};
+
+constexpr metadata_route kVideoMetadata{"video metadata", orb_load_recorder_video_metadata};
+constexpr metadata_route kImageMetadata{"image metadata", orb_load_recorder_image_metadata};
+
+int get_metadata(http_connection* connection, const metadata_route& route) {
+  trace(kTraceApi, "%s", route.message);
+  orb_xmp_fields fields;
+  route.load(&fields);
+  return send_metadata(connection, fields);
 }
+
+constexpr size_t kPathSize = 81;
+
+int post_file_metadata(http_connection* connection, json_object* body) {
+  char path[kPathSize];
+  if (!copy_body_text(body, "file_name", path, sizeof path)) return send_status(connection, false);
+  trace(kTraceApi, "post file note '%s'", path);
+  orb_xmp_fields fields;
+  orb_load_recorder_file_metadata(path, &fields);
+  return send_metadata(connection, fields);
+}
+
+// --- notes ---
+
+// The body's note without what is not printable ASCII; nothing when there is none.
+std::optional<std::string> body_note(json_object* body) {
+  const std::optional<std::string_view> text = text_member(body, "metadata_note");
+  if (!text) return std::nullopt;
+  std::string note(*text);
+  std::erase_if(note, [](char c) { return c < ' ' || c > '~'; });
+  return note;
+}
+
+// As the trace shows it.
+std::string shown(const std::string& note) {
+  constexpr size_t kShown = 16;  // characters of a longer one
+  return note.size() > kShown ? note.substr(0, kShown) + "..." : note;
+}
+
+struct note_route {
+  const char* label;
+  int (*set)(const char* text);
+};
+
+constexpr note_route kVideoNote{"video note", orb_set_recorder_video_note};
+constexpr note_route kImageNote{"image note", orb_set_recorder_image_note};
+
+int put_note(http_connection* connection, json_object* body, const note_route& route) {
+  const std::optional<std::string> note = body_note(body);
+  if (!note) return send_status(connection, false);
+  trace(kTraceApi, "%s '%s'", route.label, shown(*note).c_str());
+  return send_status(connection, route.set(note->c_str()) == 0);
+}
+
+int put_file_note(http_connection* connection, json_object* body) {
+  char path[kPathSize];
+  const bool named = copy_body_text(body, "file_name", path, sizeof path);
+  const std::optional<std::string> note = body_note(body);
+  if (!named || !note) return send_status(connection, false);
+  trace(kTraceApi, "put file note '%s' '%s'", path, shown(*note).c_str());
+  return send_status(connection, orb_set_recorder_file_note(path, note->c_str()) == 0);
+}
+
+// --- the cached image: any bytes, kept for the other tablets ---
+
+int get_image_cache(http_connection* connection) {
+  constexpr size_t kReadLimit = 16 << 20;  // another program's image may be larger than ours
+  trace(kTraceApi, "get image cache");
+  const std::optional<std::string> image = read_file(paths::kImageCache, kReadLimit);
+  if (!image) return http_connection_send_not_found(connection);
+  jpeg_response_handler(connection, *image);
+  return 0;
+}
+
+int post_image_cache(http_connection* connection, const char* body, unsigned long length) {
+  constexpr unsigned long kImageLimit = 524'287;
+  trace(kTraceApi, "post image cache %d", static_cast<int>(length));
+  const bool is_fit = length >= 1 && length <= kImageLimit;
+  return send_status(connection, is_fit && replace_file(paths::kImageCache, paths::kImageCacheTemporary,
+                                                        {body, length}, flushed::no));
+}
+
+constexpr http_route_row kRows[] = {
+    {"POST", "/api/camera/recorder/start", handler<post_action, kStart>},
+    {"POST", "/api/camera/recorder/stop", handler<post_action, kStop>},
+    {"POST", "/api/camera/recorder/pause", handler<post_action, kPause>},
+    {"POST", "/api/camera/recorder/resume", handler<post_action, kResume>},
+    {"POST", "/api/camera/recorder/save", handler<post_action, kSave>},
+    {"POST", "/api/camera/recorder/remove", handler<post_action, kRemove>},
+    {"GET", "/api/camera/recorder/files", handler<get_files>},
+    {"POST", "/api/camera/recorder/copy", handler<post_files, kCopy>},
+    {"POST", "/api/camera/recorder/delete", handler<post_files, kDelete>},
+    {"GET", "/api/camera/recorder/video/metadata", handler<get_metadata, kVideoMetadata>},
+    {"PUT", "/api/camera/recorder/video/note", handler<put_note, kVideoNote>},
+    {"GET", "/api/camera/recorder/image/metadata", handler<get_metadata, kImageMetadata>},
+    {"PUT", "/api/camera/recorder/image/note", handler<put_note, kImageNote>},
+    {"POST", "/api/camera/recorder/file/metadata", handler<post_file_metadata>},
+    {"PUT", "/api/camera/recorder/file/note", handler<put_file_note>},
+    {"GET", "/api/camera/imagecache", handler<get_image_cache>},
+    {"POST", "/api/camera/imagecache", handler<post_image_cache>},
+};
+
+static_assert(count_rows(kRows) == route_counts{.get = 4, .put = 3, .post = 10});
+
+}  // namespace
+
+constinit const route_group recorder_routes(kRows);

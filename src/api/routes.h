@@ -1,23 +1,25 @@
-// The HTTP server thread and its route table.
+// The groups of the API's routes, each at the end of its file.
 #pragma once
 
-#include <span>
+#include "api/route.h"
 
-#include "http/server.h"
+extern const route_group version_1_routes;
+extern const route_group setup_routes;
+extern const route_group status_routes;
+extern const route_group install_routes;
+extern const route_group led_routes;
+extern const route_group camera_routes;
+extern const route_group title_routes;
+extern const route_group recorder_routes;
+extern const route_group laser_routes;
+extern const route_group magnetometer_routes;
+extern const route_group motor_routes;
+extern const route_group osd_routes;
+extern const route_group seat_routes;
+extern const route_group logger_routes;
+extern const route_group service_routes;
+extern const route_group power_board_routes;
+extern const route_group trace_routes;
 
-inline constexpr int kHttpConnections = 15;
-
-struct http_route_row {
-  const char* method;
-  const char* path;  // prefix
-  http_handler handler;
-  void* user_data;
-};
-
-// The routes in registration order; the first that fits a request takes it, so a longer path stands before a
-// shorter one that begins it.
-std::span<const http_route_row> http_routes();
-
-// The thread's body: prepares the state that the handlers share, registers the routes and serves for ever.
-// Returns -1 when the server cannot be created; the rest of the unit goes on without an API.
-int http_server_thread();
+// All of them, in the order in which they are registered. Any thread.
+std::span<const route_group* const> route_groups();

@@ -1,68 +1,102 @@
-// The handlers of "/api/setup" that no other subsystem owns, and of the unit's identity.
+// "/api/setup": what is set before an inspection.
 
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <optional>
+#include <string>
 
 #include "api/clock_setting.h"
-#include "api/status_routes.h"
+#include "api/routes.h"
+#include "api/text_route.h"
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "http/json_body.h"
 #include "http/response.h"
+#include "power_board/lighting.h"
+#include "recorder/gps.h"
+#include "recorder/recorder.h"
+#include "seats/seats.h"
 #include "store/identity.h"
 #include "store/settings.h"
 #include "store/texts.h"
-#include "supervisor/supervisor.h"
 #include "supervisor/versions.h"
 
 namespace {
 
-constexpr char kPassword[] = "ORB@NORK";
-constexpr size_t kIdentitySize = 16;
-constexpr size_t kCameraVersionSize = 8;
+// --- clock ---
 
-// --- units and language: settings, read where they are used ---
+struct clock_route {
+  const char* key;
+  const char* format;
+  size_t size;  // of the body member's buffer
+  std::optional<time_t> (*with)(time_t now, const char* text);
+};
 
-constexpr int kEnglishUnits = 1;
+constexpr size_t kClockTextSize = 16;
+constexpr clock_route kDate{"date", "%Y-%m-%d", 12, with_date};
+constexpr clock_route kTime{"time", "%H:%M:%S", 10, with_time_of_day};
 
-void load_units(char* text, size_t size) {
-  int units = 0;
-  orb_read_nv(kSettingUnits, &units, sizeof units);
-  copy_text(text, size, units == kEnglishUnits ? "english" : "metric");
+int get_clock(http_connection* connection, const clock_route& route) {
+  const tm local = local_time(time(nullptr));
+  char text[kClockTextSize];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  strftime(text, sizeof text, route.format, &local);
+#pragma GCC diagnostic pop
+  return send_text(connection, route.key, text);
 }
 
-int set_units(const char* text) {
-  const int units = strcmp(text, "english") == 0 ? kEnglishUnits : 0;
-  if (units != kEnglishUnits && strcmp(text, "metric") != 0) return -1;
-  orb_write_nv(kSettingUnits, &units, sizeof units);
-  return 0;
+int put_clock(http_connection* connection, json_object* body, const clock_route& route) {
+  char text[kClockTextSize];
+  if (!copy_body_text(body, route.key, text, route.size)) return send_status(connection, false);
+  trace(kTraceApi, "%s '%s'", route.key, text);
+  const std::optional<time_t> moment = route.with(time(nullptr), text);
+  return send_status(connection, moment && set_clock(*moment));
 }
 
-constexpr const char* kLanguages[] = {"ENG", "FRA", "ESP"};  // the first is the default
-constexpr size_t kLanguageSize = 8;
+// --- texts for takes: without its member a request stores nothing, and is answered "OK" all the same ---
 
-bool is_language(const char* text) {
-  for (const char* language : kLanguages) {
-    if (strcmp(text, language) == 0) return true;
+constexpr text_route kTitle{"title", "title", 41, orb_load_recorder_title, set_any<orb_set_recorder_title>,
+                            true};
+constexpr text_route kFlowDirection{"flow_direction",
+                                    "flow direction",
+                                    16,
+                                    orb_load_recorder_flow_direction,
+                                    set_any<orb_set_recorder_flow_direction>,
+                                    true};
+constexpr text_route kOperatorId{
+    "operator_id", "operator id", 41, orb_load_recorder_operator_id, set_any<orb_set_recorder_operator_id>,
+    true};
+constexpr text_route kFilename{
+    "filename", "filename", 81, orb_load_recorder_filename, set_any<orb_set_recorder_filename>, true};
+
+// --- place ---
+
+constexpr text_route kGpsData{"gps_data", "gps data", 81, orb_load_recorder_gps_data,
+                              orb_set_recorder_gps_data};
+constexpr const char* kGpsKeys[] = {"gps_latitude", "gps_longitude", "gps_time"};
+
+int get_gps_location(http_connection* connection) {
+  char texts[3][kRouteTextSize];
+  orb_load_recorder_gps_location(texts[0], kRouteTextSize, texts[1], kRouteTextSize, texts[2],
+                                 kRouteTextSize);
+  return send_object(connection, [&](json_object* answer) {
+    for (size_t i = 0; i < std::size(kGpsKeys); ++i) add_text(answer, kGpsKeys[i], texts[i]);
+  });
+}
+
+int put_gps_location(http_connection* connection, json_object* body) {
+  char texts[3][kRouteTextSize];
+  bool given = true;
+  for (size_t i = 0; i < std::size(kGpsKeys); ++i)
+    given = copy_body_text(body, kGpsKeys[i], texts[i], kRouteTextSize) && given;
+  if (given) {
+    trace(kTraceApi, "gps location '%s' '%s' '%s'", texts[0], texts[1], texts[2]);
+    orb_set_recorder_gps_location(texts[0], texts[1], texts[2]);
   }
-  return false;
-}
-
-void load_language(char* text, size_t size) {
-  char language[kLanguageSize];
-  orb_read_nv(kSettingLanguage, language, sizeof language);
-  copy_text(text, size, is_language(language) ? language : kLanguages[0]);
-}
-
-int set_language(const char* text) {
-  if (!is_language(text)) return -1;
-  char language[kLanguageSize] = "";
-  copy_text(language, sizeof language, text);
-  orb_write_nv(kSettingLanguage, language, sizeof language);
-  return 0;
+  return send_status(connection, true);
 }
 
 // --- Wi-Fi ---
@@ -70,99 +104,145 @@ int set_language(const char* text) {
 char ssid[33] = "";  // HTTP server thread; nothing in the unit reads it but its route
 
 void load_ssid(char* text, size_t size) { copy_text(text, size, ssid); }
+void set_ssid(const char* text) { copy_text(ssid, sizeof ssid, text); }
 
-int set_ssid(const char* text) {
-  copy_text(ssid, sizeof ssid, text);
-  return 0;
-}
+constexpr text_route kSsid{"ssid", "ssid", sizeof ssid, load_ssid, set_any<set_ssid>, true};
 
-// --- clock and identity ---
-
-int send_local_time(http_connection* connection, const char* key, const char* format) {
-  const tm local = local_time(time(nullptr));
-  char text[16];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  strftime(text, sizeof text, format, &local);
-#pragma GCC diagnostic pop
-  return send_member(connection, key, json_object_new_string(text));
-}
-
-// `size` is that of the body member's buffer.
-int put_clock(http_connection* connection, const char* body, unsigned long length, const char* key,
-              size_t size, std::optional<time_t> (*with)(time_t now, const char* text)) {
-  const json_owner object = read_json_body(connection, body, length);
-  char text[16];
-  if (!copy_body_text(object.get(), key, text, size)) return send_status(connection, false);
-  trace(kTraceApi, "%s '%s'", key, text);
-  const std::optional<time_t> moment = with(time(nullptr), text);
-  return send_status(connection, moment && set_clock(*moment));
-}
-
-void load_battery_type(char* text, size_t size) {
-  orb_load_supervisor_battery_type(text, std::min(size, kIdentitySize));
-}
-
-int send_identity(http_connection* connection, const char* key, void (*load)(char* text, size_t size)) {
-  char text[kIdentitySize];
-  load(text, sizeof text);
-  return send_member(connection, key, json_object_new_string(text));
-}
-
-}  // namespace
-
-const text_route units_route{"units", "units", 16, load_units, set_units};
-const text_route language_route{"language", "language", kLanguageSize, load_language, set_language};
-const text_route battery_type_route{"battery_type", "battery type", 16, load_battery_type,
-                                    orb_set_supervisor_battery_type};
-const text_route ssid_route{"ssid", "ssid", sizeof ssid, load_ssid, set_ssid, true};
+int get_password(http_connection* connection) { return send_text(connection, "password", "ORB@NORK"); }
 
 // What is given is only traced: nothing in the unit uses it, and the answer is the default on purpose.
-int put_password(http_connection* connection, const char* body, unsigned long length, void*) {
-  const json_owner object = read_json_body(connection, body, length);
+int put_password(http_connection* connection, json_object* body) {
   char password[17];
-  if (copy_body_text(object.get(), "password", password, sizeof password)) {
+  if (copy_body_text(body, "password", password, sizeof password)) {
     trace(kTraceApi, "password '%s'", password);
   }
   return send_status(connection, true);
 }
 
-int get_password(http_connection* connection, const char*, unsigned long, void*) {
-  return send_member(connection, "password", json_object_new_string(kPassword));
+// --- language and units: settings, read where they are used ---
+
+constexpr const char* kLanguages[] = {"ENG", "FRA", "ESP"};  // the first is the default
+constexpr size_t kLanguageSize = 8;
+
+void load_language(char* text, size_t size) {
+  char language[kLanguageSize];
+  orb_read_nv(kSettingLanguage, language, sizeof language);
+  copy_text(text, size, find_word(kLanguages, language) ? language : kLanguages[0]);
 }
 
-int get_time(http_connection* connection, const char*, unsigned long, void*) {
-  return send_local_time(connection, "time", "%H:%M:%S");
+int set_language(const char* text) {
+  if (!find_word(kLanguages, text)) return -1;
+  char language[kLanguageSize] = "";
+  copy_text(language, sizeof language, text);
+  orb_write_nv(kSettingLanguage, language, sizeof language);
+  return 0;
 }
 
-int put_time(http_connection* connection, const char* body, unsigned long length, void*) {
-  return put_clock(connection, body, length, "time", 10, with_time_of_day);
+constexpr text_route kLanguage{"language", "language", kLanguageSize, load_language, set_language};
+
+constexpr const char* kUnitSystems[] = {"metric", "english"};  // by the setting's number
+
+void load_units(char* text, size_t size) {
+  int units = 0;
+  orb_read_nv(kSettingUnits, &units, sizeof units);
+  copy_text(text, size, kUnitSystems[units == 1 ? 1 : 0]);
 }
 
-int get_date(http_connection* connection, const char*, unsigned long, void*) {
-  return send_local_time(connection, "date", "%Y-%m-%d");
+int set_units(const char* text) {
+  const std::optional<int> units = find_word(kUnitSystems, text);
+  if (!units) return -1;
+  orb_write_nv(kSettingUnits, &*units, sizeof *units);
+  return 0;
 }
 
-int put_date(http_connection* connection, const char* body, unsigned long length, void*) {
-  return put_clock(connection, body, length, "date", 12, with_date);
+constexpr text_route kUnits{"units", "units", 16, load_units, set_units};
+
+// --- battery ---
+
+void load_battery_type(char* text, size_t size) {
+  constexpr size_t kIdentitySize = 16;
+  orb_load_supervisor_battery_type(text, std::min(size, kIdentitySize));
 }
 
-int get_model(http_connection* connection, const char*, unsigned long, void*) {
-  return send_identity(connection, "model", orb_load_supervisor_model_name);
+constexpr text_route kBatteryType{"battery_type", "battery type", 16, load_battery_type,
+                                  orb_set_supervisor_battery_type};
+
+// --- numbers, which go as texts ---
+
+int get_observer_seats(http_connection* connection) {
+  return send_text(connection, "observer_seats", std::to_string(observer_seats()));
 }
 
-int get_serial_number(http_connection* connection, const char*, unsigned long, void*) {
-  return send_identity(connection, "serial_number", orb_load_supervisor_serial_number);
+int put_observer_seats(http_connection* connection, json_object* body) {
+  const body_word word = body_text(body, "observer_seats").value_or(body_word{});
+  const char digit = word.text[0];
+  const bool good = digit >= '0' && digit <= '0' + kMaximumObservers && word.text[1] == '\0';
+  if (good) {
+    trace(kTraceApi, "observer seats '%s'", word.text);
+    set_observer_seats(digit - '0');
+  }
+  return send_status(connection, good);
 }
 
-int get_versions(http_connection* connection, const char*, unsigned long, void*) {
-  char firmware[kIdentitySize];
-  char camera[kCameraVersionSize];
-  orb_load_supervisor_firmware_version(firmware, sizeof firmware);
-  orb_load_supervisor_camera_version(camera, sizeof camera);
-  return send_object(connection, [&](json_object* answer) {
-    json_object_object_add(answer, "software_version", json_object_new_string(kSoftwareVersion));
-    json_object_object_add(answer, "firmware_version", json_object_new_string(firmware));
-    json_object_object_add(answer, "camera_version", json_object_new_string(camera));
-  });
+int get_save_delay(http_connection* connection) {
+  return send_text(connection, "save_delay", std::to_string(orb_get_recorder_save_delay()));
 }
+
+int put_save_delay(http_connection* connection, json_object* body) {
+  if (!json_object_is_type(body, json_type_object)) return send_status(connection, false);
+  const int delay_ms = body_text_number(body, "save_delay").value_or(0);
+  trace(kTraceApi, "save delay %d", delay_ms);
+  return send_status(connection,
+                     delay_ms >= 0 && orb_set_recorder_save_delay(static_cast<uint32_t>(delay_ms)) == 0);
+}
+
+int get_high_beam_time(http_connection* connection) {
+  return send_text(connection, "high_beam_time", std::to_string(high_beam_time()));
+}
+
+int put_high_beam_time(http_connection* connection, json_object* body) {
+  const int seconds = body_text_number(body, "high_beam_time").value_or(-1);
+  trace(kTraceApi, "high beam time %d", is_high_beam_time(seconds) ? seconds : 0);
+  return send_status(connection, set_high_beam_time(seconds) == 0);
+}
+
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/setup/date", handler<get_clock, kDate>},
+    {"PUT", "/api/setup/date", handler<put_clock, kDate>},
+    {"GET", "/api/setup/time", handler<get_clock, kTime>},
+    {"PUT", "/api/setup/time", handler<put_clock, kTime>},
+    {"GET", "/api/setup/title", handler<get_text, kTitle>},
+    {"PUT", "/api/setup/title", handler<put_text, kTitle>},
+    {"GET", "/api/setup/flow_direction", handler<get_text, kFlowDirection>},
+    {"PUT", "/api/setup/flow_direction", handler<put_text, kFlowDirection>},
+    {"GET", "/api/setup/operator_id", handler<get_text, kOperatorId>},
+    {"PUT", "/api/setup/operator_id", handler<put_text, kOperatorId>},
+    {"GET", "/api/setup/filename", handler<get_text, kFilename>},
+    {"PUT", "/api/setup/filename", handler<put_text, kFilename>},
+    {"GET", "/api/setup/gps_data", handler<get_text, kGpsData>},
+    {"PUT", "/api/setup/gps_data", handler<put_text, kGpsData>},
+    {"GET", "/api/setup/gps_location", handler<get_gps_location>},
+    {"PUT", "/api/setup/gps_location", handler<put_gps_location>},
+    {"GET", "/api/setup/ssid", handler<get_text, kSsid>},
+    {"PUT", "/api/setup/ssid", handler<put_text, kSsid>},
+    {"GET", "/api/setup/password", handler<get_password>},
+    {"PUT", "/api/setup/password", handler<put_password>},
+    {"GET", "/api/setup/observer_seats", handler<get_observer_seats>},
+    {"PUT", "/api/setup/observer_seats", handler<put_observer_seats>},
+    {"GET", "/api/setup/language", handler<get_text, kLanguage>},
+    {"PUT", "/api/setup/language", handler<put_text, kLanguage>},
+    {"GET", "/api/setup/battery_type", handler<get_text, kBatteryType>},
+    {"PUT", "/api/setup/battery_type", handler<put_text, kBatteryType>},
+    {"GET", "/api/setup/save_delay", handler<get_save_delay>},
+    {"PUT", "/api/setup/save_delay", handler<put_save_delay>},
+    {"GET", "/api/setup/high_beam_time", handler<get_high_beam_time>},
+    {"PUT", "/api/setup/high_beam_time", handler<put_high_beam_time>},
+    {"GET", "/api/setup/units", handler<get_text, kUnits>},
+    {"PUT", "/api/setup/units", handler<put_text, kUnits>},
+};
+
+static_assert(count_rows(kRows) == route_counts{.get = 16, .put = 16});
+
+}  // namespace
+
+constinit const route_group setup_routes(kRows);

@@ -1,12 +1,12 @@
-// The handler of "/api/status": the one object that the operator's display polls. Of each source it takes one
-// copy, and no two locks at once.
+// The unit as a whole: its identity and versions, and "/api/status", the one object that the operator's
+// display polls. Of each source that takes one copy, and no two locks at once.
 
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 
 #include "api/forced_warnings.h"
-#include "api/status_routes.h"
+#include "api/routes.h"
 #include "base/paths.h"
 #include "base/value_file.h"
 #include "camera/depth_of_field.h"
@@ -18,8 +18,10 @@
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "seats/seats.h"
+#include "store/identity.h"
 #include "store/units.h"
 #include "supervisor/supervisor.h"
+#include "supervisor/versions.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -145,7 +147,7 @@ json_object* zoom_speed(const unit_state&) {
 // --- warnings: real or forced ---
 
 json_object* warning(bool is_on, debug_warning forced) {
-  return json_object_new_boolean(is_on || is_warning_forced(forced));
+  return json_object_new_boolean(is_on || forced_warnings[forced]);
 }
 
 template <auto Member, debug_warning Forced>
@@ -238,9 +240,7 @@ constexpr status_member kMembers[] = {
     {"height", text<&v::height>},
 };
 
-}  // namespace
-
-int get_status(http_connection* connection, const char*, unsigned long, void*) {
+int get_status(http_connection* connection) {
   const unit_state unit = load_unit();
   return send_object(connection, [&unit](json_object* answer) {
     for (const status_member& member : kMembers) {
@@ -249,3 +249,46 @@ int get_status(http_connection* connection, const char*, unsigned long, void*) {
     }
   });
 }
+
+// --- identity ---
+
+struct identity_route {
+  const char* key;
+  void (*load)(char* text, size_t size);
+};
+
+constexpr size_t kIdentitySize = 16;
+constexpr size_t kCameraVersionSize = 8;
+constexpr identity_route kModel{"model", orb_load_supervisor_model_name};
+constexpr identity_route kSerialNumber{"serial_number", orb_load_supervisor_serial_number};
+
+int get_identity(http_connection* connection, const identity_route& route) {
+  char text[kIdentitySize];
+  route.load(text, sizeof text);
+  return send_text(connection, route.key, text);
+}
+
+int get_versions(http_connection* connection) {
+  char firmware[kIdentitySize];
+  char camera[kCameraVersionSize];
+  orb_load_supervisor_firmware_version(firmware, sizeof firmware);
+  orb_load_supervisor_camera_version(camera, sizeof camera);
+  return send_object(connection, [&](json_object* answer) {
+    add_text(answer, "software_version", kSoftwareVersion);
+    add_text(answer, "firmware_version", firmware);
+    add_text(answer, "camera_version", camera);
+  });
+}
+
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/model", handler<get_identity, kModel>},
+    {"GET", "/api/serial_number", handler<get_identity, kSerialNumber>},
+    {"GET", "/api/status", handler<get_status>},
+    {"GET", "/api/versions", handler<get_versions>},
+};
+
+static_assert(count_rows(kRows) == route_counts{.get = 4});
+
+}  // namespace
+
+constinit const route_group status_routes(kRows);

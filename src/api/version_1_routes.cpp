@@ -1,30 +1,46 @@
-// The version-1.0 camera routes, the distance that the focus tells, and the video channel.
+// "/api/1.0", kept for old clients: camera, motors, lights, laser supply, video channel and recordings. What
+// stands on consoles is what has always stood there.
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <optional>
+#include <string>
+#include <string_view>
 
-#include "api/camera_routes.h"
-#include "base/json.h"
+#include "api/routes.h"
+#include "base/file.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "camera/depth_of_field.h"
 #include "camera/lens_loops.h"
 #include "camera/speeds.h"
 #include "camera/zoom_values.h"
-#include "http/json_body.h"
 #include "http/response.h"
+#include "power_board/lighting.h"
 #include "power_board/power_board.h"
+#include "recorder/finished_takes.h"
 #include "visca/camera_thread.h"
 
 namespace {
 
-constexpr double kMetresPerFoot = 0.30480060960121924;  // US survey foot
-constexpr double kTolerance_m = 0.1;
-constexpr int kFreshReading = 6;  // refreshes
+// The object "parameters" of a command, or what stands in its place as "params"; null without one. Borrowed.
+json_object* parameters_of(json_object* body) {
+  json_object* parameters = json_member(body, "parameters");
+  return parameters != nullptr ? parameters : json_member(body, "params");
+}
+
+// Lights and laser do what the request path says: their words are looked for in all of it, its query string
+// included.
+bool path_has(const http_connection* connection, const char* word) {
+  return strstr(connection->request.path, word) != nullptr;
+}
+
+// --- camera: commands ---
 
 struct camera_command {
-  const char* name;
+  std::string_view name;
   int (*fixed)(visca_camera* camera);                    // without parameters
   int (*variable)(visca_camera* camera, int speed);      // when the parameters hold "speed"
   int (*direct)(visca_camera* camera, int position);     // with the parameter "position"
@@ -63,16 +79,9 @@ constexpr camera_command kCommands[] = {
     {"exposure_mode_iris_priority", visca_camera_exposure_mode_iris_priority, nullptr, nullptr},
 };
 
-const camera_command* find_command(const char* name) {
-  for (const camera_command& command : kCommands) {
-    if (strcmp(command.name, name) == 0) return &command;
-  }
-  return nullptr;
-}
-
 // Control characters become dots.
-void print_name(const char* name) {
-  for (; *name != '\0'; ++name) putchar(is_control(*name) ? '.' : *name);
+void print_name(std::string_view name) {
+  for (const char c : name) putchar(is_control(c) ? '.' : c);
   putchar('\n');
 }
 
@@ -99,35 +108,55 @@ int queue_once(visca_camera* camera, const camera_command& command, json_object*
   return camera == nullptr ? -1 : command.fixed(camera);
 }
 
-void obey(visca_camera* camera, json_object* body) {
-  const std::optional<std::string_view> name = text_member(body, "command");
-  if (!name) return;
-  print_name(name->data());
-  const camera_command* command = find_command(name->data());
-  if (command == nullptr) return;
-  if (queue_once(camera, *command, body_parameters(body)) != 0 && command->fixed == visca_camera_zoom_stop) {
-    printf("zoom stop failed!\n");
+// Whatever comes of it, the answer is empty.
+int post_camera(http_connection* connection, json_object* body) {
+  if (text_member(body, "command")) {
+    const std::string name = json_text(body, "command");
+    print_name(name);
+    const auto* command = std::ranges::find(kCommands, name, &camera_command::name);
+    if (command != std::end(kCommands) &&
+        queue_once(visca_thread_data.camera, *command, parameters_of(body)) != 0 &&
+        command->fixed == visca_camera_zoom_stop) {
+      printf("zoom stop failed!\n");
+    }
   }
+  empty_v1_response_handler(connection);
+  return 0;
 }
 
-// What the camera of `user_data` last reported, -1 without a camera or a report.
-int reported_position(void* user_data, std::atomic<uint32_t> visca_camera::*position) {
-  const visca_camera* camera = static_cast<visca_thread_record*>(user_data)->camera;
+// --- camera: positions ---
+
+// What the camera last reported, -1 without a camera or a report.
+int reported_position(std::atomic<uint32_t> visca_camera::*position) {
+  const visca_camera* camera = visca_thread_data.camera;
   return camera == nullptr ? -1 : static_cast<int>((camera->*position).load());
 }
 
-void add_position(json_object* answer, void* user_data, const char* key,
-                  std::atomic<uint32_t> visca_camera::*position) {
-  json_object_object_add(answer, key, json_object_new_int(reported_position(user_data, position)));
-}
+struct positions_route {
+  const char* message;
+  bool zoom, focus;
+};
 
-int send_positions(http_connection* connection, void* user_data, bool zoom, bool focus) {
+constexpr positions_route kZoom{"Writing zoom response", true, false};
+constexpr positions_route kFocus{"Writing focus response", false, true};
+constexpr positions_route kBoth{"Writing camera response", true, true};
+
+int get_positions(http_connection* connection, const positions_route& route) {
+  printf("%s\n", route.message);
   json_object* answer = json_object_new_object();
-  if (answer != nullptr && zoom) add_position(answer, user_data, "zoom", &visca_camera::zoom_position);
-  if (answer != nullptr && focus) add_position(answer, user_data, "focus", &visca_camera::focus_position);
+  if (answer != nullptr && route.zoom)
+    add_number(answer, "zoom", reported_position(&visca_camera::zoom_position));
+  if (answer != nullptr && route.focus)
+    add_number(answer, "focus", reported_position(&visca_camera::focus_position));
   json_v1_response_handler(connection, answer);
   return 0;
 }
+
+// --- distances and motors ---
+
+constexpr double kMetresPerFoot = 0.30480060960121924;  // US survey foot
+constexpr double kTolerance_m = 0.1;
+constexpr int kFreshReading = 6;  // refreshes
 
 // The last laser reading in metres, 0 when it is no longer fresh.
 double fresh_laser_distance() {
@@ -135,46 +164,133 @@ double fresh_laser_distance() {
   return board != nullptr && board->laser.invalid_count < kFreshReading ? board->laser.distance.load() : 0;
 }
 
-}  // namespace
-
-int api_get_orb(http_connection* connection, const char*, unsigned long, void* user_data) {
-  const int focus = reported_position(user_data, &visca_camera::focus_position);
-  printf("Focus: %d, Zoom: %d\n", focus, reported_position(user_data, &visca_camera::zoom_position));
+int get_distances(http_connection* connection) {
+  const int focus = reported_position(&visca_camera::focus_position);
+  printf("Focus: %d, Zoom: %d\n", focus, reported_position(&visca_camera::zoom_position));
   return send_object(connection, [focus](json_object* answer) {
     const double distance = focus_distance_ft(focus) * kMetresPerFoot;
-    json_object_object_add(answer, "distance", json_object_new_double(distance));
-    json_object_object_add(answer, "tolerance", json_object_new_double(kTolerance_m));
-    json_object_object_add(answer, "lrf-distance", json_object_new_double(fresh_laser_distance()));
+    add_json_member(answer, "distance", json_object_new_double(distance));
+    add_json_member(answer, "tolerance", json_object_new_double(kTolerance_m));
+    add_json_member(answer, "lrf-distance", json_object_new_double(fresh_laser_distance()));
   });
 }
 
-int api_get_camera_zoom(http_connection* connection, const char*, unsigned long, void* user_data) {
-  printf("Writing zoom response\n");
-  return send_positions(connection, user_data, true, false);
+struct motor_command {
+  std::string_view name;
+  uint8_t command;
+};
+
+// "pan" and "height" name the same second drive.
+constexpr motor_command kMotorCommands[] = {
+    {"stop", kMotorStop}, {"tilt", kMotorRunTilt}, {"height", kMotorRunDrive}, {"pan", kMotorRunDrive}};
+
+void run_motor(orb_power_board* board, uint8_t command, json_object* parameters) {
+  if (command == kMotorStop) {
+    orb_power_board_stop_motor(board);
+    return;
+  }
+  const int speed = body_plain_number(parameters, "speed").value_or(0);
+  orb_power_board_start_motor(board, command, speed, body_plain_number(parameters, "duration").value_or(0));
 }
 
-int api_get_camera_focus(http_connection* connection, const char*, unsigned long, void* user_data) {
-  printf("Writing focus response\n");
-  return send_positions(connection, user_data, false, true);
-}
-
-int api_get_camera(http_connection* connection, const char*, unsigned long, void* user_data) {
-  printf("Writing camera response\n");
-  return send_positions(connection, user_data, true, true);
-}
-
-int api_post_camera(http_connection* connection, const char* body, unsigned long length, void* user_data) {
-  const json_owner object = read_json_body(connection, body, length);
-  obey(static_cast<visca_thread_record*>(user_data)->camera, object.get());
+// Closed without an answer when the body is no JSON.
+int post_motors(http_connection* connection, json_object* body) {
+  if (body == nullptr) return 0;
+  const std::string name = json_text(body, "command");
+  const auto* found = std::ranges::find(kMotorCommands, name, &motor_command::name);
+  orb_power_board* board = power_board_now();
+  if (board != nullptr && found != std::end(kMotorCommands))
+    run_motor(board, found->command, parameters_of(body));
   empty_v1_response_handler(connection);
   return 0;
 }
 
-// The video channel is kept for old clients only: the GET is closed without an answer, and a command runs
-// nothing, whatever it is.
-int api_get_video(http_connection*, const char*, unsigned long, void*) { return 0; }
+// --- lights and laser supply ---
 
-int api_post_video(http_connection* connection, const char* body, unsigned long length, void*) {
-  if (read_json_body(connection, body, length)) empty_v1_response_handler(connection);
+std::string value_text(const char* path, const char* missing) {
+  constexpr size_t kLineLimit = 98;
+  std::string line = read_first_line(path, kLineLimit).value_or("");
+  if (line.ends_with('\n')) line.pop_back();
+  return line.empty() ? missing : line;
+}
+
+int get_lighting(http_connection* connection) {
+  printf("Writing focus response\n");  // sic
+  json_object* answer = json_object_new_object();
+  if (answer != nullptr) {
+    add_text(answer, "mode", value_text(paths::kLighting, "leds_off"));
+    add_text(answer, "intensity", value_text(paths::kIntensity, "25"));
+  }
+  json_v1_response_handler(connection, answer);
   return 0;
 }
+
+// The first word in the path; null when there is none.
+const char* lighting_word(const http_connection* connection) {
+  constexpr const char* kWords[] = {"low", "medium", "high", "strip"};
+  const auto* found =
+      std::ranges::find_if(kWords, [&](const char* word) { return path_has(connection, word); });
+  return found == std::end(kWords) ? nullptr : *found;
+}
+
+int post_lighting(http_connection* connection, json_object* body) {
+  if (path_has(connection, "off")) {
+    set_v1_leds("off", std::nullopt);
+  } else {
+    if (body == nullptr) return 0;
+    set_v1_leds(lighting_word(connection), body_plain_number(body, "intensity"));
+  }
+  empty_v1_response_handler(connection);
+  return 0;
+}
+
+int post_laser(http_connection* connection) {
+  orb_power_board* board = power_board_now();
+  const bool enable = path_has(connection, "enable");
+  if (board != nullptr && (enable || path_has(connection, "disable"))) {
+    (enable ? orb_power_board_enable_laser_power : orb_power_board_disable_laser_power)(board);
+  }
+  no_content_response_handler(connection);
+  return 0;
+}
+
+// --- video channel and recordings ---
+
+// Of the channel nothing is left: the GET is closed without an answer, and a command runs nothing, whatever
+// it is.
+int get_video(http_connection*) { return 0; }
+
+int post_video(http_connection* connection, json_object* body) {
+  if (body != nullptr) empty_v1_response_handler(connection);
+  return 0;
+}
+
+int get_recordings(http_connection* connection) {
+  printf("get_recordings\n");
+  json_owner list = list_recordings();
+  printf("Writing files response");
+  json_v1_response_handler(connection, list.release());
+  return 0;
+}
+
+constexpr http_route_row kRows[] = {
+    {"GET", "/api/1.0/orb", handler<get_distances>},
+    {"POST", "/api/1.0/orb", handler<post_motors>},
+    {"GET", "/api/1.0/camera/zoom", handler<get_positions, kZoom>},
+    {"GET", "/api/1.0/camera/focus", handler<get_positions, kFocus>},
+    {"GET", "/api/1.0/camera", handler<get_positions, kBoth>},
+    {"POST", "/api/1.0/camera", handler<post_camera>},
+    {"GET", "/api/1.0/video", handler<get_video>},
+    {"POST", "/api/1.0/video", handler<post_video>},
+    {"GET", "/api/1.0/lighting", handler<get_lighting>},
+    {"POST", "/api/1.0/lighting", handler<post_lighting>},
+    {"GET", "/api/1.0/recordings", handler<get_recordings>},
+    {"POST", "/api/1.0/laser/enable", handler<post_laser>},
+    {"POST", "/api/1.0/laser/disable", handler<post_laser>},
+};
+
+static_assert(count_rows(kRows) == route_counts{.get = 7, .post = 6});
+
+}  // namespace
+
+constinit const route_group version_1_routes(kRows);

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <optional>
 
-#include "api/routes.h"
+#include "api/http_thread.h"
 #include "app/command_pipe.h"
 #include "app/invocation.h"
 #include "app/redis_publisher.h"

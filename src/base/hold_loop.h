@@ -9,6 +9,9 @@
 
 #include "base/mutex.h"
 
+// How long one trigger holds: while its button is held, a client asks again within this time.
+inline constexpr int kHold_ms = 500;
+
 inline constexpr int64_t kNever_ns = std::numeric_limits<int64_t>::max();
 
 // The button as a plain record: it reads no clock, and who owns it locks it.

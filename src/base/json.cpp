@@ -99,6 +99,22 @@ bool add_json_member(json_object* object, const char* key, json_object* value) {
   return false;
 }
 
-void add_json_text(json_object* object, const char* key, const std::string& text) {
-  json_object_object_add(object, key, json_object_new_string(as_utf8(text).c_str()));
+bool add_text(json_object* object, const char* key, const std::string& text) {
+  return add_json_member(object, key, json_object_new_string(as_utf8(text).c_str()));
+}
+
+bool add_number(json_object* object, const char* key, int64_t number) {
+  return add_json_member(object, key, json_object_new_int64(number));
+}
+
+bool add_flag(json_object* object, const char* key, bool is_on) {
+  return add_json_member(object, key, json_object_new_boolean(is_on ? 1 : 0));
+}
+
+std::vector<json_object*> json_elements(json_object* array) {
+  std::vector<json_object*> elements;
+  if (!json_object_is_type(array, json_type_array)) return elements;
+  for (size_t i = 0; i < json_object_array_length(array); ++i)
+    elements.push_back(json_object_array_get_idx(array, i));
+  return elements;
 }

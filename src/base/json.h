@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct json_releaser {
   void operator()(json_object* object) const { json_object_put(object); }
@@ -40,5 +41,12 @@ std::string json_text(json_object* object, const char* key);
 // `value`, which is what json-c's constructors then return, is not added.
 bool add_json_member(json_object* object, const char* key, json_object* value);
 
-// Adds a text that `object` does not have yet, as UTF-8 (base/text.h).
-void add_json_text(json_object* object, const char* key, const std::string& text);
+// Add one member that `object` does not have yet; false when memory has run out. A text goes in as UTF-8
+// (base/text.h). Named apart on purpose: an overload would take a literal for a flag.
+bool add_text(json_object* object, const char* key, const std::string& text);
+bool add_number(json_object* object, const char* key, int64_t number);
+bool add_flag(json_object* object, const char* key, bool is_on);
+
+// The elements of an array, for a loop over them: borrowed, and null where the array holds null. None of
+// anything else than an array.
+std::vector<json_object*> json_elements(json_object* array);

@@ -69,3 +69,8 @@ std::optional<int> leading_number(const char* text) {
 }
 
 int number_or_zero(const char* text) { return leading_number(text).value_or(0); }
+
+std::optional<int> find_word(std::span<const char* const> words, std::string_view word) {
+  const auto found = std::ranges::find(words, word);
+  return found == words.end() ? std::nullopt : std::optional(static_cast<int>(found - words.begin()));
+}

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -25,3 +26,6 @@ std::optional<int> leading_number(const char* text);
 
 // The same, 0 when it does not begin with one.
 int number_or_zero(const char* text);
+
+// The place of `word` in a list of words; nothing when it is none of them.
+std::optional<int> find_word(std::span<const char* const> words, std::string_view word);

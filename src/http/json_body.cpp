@@ -1,7 +1,6 @@
 #include "http/json_body.h"
 
 #include <cmath>
-#include <cstring>
 
 #include "base/text.h"
 #include "base/trace.h"
@@ -76,36 +75,20 @@ std::optional<bool> body_flag(json_object* object, const char* key) {
   return json_object_get_boolean(json_member(object, key)) != 0;
 }
 
-json_object* body_parameters(json_object* object) {
-  json_object* parameters = json_member(object, "parameters");
-  return parameters != nullptr ? parameters : json_member(object, "params");
-}
-
-std::optional<int> find_word(std::span<const char* const> words, const char* word) {
-  for (size_t i = 0; i < words.size(); ++i) {
-    if (strcmp(words[i], word) == 0) return static_cast<int>(i);
-  }
-  return std::nullopt;
-}
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
-
-std::optional<body_word> take_word(http_connection* connection, const char* body, unsigned long length,
-                                   const char* key, const char* message) {
-  const json_owner object = read_json_body(connection, body, length);
-  const std::optional<body_word> word = body_text(object.get(), key);
-  if (word) trace(kTraceApi, message, word->text);
+std::optional<body_word> take_word(json_object* object, const char* key, const char* label) {
+  const std::optional<body_word> word = body_text(object, key);
+  if (word) trace(kTraceApi, "%s '%s'", label, word->text);
   return word;
 }
 
-std::optional<int> take_number(http_connection* connection, const char* body, unsigned long length,
-                               const char* key, const char* message) {
-  const json_owner object = read_json_body(connection, body, length);
-  const std::optional<int> number = body_integer(object.get(), key);
-  if (number) trace(kTraceApi, message, *number);
-  return number;
+std::optional<int> take_choice(json_object* object, const char* key, const char* label,
+                               std::span<const char* const> words) {
+  const std::optional<body_word> word = take_word(object, key, label);
+  return word ? find_word(words, word->text) : std::nullopt;
 }
 
-#pragma GCC diagnostic pop
+std::optional<int> take_number(json_object* object, const char* key, const char* label) {
+  const std::optional<int> number = body_integer(object, key);
+  if (number) trace(kTraceApi, "%s %d", label, *number);
+  return number;
+}

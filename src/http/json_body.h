@@ -36,16 +36,10 @@ std::optional<bool> body_flag(json_object* object, const char* key);
 // Version 1.0: only a JSON number is one.
 std::optional<int> body_plain_number(json_object* object, const char* key);
 
-// The object "parameters" of a version-1.0 command, or what stands in its place as "params"; null without
-// one. Borrowed.
-json_object* body_parameters(json_object* object);
+// The member, traced at the API's level behind `label`; nothing, and no trace, when it is missing.
+std::optional<body_word> take_word(json_object* object, const char* key, const char* label);
+std::optional<int> take_number(json_object* object, const char* key, const char* label);
 
-// The place of `word` among the words that a route knows, or nothing.
-std::optional<int> find_word(std::span<const char* const> words, const char* word);
-
-// The whole way of a handler that takes one member: reads the body and traces `message` with the member at
-// the API's level. Nothing, and no trace, when it is missing.
-std::optional<body_word> take_word(http_connection* connection, const char* body, unsigned long length,
-                                   const char* key, const char* message);
-std::optional<int> take_number(http_connection* connection, const char* body, unsigned long length,
-                               const char* key, const char* message);
+// The place of the member among the words that a route knows; nothing when it is missing or another word.
+std::optional<int> take_choice(json_object* object, const char* key, const char* label,
+                               std::span<const char* const> words);

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "base/json.h"
 #include "http/server.h"
 
 namespace {
@@ -20,11 +19,10 @@ void send_body(http_connection* connection, const char* format, const char* body
   http_connection_send(connection, header, static_cast<size_t>(header_length), body, length);
 }
 
-void send_form(http_connection* connection, const char* format, json_object* object) {
-  const json_owner owner(object);
-  if (!owner) return;
+void send_form(http_connection* connection, const char* format, json_owner object) {
+  if (!object) return;
   size_t length = 0;
-  const char* body = json_object_to_json_string_length(object, JSON_C_TO_STRING_NOSLASHESCAPE, &length);
+  const char* body = json_object_to_json_string_length(object.get(), JSON_C_TO_STRING_NOSLASHESCAPE, &length);
   if (body != nullptr) send_body(connection, format, body, length);
 }
 
@@ -37,10 +35,6 @@ constexpr char kNoContentForm[] = "HTTP/%d.%d 204 No Content\r\n\r\n";
 
 }  // namespace
 
-void json_response_handler(http_connection* connection, json_object* object) {
-  send_form(connection, kJsonForm, object);
-}
-
 void jpeg_response_handler(http_connection* connection, std::string_view picture) {
   send_body(connection, kJpegForm, picture.data(), picture.size());
 }
@@ -48,7 +42,7 @@ void jpeg_response_handler(http_connection* connection, std::string_view picture
 void response_handler(http_connection* connection) { send_body(connection, kCloseForm, nullptr, 0); }
 
 void json_v1_response_handler(http_connection* connection, json_object* object) {
-  send_form(connection, kCloseForm, object);
+  send_form(connection, kCloseForm, json_owner(object));
 }
 
 void empty_v1_response_handler(http_connection* connection) { send_body(connection, kCloseForm, "{}", 2); }
@@ -63,13 +57,24 @@ int send_status(http_connection* connection, bool good) {
 
 int send_job_status(http_connection* connection, int result) {
   if (result != 1) return send_status(connection, result == 0);
-  return send_member(connection, "status", json_object_new_string("BUSY"));
+  return send_text(connection, "status", "BUSY");
 }
 
-void add_status(json_object* answer, bool good) {
-  json_object_object_add(answer, "status", json_object_new_string(good ? "OK" : "BAD_REQUEST"));
+void add_status(json_object* answer, bool good) { add_text(answer, "status", good ? "OK" : "BAD_REQUEST"); }
+
+int send_text(http_connection* connection, const char* key, const std::string& text) {
+  return send_object(connection, [&](json_object* answer) { add_text(answer, key, text); });
 }
 
-int send_member(http_connection* connection, const char* key, json_object* value) {
-  return send_object(connection, [&](json_object* answer) { json_object_object_add(answer, key, value); });
+int send_number(http_connection* connection, const char* key, int64_t number) {
+  return send_object(connection, [&](json_object* answer) { add_number(answer, key, number); });
+}
+
+int send_flag(http_connection* connection, const char* key, bool is_on) {
+  return send_object(connection, [&](json_object* answer) { add_flag(answer, key, is_on); });
+}
+
+int send_json(http_connection* connection, json_owner value) {
+  send_form(connection, kJsonForm, std::move(value));
+  return 0;
 }

@@ -2,14 +2,13 @@
 // thread.
 #pragma once
 
-#include <json-c/json.h>
-
+#include <string>
 #include <string_view>
+#include <utility>
+
+#include "base/json.h"
 
 struct http_connection;
-
-// 200 with the object as its body; takes ownership of the object. Null (it could not be made) sends nothing.
-void json_response_handler(http_connection* connection, json_object* object);
 
 // 200 with a picture as its body.
 void jpeg_response_handler(http_connection* connection, std::string_view picture);
@@ -33,14 +32,17 @@ int send_job_status(http_connection* connection, int result);
 // Adds {"status": "OK"} or {"status": "BAD_REQUEST"} to an answer that has other members too.
 void add_status(json_object* answer, bool good);
 
+// 200 with an object of one member (base/json.h), or with `value` as it is: null, which could not be made,
+// sends nothing. Return 0.
+int send_text(http_connection* connection, const char* key, const std::string& text);
+int send_number(http_connection* connection, const char* key, int64_t number);
+int send_flag(http_connection* connection, const char* key, bool is_on);
+int send_json(http_connection* connection, json_owner value);
+
 // 200 with an object that `fill` adds its members to. Returns 0.
 template <typename Fill>
 int send_object(http_connection* connection, Fill fill) {
-  json_object* object = json_object_new_object();
-  if (object != nullptr) fill(object);
-  json_response_handler(connection, object);
-  return 0;
+  json_owner object(json_object_new_object());
+  if (object) fill(object.get());
+  return send_json(connection, std::move(object));
 }
-
-// 200 with {key: value}; takes ownership of the value. Returns 0.
-int send_member(http_connection* connection, const char* key, json_object* value);

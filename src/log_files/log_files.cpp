@@ -55,8 +55,8 @@ json_owner orb_get_logger_files() {
   json_owner list(json_object_new_array());
   for (const std::string& name : file_names(paths::kUsbLogs, ".json")) {
     json_object* file = json_object_new_object();
-    add_json_text(file, "path", kListedPath);
-    add_json_text(file, "name", name);
+    add_text(file, "path", kListedPath);
+    add_text(file, "name", name);
     add_location(file, log_files, name);
     json_object_array_add(list.get(), file);
   }

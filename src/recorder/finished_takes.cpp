@@ -30,12 +30,12 @@ json_owner listed_file(const take& t, json_object* entry, size_t index) {
   char id[kListedIdSize];
   copy_text(id, sizeof id, t.guid + "_" + std::to_string(index));
   json_owner file(json_object_new_object());
-  add_json_text(file.get(), "id", id);
-  add_json_text(file.get(), "parent_id", t.guid);
-  add_json_text(file.get(), "path", json_text(entry, "path"));
-  add_json_text(file.get(), "name", json_text(entry, "name"));
-  add_json_text(file.get(), "asset_id", t.asset_id);
-  add_json_text(file.get(), "start_time", t.start_time);
+  add_text(file.get(), "id", id);
+  add_text(file.get(), "parent_id", t.guid);
+  add_text(file.get(), "path", json_text(entry, "path"));
+  add_text(file.get(), "name", json_text(entry, "name"));
+  add_text(file.get(), "asset_id", t.asset_id);
+  add_text(file.get(), "start_time", t.start_time);
   return file;
 }
 
@@ -73,7 +73,7 @@ file_location locate_recording(const std::string& path) {
 void add_recording_location(json_object* file, json_object* entry) {
   const file_location place = locate_recording(json_text(entry, "path"));
   if (place.data_store == nullptr) return;
-  add_json_text(file, "data_store", place.data_store);
+  add_text(file, "data_store", place.data_store);
   json_object_object_add(file, "size", json_object_new_int64(place.size));
   if (place.copied < 0) return;
   const double part = copied_part(static_cast<double>(place.copied), static_cast<double>(place.size));

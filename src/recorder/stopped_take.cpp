@@ -69,7 +69,7 @@ std::string stopped_take_path(const std::string& guid) {
 bool save_stopped_take(const std::string& guid, const stopped_take& stopped) {
   const json_owner object(json_object_new_object());
   orb_xmp_fields texts = stopped.texts;
-  for (const kept_text& kept : kept_texts(&texts)) add_json_text(object.get(), kept.key, kept.text.data());
+  for (const kept_text& kept : kept_texts(&texts)) add_text(object.get(), kept.key, kept.text.data());
   add_lines(object.get(), "offsets", stopped.offsets);
   add_lines(object.get(), "notes", stopped.notes);
   return replace_json_file(stopped_take_path(guid), object.get());

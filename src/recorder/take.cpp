@@ -94,21 +94,21 @@ std::vector<std::string> incomplete_takes() {
 
 json_owner take_file_entry(const std::string& name) {
   json_owner entry(json_object_new_object());
-  add_json_text(entry.get(), "path", kFolderInDescription);
-  add_json_text(entry.get(), "name", name);
+  add_text(entry.get(), "path", kFolderInDescription);
+  add_text(entry.get(), "name", name);
   return entry;
 }
 
 json_owner make_description(const take& t, const std::string& duration, json_owner files) {
   json_owner description(json_object_new_object());
   if (!description || !files) return nullptr;
-  add_json_text(description.get(), "id", t.guid);
-  add_json_text(description.get(), "name", t.name);
-  add_json_text(description.get(), "asset_id", t.asset_id);
-  add_json_text(description.get(), "start_time", t.start_time);
-  add_json_text(description.get(), "duration", duration);
+  add_text(description.get(), "id", t.guid);
+  add_text(description.get(), "name", t.name);
+  add_text(description.get(), "asset_id", t.asset_id);
+  add_text(description.get(), "start_time", t.start_time);
+  add_text(description.get(), "duration", duration);
   json_object_object_add(description.get(), "files", files.release());
-  add_json_text(description.get(), "note", t.note);
+  add_text(description.get(), "note", t.note);
   return description;
 }
 

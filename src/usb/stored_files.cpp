@@ -188,9 +188,9 @@ void add_location(json_object* file, const stored_files& kind, const std::string
     snprintf(percent, sizeof percent, "%.1f %%", 100 * copied_part(static_cast<double>(place.copied), whole));
   }
   const char* store = place.data_store != nullptr ? place.data_store : kind.nowhere;
-  if (store != nullptr) add_json_text(file, "data_store", store);
-  add_json_text(file, "size", size);
-  add_json_text(file, "percent_copied", percent);
+  if (store != nullptr) add_text(file, "data_store", store);
+  add_text(file, "size", size);
+  add_text(file, "percent_copied", percent);
 }
 
 bool is_file_name(std::string_view name) {

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <string>
 
-#include "api/routes.h"
+#include "api/http_thread.h"
 #include "base/file.h"
 #include "base/paths.h"
 #include "base/thread.h"

@@ -1,0 +1,57 @@
+// What a route is made of. To add one, edit one file, that of its URLs (*_routes.cpp):
+//  1. its handler, in the unnamed namespace: a function of the connection; then, if it reads the request's
+//     body, of `json_object* body` (null when it is no JSON; http/json_body.h reads its members) or of the
+//     bytes; then of what else its row says. It answers through http/response.h and returns 0;
+//  2. its row in kRows, `handler<function, what it is about...>`: the server takes the first row that fits a
+//     request, so a longer path stands before a shorter one that begins it;
+//  3. the count under kRows.
+// A handler that lost its row does not compile: it is an unused function. A new file of URLs is one more
+// group in routes.h and routes.cpp.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <type_traits>
+
+#include "http/json_body.h"
+#include "http/server.h"
+
+struct http_route_row {
+  const char* method;
+  const char* path;  // prefix
+  http_handler handler;
+};
+
+// The rows of a group of URLs, in their order.
+using route_group = std::span<const http_route_row>;
+
+// Makes a handler of a function and of constants that it is about: handler<put_image, kDefog>. HTTP server
+// thread.
+template <auto Function, const auto&... About>
+int handler(http_connection* connection, const char* body, unsigned long length, void*) {
+  using function = decltype(Function);
+  if constexpr (std::is_invocable_v<function, http_connection*, decltype(About)...>) {
+    return Function(connection, About...);
+  } else if constexpr (std::is_invocable_v<function, http_connection*, json_object*, decltype(About)...>) {
+    return Function(connection, read_json_body(connection, body, length).get(), About...);
+  } else {
+    return Function(connection, body, length, About...);
+  }
+}
+
+// A row that goes missing takes its requests to another route without a word, so each file counts its own
+// where it is compiled. The sum, which tells a missing group, is a test's: no file sees all rows.
+struct route_counts {
+  size_t get = 0, put = 0, post = 0;
+  bool operator==(const route_counts&) const = default;
+};
+
+constexpr route_counts count_rows(route_group rows) {
+  const auto of = [rows](std::string_view method) {
+    const auto has_method = [method](const http_route_row& row) { return row.method == method; };
+    return static_cast<size_t>(std::ranges::count_if(rows, has_method));
+  };
+  return {of("GET"), of("PUT"), of("POST")};
+}
