@@ -81,9 +81,7 @@ std::optional<std::string> measure_duration(const std::string& path) {
 
 // Adds the entries of `from` but that of the take's file.
 void add_stills(json_object* from, const std::string& take_file, json_object* files) {
-  if (!json_object_is_type(from, json_type_array)) return;
-  for (size_t i = 0; i < json_object_array_length(from); ++i) {
-    json_object* entry = json_object_array_get_idx(from, i);
+  for (json_object* entry : json_elements(from)) {
     if (json_text(entry, "name") != take_file) json_object_array_add(files, json_object_get(entry));
   }
 }

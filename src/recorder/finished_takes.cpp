@@ -42,12 +42,10 @@ json_owner listed_file(const take& t, json_object* entry, size_t index) {
 using location_adder = void (*)(json_object* file, json_object* entry);
 
 void list_take(json_object* list, json_object* description, location_adder add) {
-  json_object* files = json_member(description, "files");
-  if (!json_object_is_type(files, json_type_array)) return;
   const take t = described_take(json_text(description, "id"), description);
-  for (size_t i = 0; i < json_object_array_length(files); ++i) {
-    json_object* entry = json_object_array_get_idx(files, i);
-    json_owner file = listed_file(t, entry, i);
+  size_t index = 0;
+  for (json_object* entry : json_elements(json_member(description, "files"))) {
+    json_owner file = listed_file(t, entry, index++);
     add(file.get(), entry);
     json_object_array_add(list, file.release());
   }
@@ -74,7 +72,7 @@ void add_recording_location(json_object* file, json_object* entry) {
   const file_location place = locate_recording(json_text(entry, "path"));
   if (place.data_store == nullptr) return;
   add_text(file, "data_store", place.data_store);
-  json_object_object_add(file, "size", json_object_new_int64(place.size));
+  add_number(file, "size", place.size);
   if (place.copied < 0) return;
   const double part = copied_part(static_cast<double>(place.copied), static_cast<double>(place.size));
   json_object_object_add(file, "percent_copied", json_object_new_double(part));
@@ -95,10 +93,7 @@ bool is_in_work(const std::string& guid, const std::string& name) {
 // What stays of a description's files without `name`.
 json_owner other_files(json_object* description, const std::string& name) {
   json_owner others(json_object_new_array());
-  json_object* files = json_member(description, "files");
-  if (!json_object_is_type(files, json_type_array)) return others;
-  for (size_t i = 0; i < json_object_array_length(files); ++i) {
-    json_object* entry = json_object_array_get_idx(files, i);
+  for (json_object* entry : json_elements(json_member(description, "files"))) {
     if (json_text(entry, "name") == name) continue;
     if (json_member(entry, "path") == nullptr) {
       trace(kTraceRecorder, "null, no add");

@@ -90,10 +90,8 @@ bool is_store_full(const std::string& still) {
 }
 
 bool is_listed(json_object* files, const std::string& name) {
-  for (size_t i = 0; i < json_object_array_length(files); ++i) {
-    if (json_text(json_object_array_get_idx(files, i), "name") == name) return true;
-  }
-  return false;
+  return std::ranges::any_of(json_elements(files),
+                             [&](json_object* entry) { return json_text(entry, "name") == name; });
 }
 
 void add_still(json_object* files, const std::string& name) {

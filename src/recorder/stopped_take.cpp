@@ -35,11 +35,9 @@ void add_lines(json_object* object, const char* key, const std::vector<std::stri
 }
 
 std::vector<std::string> listed_lines(json_object* object, const char* key) {
-  json_object* list = json_member(object, key);
   std::vector<std::string> lines;
-  if (!json_object_is_type(list, json_type_array)) return lines;
-  for (size_t i = 0; i < json_object_array_length(list); ++i) {
-    const char* line = json_object_get_string(json_object_array_get_idx(list, i));
+  for (json_object* element : json_elements(json_member(object, key))) {
+    const char* line = json_object_get_string(element);
     lines.emplace_back(line != nullptr ? line : "");
   }
   return lines;

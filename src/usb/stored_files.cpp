@@ -126,9 +126,9 @@ std::unique_ptr<file_task> await_task(file_worker* worker) {
 bool is_stick_gone(const file_task& task) { return task.stick && access(paths::kStickDevice, F_OK) != 0; }
 
 void run_task(const file_worker& worker, const file_task& task) {
-  for (size_t i = 0; i < json_object_array_length(task.list); ++i) {
+  for (json_object* entry : json_elements(task.list)) {
     if (is_stick_gone(task)) return trace(worker.kind->trace_level, "stick gone");
-    worker.act(*worker.kind, json_object_array_get_idx(task.list, i), task);
+    worker.act(*worker.kind, entry, task);
   }
 }
 
