@@ -7,9 +7,9 @@
 #include "api/power_board_routes.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "camera/controller.h"
 #include "http/json_body.h"
 #include "http/response.h"
+#include "power_board/intensity_loop.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 

@@ -23,6 +23,7 @@
 #include "camera/controller.h"
 #include "installer/installer.h"
 #include "osd/osd.h"
+#include "power_board/intensity_loop.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"

@@ -71,4 +71,4 @@ void end_hold(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock);
 // What the loop's thread does at `now_ns`; when it has something to do next, or kNever_ns.
 int64_t step_hold_loop(hold_loop& loop, int64_t now_ns) REQUIRES(loop.lock);
 
-extern hold_loop zoom_loop, focus_loop, intensity_loop;
+extern hold_loop zoom_loop, focus_loop;

@@ -34,7 +34,7 @@ int orb_set_camera_defog(const char* text);
 void orb_load_camera_zoom_values(int* position, float* magnification, char* text, int size);
 
 // Hold-to-run loops: a trigger starts a motion, or extends it when it runs in the same direction already, for
-// `duration_ms`. Direction: positive far / tele / brighter, negative near / wide / dimmer. Trigger returns 1,
+// `duration_ms`. Direction: positive far / tele, negative near / wide. Trigger returns 1,
 // or 0 when the direction is 0 or the other direction runs. create: once, main thread.
 void orb_create_focus_loop();
 int orb_trigger_focus_loop(int direction, int duration_ms);
@@ -53,6 +53,3 @@ inline constexpr int kLensStopWait_ms = 1000;
 void orb_await_lens_stops(int timeout_ms = kLensStopWait_ms);
 // Writes the default speeds of zoom and focus; the end of a hold that is still to come leaves them.
 void orb_reset_lens_speeds();
-void orb_create_intensity_loop();
-int orb_trigger_intensity_loop(int direction, int duration_ms);
-void orb_stop_intensity_loop();

@@ -1,4 +1,4 @@
-// The three hold-to-run loops: zoom, focus and LED intensity.
+// The hold-to-run loops of zoom and focus.
 
 #include <algorithm>
 
@@ -9,7 +9,6 @@
 #include "base/value_file.h"
 #include "camera/controller.h"
 #include "camera/speeds.h"
-#include "power_board/lighting.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -138,33 +137,12 @@ bool is_through(hold_loop& loop) {
   return is_lens_order_through(loop.watch, link_now());
 }
 
-constexpr int kIntensityPeriod_ms = 250;
-
-int intensity_step(int held_ms) { return held_ms <= 2000 ? 1 : held_ms <= 4000 ? 3 : 5; }
-
-void start_intensity(hold_loop&, int64_t) { trace(kTraceIntensityLoop, "start"); }
-
-void step_intensity(int direction, int held_ms) {
-  step_led_intensity(direction > 0 ? intensity_step(held_ms) : -intensity_step(held_ms));
-}
-
-void adjust_intensity(hold_loop& loop, int64_t) REQUIRES(loop.lock) {
-  step_intensity(loop.hold.direction, loop.hold.held_ms);
-}
-
-void end_intensity(hold_loop&, int64_t) { trace(kTraceIntensityLoop, "end"); }
-
-int64_t settle_intensity(hold_loop&, int64_t) { return kNever_ns; }
-
 constexpr hold_actions kLensActions{kSpeedUp_ms, begin_motion, speed_up_motion, end_motion, settle_motion};
-constexpr hold_actions kLightActions{kIntensityPeriod_ms, start_intensity, adjust_intensity, end_intensity,
-                                     settle_intensity};
 
 }  // namespace
 
 constinit hold_loop zoom_loop{kLensActions, &kZoom};
 constinit hold_loop focus_loop{kLensActions, &kFocus};
-constinit hold_loop intensity_loop{kLightActions, nullptr};
 
 void orb_create_focus_loop() { create_hold_loop(focus_loop, "focus-loop"); }
 int orb_trigger_focus_loop(int direction, int duration_ms) {
@@ -194,9 +172,3 @@ void orb_await_lens_stops(int timeout_ms) {
   const int64_t end = monotonic_ns() + timeout_ms * kNanosecondsPerMillisecond;
   while (!(is_through(zoom_loop) && is_through(focus_loop)) && monotonic_ns() < end) sleep_ms(1);
 }
-
-void orb_create_intensity_loop() { create_hold_loop(intensity_loop, "intensity-loop"); }
-int orb_trigger_intensity_loop(int direction, int duration_ms) {
-  return trigger_hold_loop(intensity_loop, direction, duration_ms, monotonic_ns());
-}
-void orb_stop_intensity_loop() { stop_hold_loop(intensity_loop, monotonic_ns()); }

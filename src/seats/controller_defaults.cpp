@@ -6,6 +6,7 @@
 #include "camera/controller.h"
 #include "camera/modes.h"
 #include "camera/speeds.h"
+#include "power_board/intensity_loop.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
 #include "recorder/recorder.h"
