@@ -89,12 +89,15 @@ int run_unit(bool advanced) {
   start_seat_tick(application.loop);
   start_logger_timer(application.loop);
   start_osd_tick(application.loop);
+  start_supervisor_timers(application.loop);
+  start_high_beam_timer(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   run_before_others();
   orb_application_run(&application);
   orb_close_lens_loops();  // the API still runs, and a button may still be held
   close_high_beam();
+  stop_high_beam_timer();
   orb_power_board_destroy(&power_board);
   orb_await_lens_stops();
   close_recorder();

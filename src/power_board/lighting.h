@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 
+struct ev_loop;
 struct orb_power_board;
 
 inline constexpr int kStartIntensity = 25;  // percent
@@ -52,6 +53,12 @@ void set_high_beam(bool on);
 
 // Ends the beam with the daemon, and refuses another. Before the board is destroyed.
 void close_high_beam();
+
+// Lets `loop` count the beam down, also one that is on already. Main thread, once, before the loop runs.
+void start_high_beam_timer(struct ev_loop* loop);
+// A beam that is lit from now on does not touch the loop. Main thread, when the loop has ended, before it is
+// destroyed.
+void stop_high_beam_timer();
 
 // The high beam's time, 0 to 30 s, saved as setting 18; -1, and no change, for any other. With 0 the next
 // tick ends the beam.
