@@ -33,36 +33,31 @@ int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_
   return -1;
 }
 
-// A write to the speed register stands in place of its reading from now on.
-void note_speed(speed_register* speed, const work_item& item) {
-  if (item.kind != work_kind::write || item.number != kSpeedRegister) return;
-  speed->written = true;
-  speed->length = item.length;
-  std::copy_n(item.data.begin(), speed->data.size(), speed->data.begin());
-  ++speed->queued;
+// The memory of the register that the item writes; null for what has none. Of the LEDs' register a write of
+// another length gives no setting.
+written_register* memory_of(orb_power_board* board, const work_item& item) REQUIRES(board->queue_lock) {
+  if (item.kind != work_kind::write) return nullptr;
+  if (item.number == kSpeedRegister) return &board->speed;
+  if (item.number == kLedRegister && item.length == kLedDataSize) return &board->leds;
+  return nullptr;
 }
 
-// All or none.
-bool append(orb_power_board* board, std::span<const work_item> items) REQUIRES(board->queue_lock) {
-  if (board->stopping || (items.size() > 1 && !board->queue.has_room(items.size()))) return false;
-  for (const work_item& item : items) {
-    if (!board->queue.append(item)) return false;
-    note_speed(&board->speed, item);
-    note_leds(&board->leds, item);
-  }
-  board->queue_ready.signal();
-  return true;
+void note_queued(orb_power_board* board, const work_item& item) REQUIRES(board->queue_lock) {
+  if (written_register* memory = memory_of(board, item)) memory->queue(item);
+}
+
+bool is_same(std::span<const uint8_t> data, const work_item& write) {
+  return std::ranges::equal(data, std::span(write.data).first(write.length));
 }
 
 // Whether the speed register holds this speed: by what was last queued for it, or else by its reading.
-bool has_speed(orb_power_board* board, const speed_register& last, const work_item& wanted) {
-  motor_write now{kSpeedRegister, last.data, last.length};
-  if (!last.written) {
-    power_board_readings readings;
-    orb_power_board_load_registers(board, &readings);
-    now = motor_speed_write(readings.motor_pwm, readings.motor_duration);
+bool has_speed(orb_power_board* board, const work_item& wanted) REQUIRES(board->queue_lock) {
+  if (const work_item* last = board->speed.written()) {
+    return board->speed.is_known() && is_same(std::span(last->data).first(last->length), wanted);
   }
-  return now.length == wanted.length && std::equal(now.data.begin(), now.data.end(), wanted.data.begin());
+  power_board_readings readings;
+  orb_power_board_load_registers(board, &readings);
+  return is_same(motor_speed_write(readings.motor_pwm, readings.motor_duration).data, wanted);
 }
 
 uint8_t power_enable(orb_power_board* board) {
@@ -105,21 +100,35 @@ work_item write_item(uint8_t number, std::span<const uint8_t> data) {
   return item;
 }
 
-void note_speed_write(orb_power_board* board, const work_item& item) {
+bool append_work(orb_power_board* board, std::span<const work_item> items) {
+  if (board->stopping || (items.size() > 1 && !board->queue.has_room(items.size()))) return false;
+  for (const work_item& item : items) {
+    if (!board->queue.append(item)) return false;
+    note_queued(board, item);
+  }
+  board->queue_ready.signal();
+  return true;
+}
+
+void note_write(orb_power_board* board, const work_item& item) {
   const mutex_lock lock(board->queue_lock);
-  note_speed(&board->speed, item);
+  note_queued(board, item);
+}
+
+void note_performed(orb_power_board* board, const work_item& item, bool sent) {
+  const mutex_lock lock(board->queue_lock);
+  if (written_register* memory = memory_of(board, item)) memory->perform(sent);
 }
 
 bool queue_work(orb_power_board* board, const work_item& item) {
   const mutex_lock lock(board->queue_lock);
-  return append(board, {&item, 1});
+  return append_work(board, {&item, 1});
 }
 
 bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run) {
   const work_item items[] = {speed, run};
   const mutex_lock lock(board->queue_lock);
-  return append(board,
-                has_speed(board, board->speed, speed) ? std::span(items).subspan(1) : std::span(items));
+  return append_work(board, std::span(items).subspan(has_speed(board, speed) ? 1 : 0));
 }
 
 void report_refused_write(orb_power_board* board, int line) {

@@ -6,6 +6,7 @@
 // Registers.
 inline constexpr uint8_t kPowerRegister = 0;  // power enable mask
 inline constexpr uint8_t kLedRegister = 1;    // LED enable mask, LED pwm
+inline constexpr uint8_t kLedDataSize = 2;
 inline constexpr uint8_t kSpeedRegister = 3;  // motor pwm, signed; duration, low and high byte
 inline constexpr uint8_t kMotorRegister = 6;  // motor command
 
@@ -38,7 +39,8 @@ void run_motors(orb_power_board* board, const power_board_readings& readings);
 void stop_motors(orb_power_board* board, const char* reason);
 void update_laser(orb_power_board* board, const power_board_readings& readings);
 
-// Appends an item and wakes the service; false when the queue refuses it. Any thread.
+// Appends all of the items or none, and wakes the service; false when the queue refuses them. Any thread.
+bool append_work(orb_power_board* board, std::span<const work_item> items) REQUIRES(board->queue_lock);
 bool queue_work(orb_power_board* board, const work_item& item);
 // The same with a run and, unless the speed register holds it already, its speed.
 bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run);
@@ -47,13 +49,11 @@ bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& 
 // Any thread.
 void report_refused_write(orb_power_board* board, int line);
 
-// Notes a write to the speed register that is about to be made; others are ignored. Any thread.
-void note_speed_write(orb_power_board* board, const work_item& item);
+// For the registers' memory: note a write that is about to be made without having been queued, and that any
+// write has been performed.
+void note_write(orb_power_board* board, const work_item& item);
+void note_performed(orb_power_board* board, const work_item& item, bool sent);
 
-// The LEDs' writes; others are ignored. note_leds: one is queued, under queue_lock; note_led_write: the
-// service thread has tried it.
-void note_leds(led_register* leds, const work_item& item);
-void note_led_write(orb_power_board* board, const work_item& item, bool sent);
 // Queues a setting that was lost, unless writes are suspended. Any thread.
 void queue_lost_leds(orb_power_board* board);
 // Writes one that is lost when the queue has been closed; false when it is lost again.

@@ -67,7 +67,7 @@ bool perform(orb_power_board* board, const motor_output& output) {
   trace_lines(output);
   for (const motor_write& write : output.writes()) {
     const work_item item = write_item(write.number, std::span(write.data).first(write.length));
-    note_speed_write(board, item);
+    note_write(board, item);
     if (!write_register(board, item) && !is_motor_stop(item)) return false;
     if (is_motor_run(item)) board->run_ns = monotonic_ns();
   }

@@ -19,6 +19,7 @@
 #include "power_board/motor.h"
 #include "power_board/readings.h"
 #include "power_board/work_queue.h"
+#include "power_board/written_register.h"
 
 struct orb_application;
 
@@ -69,25 +70,6 @@ struct humidity_average {
   int count = 0;
 };
 
-// What the speed register holds, as far as the writes to it tell: a reading is older than a write that was
-// queued after its frame.
-struct speed_register {
-  bool written = false;  // `data` stands in place of the reading
-  uint8_t length = 0;
-  std::array<uint8_t, 3> data{};
-  unsigned queued = 0;  // writes, counted when they are queued and when they are done
-  unsigned performed = 0;
-};
-
-// The LEDs' register, which its reading follows late. A setting that the queue refuses, or that does not
-// reach the board, is lost; it stands, and is queued again with every tick of the refresh timer until it has
-// been sent.
-struct led_register {
-  std::optional<led_setting> given;  // last, by whomever
-  unsigned waiting = 0;              // writes in the queue or in hand
-  bool lost = false;
-};
-
 // Laser range finder. Flags and modes are set by any thread, readings by the service thread.
 struct laser_state {
   std::atomic<int> mode = 0;   // 0 off, 1 manual, 2 picture, 3 auto
@@ -113,8 +95,9 @@ struct orb_power_board {
   bool stopping GUARDED_BY(queue_lock) = false;
   bool shutdown_queued GUARDED_BY(queue_lock) = false;
   bool refresh_waiting GUARDED_BY(queue_lock) = false;  // one refresh in the queue at most
-  speed_register speed GUARDED_BY(queue_lock);
-  led_register leds GUARDED_BY(queue_lock);
+  written_register speed GUARDED_BY(queue_lock);        // no run while its last write has failed
+  // Two bytes. A setting that is lost is queued again with every tick of the refresh timer until it is sent.
+  written_register leds GUARDED_BY(queue_lock);
   // The timer has nothing to queue: a refresh waits or runs, or all are suspended.
   std::atomic<bool> refresh_queued = false;
   std::atomic<bool> refresh_suspended = false;
@@ -133,7 +116,6 @@ struct orb_power_board {
   mraa_gpio_context reset_line = nullptr;
   mraa_spi_context spi = nullptr;
   bool stop_owed = false;         // a motor stop could not be written: it is tried again with each refresh
-  bool speed_lost = false;        // a write to the speed register failed: no run until it holds a known one
   bool motors_disturbed = false;  // a motor register was written from the queue since the last refresh
   int64_t motors_ns = 0;          // when the machines last looked at the drives
   int64_t run_ns = 0;             // when they last told one to run

@@ -75,7 +75,7 @@ void serve(orb_power_board* board) {
         break;
       case work_kind::write:
         board->motors_disturbed |= is_motor_write(item);
-        note_led_write(board, item, write_register(board, item));
+        write_register(board, item);
         break;
       case work_kind::firmware_update:
         hand_over_to_update(board, item.completed);
