@@ -77,6 +77,7 @@ void* http_thread(void*) {
 // From the board to the end of the loop; returns the exit status.
 int run_unit(bool advanced) {
   if (orb_power_board_init(&power_board, &application, advanced) < 0) return 1;
+  power_board.on_shutdown_request = [] { orb_trigger_supervisor_shutdown(kShutdownBoard); };
   power_board_instance.store(&power_board, std::memory_order_release);
   int refresh_suspended = 0;
   orb_read_nv(kSettingPbSuspended, &refresh_suspended, sizeof refresh_suspended);

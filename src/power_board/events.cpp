@@ -6,7 +6,6 @@
 #include "base/trace.h"
 #include "power_board/internal.h"
 #include "store/logger.h"
-#include "supervisor/supervisor.h"
 
 namespace {
 
@@ -26,7 +25,7 @@ void detect_shutdown_request(orb_power_board* board, uint8_t status) {
   if (!requested || board->shutdown_requested != 0) return;
   board->shutdown_requested = 1;
   trace(kTracePowerBoard, "shutdown request");
-  orb_trigger_supervisor_shutdown(kShutdownBoard);
+  if (board->on_shutdown_request != nullptr) board->on_shutdown_request();
 }
 
 void detect_overcurrent(orb_power_board* board, uint8_t status) {

@@ -120,6 +120,7 @@ struct orb_power_board {
   int64_t motors_ns = 0;          // when the machines last looked at the drives
   int64_t run_ns = 0;             // when they last told one to run
   int shutdown_requested = 0;     // latched: the board asks once per run
+  void (*on_shutdown_request)() = nullptr;  // must not wait; set after init, before the service is started
   battery_average battery;
   pressure_average pressure;
   humidity_average humidity;
