@@ -2,9 +2,6 @@
 
 #include "power_board/power_board.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -12,7 +9,7 @@
 #include "base/application.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/work.h"
 #include "supervisor/identity.h"
 
 // The two tables are the same on purpose; they are told apart by the battery type.
@@ -31,33 +28,6 @@ int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_
   if (queue_work(board, write_item(number, {data.begin(), data.size()}))) return 0;
   report_refused_write(board, __LINE__);
   return -1;
-}
-
-// The memory of the register that the item writes; null for what has none. Of the LEDs' register a write of
-// another length gives no setting.
-written_register* memory_of(orb_power_board* board, const work_item& item) REQUIRES(board->queue_lock) {
-  if (item.kind != work_kind::write) return nullptr;
-  if (item.number == kSpeedRegister) return &board->speed;
-  if (item.number == kLedRegister && item.length == kLedDataSize) return &board->leds;
-  return nullptr;
-}
-
-void note_queued(orb_power_board* board, const work_item& item) REQUIRES(board->queue_lock) {
-  if (written_register* memory = memory_of(board, item)) memory->queue(item);
-}
-
-bool is_same(std::span<const uint8_t> data, const work_item& write) {
-  return std::ranges::equal(data, std::span(write.data).first(write.length));
-}
-
-// Whether the speed register holds this speed: by what was last queued for it, or else by its reading.
-bool has_speed(orb_power_board* board, const work_item& wanted) REQUIRES(board->queue_lock) {
-  if (const work_item* last = board->speed.written()) {
-    return board->speed.is_known() && is_same(std::span(last->data).first(last->length), wanted);
-  }
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
-  return is_same(motor_speed_write(readings.motor_pwm, readings.motor_duration).data, wanted);
 }
 
 uint8_t power_enable(orb_power_board* board) {
@@ -94,49 +64,6 @@ int orb_power_board_init(orb_power_board* board, orb_application* application, i
   return 0;
 }
 
-work_item write_item(uint8_t number, std::span<const uint8_t> data) {
-  work_item item{.kind = work_kind::write, .number = number, .length = static_cast<uint8_t>(data.size())};
-  std::copy(data.begin(), data.end(), item.data.begin());
-  return item;
-}
-
-bool append_work(orb_power_board* board, std::span<const work_item> items) {
-  if (board->stopping || (items.size() > 1 && !board->queue.has_room(items.size()))) return false;
-  for (const work_item& item : items) {
-    if (!board->queue.append(item)) return false;
-    note_queued(board, item);
-  }
-  board->queue_ready.signal();
-  return true;
-}
-
-void note_write(orb_power_board* board, const work_item& item) {
-  const mutex_lock lock(board->queue_lock);
-  note_queued(board, item);
-}
-
-void note_performed(orb_power_board* board, const work_item& item, bool sent) {
-  const mutex_lock lock(board->queue_lock);
-  if (written_register* memory = memory_of(board, item)) memory->perform(sent);
-}
-
-bool queue_work(orb_power_board* board, const work_item& item) {
-  const mutex_lock lock(board->queue_lock);
-  return append_work(board, {&item, 1});
-}
-
-bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run) {
-  const work_item items[] = {speed, run};
-  const mutex_lock lock(board->queue_lock);
-  return append_work(board, std::span(items).subspan(has_speed(board, speed) ? 1 : 0));
-}
-
-void report_refused_write(orb_power_board* board, int line) {
-  const mutex_lock lock(board->queue_lock);
-  if (board->stopping) return;
-  fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->program_name.data(), line, strerror(ENOMEM));
-}
-
 int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const uint8_t* data,
                                 uint32_t length) {
   if (number >= kRegisterCount || length > kWriteDataSize) return -2;
@@ -170,24 +97,6 @@ void orb_power_board_signal_shutdown(orb_power_board* board) {
 int orb_power_board_get_board_type(orb_power_board* board) {
   const mutex_lock lock(board->readings_lock);
   return board->readings.status & kStatusExtended;
-}
-
-void orb_power_board_suspend_refresh(orb_power_board* board) {
-  trace(kTracePowerBoard, "suspend refresh");
-  board->refresh_suspended = true;
-  withdraw_motor_requests(board);
-}
-
-void orb_power_board_resume_refresh(orb_power_board* board) {
-  trace(kTracePowerBoard, "resume refresh");
-  board->refresh_suspended = false;
-  board->refresh_queued = false;
-}
-
-void orb_power_board_trigger_refresh(orb_power_board* board) {
-  if (!board->refresh_suspended) return;
-  trace(kTracePowerBoard, "trigger refresh");
-  board->refresh_queued = false;
 }
 
 int orb_power_board_enable_camera_power(orb_power_board* board) {

@@ -1,10 +1,12 @@
 // What each refresh derives from the readings: the board's requests and warnings, and the averages.
 
+#include "power_board/events.h"
+
 #include <cstdio>
 
 #include "base/text.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/power_board.h"
 #include "store/logger.h"
 
 namespace {

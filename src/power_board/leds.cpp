@@ -1,6 +1,9 @@
 // The LEDs' register: what was last given, and what brings the board in line with it when a write is lost.
 
-#include "power_board/internal.h"
+#include "power_board/leds.h"
+
+#include "power_board/link.h"
+#include "power_board/work.h"
 
 namespace {
 

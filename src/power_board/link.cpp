@@ -1,11 +1,17 @@
 // The SPI link: bring-up, the register write and the status read.
 
+#include "power_board/link.h"
+
+#include <mraa/gpio.h>
+#include <mraa/spi.h>
+
 #include <cstdio>
 
 #include "base/application.h"
 #include "base/clock.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/frame.h"
+#include "power_board/work.h"
 
 namespace {
 
@@ -171,7 +177,7 @@ bool try_write(orb_power_board* board, const work_item& item) {
   }
   if (is_motor_run(item) && has_lost_speed(board)) {
     trace(kTraceRefresh, "run without its speed: stop");
-    write_register(board, write_item(kMotorRegister, kStopCommand));
+    write_register(board, stop_item());
     return false;
   }
   trace(kTraceRefresh, "write to register %d", item.number);

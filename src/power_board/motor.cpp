@@ -9,7 +9,8 @@
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/link.h"
+#include "power_board/work.h"
 #include "store/settings.h"
 
 namespace {
@@ -39,7 +40,7 @@ bool jog_waits(orb_power_board* board) {
 bool is_extended(orb_power_board* board) { return orb_power_board_get_board_type(board) != 0; }
 
 int queue_motor_stop(orb_power_board* board) {
-  if (queue_work(board, write_item(kMotorRegister, kStopCommand))) return 0;
+  if (queue_work(board, stop_item())) return 0;
   report_refused_write(board, __LINE__);
   return -1;
 }

@@ -9,12 +9,10 @@
 #include <optional>
 #include <span>
 
-struct orb_power_board;
+#include "power_board/registers.h"
 
-// Register 6.
-inline constexpr uint8_t kMotorRunTilt = 1;
-inline constexpr uint8_t kMotorRunDrive = 2;  // pan or mast
-inline constexpr uint8_t kMotorStop = 0xFF;
+struct orb_power_board;
+struct power_board_readings;
 
 // homing_state
 inline constexpr int kHomingIdle = 0;  // not homed
@@ -189,3 +187,11 @@ void orb_power_board_load_height(orb_power_board* board, char* text, size_t size
 
 // The pwm of a tilt jog: 100 at 1x, 20 from 30x.
 int tilt_jog_pwm(float zoom_ratio);
+
+// --- service thread ---
+
+// The drives' step of a refresh: the machines look at the readings, and what they ask for is written.
+void run_motors(orb_power_board* board, const power_board_readings& readings);
+
+// Ends homing and move, for `reason`, and stops the drives whatever they do.
+void stop_motors(orb_power_board* board, const char* reason);

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/motor.h"
+#include "power_board/readings.h"
 
 struct machine {
   motor_state& motors;

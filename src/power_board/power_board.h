@@ -4,8 +4,6 @@
 #pragma once
 
 #include <ev.h>
-#include <mraa/gpio.h>
-#include <mraa/spi.h>
 #include <pthread.h>
 
 #include <array>
@@ -16,12 +14,14 @@
 
 #include "base/distance.h"
 #include "base/mutex.h"
+#include "power_board/frame.h"
 #include "power_board/motor.h"
-#include "power_board/readings.h"
 #include "power_board/work_queue.h"
 #include "power_board/written_register.h"
 
 struct orb_application;
+struct _gpio;  // libmraa's contexts: of its users only the link needs more
+struct _spi;
 
 // Service states.
 inline constexpr int kServiceStopped = 0;
@@ -29,14 +29,6 @@ inline constexpr int kServiceStarting = 1;
 inline constexpr int kServiceRunning = 2;
 inline constexpr int kServiceStopping = 3;
 inline constexpr int kServiceFailed = 255;  // the bus could not be brought up: queued work is never performed
-
-// LED modes: masks of the LED drive lines, byte 0 of register 1.
-inline constexpr uint8_t kLedOff = 0x00;
-inline constexpr uint8_t kLedLow = 0x09;
-inline constexpr uint8_t kLedMedium = 0x12;
-inline constexpr uint8_t kLedHigh = 0x24;
-inline constexpr uint8_t kLedStrip = 0xC0;
-inline constexpr uint8_t kLedAll = 0xFF;  // high beam
 
 struct led_setting {
   uint8_t mask = kLedOff;
@@ -111,10 +103,10 @@ struct orb_power_board {
   // Of the service thread alone.
   std::array<uint8_t, kFrameSize> raw_frame{};
   int all_zero = 0;
-  mraa_gpio_context chip_select = nullptr;
-  mraa_gpio_context boot_line = nullptr;
-  mraa_gpio_context reset_line = nullptr;
-  mraa_spi_context spi = nullptr;
+  _gpio* chip_select = nullptr;
+  _gpio* boot_line = nullptr;
+  _gpio* reset_line = nullptr;
+  _spi* spi = nullptr;
   bool stop_owed = false;         // a motor stop could not be written: it is tried again with each refresh
   bool motors_disturbed = false;  // a motor register was written from the queue since the last refresh
   int64_t motors_ns = 0;          // when the machines last looked at the drives

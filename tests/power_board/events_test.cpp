@@ -1,6 +1,7 @@
 // What each refresh derives from the readings, stepped without a bus.
 #include "base/json.h"
 #include "osd/osd.h"
+#include "power_board/laser.h"
 #include "power_board/rig.h"
 #include "store/logger.h"
 
