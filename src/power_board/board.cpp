@@ -30,13 +30,8 @@ int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_
   return -1;
 }
 
-uint8_t power_enable(orb_power_board* board) {
-  const mutex_lock lock(board->readings_lock);
-  return board->readings.power_enable;
-}
-
 int switch_supply(orb_power_board* board, uint8_t supply, bool on) {
-  const uint8_t now = power_enable(board);
+  const uint8_t now = current_readings(board).power_enable;
   const int value = on ? now | supply : now & ~supply;
   return queue_setter_write(board, kPowerRegister, {static_cast<uint8_t>(value | kPowerAlways)});
 }
@@ -70,9 +65,13 @@ int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const ui
   return queue_work(board, write_item(number, {data, length})) ? 0 : -1;
 }
 
-void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination) {
+power_board_readings current_readings(orb_power_board* board) {
   const mutex_lock lock(board->readings_lock);
-  *destination = board->readings;
+  return board->readings;
+}
+
+void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination) {
+  *destination = current_readings(board);
 }
 
 uint8_t orb_power_board_get_read_command(const orb_power_board* board) { return board->read_command; }
@@ -95,8 +94,7 @@ void orb_power_board_signal_shutdown(orb_power_board* board) {
 }
 
 int orb_power_board_get_board_type(orb_power_board* board) {
-  const mutex_lock lock(board->readings_lock);
-  return board->readings.status & kStatusExtended;
+  return current_readings(board).status & kStatusExtended;
 }
 
 int orb_power_board_enable_camera_power(orb_power_board* board) {

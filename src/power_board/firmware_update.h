@@ -1,4 +1,5 @@
-// The hand-over of the bus to a firmware update. Thread: service thread.
+// The hand-over of the bus to a firmware update.
+// Thread: service thread.
 #pragma once
 
 #include "base/thread.h"

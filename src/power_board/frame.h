@@ -1,4 +1,5 @@
-// The board's status frame as it is received. Thread: any thread.
+// The board's status frame as it is received.
+// Thread: any thread.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// The laser's step of a refresh: takes its reading, and shows it or takes it away. Thread: service thread.
+// The laser's step of a refresh: takes its reading, and shows it or takes it away.
+// Thread: service thread.
 #pragma once
 
 struct orb_power_board;

@@ -56,6 +56,6 @@ std::optional<led_setting> given_leds(orb_power_board* board) {
 
 led_setting current_leds(orb_power_board* board) {
   if (const std::optional<led_setting> given = given_leds(board)) return *given;
-  const mutex_lock lock(board->readings_lock);
-  return {board->readings.led_enable, board->readings.led_pwm};
+  const power_board_readings readings = current_readings(board);
+  return {readings.led_enable, readings.led_pwm};
 }

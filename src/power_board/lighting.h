@@ -54,10 +54,11 @@ void set_high_beam(bool on);
 // Ends the beam with the daemon, and refuses another. Before the board is destroyed.
 void close_high_beam();
 
-// Lets `loop` count the beam down, also one that is on already. Main thread, once, before the loop runs.
+// Lets `loop` count the beam down, also one that is on already. Once.
+// Thread: start-up.
 void start_high_beam_timer(struct ev_loop* loop);
-// A beam that is lit from now on does not touch the loop. Main thread, when the loop has ended, before it is
-// destroyed.
+// A beam that is lit from now on does not touch the loop, which can be destroyed.
+// Thread: main loop, when it has ended.
 void stop_high_beam_timer();
 
 // The high beam's time, 0 to 30 s, saved as setting 18; -1, and no change, for any other. With 0 the next

@@ -125,14 +125,9 @@ frame_check keep_frame(orb_power_board* board) {
   return take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
 }
 
-unsigned performed_speed_writes(orb_power_board* board) {
+written_register speed_now(orb_power_board* board) {
   const mutex_lock lock(board->queue_lock);
-  return board->speed.performed();
-}
-
-bool has_lost_speed(orb_power_board* board) {
-  const mutex_lock lock(board->queue_lock);
-  return board->speed.has_failed();
+  return board->speed;
 }
 
 // After a good frame. Not while a run waits that was queued behind a write that failed: it counts on that
@@ -175,7 +170,7 @@ bool try_write(orb_power_board* board, const work_item& item) {
     trace_data(kTraceRefresh, "write", item.data.data(), item.length);
     return false;
   }
-  if (is_motor_run(item) && has_lost_speed(board)) {
+  if (is_motor_run(item) && speed_now(board).has_failed()) {
     trace(kTraceRefresh, "run without its speed: stop");
     write_register(board, stop_item());
     return false;
@@ -218,7 +213,7 @@ void read_status(orb_power_board* board) {
   const uint8_t command = board->read_command;
   const uint8_t zero_buffer = board->zero_buffer;
   trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
-  const unsigned performed = performed_speed_writes(board);
+  const unsigned performed = speed_now(board).performed();
   // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
   mraa_result_t transfer = begin_transaction(board, command);
   if (transfer == MRAA_SUCCESS) {

@@ -1,4 +1,5 @@
-// The SPI link to the board. Thread: service thread.
+// The SPI link to the board.
+// Thread: service thread.
 #pragma once
 
 #include "power_board/work_queue.h"

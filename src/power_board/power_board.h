@@ -166,6 +166,7 @@ void orb_power_board_destroy(orb_power_board* board);
 int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const uint8_t* data, uint32_t length);
 
 // A copy of the last good readings.
+power_board_readings current_readings(orb_power_board* board);
 void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination);
 
 // The command byte that starts a status read.

@@ -30,8 +30,7 @@ void try_owed_stop(orb_power_board* board) {
 void run_refresh(orb_power_board* board) {
   try_owed_stop(board);
   read_status(board);
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
+  const power_board_readings readings = current_readings(board);
   detect_events(board, readings);
   average_battery(board, readings);
   average_pressure(board, readings);
@@ -52,9 +51,7 @@ void refresh(orb_power_board* board) {
 void signal_shutdown(orb_power_board* board) {
   trace(kTracePowerBoard, "signal shutdown");
   sleep_ms(kShutdownDelay_ms);
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
-  const uint8_t data[] = {static_cast<uint8_t>(readings.power_enable | kPowerCut)};
+  const uint8_t data[] = {static_cast<uint8_t>(current_readings(board).power_enable | kPowerCut)};
   write_register(board, write_item(kPowerRegister, data));
   const mutex_lock lock(board->queue_lock);
   board->shutdown_queued = false;

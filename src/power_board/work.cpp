@@ -29,8 +29,7 @@ bool has_speed(orb_power_board* board, const work_item& wanted) REQUIRES(board->
   if (const work_item* last = board->speed.written()) {
     return board->speed.is_known() && is_same(std::span(last->data).first(last->length), wanted);
   }
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
+  const power_board_readings readings = current_readings(board);
   return is_same(motor_speed_write(readings.motor_pwm, readings.motor_duration).data, wanted);
 }
 

@@ -1,5 +1,5 @@
-// Work for the service thread: how it is queued, and the memory of the registers that is kept beside the
-// queue. Thread: any thread.
+// Work for the service thread: how it is queued, and the memory of the registers that is kept with it.
+// Thread: any thread.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& 
 // Says on standard error that the queue has refused a setter's write; nothing once the service is stopping.
 void report_refused_write(orb_power_board* board, int line);
 
-// For the registers' memory: note a write that is about to be made without having been queued, and that any
-// write has been performed. Thread: service thread.
+// For the registers' memory: a write is about to be made that was not queued; any write has been performed.
+// Thread: service thread.
 void note_write(orb_power_board* board, const work_item& item);
 void note_performed(orb_power_board* board, const work_item& item, bool sent);

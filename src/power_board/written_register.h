@@ -1,5 +1,5 @@
-// What a register holds, as far as the writes to it tell. The board's reading of it is older than a write
-// that was queued after its frame, and follows some registers late. A plain record: who owns one guards it.
+// What a register holds, as far as the writes to it tell: its reading is older than a write that was queued
+// after its frame, and some registers follow late. A plain record: who owns one guards it.
 // Thread: any thread.
 #pragma once
 
