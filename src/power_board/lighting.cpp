@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <optional>
+#include <string_view>
 
 #include "base/mutex.h"
 #include "base/paths.h"
@@ -95,11 +96,9 @@ void follow_high_beam(struct ev_loop* loop, ev_async*, int) {
   ev_timer_start(loop, &high_beam_timer);
 }
 
-const led_mode* find_mode(const char* name) {
-  for (const led_mode& mode : kModes) {
-    if (strcmp(mode.name, name) == 0) return &mode;
-  }
-  return nullptr;
+const led_mode* find_mode(std::string_view name) {
+  const auto* mode = std::ranges::find(kModes, name, &led_mode::name);
+  return mode == std::end(kModes) ? nullptr : mode;
 }
 
 void select_mode(const led_mode* mode, uint8_t intensity) REQUIRES(lighting_lock) {

@@ -1,6 +1,7 @@
-// The lights as the operator sees them: LED mode, intensity and the high beam, which goes out by itself. Any
-// thread; the board is told through power_board_instance and need not be there. What the LEDs were last given
-// is in the board's record (power_board.h), which sees to it that the board has it.
+// The lights as the operator sees them: LED mode, intensity and the high beam, which goes out by itself. The
+// board is told through power_board_instance and need not be there. What the LEDs were last given is in its
+// record (power_board.h), which sees to it that the board has it.
+// Thread: any thread.
 #pragma once
 
 #include <cstdint>
@@ -67,12 +68,13 @@ int high_beam_time();
 bool is_high_beam_time(int seconds);
 int set_high_beam_time(int seconds);
 
-// One second of the high beam: counts down, and restores what was before at the end. Main loop; tests call
-// it.
+// One second of the high beam: counts down, and restores what was before at the end.
+// Thread: main loop.
 void tick_high_beam();
 
 // Lights off, at the start intensity.
 void reset_lighting();
 
-// Mode "off", no high beam; its time from setting 18. HTTP server thread, at its start.
+// Mode "off", no high beam; its time from setting 18.
+// Thread: HTTP thread, at its start.
 void init_lighting();

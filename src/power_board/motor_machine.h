@@ -1,4 +1,5 @@
 // What the machines of the drives share: one refresh's sample, state and output. All of it is pure.
+// Thread: any thread.
 #pragma once
 
 #include "base/trace.h"

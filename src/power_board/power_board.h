@@ -1,6 +1,6 @@
 // The power board: a microcontroller that switches the camera, laser and LED supplies, drives the motors and
-// measures. One service thread alone talks to it over SPI; every operation here may be called on any thread
-// unless it says otherwise, queues its work and never waits for the bus.
+// measures. One service thread alone talks to it over SPI; every operation queues its work and never waits
+// for the bus. Thread: any thread.
 #pragma once
 
 #include <ev.h>
@@ -51,14 +51,10 @@ struct battery_average {
 };
 
 // Averages of 50 samples each, after a start delay in refreshes.
-struct pressure_average {
+template <typename number>
+struct period_average {
   int start_delay = 150;
-  uint32_t sum = 0;
-  uint32_t count = 0;
-};
-struct humidity_average {
-  int start_delay = 150;
-  float sum = 0;
+  number sum = 0;
   int count = 0;
 };
 
@@ -114,8 +110,8 @@ struct orb_power_board {
   int shutdown_requested = 0;     // latched: the board asks once per run
   void (*on_shutdown_request)() = nullptr;  // must not wait; set after init, before the service is started
   battery_average battery;
-  pressure_average pressure;
-  humidity_average humidity;
+  period_average<uint32_t> pressure;
+  period_average<float> humidity;
 
   // Written by the service thread, read by anyone.
   std::atomic<int> overcurrent = 0;            // 1 while a drive is
@@ -149,15 +145,18 @@ extern std::atomic<orb_power_board*> power_board_instance;
 inline orb_power_board* power_board_now() { return power_board_instance.load(std::memory_order_acquire); }
 
 // Clears the record and sets its defaults for the advanced or the basic model; asks Redis for the battery
-// type. Returns 0. Main thread, once: the update thread of a service that ran lives on in the record.
+// type. Returns 0. Once: the update thread of a service that ran lives on in the record.
+// Thread: start-up.
 int orb_power_board_init(orb_power_board* board, orb_application* application, int advanced);
 
 // Starts the service thread and the refresh timer (0.1 s). Returns 0, or -1 with a message when it runs
-// already or cannot be started. Main thread.
+// already or cannot be started.
+// Thread: start-up.
 int orb_power_board_start_service(orb_power_board* board);
 
 // Lets the service end after the work that waits, with a motor stop as its last act, and joins it; later work
-// is refused. Main thread.
+// is refused.
+// Thread: main loop, when it has ended.
 void orb_power_board_stop_service(orb_power_board* board);
 void orb_power_board_destroy(orb_power_board* board);
 
