@@ -8,7 +8,9 @@
 #include "base/application.h"
 #include "base/trace.h"
 #include "http/request.h"
-#include "power_board/internal.h"
+#include "power_board/events.h"
+#include "power_board/laser.h"
+#include "power_board/power_board.h"
 #include "sim/board/bus.h"
 #include "visca/connection.h"
 

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <vector>
 
-#include "power_board/readings.h"
+#include "power_board/frame.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;

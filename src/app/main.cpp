@@ -34,6 +34,7 @@
 #include "store/logger.h"
 #include "store/settings.h"
 #include "store/texts.h"
+#include "supervisor/shutdown.h"
 #include "supervisor/supervisor.h"
 #include "usb/stick.h"
 #include "visca/camera_thread.h"
@@ -89,6 +90,7 @@ bool visit_stick() {
 // From the board to the end of the loop; returns the exit status.
 int run_unit(bool advanced) {
   if (orb_power_board_init(&power_board, &application, advanced) < 0) return 1;
+  power_board.on_shutdown_request = [] { orb_trigger_supervisor_shutdown(kShutdownBoard); };
   power_board_instance.store(&power_board, std::memory_order_release);
   int refresh_suspended = 0;
   orb_read_nv(kSettingPbSuspended, &refresh_suspended, sizeof refresh_suspended);
@@ -101,12 +103,15 @@ int run_unit(bool advanced) {
   start_seat_tick(application.loop);
   start_logger_timer(application.loop);
   start_osd_tick(application.loop);
+  start_supervisor_timers(application.loop);
+  start_high_beam_timer(application.loop);
   orb_power_board_enable_camera_power(&power_board);
   fputs("entering loop...\n", stderr);
   run_before_others();
   orb_application_run(&application);
   orb_close_lens_loops();  // the API still runs, and a button may still be held
   close_high_beam();
+  stop_high_beam_timer();
   orb_power_board_destroy(&power_board);
   orb_await_lens_stops();
   close_recorder();

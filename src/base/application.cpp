@@ -6,8 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "app/main_loop.h"
-
 namespace {
 
 void end_loop(struct ev_loop* loop, ev_signal*, int) { ev_break(loop, EVBREAK_ALL); }
@@ -41,7 +39,6 @@ int orb_application_init(orb_application* application, const char* program_name)
   // The default loop reaps every child, which would rob waitpid, pclose and system of their results.
   signal(SIGCHLD, SIG_DFL);
 
-  open_main_loop_mailbox(application->loop);
   start_signal(application, &application->hangup, SIGHUP, end_loop);
   start_signal(application, &application->interrupt, SIGINT, end_loop);
   start_signal(application, &application->terminate, SIGTERM, end_loop);
@@ -51,7 +48,6 @@ int orb_application_init(orb_application* application, const char* program_name)
 }
 
 void orb_application_destroy(orb_application* application) {
-  close_main_loop_mailbox();
   ev_signal_stop(application->loop, &application->user_2);
   ev_signal_stop(application->loop, &application->user_1);
   ev_signal_stop(application->loop, &application->terminate);

@@ -2,9 +2,6 @@
 
 #include "power_board/power_board.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -12,7 +9,7 @@
 #include "base/application.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/work.h"
 #include "store/identity.h"
 
 // The two tables are the same on purpose; they are told apart by the battery type.
@@ -33,45 +30,8 @@ int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_
   return -1;
 }
 
-// A write to the speed register stands in place of its reading from now on.
-void note_speed(speed_register* speed, const work_item& item) {
-  if (item.kind != work_kind::write || item.number != kSpeedRegister) return;
-  speed->written = true;
-  speed->length = item.length;
-  std::copy_n(item.data.begin(), speed->data.size(), speed->data.begin());
-  ++speed->queued;
-}
-
-// All or none.
-bool append(orb_power_board* board, std::span<const work_item> items) REQUIRES(board->queue_lock) {
-  if (board->stopping || (items.size() > 1 && !board->queue.has_room(items.size()))) return false;
-  for (const work_item& item : items) {
-    if (!board->queue.append(item)) return false;
-    note_speed(&board->speed, item);
-    note_leds(&board->leds, item);
-  }
-  board->queue_ready.signal();
-  return true;
-}
-
-// Whether the speed register holds this speed: by what was last queued for it, or else by its reading.
-bool has_speed(orb_power_board* board, const speed_register& last, const work_item& wanted) {
-  motor_write now{kSpeedRegister, last.data, last.length};
-  if (!last.written) {
-    power_board_readings readings;
-    orb_power_board_load_registers(board, &readings);
-    now = motor_speed_write(readings.motor_pwm, readings.motor_duration);
-  }
-  return now.length == wanted.length && std::equal(now.data.begin(), now.data.end(), wanted.data.begin());
-}
-
-uint8_t power_enable(orb_power_board* board) {
-  const mutex_lock lock(board->readings_lock);
-  return board->readings.power_enable;
-}
-
 int switch_supply(orb_power_board* board, uint8_t supply, bool on) {
-  const uint8_t now = power_enable(board);
+  const uint8_t now = current_readings(board).power_enable;
   const int value = on ? now | supply : now & ~supply;
   return queue_setter_write(board, kPowerRegister, {static_cast<uint8_t>(value | kPowerAlways)});
 }
@@ -99,44 +59,19 @@ int orb_power_board_init(orb_power_board* board, orb_application* application, i
   return 0;
 }
 
-work_item write_item(uint8_t number, std::span<const uint8_t> data) {
-  work_item item{.kind = work_kind::write, .number = number, .length = static_cast<uint8_t>(data.size())};
-  std::copy(data.begin(), data.end(), item.data.begin());
-  return item;
-}
-
-void note_speed_write(orb_power_board* board, const work_item& item) {
-  const mutex_lock lock(board->queue_lock);
-  note_speed(&board->speed, item);
-}
-
-bool queue_work(orb_power_board* board, const work_item& item) {
-  const mutex_lock lock(board->queue_lock);
-  return append(board, {&item, 1});
-}
-
-bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run) {
-  const work_item items[] = {speed, run};
-  const mutex_lock lock(board->queue_lock);
-  return append(board,
-                has_speed(board, board->speed, speed) ? std::span(items).subspan(1) : std::span(items));
-}
-
-void report_refused_write(orb_power_board* board, int line) {
-  const mutex_lock lock(board->queue_lock);
-  if (board->stopping) return;
-  fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->program_name.data(), line, strerror(ENOMEM));
-}
-
 int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const uint8_t* data,
                                 uint32_t length) {
   if (number >= kRegisterCount || length > kWriteDataSize) return -2;
   return queue_work(board, write_item(number, {data, length})) ? 0 : -1;
 }
 
-void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination) {
+power_board_readings current_readings(orb_power_board* board) {
   const mutex_lock lock(board->readings_lock);
-  *destination = board->readings;
+  return board->readings;
+}
+
+void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination) {
+  *destination = current_readings(board);
 }
 
 uint8_t orb_power_board_get_read_command(const orb_power_board* board) { return board->read_command; }
@@ -159,26 +94,7 @@ void orb_power_board_signal_shutdown(orb_power_board* board) {
 }
 
 int orb_power_board_get_board_type(orb_power_board* board) {
-  const mutex_lock lock(board->readings_lock);
-  return board->readings.status & kStatusExtended;
-}
-
-void orb_power_board_suspend_refresh(orb_power_board* board) {
-  trace(kTracePowerBoard, "suspend refresh");
-  board->refresh_suspended = true;
-  withdraw_motor_requests(board);
-}
-
-void orb_power_board_resume_refresh(orb_power_board* board) {
-  trace(kTracePowerBoard, "resume refresh");
-  board->refresh_suspended = false;
-  board->refresh_queued = false;
-}
-
-void orb_power_board_trigger_refresh(orb_power_board* board) {
-  if (!board->refresh_suspended) return;
-  trace(kTracePowerBoard, "trigger refresh");
-  board->refresh_queued = false;
+  return current_readings(board).status & kStatusExtended;
 }
 
 int orb_power_board_enable_camera_power(orb_power_board* board) {

@@ -1,12 +1,14 @@
 // What each refresh derives from the readings: the board's requests and warnings, and the averages.
 
+#include "power_board/events.h"
+
 #include <cstdio>
+#include <optional>
 
 #include "base/text.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/power_board.h"
 #include "store/logger.h"
-#include "supervisor/shutdown.h"
 
 namespace {
 
@@ -26,7 +28,7 @@ void detect_shutdown_request(orb_power_board* board, uint8_t status) {
   if (!requested || board->shutdown_requested != 0) return;
   board->shutdown_requested = 1;
   trace(kTracePowerBoard, "shutdown request");
-  orb_trigger_supervisor_shutdown(kShutdownBoard);
+  if (board->on_shutdown_request != nullptr) board->on_shutdown_request();
 }
 
 void detect_overcurrent(orb_power_board* board, uint8_t status) {
@@ -60,6 +62,21 @@ warning drive_warning(uint8_t motor_type) {
           motor_type == kMotorHeight ? orb_report_logger_height_motor_warning
           : motor_type == kMotorPan  ? orb_report_logger_pan_motor_warning
                                      : nullptr};
+}
+
+// Adds a sample; the average when its period is over.
+template <typename number>
+std::optional<number> next_average(period_average<number>& average, number sample) {
+  if (average.start_delay > 0) {
+    --average.start_delay;
+    return std::nullopt;
+  }
+  average.sum += sample;
+  if (++average.count < kAverageSamples) return std::nullopt;
+  const number result = average.sum / static_cast<number>(average.count);
+  average.sum = 0;
+  average.count = 0;
+  return result;
 }
 
 // The rising and the falling thresholds differ by one step of the table, and the comparisons are strict or
@@ -107,37 +124,21 @@ void average_battery(orb_power_board* board, const power_board_readings& reading
 }
 
 void average_pressure(orb_power_board* board, const power_board_readings& readings) {
-  pressure_average& pressure = board->pressure;
-  if (pressure.start_delay > 0) {
-    --pressure.start_delay;
-    return;
-  }
-  pressure.sum += readings.bme280_pressure;
-  if (++pressure.count < kAverageSamples) return;
-  const uint32_t average = pressure.sum / pressure.count;
-  pressure.sum = 0;
-  pressure.count = 0;
-  orb_report_logger_internal_pressure(average);
-  if (average > kHighPressure || average < kNormalPressure) {
-    hold_warning(board->high_pressure_hold, average > kHighPressure,
+  const std::optional<uint32_t> average = next_average(board->pressure, readings.bme280_pressure);
+  if (!average) return;
+  orb_report_logger_internal_pressure(*average);
+  if (*average > kHighPressure || *average < kNormalPressure) {
+    hold_warning(board->high_pressure_hold, *average > kHighPressure,
                  {"high pressure begin", "high pressure end", orb_report_logger_high_pressure_warning});
   }
 }
 
 void average_humidity(orb_power_board* board, const power_board_readings& readings) {
-  humidity_average& humidity = board->humidity;
-  if (humidity.start_delay > 0) {
-    --humidity.start_delay;
-    return;
-  }
-  humidity.sum += readings.bme280_humidity;
-  if (++humidity.count < kAverageSamples) return;
-  const float average = humidity.sum / static_cast<float>(humidity.count);
-  humidity.sum = 0;
-  humidity.count = 0;
-  orb_report_logger_internal_humidity(static_cast<double>(average));
-  if (average > kHighHumidity || average < kNormalHumidity) {
-    hold_warning(board->high_humidity_hold, average > kHighHumidity,
+  const std::optional<float> average = next_average(board->humidity, readings.bme280_humidity);
+  if (!average) return;
+  orb_report_logger_internal_humidity(static_cast<double>(*average));
+  if (*average > kHighHumidity || *average < kNormalHumidity) {
+    hold_warning(board->high_humidity_hold, *average > kHighHumidity,
                  {"high rh begin", "high rh end", orb_report_logger_high_humidity_warning});
   }
 }

@@ -1,7 +1,8 @@
-#include <algorithm>
-#include <concepts>
+#include "power_board/frame.h"
 
-#include "power_board/readings.h"
+#include <algorithm>
+#include <array>
+#include <concepts>
 
 namespace {
 

@@ -1,7 +1,9 @@
 // The laser range finder: modes, and which reading the operator is shown.
 
+#include "power_board/laser.h"
+
 #include "osd/osd.h"
-#include "power_board/internal.h"
+#include "power_board/power_board.h"
 #include "store/units.h"
 
 namespace {

@@ -1,64 +1,47 @@
 // The LEDs' register: what was last given, and what brings the board in line with it when a write is lost.
 
-#include "power_board/internal.h"
+#include "power_board/leds.h"
+
+#include "power_board/link.h"
+#include "power_board/work.h"
 
 namespace {
-
-// A raw write of another length gives no setting.
-bool is_led_write(const work_item& item) {
-  return item.kind == work_kind::write && item.number == kLedRegister && item.length == 2;
-}
 
 work_item led_write(const led_setting& leds) {
   const uint8_t data[] = {leds.mask, leds.pwm};
   return write_item(kLedRegister, data);
 }
 
+// The setting that is lost.
+std::optional<work_item> lost_write(orb_power_board* board) REQUIRES(board->queue_lock) {
+  if (!board->leds.is_lost()) return std::nullopt;
+  return *board->leds.written();
+}
+
 }  // namespace
-
-void note_leds(led_register* leds, const work_item& item) {
-  if (!is_led_write(item)) return;
-  leds->given = {item.data[0], item.data[1]};
-  ++leds->waiting;
-  leds->lost = false;
-}
-
-void note_led_write(orb_power_board* board, const work_item& item, bool sent) {
-  if (!is_led_write(item)) return;
-  const mutex_lock lock(board->queue_lock);
-  led_register& leds = board->leds;
-  if (--leds.waiting == 0 && !sent) leds.lost = true;
-}
 
 void queue_lost_leds(orb_power_board* board) {
   const mutex_lock lock(board->queue_lock);
-  led_register& leds = board->leds;
-  if (!leds.lost || !leds.given || board->write_suspended != 0) return;
-  const work_item item = led_write(*leds.given);
-  if (!board->queue.append(item)) return;
-  note_leds(&leds, item);
-  board->queue_ready.signal();
+  const std::optional<work_item> lost = lost_write(board);
+  if (lost && board->write_suspended == 0) append_work(board, {&*lost, 1});
 }
 
 bool write_lost_leds(orb_power_board* board) {
-  std::optional<led_setting> given;
+  std::optional<work_item> lost;
   {
     const mutex_lock lock(board->queue_lock);
-    if (board->leds.lost) given = board->leds.given;
+    lost = lost_write(board);
+    if (lost) board->leds.queue(*lost);
   }
-  if (!given) return true;
-  if (!write_register(board, led_write(*given))) return false;
-  const mutex_lock lock(board->queue_lock);
-  board->leds.lost = false;
-  return true;
+  return !lost || write_register(board, *lost);
 }
 
 int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8_t pwm) {
-  if (queue_work(board, led_write({mask, pwm}))) return 0;
+  const work_item write = led_write({mask, pwm});
   {
     const mutex_lock lock(board->queue_lock);
-    board->leds.given = {mask, pwm};
-    board->leds.lost = true;
+    if (append_work(board, {&write, 1})) return 0;
+    board->leds.refuse(write);
   }
   report_refused_write(board, __LINE__);
   return -1;
@@ -66,11 +49,13 @@ int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8
 
 std::optional<led_setting> given_leds(orb_power_board* board) {
   const mutex_lock lock(board->queue_lock);
-  return board->leds.given;
+  const work_item* last = board->leds.written();
+  if (last == nullptr) return std::nullopt;
+  return led_setting{last->data[0], last->data[1]};
 }
 
 led_setting current_leds(orb_power_board* board) {
   if (const std::optional<led_setting> given = given_leds(board)) return *given;
-  const mutex_lock lock(board->readings_lock);
-  return {board->readings.led_enable, board->readings.led_pwm};
+  const power_board_readings readings = current_readings(board);
+  return {readings.led_enable, readings.led_pwm};
 }

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <optional>
+#include <string_view>
 
-#include "app/main_loop.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/trace.h"
@@ -49,8 +49,9 @@ lighting_state lighting GUARDED_BY(lighting_lock);
 int high_beam_time_s GUARDED_BY(lighting_lock) = kDefaultHighBeamTime_s;
 bool is_closed GUARDED_BY(lighting_lock) = false;  // no high beam any more
 
-ev_timer high_beam_timer;     // main loop
-bool is_timer_ready = false;  // main loop
+struct ev_loop* main_loop GUARDED_BY(lighting_lock) = nullptr;  // null before its start and after its end
+ev_async beam_changed;                                          // main loop
+ev_timer high_beam_timer;  // main loop: it is brought in line with the state there
 
 bool is_high_beam() REQUIRES(lighting_lock) { return lighting.mode == &kHighBeam; }
 
@@ -71,12 +72,13 @@ void show_mode(const led_mode* mode, const led_setting& leds) REQUIRES(lighting_
   write_value_file(paths::kLighting, mode->name);
 }
 
-// The timer belongs to the main loop: it is brought in line with the state there.
-void follow_high_beam();
+void tell_main_loop() REQUIRES(lighting_lock) {
+  if (main_loop != nullptr) ev_async_send(main_loop, &beam_changed);
+}
 
 void end_high_beam() REQUIRES(lighting_lock) {
   lighting.countdown_s = 0;
-  post_to_main_loop(follow_high_beam);
+  tell_main_loop();
 }
 
 void restore_lights() REQUIRES(lighting_lock) {
@@ -86,12 +88,7 @@ void restore_lights() REQUIRES(lighting_lock) {
 
 void on_high_beam_timer(struct ev_loop*, ev_timer*, int) { tick_high_beam(); }
 
-void follow_high_beam() {
-  if (!is_timer_ready) {
-    ev_timer_init(&high_beam_timer, on_high_beam_timer, kTick_s, kTick_s);
-    is_timer_ready = true;
-  }
-  struct ev_loop* loop = ev_default_loop(0);
+void follow_high_beam(struct ev_loop* loop, ev_async*, int) {
   ev_timer_stop(loop, &high_beam_timer);
   const mutex_lock lock(lighting_lock);
   if (!is_high_beam()) return;
@@ -99,11 +96,9 @@ void follow_high_beam() {
   ev_timer_start(loop, &high_beam_timer);
 }
 
-const led_mode* find_mode(const char* name) {
-  for (const led_mode& mode : kModes) {
-    if (strcmp(mode.name, name) == 0) return &mode;
-  }
-  return nullptr;
+const led_mode* find_mode(std::string_view name) {
+  const auto* mode = std::ranges::find(kModes, name, &led_mode::name);
+  return mode == std::end(kModes) ? nullptr : mode;
 }
 
 void select_mode(const led_mode* mode, uint8_t intensity) REQUIRES(lighting_lock) {
@@ -196,13 +191,30 @@ void set_high_beam(bool on) {
   lighting.saved_leds = leds_now();
   lighting.countdown_s = high_beam_time_s;
   show_mode(&kHighBeam, {kHighBeam.mask, kHighBeamPwm});
-  post_to_main_loop(follow_high_beam);
+  tell_main_loop();
 }
 
 void close_high_beam() {
   const mutex_lock lock(lighting_lock);
   is_closed = true;
   if (is_high_beam()) restore_lights();
+}
+
+void start_high_beam_timer(struct ev_loop* loop) {
+  ev_timer_init(&high_beam_timer, on_high_beam_timer, kTick_s, kTick_s);
+  ev_async_init(&beam_changed, follow_high_beam);
+  ev_async_start(loop, &beam_changed);
+  const mutex_lock lock(lighting_lock);
+  main_loop = loop;
+  tell_main_loop();
+}
+
+void stop_high_beam_timer() {
+  const mutex_lock lock(lighting_lock);
+  if (main_loop == nullptr) return;
+  ev_async_stop(main_loop, &beam_changed);
+  ev_timer_stop(main_loop, &high_beam_timer);
+  main_loop = nullptr;
 }
 
 int high_beam_time() {

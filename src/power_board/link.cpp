@@ -1,11 +1,17 @@
 // The SPI link: bring-up, the register write and the status read.
 
+#include "power_board/link.h"
+
+#include <mraa/gpio.h>
+#include <mraa/spi.h>
+
 #include <cstdio>
 
 #include "base/application.h"
 #include "base/clock.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/frame.h"
+#include "power_board/work.h"
 
 namespace {
 
@@ -119,44 +125,17 @@ frame_check keep_frame(orb_power_board* board) {
   return take_frame({board->raw_frame.data(), board->read_length}, board->advanced != 0, &board->readings);
 }
 
-// After a write to the speed register that was dropped or failed: no speed counts as the register's until the
-// next write or good frame.
-void forget_speed(orb_power_board* board, const work_item& item) {
-  if (item.number != kSpeedRegister) return;
-  board->speed_lost = true;
+written_register speed_now(orb_power_board* board) {
   const mutex_lock lock(board->queue_lock);
-  board->speed.length = 0;
+  return board->speed;
 }
 
-// Counts a write to the speed register as performed, also one that was dropped, when it goes.
-class speed_write_done {
- public:
-  speed_write_done(orb_power_board* board, const work_item& item)
-      : board_(item.number == kSpeedRegister ? board : nullptr) {}
-  ~speed_write_done() {
-    if (board_ == nullptr) return;
-    const mutex_lock lock(board_->queue_lock);
-    ++board_->speed.performed;
-  }
-  speed_write_done(const speed_write_done&) = delete;
-  speed_write_done& operator=(const speed_write_done&) = delete;
-
- private:
-  orb_power_board* board_;
-};
-
-unsigned performed_speed_writes(orb_power_board* board) {
-  const mutex_lock lock(board->queue_lock);
-  return board->speed.performed;
-}
-
-// After a good frame: its reading of the speed register holds again when every write was performed before the
-// frame. Not while a run waits that was queued behind a write that failed: it counts on that one's speed.
+// After a good frame. Not while a run waits that was queued behind a write that failed: it counts on that
+// one's speed.
 void trust_speed_reading(orb_power_board* board, unsigned performed_before) {
   const mutex_lock lock(board->queue_lock);
-  if (board->speed.queued != performed_before || (board->speed_lost && board->queue.has_motor_work())) return;
-  board->speed.written = false;
-  board->speed_lost = false;
+  if (board->speed.has_failed() && board->queue.has_motor_work()) return;
+  board->speed.trust(performed_before);
 }
 
 void print_write(const work_item& item) {
@@ -176,14 +155,32 @@ mraa_result_t send_register(orb_power_board* board, const work_item& item, bool 
   return end_transaction(board, result);
 }
 
-// What a motor write leaves for later ones. A stop is owed until it, or a newer run, has been taken.
-void note_taken(orb_power_board* board, const work_item& item) {
-  if (item.number == kSpeedRegister) board->speed_lost = false;
-  if (is_motor_stop(item) || is_motor_run(item)) board->stop_owed = false;
+bool send_write(orb_power_board* board, const work_item& item) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const mraa_result_t result = send_register(board, item, attempt == 0);
+    if (result == MRAA_SUCCESS) return true;
+    trace(kTraceRefresh, "write failed %d", result);
+  }
+  return false;
 }
-void note_failed(orb_power_board* board, const work_item& item) {
-  forget_speed(board, item);
-  if (is_motor_stop(item)) board->stop_owed = true;
+
+bool try_write(orb_power_board* board, const work_item& item) {
+  if (board->write_suspended != 0) {
+    trace(kTraceRefresh, "write dropped %d", item.number);
+    trace_data(kTraceRefresh, "write", item.data.data(), item.length);
+    return false;
+  }
+  if (is_motor_run(item) && speed_now(board).has_failed()) {
+    trace(kTraceRefresh, "run without its speed: stop");
+    write_register(board, stop_item());
+    return false;
+  }
+  trace(kTraceRefresh, "write to register %d", item.number);
+  trace_data(kTraceRefresh, "write data", item.data.data(), item.length);
+  const bool sent = send_write(board, item);
+  // A stop is owed until it, or a newer run, has been taken.
+  if (is_motor_stop(item) || (is_motor_run(item) && sent)) board->stop_owed = !sent;
+  return sent;
 }
 
 }  // namespace
@@ -207,34 +204,16 @@ void close_bus(orb_power_board* board) {
 }
 
 bool write_register(orb_power_board* board, const work_item& item) {
-  const speed_write_done done(board, item);
-  if (board->write_suspended != 0) {
-    trace(kTraceRefresh, "write dropped %d", item.number);
-    trace_data(kTraceRefresh, "write", item.data.data(), item.length);
-    forget_speed(board, item);
-    return false;
-  }
-  if (is_motor_run(item) && board->speed_lost) {
-    trace(kTraceRefresh, "run without its speed: stop");
-    write_register(board, write_item(kMotorRegister, kStopCommand));
-    return false;
-  }
-  trace(kTraceRefresh, "write to register %d", item.number);
-  trace_data(kTraceRefresh, "write data", item.data.data(), item.length);
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const mraa_result_t result = send_register(board, item, attempt == 0);
-    if (result == MRAA_SUCCESS) return note_taken(board, item), true;
-    trace(kTraceRefresh, "write failed %d", result);
-  }
-  note_failed(board, item);
-  return false;
+  const bool sent = try_write(board, item);
+  note_performed(board, item, sent);
+  return sent;
 }
 
 void read_status(orb_power_board* board) {
   const uint8_t command = board->read_command;
   const uint8_t zero_buffer = board->zero_buffer;
   trace(kTraceRefresh, "refresh %02X %d %d %d", command, board->read_length, zero_buffer, board->all_zero);
-  const unsigned performed = performed_speed_writes(board);
+  const unsigned performed = speed_now(board).performed();
   // Unlike a write's, this command byte goes out unreversed: the board expects it exactly as it is stored.
   mraa_result_t transfer = begin_transaction(board, command);
   if (transfer == MRAA_SUCCESS) {

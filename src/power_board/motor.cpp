@@ -9,7 +9,8 @@
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/link.h"
+#include "power_board/work.h"
 #include "store/units.h"
 
 namespace {
@@ -39,7 +40,7 @@ bool jog_waits(orb_power_board* board) {
 bool is_extended(orb_power_board* board) { return orb_power_board_get_board_type(board) != 0; }
 
 int queue_motor_stop(orb_power_board* board) {
-  if (queue_work(board, write_item(kMotorRegister, kStopCommand))) return 0;
+  if (queue_work(board, stop_item())) return 0;
   report_refused_write(board, __LINE__);
   return -1;
 }
@@ -67,7 +68,7 @@ bool perform(orb_power_board* board, const motor_output& output) {
   trace_lines(output);
   for (const motor_write& write : output.writes()) {
     const work_item item = write_item(write.number, std::span(write.data).first(write.length));
-    note_speed_write(board, item);
+    note_write(board, item);
     if (!write_register(board, item) && !is_motor_stop(item)) return false;
     if (is_motor_run(item)) board->run_ns = monotonic_ns();
   }

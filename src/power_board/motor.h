@@ -1,6 +1,7 @@
 // The drives: the tilt drive, and the second drive that is either the telescoping mast ("height") or a pan
 // drive. The mast is homed to its retracted end stop and moved to presets by state machines that run once a
 // refresh (0.1 s) in the service thread. Counts fall as the mast extends; 222.5 counts are a millimetre.
+// Thread: any thread.
 #pragma once
 
 #include <array>
@@ -9,12 +10,10 @@
 #include <optional>
 #include <span>
 
-struct orb_power_board;
+#include "power_board/registers.h"
 
-// Register 6.
-inline constexpr uint8_t kMotorRunTilt = 1;
-inline constexpr uint8_t kMotorRunDrive = 2;  // pan or mast
-inline constexpr uint8_t kMotorStop = 0xFF;
+struct orb_power_board;
+struct power_board_readings;
 
 // homing_state
 inline constexpr int kHomingIdle = 0;  // not homed
@@ -160,7 +159,7 @@ bool request_jog(motor_state& motors, int command, bool may_home);
 // Ends homing and move for good, running or waiting. False when there is none.
 bool withdraw_requests(motor_state& motors);
 
-// --- operations; any thread, none waits ---
+// --- operations; none waits ---
 
 // A jog: runs drive `command` (1 tilt, 2 pan or mast) at `pwm` (limited to -100 to 100, negative is in) for
 // `duration` (its low 16 bits). -1 during over-current, and for the mast until it is homed, which the jog
@@ -189,3 +188,11 @@ void orb_power_board_load_height(orb_power_board* board, char* text, size_t size
 
 // The pwm of a tilt jog: 100 at 1x, 20 from 30x.
 int tilt_jog_pwm(float zoom_ratio);
+
+// The drives' step of a refresh: the machines look at the readings, and what they ask for is written.
+// Thread: service thread.
+void run_motors(orb_power_board* board, const power_board_readings& readings);
+
+// Ends homing and move, for `reason`, and stops the drives whatever they do.
+// Thread: service thread.
+void stop_motors(orb_power_board* board, const char* reason);

@@ -1,4 +1,41 @@
-// The machines of the drives, once a refresh: motor type, then what is asked for, then homing or move.
+// The machines of the drives, once a refresh: motor type, then what is asked for, then homing or move. They
+// are pure: a sample goes in, register writes and traced lines come out, which the service thread performs.
+//
+// Homing (motor_homing.cpp):
+//
+//   not homed --> start --> drive --> settle --> homed
+//
+//   any      -> start      home asked for, a mast confirmed, no jog before it in the queue  [start_homing]
+//   start    -> drive      3 samples with current                                     [home_until_current]
+//   start    -> settle     2 s without: it is at its end already; over-current; 40 s  [home_until_current]
+//   drive    -> settle     3 samples without current: it is stalled; over-current; 40 s [home_until_stall]
+//   settle   -> homed      3 samples near the count at the stop                                   [settle]
+//   between  -> not homed  withdrawn, disturbed, a write that fails, the bus given away   [abandon_homing]
+//   any      -> not homed  another motor type is confirmed; homed when it is not a mast     [confirm_type]
+//
+// Move, while homed (motor_moves.cpp):
+//
+//   idle --> start --> fast <--> slow --> check --> idle
+//
+//   idle     -> start         a move asked for                                                [start_move]
+//   start    -> fast or slow  5 samples of a steady encoder; out or in             [wait_for_encoder]
+//   fast    <-> slow          within 51 mm of the target; again beyond 64 mm  [move_out_fast and the like]
+//   slow     -> check         past the target, with a stop                                   [start_check]
+//   check    -> fast or slow  5 samples short of the target                                      [restart]
+//   check    -> idle          5 samples past it; or time is up                                [check_move]
+//   driving  -> idle          over-current, time is up, no movement                           [keep_moving]
+//   any      -> idle          cancelled, disturbed, a write that fails                           [end_move]
+//
+// What holds:
+//
+// - Only the machines change a state. A request waits for the next refresh and is looked at again there; a
+//   withdrawal takes that refresh for itself, so that what is asked for behind it starts at its beginning.
+// - A drive runs while the machines' last word to it is a run with its speed. A speed or run that is not
+//   taken, and a motor register that somebody else writes meanwhile, end homing or move with a stop.
+// - After 0.3 s without a refresh, or 1 s without a run command, the drive may have stopped by itself: it is
+//   told speed and run again, and no sample before that counts.
+// - A confirmed type, an update and the service's end write a stop in any case. A stop that is not taken is
+//   owed: every refresh tries it again until it, or a newer run, has been taken (service.cpp, link.cpp).
 
 #include "power_board/motor_machine.h"
 

@@ -1,8 +1,10 @@
 // What the machines of the drives share: one refresh's sample, state and output. All of it is pure.
+// Thread: any thread.
 #pragma once
 
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/motor.h"
+#include "power_board/readings.h"
 
 struct machine {
   motor_state& motors;

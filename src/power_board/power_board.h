@@ -1,11 +1,9 @@
 // The power board: a microcontroller that switches the camera, laser and LED supplies, drives the motors and
-// measures. One service thread alone talks to it over SPI; every operation here may be called on any thread
-// unless it says otherwise, queues its work and never waits for the bus.
+// measures. One service thread alone talks to it over SPI; every operation queues its work and never waits
+// for the bus. Thread: any thread.
 #pragma once
 
 #include <ev.h>
-#include <mraa/gpio.h>
-#include <mraa/spi.h>
 #include <pthread.h>
 
 #include <array>
@@ -15,12 +13,15 @@
 #include <optional>
 
 #include "base/mutex.h"
+#include "power_board/frame.h"
 #include "power_board/motor.h"
-#include "power_board/readings.h"
 #include "power_board/work_queue.h"
+#include "power_board/written_register.h"
 #include "store/units.h"
 
 struct orb_application;
+struct _gpio;  // libmraa's contexts: of its users only the link needs more
+struct _spi;
 
 // Service states.
 inline constexpr int kServiceStopped = 0;
@@ -28,14 +29,6 @@ inline constexpr int kServiceStarting = 1;
 inline constexpr int kServiceRunning = 2;
 inline constexpr int kServiceStopping = 3;
 inline constexpr int kServiceFailed = 255;  // the bus could not be brought up: queued work is never performed
-
-// LED modes: masks of the LED drive lines, byte 0 of register 1.
-inline constexpr uint8_t kLedOff = 0x00;
-inline constexpr uint8_t kLedLow = 0x09;
-inline constexpr uint8_t kLedMedium = 0x12;
-inline constexpr uint8_t kLedHigh = 0x24;
-inline constexpr uint8_t kLedStrip = 0xC0;
-inline constexpr uint8_t kLedAll = 0xFF;  // high beam
 
 struct led_setting {
   uint8_t mask = kLedOff;
@@ -58,34 +51,11 @@ struct battery_average {
 };
 
 // Averages of 50 samples each, after a start delay in refreshes.
-struct pressure_average {
+template <typename number>
+struct period_average {
   int start_delay = 150;
-  uint32_t sum = 0;
-  uint32_t count = 0;
-};
-struct humidity_average {
-  int start_delay = 150;
-  float sum = 0;
+  number sum = 0;
   int count = 0;
-};
-
-// What the speed register holds, as far as the writes to it tell: a reading is older than a write that was
-// queued after its frame.
-struct speed_register {
-  bool written = false;  // `data` stands in place of the reading
-  uint8_t length = 0;
-  std::array<uint8_t, 3> data{};
-  unsigned queued = 0;  // writes, counted when they are queued and when they are done
-  unsigned performed = 0;
-};
-
-// The LEDs' register, which its reading follows late. A setting that the queue refuses, or that does not
-// reach the board, is lost; it stands, and is queued again with every tick of the refresh timer until it has
-// been sent.
-struct led_register {
-  std::optional<led_setting> given;  // last, by whomever
-  unsigned waiting = 0;              // writes in the queue or in hand
-  bool lost = false;
 };
 
 // Laser range finder. Flags and modes are set by any thread, readings by the service thread.
@@ -113,8 +83,9 @@ struct orb_power_board {
   bool stopping GUARDED_BY(queue_lock) = false;
   bool shutdown_queued GUARDED_BY(queue_lock) = false;
   bool refresh_waiting GUARDED_BY(queue_lock) = false;  // one refresh in the queue at most
-  speed_register speed GUARDED_BY(queue_lock);
-  led_register leds GUARDED_BY(queue_lock);
+  written_register speed GUARDED_BY(queue_lock);        // no run while its last write has failed
+  // Two bytes. A setting that is lost is queued again with every tick of the refresh timer until it is sent.
+  written_register leds GUARDED_BY(queue_lock);
   // The timer has nothing to queue: a refresh waits or runs, or all are suspended.
   std::atomic<bool> refresh_queued = false;
   std::atomic<bool> refresh_suspended = false;
@@ -128,19 +99,19 @@ struct orb_power_board {
   // Of the service thread alone.
   std::array<uint8_t, kFrameSize> raw_frame{};
   int all_zero = 0;
-  mraa_gpio_context chip_select = nullptr;
-  mraa_gpio_context boot_line = nullptr;
-  mraa_gpio_context reset_line = nullptr;
-  mraa_spi_context spi = nullptr;
+  _gpio* chip_select = nullptr;
+  _gpio* boot_line = nullptr;
+  _gpio* reset_line = nullptr;
+  _spi* spi = nullptr;
   bool stop_owed = false;         // a motor stop could not be written: it is tried again with each refresh
-  bool speed_lost = false;        // a write to the speed register failed: no run until it holds a known one
   bool motors_disturbed = false;  // a motor register was written from the queue since the last refresh
   int64_t motors_ns = 0;          // when the machines last looked at the drives
   int64_t run_ns = 0;             // when they last told one to run
   int shutdown_requested = 0;     // latched: the board asks once per run
+  void (*on_shutdown_request)() = nullptr;  // must not wait; set after init, before the service is started
   battery_average battery;
-  pressure_average pressure;
-  humidity_average humidity;
+  period_average<uint32_t> pressure;
+  period_average<float> humidity;
 
   // Written by the service thread, read by anyone.
   std::atomic<int> overcurrent = 0;            // 1 while a drive is
@@ -174,15 +145,18 @@ extern std::atomic<orb_power_board*> power_board_instance;
 inline orb_power_board* power_board_now() { return power_board_instance.load(std::memory_order_acquire); }
 
 // Clears the record and sets its defaults for the advanced or the basic model; asks Redis for the battery
-// type. Returns 0. Main thread, once: the update thread of a service that ran lives on in the record.
+// type. Returns 0. Once: the update thread of a service that ran lives on in the record.
+// Thread: start-up.
 int orb_power_board_init(orb_power_board* board, orb_application* application, int advanced);
 
 // Starts the service thread and the refresh timer (0.1 s). Returns 0, or -1 with a message when it runs
-// already or cannot be started. Main thread.
+// already or cannot be started.
+// Thread: start-up.
 int orb_power_board_start_service(orb_power_board* board);
 
 // Lets the service end after the work that waits, with a motor stop as its last act, and joins it; later work
-// is refused. Main thread.
+// is refused.
+// Thread: main loop, when it has ended.
 void orb_power_board_stop_service(orb_power_board* board);
 void orb_power_board_destroy(orb_power_board* board);
 
@@ -191,6 +165,7 @@ void orb_power_board_destroy(orb_power_board* board);
 int orb_power_board_issue_write(orb_power_board* board, uint8_t number, const uint8_t* data, uint32_t length);
 
 // A copy of the last good readings.
+power_board_readings current_readings(orb_power_board* board);
 void orb_power_board_load_registers(orb_power_board* board, power_board_readings* destination);
 
 // The command byte that starts a status read.

@@ -9,7 +9,12 @@
 #include "base/clock.h"
 #include "base/thread.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/events.h"
+#include "power_board/firmware_update.h"
+#include "power_board/laser.h"
+#include "power_board/leds.h"
+#include "power_board/link.h"
+#include "power_board/work.h"
 
 namespace {
 
@@ -19,14 +24,13 @@ constexpr int kLastTries = 10;
 constexpr int64_t kLastPause_ms = 100;
 
 void try_owed_stop(orb_power_board* board) {
-  if (board->stop_owed) write_register(board, write_item(kMotorRegister, kStopCommand));
+  if (board->stop_owed) write_register(board, stop_item());
 }
 
 void run_refresh(orb_power_board* board) {
   try_owed_stop(board);
   read_status(board);
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
+  const power_board_readings readings = current_readings(board);
   detect_events(board, readings);
   average_battery(board, readings);
   average_pressure(board, readings);
@@ -47,11 +51,8 @@ void refresh(orb_power_board* board) {
 void signal_shutdown(orb_power_board* board) {
   trace(kTracePowerBoard, "signal shutdown");
   sleep_ms(kShutdownDelay_ms);
-  power_board_readings readings;
-  orb_power_board_load_registers(board, &readings);
-  work_item write{.kind = work_kind::write, .number = kPowerRegister, .length = 1};
-  write.data[0] = readings.power_enable | kPowerCut;
-  write_register(board, write);
+  const uint8_t data[] = {static_cast<uint8_t>(current_readings(board).power_enable | kPowerCut)};
+  write_register(board, write_item(kPowerRegister, data));
   const mutex_lock lock(board->queue_lock);
   board->shutdown_queued = false;
 }
@@ -75,7 +76,7 @@ void serve(orb_power_board* board) {
         break;
       case work_kind::write:
         board->motors_disturbed |= is_motor_write(item);
-        note_led_write(board, item, write_register(board, item));
+        write_register(board, item);
         break;
       case work_kind::firmware_update:
         hand_over_to_update(board, item.completed);
@@ -88,8 +89,7 @@ void serve(orb_power_board* board) {
 }
 
 // The queue is closed, so nothing can start a drive behind the stop. A bus that does not take it is given the
-// time for which a drive could run on.
-// So is the LEDs' last setting.
+// time for which a drive could run on. So is the LEDs' last setting.
 void end_drives_and_lights(orb_power_board* board) {
   stop_motors(board, "end");
   bool are_lit_as_given = write_lost_leds(board);
@@ -171,3 +171,21 @@ void orb_power_board_stop_service(orb_power_board* board) {
 }
 
 void orb_power_board_destroy(orb_power_board* board) { orb_power_board_stop_service(board); }
+
+void orb_power_board_suspend_refresh(orb_power_board* board) {
+  trace(kTracePowerBoard, "suspend refresh");
+  board->refresh_suspended = true;
+  withdraw_motor_requests(board);
+}
+
+void orb_power_board_resume_refresh(orb_power_board* board) {
+  trace(kTracePowerBoard, "resume refresh");
+  board->refresh_suspended = false;
+  board->refresh_queued = false;
+}
+
+void orb_power_board_trigger_refresh(orb_power_board* board) {
+  if (!board->refresh_suspended) return;
+  trace(kTracePowerBoard, "trigger refresh");
+  board->refresh_queued = false;
+}

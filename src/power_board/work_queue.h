@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "base/thread.h"
+#include "power_board/registers.h"
 
 enum class work_kind : uint32_t {
   stop = 1,
@@ -26,17 +27,18 @@ struct work_item {
   completion_function completed = nullptr;  // of a firmware update
 };
 
-// A stop of all motors: register 6, 0xFF.
+// A stop of all motors.
 inline bool is_motor_stop(const work_item& item) {
-  return item.kind == work_kind::write && item.number == 6 && item.length != 0 && item.data[0] == 0xFF;
+  return item.kind == work_kind::write && item.number == kMotorRegister && item.length != 0 &&
+         item.data[0] == kMotorStop;
 }
 
-// A write to the motor registers, 3 speed and 6 command, and a run command: anything there but a stop.
+// A write to the motor registers, speed and command, and a run command: anything there but a stop.
 inline bool is_motor_write(const work_item& item) {
-  return item.kind == work_kind::write && (item.number == 3 || item.number == 6);
+  return item.kind == work_kind::write && (item.number == kSpeedRegister || item.number == kMotorRegister);
 }
 inline bool is_motor_run(const work_item& item) {
-  return is_motor_write(item) && item.number == 6 && item.length != 0 && !is_motor_stop(item);
+  return is_motor_write(item) && item.number == kMotorRegister && item.length != 0 && !is_motor_stop(item);
 }
 
 class work_queue {

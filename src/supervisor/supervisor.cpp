@@ -4,7 +4,6 @@
 
 #include <atomic>
 
-#include "app/main_loop.h"
 #include "supervisor/camera_ping.h"
 #include "supervisor/encoder_poll.h"
 #include "supervisor/shutdown.h"
@@ -20,21 +19,18 @@ std::atomic<bool> is_initialised = false;
 
 void on_status_timer(struct ev_loop*, ev_timer*, int) { step_status(); }
 
-// The loop is made after the supervisor has been initialised.
-void start_timers() {
-  struct ev_loop* loop = ev_default_loop(0);
-  ev_timer_init(&status_timer, on_status_timer, kStatusPeriod_s, kStatusPeriod_s);
-  ev_timer_start(loop, &status_timer);
-  start_camera_ping(loop);
-  start_encoder_poll(loop);
-}
-
 }  // namespace
 
 void orb_init_supervisor(int) {
   if (is_initialised.exchange(true)) return;
   reset_status();
-  post_to_main_loop(start_timers);
   start_usb_store_watch();
   start_shutdown_thread();
+}
+
+void start_supervisor_timers(struct ev_loop* loop) {
+  ev_timer_init(&status_timer, on_status_timer, kStatusPeriod_s, kStatusPeriod_s);
+  ev_timer_start(loop, &status_timer);
+  start_camera_ping(loop);
+  start_encoder_poll(loop);
 }

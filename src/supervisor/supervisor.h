@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <limits>
 
+struct ev_loop;
+
 inline constexpr double kUnknownTemperature = std::numeric_limits<double>::quiet_NaN();
 
 // A temperature of the camera in °C; NaN and invalid until the encoder has told it.
@@ -57,8 +59,12 @@ struct supervisor_values {
   bool shutdown = false;
 };
 
-// Starts timers and threads, once. `flag` is 1 and means nothing. Main thread, before the loop runs.
+// Starts the threads, once. `flag` is 1 and means nothing. Main thread.
 void orb_init_supervisor(int flag);
+
+// Starts what comes by time: the status record and the camera's echo every second, the encoder's pages every
+// 5 s. Main thread, once, before the loop runs.
+void start_supervisor_timers(struct ev_loop* loop);
 
 // A copy of the status record. Any thread.
 void orb_load_supervisor_values(supervisor_values* values);

@@ -2,6 +2,7 @@
 // service on a simulated board.
 #include "base/application.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

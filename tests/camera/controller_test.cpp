@@ -9,6 +9,7 @@
 #include "base/value_file.h"
 #include "camera/depth_of_field.h"
 #include "camera/modes.h"
+#include "power_board/intensity_loop.h"
 #include "seats/seats.h"
 #include "store/settings.h"
 #include "tests/visca/fake_camera.h"

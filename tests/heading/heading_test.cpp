@@ -6,7 +6,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "power_board/readings.h"
+#include "power_board/frame.h"
 #include "sim/board/board_model.h"
 #include "store/settings.h"
 

@@ -1,4 +1,7 @@
 // What the simulated bus finds fault with.
+#include <mraa/gpio.h>
+#include <mraa/spi.h>
+
 #include "power_board/rig.h"
 
 namespace {

@@ -2,6 +2,7 @@
 #include "base/json.h"
 #include "log_files/current_readings.h"
 #include "osd/osd.h"
+#include "power_board/laser.h"
 #include "power_board/rig.h"
 #include "store/logger.h"
 
@@ -34,10 +35,13 @@ class events : public rig {
 
 TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_refreshes) {
   orb_init_logger();
+  static int requests = 0;
+  board_.on_shutdown_request = [] { ++requests; };
   for (const int none : {0x00, 0x0E, 0x01, 0x21, 0x23}) status(none);
   EXPECT_EQ(traced(), texts{});
   for (const int value : {0x03, 0x03, 0x01, 0x03}) status(value);
   EXPECT_EQ(traced(), texts{"PWRB: shutdown request"});
+  EXPECT_EQ(requests, 1);
   const std::string on = "PWRB: overcurrent", off = "PWRB: no overcurrent";
   status(0x05, 3);
   status(0x01, 29);

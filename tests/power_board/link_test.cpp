@@ -1,4 +1,7 @@
 // Bring-up, and the two transactions on the wire, on the test's own thread where that is enough.
+#include <mraa/gpio.h>
+#include <mraa/spi.h>
+
 #include "power_board/rig.h"
 
 namespace {
@@ -54,7 +57,7 @@ TEST_F(power_link, register_writes_go_out_byte_by_byte) {
 // A stop above all, also when chip select is what fails; a dead bus is given up.
 TEST_F(power_link, a_write_that_fails_is_sent_again) {
   ASSERT_EQ(open_bus(&board_), 0);
-  const auto stop = [this] { return write_register(&board_, write_item(kMotorRegister, kStopCommand)); };
+  const auto stop = [this] { return write_register(&board_, stop_item()); };
   const std::tuple<bus_call, int, const char*> rows[] = {{bus_call::spi_transfer, 0, "PBRF: write failed 7"},
                                                          {bus_call::gpio_write, 0, "PBRF: write failed 7"},
                                                          {bus_call::gpio_write, 1, "PBRF:  FF"}};

@@ -9,9 +9,12 @@
 #include <regex>
 
 #include "base/application.h"
+#include "base/clock.h"
 #include "base/paths.h"
 #include "base/trace.h"
-#include "power_board/internal.h"
+#include "power_board/events.h"
+#include "power_board/link.h"
+#include "power_board/work.h"
 #include "sim/board/bus.h"
 #include "sim/board/control.h"
 #include "tests/await.h"

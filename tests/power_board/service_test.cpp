@@ -108,7 +108,7 @@ TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
       act(), tick();
       ASSERT_TRUE(await([this] {
         const mutex_lock lock(board_.queue_lock);
-        return board_.leds.lost;
+        return board_.leds.is_lost();
       }));
     }
   };

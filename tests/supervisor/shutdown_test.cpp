@@ -5,7 +5,8 @@
 
 #include "api/api_client.h"
 #include "base/redis_server.h"
-#include "power_board/internal.h"
+#include "power_board/events.h"
+#include "power_board/power_board.h"
 #include "recorder/bench.h"
 #include "store/identity.h"
 #include "supervisor/shutdown.h"

@@ -1,11 +1,12 @@
-// The hand-over of the bus to a firmware update. No update image exists for this board's software, so the
-// update thread finds nothing to do and gives the bus back at once.
+// No update image exists for this board's software, so the update thread finds nothing to do and gives the
+// bus back at once.
+#include "power_board/firmware_update.h"
 
 #include "base/text.h"
-#include "base/thread.h"
 #include "base/trace.h"
 #include "base/update_progress.h"
-#include "power_board/internal.h"
+#include "power_board/power_board.h"
+#include "power_board/work.h"
 
 namespace {
 

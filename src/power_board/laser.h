@@ -1,0 +1,8 @@
+// The laser's step of a refresh: takes its reading, and shows it or takes it away.
+// Thread: service thread.
+#pragma once
+
+struct orb_power_board;
+struct power_board_readings;
+
+void update_laser(orb_power_board* board, const power_board_readings& readings);
