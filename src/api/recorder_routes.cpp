@@ -14,7 +14,6 @@
 #include "recorder/marks.h"
 #include "recorder/metadata.h"
 #include "recorder/recorder.h"
-#include "store/texts.h"
 
 namespace {
 

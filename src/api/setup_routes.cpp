@@ -21,7 +21,6 @@
 #include "store/identity.h"
 #include "store/settings.h"
 #include "store/texts.h"
-#include "supervisor/versions.h"
 
 namespace {
 

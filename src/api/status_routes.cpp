@@ -19,7 +19,6 @@
 #include "power_board/power_board.h"
 #include "seats/seats.h"
 #include "store/identity.h"
-#include "store/units.h"
 #include "supervisor/supervisor.h"
 #include "supervisor/versions.h"
 #include "visca/camera_thread.h"

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <sys/time.h>
 
-#include <algorithm>
 #include <cstdarg>
 
 #include "base/clock.h"

@@ -4,7 +4,6 @@
 // is stated.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 // Levels, which are also the mask's bit numbers.

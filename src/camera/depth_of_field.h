@@ -1,8 +1,6 @@
 // The depth of field that goes with a focus position. Any thread.
 #pragma once
 
-#include <cstddef>
-
 // Texts such as "2.2 m", in feet when setting 20 holds 1; the infinity sign below position 4096, "?" for -1.
 struct depth_of_field {
   char far_limit[16] = "";

@@ -1,7 +1,5 @@
 #include "camera/lens_loops.h"
 
-#include <algorithm>
-
 #include "base/clock.h"
 #include "base/paths.h"
 #include "base/trace.h"

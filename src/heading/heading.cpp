@@ -6,6 +6,7 @@
 #include <numbers>
 
 #include "base/text.h"
+#include "store/settings.h"
 
 namespace {
 

@@ -5,8 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "store/settings.h"
-
 // The numbers of the calibration: settings kSettingMagnetometerX and the eleven after it.
 inline constexpr uint32_t kCalibrationNumbers = 12;
 

@@ -3,7 +3,6 @@
 #include "power_board/power_board.h"
 
 #include <cstring>
-#include <memory>
 #include <new>
 
 #include "base/application.h"

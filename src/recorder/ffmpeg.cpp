@@ -9,7 +9,6 @@ extern "C" {
 }
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 

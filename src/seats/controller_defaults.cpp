@@ -2,11 +2,9 @@
 
 #include "base/paths.h"
 #include "base/trace.h"
-#include "base/value_file.h"
 #include "camera/defaults_worker.h"
 #include "camera/lens_loops.h"
 #include "camera/modes.h"
-#include "camera/speeds.h"
 #include "power_board/intensity_loop.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"

@@ -6,7 +6,6 @@
 #include "base/mutex.h"
 #include "base/text.h"
 #include "base/trace.h"
-#include "camera/lens_loops.h"
 #include "recorder/recorder.h"
 #include "store/settings.h"
 

@@ -5,7 +5,6 @@
 
 #include <utility>
 
-#include "base/clock.h"
 #include "base/file.h"
 #include "base/mutex.h"
 #include "base/paths.h"

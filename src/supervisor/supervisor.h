@@ -3,7 +3,6 @@
 // unit. No operation waits.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 

@@ -158,10 +158,10 @@ void step_usb_stick(stick_visit* visit) {
   step_plug(visit);
 }
 
-const char* stick_text(const stick_state& stick) {
-  if (stick.eject_pending) return "eject pending";
-  if (stick.ejected) return "ejected";
-  return stick.mounted ? "inserted" : "removed";
+const char* stick_text(const stick_state& now) {
+  if (now.eject_pending) return "eject pending";
+  if (now.ejected) return "ejected";
+  return now.mounted ? "inserted" : "removed";
 }
 
 stick_state usb_stick_now() {

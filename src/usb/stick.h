@@ -24,7 +24,7 @@ void step_usb_stick(stick_visit* visit);
 stick_state usb_stick_now();
 
 // "eject pending", "ejected", "inserted", "removed".
-const char* stick_text(const stick_state& stick);
+const char* stick_text(const stick_state& now);
 
 // Asks for the stick to be unmounted as soon as nothing is written to it: 1, or -1 when there is none. Any
 // thread.
