@@ -235,4 +235,20 @@ TEST(unit, the_clock_is_set_to_what_a_client_says_and_the_unit_reboots) {
   EXPECT_EQ(power_calls(), "reboot\n");
 }
 
+// What a client leaves for the others is kept whole up to its limit.
+TEST(unit, keeps_an_image) {
+  const child daemon = start_serving_daemon();
+  const auto post = [](const std::string& image) {
+    return http("POST", "/api/camera/imagecache", image).body;
+  };
+  std::string image(524'287, '\0');
+  for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<char>(i * i >> 8);
+  EXPECT_EQ(post(image), kOk);
+  for (const std::string& bad : {image + "x", std::string()})
+    EXPECT_EQ(post(bad), R"({"status":"BAD_REQUEST"})");
+  const reply answer = http("GET", "/api/camera/imagecache");
+  EXPECT_TRUE(answer.body == image);
+  EXPECT_EQ(answer.head, "HTTP/1.1 200 OK\r\nContent-Length: 524287\r\nContent-Type: image/jpeg");
+}
+
 }  // namespace
