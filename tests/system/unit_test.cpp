@@ -125,19 +125,18 @@ TEST(unit, has_one_daemon) {
 // Fifteen tablets that hold their connections: the sixteenth waits, and the unit does not spin meanwhile.
 TEST(unit, a_full_pool_waits_without_spinning) {
   const child daemon = start_serving_daemon();
-  std::array<int, 16> held;
-  for (int& fd : held) fd = connect_to("127.0.0.1", 60102);
+  std::array<unique_fd, 16> held;
+  for (unique_fd& fd : held) fd = connect_to(addresses::kApiPort);
   usleep(100'000);
   const std::string request = "GET /api/camera/zoom/speed HTTP/1.1\r\n\r\n";
-  send(held[15], request.data(), request.size(), 0);
+  send(held[15].get(), request.data(), request.size(), 0);
   const double before = cpu_ms(daemon.pid());
   usleep(1'000'000);
   EXPECT_LT(cpu_ms(daemon.pid()) - before, 200);
   char text[256] = "";
-  EXPECT_LT(recv(held[15], text, sizeof text, MSG_DONTWAIT), 0);
-  close(held[3]);
-  EXPECT_GT(recv(held[15], text, sizeof text, 0), 0);
-  for (const int fd : held) close(fd);
+  EXPECT_LT(recv(held[15].get(), text, sizeof text, MSG_DONTWAIT), 0);
+  held[3].reset();
+  EXPECT_GT(recv(held[15].get(), text, sizeof text, 0), 0);
 }
 
 TEST(unit, a_signal_during_the_start_ends_it_in_order) {
