@@ -1,4 +1,4 @@
-// The unit's setup and service without a unit around them: clock texts, GPS sentences, and what the routes do
+// The unit's setup and service without a unit around them: clock texts, and what the routes do
 // without a stick, a board and the right to set the clock. What they answer and trace is in the session.
 #include <gtest/gtest.h>
 
@@ -6,7 +6,6 @@
 #include "api/clock_setting.h"
 #include "base/trace.h"
 #include "power_board/lighting.h"
-#include "recorder/gps.h"
 #include "store/settings.h"
 
 namespace {
@@ -39,32 +38,6 @@ TEST(clock_setting, takes_the_fields_of_its_text) {
       {with_date, "2026-00-01", "refused"},
       {with_date, "2026-01-32", "refused"}};
   for (const auto& [with, text, expected] : rows) EXPECT_EQ(local_text(with(now, text)), expected) << text;
-}
-
-TEST(gps, location_of_a_sentence) {
-  const std::string kept = "a b c";
-  const std::string rest = ",1,08,0.9,545.4,M,46.9,M,,";
-  const std::pair<std::string, std::string> rows[] = {
-      {"$GPGGA,001519.256,4807.038,S,01131.000,W" + rest, "-48.11730 -11.51667 00:15:19.26 UTC"},
-      {"$GPGGA,235959,9000,N,18000,W", "90.00000 -180.00000 23:59:59.00 UTC"},
-      {"$GPGGA,,,,,,0,,,,,,,,", kept},  // without a fix
-      {"$GPGGA,123519,4807.038x,N,01131.000,E" + rest, kept},
-      {"$GPGGA,123519,nan,N,01131.000,E" + rest, kept},
-      {"$GPGGA,123519,9000.1,N,01131.000,E" + rest, kept},
-      {"$GPGGA,123519,4760,N,01131.000,E" + rest, kept},
-      {"$GPGGA,126000,4807.038,N,01131.000,E" + rest, kept},
-      {"$GPGGA,123561,4807.038,N,01131.000,E" + rest, kept},
-      {"$GPGGA,123519,4807.038,N,-1131.000,E" + rest, kept},
-      {std::string(200, ','), kept}};
-  for (const auto& [sentence, expected] : rows) {
-    orb_set_recorder_gps_location("a", "b", "c");
-    EXPECT_EQ(orb_set_recorder_gps_data(sentence.c_str()), sentence[0] == '$' ? 0 : -1) << sentence;
-    char texts[4][81];
-    orb_load_recorder_gps_data(texts[0], sizeof texts[0]);
-    orb_load_recorder_gps_location(texts[1], 81, texts[2], 81, texts[3], 81);
-    EXPECT_EQ(texts[0], sentence.substr(0, 80));
-    EXPECT_EQ(std::string(texts[1]) + " " + texts[2] + " " + texts[3], expected) << sentence;
-  }
 }
 
 TEST(setup_api, without_stick_and_board_and_with_values_that_are_none) {

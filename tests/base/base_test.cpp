@@ -1,7 +1,6 @@
 // Value files, shell commands, and the Redis client against a Redis that is well, away, frozen or full.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <filesystem>
@@ -18,6 +17,7 @@
 #include "base/value_file.h"
 #include "store/identity.h"
 #include "tests/await.h"
+#include "tests/scarcity.h"
 
 namespace fs = std::filesystem;
 
@@ -58,14 +58,6 @@ TEST(value_file, reader_sees_whole_values) {
   }
 }
 
-TEST(json_file, stays_when_memory_has_run_out) {
-  const json_owner value(json_tokener_parse("[1]"));
-  EXPECT_TRUE(replace_json_file("/tmp/a.json", value.get()));
-  EXPECT_FALSE(replace_json_file("/tmp/a.json", nullptr));
-  EXPECT_EQ(save_json_file("/tmp/a.json", nullptr), -1);
-  EXPECT_EQ(read_file("/tmp/a.json", 9), "[1]");
-}
-
 TEST(shell, lines_and_the_exit_status) {
   const std::tuple<std::string, int, std::string> rows[] = {
       {"echo one; echo; printf 'abcdefgh\\nlast'", 0, "[one][][abcde][last]"},
@@ -87,16 +79,14 @@ TEST(shell, lines_and_the_exit_status) {
 // Slow while it prints, behind a closed output, or through what it has started; or never silent. The last
 // descriptors are taken behind its start.
 TEST(shell, ends_in_its_time) {
-  rlimit files{};
-  getrlimit(RLIMIT_NOFILE, &files);
-  const rlimit none{1, files.rlim_max};
   for (const char* command : {"echo one; sleep 30; echo two", "echo one; exec >&-; sleep 30",
                               "echo one; (sleep 30); :", "yes one"}) {
     const int64_t begin = monotonic_ns();
     std::set<std::string> lines;
-    const auto take = [&](std::string_view line) { lines.emplace(line), setrlimit(RLIMIT_NOFILE, &none); };
+    std::optional<no_more_files> from_now_on;
+    const auto take = [&](std::string_view line) { lines.emplace(line), from_now_on.emplace(); };
     EXPECT_EQ(run_shell(command, 5, take, {.timeout_ms = 200}), kTimedOut);
-    setrlimit(RLIMIT_NOFILE, &files);
+    from_now_on.reset();
     EXPECT_LT(monotonic_ns() - begin, 2000 * kNanosecondsPerMillisecond) << command;
     EXPECT_EQ(lines, std::set<std::string>{"one"});
   }

@@ -23,3 +23,11 @@ inline std::string traces(const std::string& tag) {
   }
   return messages;
 }
+
+// Those since the last call; for one tag of a program.
+inline std::string new_traces(const std::string& tag) {
+  static size_t seen = 0;
+  std::string added = traces(tag).substr(seen);
+  seen += added.size();
+  return added;
+}

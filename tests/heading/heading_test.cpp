@@ -86,9 +86,4 @@ TEST(heading, is_xx_without_a_calibration) {
   EXPECT_EQ(heading(measure(45, 0, 0)), "XX");
 }
 
-TEST(heading, north_is_360) {
-  EXPECT_EQ(compass_degrees(0), 360);
-  EXPECT_EQ(compass_degrees(-0.001F), 0);
-}
-
 }  // namespace

@@ -2,8 +2,6 @@
 // mounted.
 #include "recorder/finished_takes.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <regex>
@@ -11,6 +9,7 @@
 #include <span>
 
 #include "recorder/bench.h"
+#include "tests/scarcity.h"
 #include "usb/bench_stick.h"
 #include "usb/stored_files.h"
 
@@ -50,10 +49,7 @@ int copy(const std::string& list) { return request(orb_copy_recorder_files, list
 
 // The recorder's trace since the last call, the folders of files as "usb:" and "stick:".
 std::string traced() {
-  static size_t seen = 0;
-  const std::string added = traces("RCDR").substr(seen);
-  seen += added.size();
-  return std::regex_replace(std::regex_replace(added, std::regex(kTakes + "/"), "usb:"),
+  return std::regex_replace(std::regex_replace(new_traces("RCDR"), std::regex(kTakes + "/"), "usb:"),
                             std::regex(kStick + "/"), "stick:");
 }
 
@@ -272,17 +268,15 @@ TEST(file_workers, one_whose_thread_cannot_be_had_refuses_until_it_can) {
   const auto act = [](const stored_files&, json_object*, const file_task&) { ++served; };
   static stored_files kind{"/tmp", kTraceRecorder,        "",
                            false,  {"copy", "copy", act}, {"delete", "delete", act}};
-  pthread_attr_t before, vast;
-  pthread_getattr_default_np(&before), pthread_getattr_default_np(&vast);
-  pthread_attr_setstacksize(&vast, size_t{1} << 46);
-  pthread_setattr_default_np(&vast);
   const auto remove_one = [] {
     json_owner list(json_tokener_parse("[{}]"));
     return delete_stored_files(&kind, list.get(), json_owner(json_object_get(list.get())));
   };
-  start_file_workers(&kind);
-  EXPECT_EQ(remove_one(), -1);
-  pthread_setattr_default_np(&before);
+  {
+    const no_more_threads now;
+    start_file_workers(&kind);
+    EXPECT_EQ(remove_one(), -1);
+  }
   EXPECT_EQ(remove_one(), 0);
   EXPECT_TRUE(await([] { return served == 1; }));
 }

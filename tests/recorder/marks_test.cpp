@@ -2,11 +2,10 @@
 // cut from a real picture.
 #include "recorder/marks.h"
 
-#include <sys/resource.h>
-
 #include "base/text.h"
 #include "recorder/bench.h"
 #include "recorder/mark_files.h"
+#include "tests/scarcity.h"
 
 namespace {
 
@@ -129,12 +128,10 @@ TEST_F(marks, pair_with_their_notes_as_stills) {
   ASSERT_TRUE(stopped);
   make_stills(kTake, *stopped, files.get());
   EXPECT_EQ(orb_set_recorder_file_note((kStills + "00-00-00-500.jpg").c_str(), "edited"), 0);
-  rlimit limits{};
-  getrlimit(RLIMIT_NOFILE, &limits);
-  const rlimit none{1, limits.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  make_stills(kTake, *stopped, files.get());  // what cannot be read stays
-  setrlimit(RLIMIT_NOFILE, &limits);
+  {
+    const no_more_files now;
+    make_stills(kTake, *stopped, files.get());  // what cannot be read stays
+  }
   make_stills(kTake, *stopped, files.get());  // after an interruption: what is whole stays
   std::string names;
   for (size_t i = 0; i < json_object_array_length(files.get()); ++i)

@@ -18,6 +18,7 @@
 #include "store/saves.h"
 #include "store/statistics.h"
 #include "tests/await.h"
+#include "tests/scarcity.h"
 
 namespace {
 
@@ -81,25 +82,13 @@ TEST(logger, files_and_readings_to_the_byte) {
             "init;start 4 from file 0;stored 5 to file 1;");
 }
 
-TEST(logger, runs_count_from_their_third_minute) {
-  statistics numbers;
-  for (const int history_minutes : {0, 0, 3, 4}) {
-    step_minute(numbers);
-    EXPECT_EQ(numbers.history.runtime_minutes, history_minutes);
-    EXPECT_EQ(numbers.history.sessions, history_minutes > 0);
-  }
-  numbers.session.runtime_minutes = 65535;  // a long run stays there, and the history goes on
-  step_minute(numbers);
-  EXPECT_EQ(numbers.session.runtime_minutes, 65535);
-  EXPECT_EQ(numbers.history.runtime_minutes, 5);
-}
-
 // A file can hold more than a count ever reaches.
 TEST(logger, counters_and_averages_saturate) {
   for (const int64_t count : {4'294'967'294, 4'294'967'295, 5'000'000'000}) {
     const int room = count == 4'294'967'294 ? 1 : 0;  // for one more
     statistics numbers;
     numbers.session.quantities[kPsbTemperature] = {50, 1, 4.0 * (65535 - room), 65535 - room};
+    numbers.session.runtime_minutes = 65535;
     numbers.history = {.runtime_minutes = INT64_MAX, .sessions = 65535};
     numbers.history.quantities[kPsbTemperature] = {50, 1, 4.0 * static_cast<double>(count), count};
     for (statistics_set* set : {&numbers.session, &numbers.history}) set->counters.fill(65535 - room);
@@ -107,6 +96,7 @@ TEST(logger, counters_and_averages_saturate) {
     count_event(numbers, kInvalidCameraLens);
     add_sample(numbers, kPsbTemperature, 50);
     for (int minute = 0; minute < 3; ++minute) step_minute(numbers);
+    EXPECT_EQ(numbers.session.runtime_minutes, 65535);
     EXPECT_EQ(numbers.history.runtime_minutes, INT64_MAX);
     EXPECT_EQ(numbers.history.sessions, 65535);
     for (const statistics_set* set : {&numbers.session, &numbers.history}) {
@@ -211,12 +201,10 @@ TEST(logger, a_kill_loses_no_more_than_the_minute_in_flight) {
 
 TEST(logger, a_thread_that_cannot_be_had_is_asked_for_each_minute) {
   start_afresh();
-  pthread_attr_t before, vast;
-  pthread_getattr_default_np(&before), pthread_getattr_default_np(&vast);
-  pthread_attr_setstacksize(&vast, size_t{1} << 46);
-  pthread_setattr_default_np(&vast);
-  start_logger_timer(ev_default_loop(0));
-  pthread_setattr_default_np(&before);
+  {
+    const no_more_threads now;
+    start_logger_timer(ev_default_loop(0));
+  }
   tick_logger();
   EXPECT_TRUE(await([] { return content(0).find("_id\":2,") != std::string::npos; }));
 }

@@ -3,7 +3,6 @@
 #include "store/settings.h"
 
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -12,6 +11,7 @@
 
 #include "base/json.h"
 #include "store/saves.h"
+#include "tests/scarcity.h"
 
 std::string flushed;
 bool flush_fails = false;
@@ -177,12 +177,10 @@ TEST(settings, what_is_no_file_is_replaced) {
     set(kSettingUnits, 0);
     EXPECT_EQ(content(0), record(1, 2, R"(units":1>units":0)"));
   }
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit none{0, limit.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  set(kSettingUnits, 1);  // to file 1, which cannot be opened
-  setrlimit(RLIMIT_NOFILE, &limit);
+  {
+    const no_more_files now(0);
+    set(kSettingUnits, 1);  // to file 1, which cannot be opened
+  }
   EXPECT_TRUE(fs::exists(kFile[1]));
 }
 

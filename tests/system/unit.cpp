@@ -1,9 +1,7 @@
 #include "system/unit.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
@@ -18,15 +16,6 @@
 namespace {
 
 const std::string kBuild = ORB_BUILD_FOLDER;
-
-std::string read_all(int fd) {
-  std::string text;
-  char block[4096];
-  for (ssize_t count; (count = read(fd, block, sizeof block)) > 0;)
-    text.append(block, static_cast<size_t>(count));
-  close(fd);
-  return text;
-}
 
 }  // namespace
 
@@ -66,11 +55,7 @@ int child::wait() {
 
 child start_redis() {
   child redis({"redis-server", "--bind", "127.0.0.1", "--save", "", "--dir", "/tmp"});
-  await([] {
-    const int fd = connect_to("127.0.0.1", 6379);
-    if (fd >= 0) close(fd);
-    return fd >= 0;
-  });
+  await([] { return connect_to(addresses::kRedisPort).get() >= 0; });
   return redis;
 }
 
@@ -94,24 +79,8 @@ bool await_api() {
   return await([] { return ctl("board", "strict on") == "ok\n"; });  // its thread may start after the API's
 }
 
-int connect_to(const char* address, unsigned short port) {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(port);
-  inet_pton(AF_INET, address, &to.sin_addr);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) == 0) return fd;
-  close(fd);
-  return -1;
-}
-
 reply http(const std::string& method, const std::string& path, const std::string& body) {
-  const int fd = connect_to("127.0.0.1", 60102);
-  if (fd < 0) return {};
-  const std::string request =
-      method + " " + path + " HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-  send(fd, request.data(), request.size(), MSG_NOSIGNAL);
-  const std::string text = read_all(fd);
+  const std::string text = http_exchange(method, path, body);
   const size_t end = text.find("\r\n\r\n");
   return end == std::string::npos ? reply{text, ""} : reply{text.substr(0, end), text.substr(end + 4)};
 }
@@ -120,11 +89,9 @@ std::string ctl(const std::string& device, const std::string& line) {
   sockaddr_un to{};
   to.sun_family = AF_UNIX;
   snprintf(to.sun_path, sizeof to.sun_path, "/run/bench/%s.ctl", device.c_str());
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) return close(fd), "";
-  const std::string text = line + "\n";
-  send(fd, text.data(), text.size(), MSG_NOSIGNAL);
-  return read_all(fd);
+  const unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (connect(fd.get(), reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) return "";
+  return tell(fd, line + "\n");
 }
 
 double number_after(const std::string& text, std::string_view name) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/await.h"
+#include "tests/http_exchange.h"
 
 // A child process, with a session of its own; ended with SIGKILL and reaped when the record goes.
 class child {
@@ -50,9 +51,6 @@ std::string ctl(const std::string& device, const std::string& line);
 
 // The number after "name" in a device's answer.
 double number_after(const std::string& text, std::string_view name);
-
-// A connected TCP socket (blocking), or -1.
-int connect_to(const char* address, unsigned short port);
 
 std::string read_text(const std::string& path);
 void write_text(const std::string& path, const std::string& text);

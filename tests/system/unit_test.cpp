@@ -125,19 +125,18 @@ TEST(unit, has_one_daemon) {
 // Fifteen tablets that hold their connections: the sixteenth waits, and the unit does not spin meanwhile.
 TEST(unit, a_full_pool_waits_without_spinning) {
   const child daemon = start_serving_daemon();
-  std::array<int, 16> held;
-  for (int& fd : held) fd = connect_to("127.0.0.1", 60102);
+  std::array<unique_fd, 16> held;
+  for (unique_fd& fd : held) fd = connect_to(addresses::kApiPort);
   usleep(100'000);
   const std::string request = "GET /api/camera/zoom/speed HTTP/1.1\r\n\r\n";
-  send(held[15], request.data(), request.size(), 0);
+  send(held[15].get(), request.data(), request.size(), 0);
   const double before = cpu_ms(daemon.pid());
   usleep(1'000'000);
   EXPECT_LT(cpu_ms(daemon.pid()) - before, 200);
   char text[256] = "";
-  EXPECT_LT(recv(held[15], text, sizeof text, MSG_DONTWAIT), 0);
-  close(held[3]);
-  EXPECT_GT(recv(held[15], text, sizeof text, 0), 0);
-  for (const int fd : held) close(fd);
+  EXPECT_LT(recv(held[15].get(), text, sizeof text, MSG_DONTWAIT), 0);
+  held[3].reset();
+  EXPECT_GT(recv(held[15].get(), text, sizeof text, 0), 0);
 }
 
 TEST(unit, a_signal_during_the_start_ends_it_in_order) {
@@ -233,6 +232,22 @@ TEST(unit, the_clock_is_set_to_what_a_client_says_and_the_unit_reboots) {
   http("POST", "/api/shutdown", R"({"shutdown_type":2})");
   EXPECT_EQ(daemon.wait(), 0);
   EXPECT_EQ(power_calls(), "reboot\n");
+}
+
+// What a client leaves for the others is kept whole up to its limit.
+TEST(unit, keeps_an_image) {
+  const child daemon = start_serving_daemon();
+  const auto post = [](const std::string& image) {
+    return http("POST", "/api/camera/imagecache", image).body;
+  };
+  std::string image(524'287, '\0');
+  for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<char>(i * i >> 8);
+  EXPECT_EQ(post(image), kOk);
+  for (const std::string& bad : {image + "x", std::string()})
+    EXPECT_EQ(post(bad), R"({"status":"BAD_REQUEST"})");
+  const reply answer = http("GET", "/api/camera/imagecache");
+  EXPECT_TRUE(answer.body == image);
+  EXPECT_EQ(answer.head, "HTTP/1.1 200 OK\r\nContent-Length: 524287\r\nContent-Type: image/jpeg");
 }
 
 }  // namespace

@@ -11,13 +11,7 @@ namespace {
 
 constexpr char kArchive[] = "/run/bench/stick/orb_733-00158_update_2.4.0.zip";
 
-// Traced since the last call.
-std::string traced() {
-  static size_t seen = 0;
-  std::string added = traces("SUPV").substr(seen);
-  seen += added.size();
-  return added;
-}
+std::string traced() { return new_traces("SUPV"); }
 
 void set_in_flight(int count) {
   std::ofstream("/sys/block/sdb/stat") << "   1 0 8 1 2 0 16 2   " << count << " 3 3\n";

@@ -2,7 +2,6 @@
 // reply, and what the console is told.
 #include "visca/packet_client.h"
 
-#include <sys/resource.h>
 #include <sys/select.h>
 
 #include <regex>
@@ -94,25 +93,6 @@ TEST_F(PacketClient, ReadsWhatTheCameraSaysWithinEightSeconds) {
   EXPECT_EQ(asked_wait.tv_sec, 8);
   block.hang_up();
   EXPECT_EQ(console([&] { EXPECT_TRUE(camera.readVISCAReply(-1).empty()); }), "-1/0\n");
-}
-
-TEST_F(PacketClient, EndsTheProcessWhenItsSocketIsOfNoUse) {
-  const auto exits = testing::ExitedWithCode(1);
-  const auto refused = [] { return Camera(1, addresses::kCamera); };
-  EXPECT_EXIT(refused().CAM_powerInq(), exits, "^Connection error.\nError writing command: [0-9]+\n$");
-  const auto without_socket = [] {
-    static rlimit kept;
-    getrlimit(RLIMIT_NOFILE, &kept);
-    const rlimit none{0, kept.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    atexit([] { setrlimit(RLIMIT_NOFILE, &kept); });  // the leak check opens files
-    Camera(1, addresses::kCamera).initCamera();
-  };
-  EXPECT_EXIT(without_socket(), exits, "^Socket error.\nFailed to close socket.\n$");
-  EXPECT_EQ(camera.closeSocket(), 0);
-  const unique_fd other(dup(STDOUT_FILENO));  // has its number
-  EXPECT_EQ(camera.closeSocket(), -1);
-  EXPECT_EQ(camera.initSocket(addresses::kCameraPort, addresses::kCamera), 0);
 }
 
 TEST_F(PacketClient, Handlers) {

@@ -6,35 +6,6 @@
 
 namespace {
 
-// Those that no test of the controller, the API or the overlay sees.
-TEST(ViscaCommands, BytesWithoutArguments) {
-  const std::pair<std::vector<int (*)(visca_camera*)>, const char*> rows[] = {
-      {{visca_camera_initialize_lens, visca_camera_initialize_camera}, "1901 1903"},
-      {{visca_camera_digital_zoom_combine_mode, visca_camera_digital_zoom_separate_mode}, "3600 3601"},
-      {{visca_camera_digital_zoom_stop, visca_camera_auto_focus_sensitivity_normal}, "0600 5802"},
-      {{visca_camera_auto_focus_sensitivity_low, visca_camera_auto_focus_trigger}, "5803 1801"},
-      {{visca_camera_auto_focus_trigger_full_scan, visca_camera_auto_focus_mode_normal}, "1803 5700"},
-      {{visca_camera_auto_focus_mode_interval, visca_camera_auto_focus_mode_zoom_trigger}, "5701 5702"},
-      {{visca_camera_ir_correction_standard, visca_camera_ir_correction_ir_light}, "1100 1101"},
-      {{visca_camera_white_balance_auto, visca_camera_white_balance_indoor}, "3500 3501"},
-      {{visca_camera_white_balance_outdoor, visca_camera_white_balance_one_push}, "3502 3503"},
-      {{visca_camera_white_balance_auto_tracing, visca_camera_white_balance_manual}, "3504 3505"},
-      {{visca_camera_white_balance_one_push_trigger, visca_camera_white_balance_outdoor_auto}, "1005 3506"},
-      {{visca_camera_white_balance_sodium_lamp_auto, visca_camera_white_balance_sodium_lamp}, "3507 3508"},
-      {{visca_camera_white_balance_sodium_lamp_outdoor_auto, visca_camera_red_gain_reset}, "3509 0300"},
-      {{visca_camera_red_gain_up, visca_camera_red_gain_down, visca_camera_blue_gain_reset},
-       "0302 0303 0400"},
-      {{visca_camera_blue_gain_up, visca_camera_blue_gain_down}, "0402 0403"},
-      {{visca_camera_continuous_zoom_position_off, visca_camera_continuous_focus_position_off}, "6903 1603"},
-      {{visca_camera_title_turn_all_on, visca_camera_title_turn_all_off}, "742F 743F"},
-  };
-  stepped_link link;
-  for (const auto& [commands, bytes] : rows) {
-    for (const auto& command : commands) command(link.camera);
-    link.expect(bytes);
-  }
-}
-
 TEST(ViscaCommands, BytesWithArguments) {
   stepped_link link;
   visca_camera* camera = link.camera;
