@@ -23,16 +23,17 @@ constexpr uint32_t kRegisterCount = 128;
 
 constexpr size_t kBatteryTypeSize = 32;
 
-int queue_setter_write(orb_power_board* board, uint8_t number, std::initializer_list<uint8_t> data) {
-  if (queue_work(board, write_item(number, {data.begin(), data.size()}))) return 0;
-  report_refused_write(board, __LINE__);
-  return -1;
+int write_supplies(orb_power_board* board, int mask) {
+  const uint8_t data[] = {static_cast<uint8_t>(mask | kPowerAlways)};
+  return setter_result(board, queue_work(board, write_item(kPowerRegister, data)), __LINE__);
 }
 
-int switch_supply(orb_power_board* board, uint8_t supply, bool on) {
-  const uint8_t now = current_readings(board).power_enable;
-  const int value = on ? now | supply : now & ~supply;
-  return queue_setter_write(board, kPowerRegister, {static_cast<uint8_t>(value | kPowerAlways)});
+int switch_on(orb_power_board* board, uint8_t supply) {
+  return write_supplies(board, current_readings(board).power_enable | supply);
+}
+
+int switch_off(orb_power_board* board, uint8_t supply) {
+  return write_supplies(board, current_readings(board).power_enable & ~supply);
 }
 
 }  // namespace
@@ -96,18 +97,10 @@ int orb_power_board_get_board_type(orb_power_board* board) {
   return current_readings(board).status & kStatusExtended;
 }
 
-int orb_power_board_enable_camera_power(orb_power_board* board) {
-  return switch_supply(board, kPowerCamera, true);
-}
+int orb_power_board_enable_camera_power(orb_power_board* board) { return switch_on(board, kPowerCamera); }
 
-int orb_power_board_disable_camera_power(orb_power_board* board) {
-  return switch_supply(board, kPowerCamera, false);
-}
+int orb_power_board_disable_camera_power(orb_power_board* board) { return switch_off(board, kPowerCamera); }
 
-int orb_power_board_enable_laser_power(orb_power_board* board) {
-  return switch_supply(board, kPowerLaser, true);
-}
+int orb_power_board_enable_laser_power(orb_power_board* board) { return switch_on(board, kPowerLaser); }
 
-int orb_power_board_disable_laser_power(orb_power_board* board) {
-  return switch_supply(board, kPowerLaser, false);
-}
+int orb_power_board_disable_laser_power(orb_power_board* board) { return switch_off(board, kPowerLaser); }

@@ -1,5 +1,5 @@
 // The steps of a refresh after its status read that watch and average, each on the readings as they now are.
-// Thread: service thread.
+// Service thread.
 #pragma once
 
 struct orb_power_board;

@@ -1,5 +1,4 @@
-// The hand-over of the bus to a firmware update.
-// Thread: service thread.
+// The hand-over of the bus to a firmware update. Service thread.
 #pragma once
 
 #include "base/thread.h"

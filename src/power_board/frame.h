@@ -1,5 +1,4 @@
-// The board's status frame as it is received.
-// Thread: any thread.
+// The board's status frame as it is received. Any thread.
 #pragma once
 
 #include <cstddef>

@@ -1,11 +1,10 @@
-// LED intensity while a button is held: a step each 0.25 s of 1 percent, 3 after 2 s, 5 after 4 s.
-// Thread: any thread.
+// LED intensity while a button is held: a step each 0.25 s of 1 percent, 3 after 2 s, 5 after 4 s. Any
+// thread.
 #pragma once
 
 struct hold_loop;
 
-// Starts the loop's thread, once.
-// Thread: start-up.
+// Starts the loop's thread, once. Start-up.
 void orb_create_intensity_loop();
 
 // Holds the button for `duration_ms` more. Direction: positive brighter, negative dimmer. Returns 1, or 0

@@ -47,20 +47,9 @@ void show_new(laser_state& laser, bool valid) {
 }  // namespace
 
 int orb_power_board_set_laser_mode(orb_power_board* board, int mode) {
-  switch (mode) {
-    case kLaserOff:
-      orb_power_board_disable_laser_power(board);
-      break;
-    case kLaserAuto:
-      board->laser.shown = -1.0;  // the next valid reading is a new one
-      [[fallthrough]];
-    case kLaserManual:
-    case kLaserPicture:
-      orb_power_board_enable_laser_power(board);
-      break;
-    default:
-      return 0;
-  }
+  if (mode < kLaserOff || mode > kLaserAuto) return 0;
+  if (mode == kLaserAuto) board->laser.shown = -1.0;  // the next valid reading is a new one
+  mode == kLaserOff ? orb_power_board_disable_laser_power(board) : orb_power_board_enable_laser_power(board);
   board->laser.mode = mode;
   return 0;
 }
@@ -95,15 +84,8 @@ void update_laser(orb_power_board* board, const power_board_readings& readings) 
   } else {
     ++laser.invalid_count;
   }
-  switch (laser.mode) {
-    case kLaserOff:
-      hide();
-      break;
-    case kLaserAuto:
-      show_new(laser, valid);
-      break;
-    default:
-      show_on_trigger(laser, valid);
-      break;
-  }
+  const int mode = laser.mode;
+  if (mode == kLaserOff) return hide();
+  if (mode == kLaserAuto) return show_new(laser, valid);
+  show_on_trigger(laser, valid);
 }

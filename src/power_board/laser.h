@@ -1,5 +1,4 @@
-// The laser's step of a refresh: takes its reading, and shows it or takes it away.
-// Thread: service thread.
+// The laser's step of a refresh: takes its reading, and shows it or takes it away. Service thread.
 #pragma once
 
 struct orb_power_board;

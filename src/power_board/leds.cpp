@@ -43,8 +43,7 @@ int orb_power_board_enable_led_power(orb_power_board* board, uint8_t mask, uint8
     if (append_work(board, {&write, 1})) return 0;
     board->leds.refuse(write);
   }
-  report_refused_write(board, __LINE__);
-  return -1;
+  return setter_result(board, false, __LINE__);
 }
 
 std::optional<led_setting> given_leds(orb_power_board* board) {

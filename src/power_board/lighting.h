@@ -1,7 +1,6 @@
 // The lights as the operator sees them: LED mode, intensity and the high beam, which goes out by itself. The
 // board is told through power_board_instance and need not be there. What the LEDs were last given is in its
-// record (power_board.h), which sees to it that the board has it.
-// Thread: any thread.
+// record (power_board.h), which sees to it that the board has it. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -55,11 +54,10 @@ void set_high_beam(bool on);
 // Ends the beam with the daemon, and refuses another. Before the board is destroyed.
 void close_high_beam();
 
-// Lets `loop` count the beam down, also one that is on already. Once.
-// Thread: start-up.
+// Lets `loop` count the beam down, also one that is on already. Once. Start-up.
 void start_high_beam_timer(struct ev_loop* loop);
-// A beam that is lit from now on does not touch the loop, which can be destroyed.
-// Thread: main loop, when it has ended.
+// A beam that is lit from now on does not touch the loop, which can be destroyed. Main loop, when it has
+// ended.
 void stop_high_beam_timer();
 
 // The high beam's time, 0 to 30 s, saved as setting 18; -1, and no change, for any other. With 0 the next
@@ -68,13 +66,11 @@ int high_beam_time();
 bool is_high_beam_time(int seconds);
 int set_high_beam_time(int seconds);
 
-// One second of the high beam: counts down, and restores what was before at the end.
-// Thread: main loop.
+// One second of the high beam: counts down, and restores what was before at the end. Main loop.
 void tick_high_beam();
 
 // Lights off, at the start intensity.
 void reset_lighting();
 
-// Mode "off", no high beam; its time from setting 18.
-// Thread: HTTP thread, at its start.
+// Mode "off", no high beam; its time from setting 18. HTTP thread, at its start.
 void init_lighting();

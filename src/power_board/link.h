@@ -1,5 +1,4 @@
-// The SPI link to the board.
-// Thread: service thread.
+// The SPI link to the board. Service thread.
 #pragma once
 
 #include "power_board/work_queue.h"

@@ -37,17 +37,13 @@ bool jog_waits(orb_power_board* board) {
   return board->queue.has_motor_work();
 }
 
-bool is_extended(orb_power_board* board) { return orb_power_board_get_board_type(board) != 0; }
-
 int queue_motor_stop(orb_power_board* board) {
-  if (queue_work(board, stop_item())) return 0;
-  report_refused_write(board, __LINE__);
-  return -1;
+  return setter_result(board, queue_work(board, stop_item()), __LINE__);
 }
 
 // The line of a jog that is scaled.
 int adjust_pwm(orb_power_board* board, int pwm) {
-  if (!is_extended(board)) return pwm;
+  if (orb_power_board_get_board_type(board) == 0) return pwm;
   const int scaled = scaled_pwm(pwm, true);
   trace(kTracePowerBoard, "pwm adjust %d %d", pwm, scaled);
   return scaled;
@@ -78,14 +74,12 @@ bool perform(orb_power_board* board, const motor_output& output) {
 }  // namespace
 
 int orb_power_board_start_motor(orb_power_board* board, int command, int pwm, int duration) {
-  if (board->overcurrent != 0) return -1;
-  if (!may_jog(board, command)) return -1;
+  if (board->overcurrent != 0 || !may_jog(board, command)) return -1;
   const int limited = std::clamp(pwm, -kPwmLimit, kPwmLimit);
   const motor_write speed = motor_speed_write(adjust_pwm(board, limited), duration);
   const uint8_t run[] = {static_cast<uint8_t>(command)};
-  if (queue_jog(board, write_item(speed.number, speed.data), write_item(kMotorRegister, run))) return 0;
-  report_refused_write(board, __LINE__);
-  return -1;
+  const bool taken = queue_jog(board, write_item(speed.number, speed.data), write_item(kMotorRegister, run));
+  return setter_result(board, taken, __LINE__);
 }
 
 int orb_power_board_stop_motor(orb_power_board* board) {

@@ -1,7 +1,7 @@
 // The drives: the tilt drive, and the second drive that is either the telescoping mast ("height") or a pan
 // drive. The mast is homed to its retracted end stop and moved to presets by state machines that run once a
-// refresh (0.1 s) in the service thread. Counts fall as the mast extends; 222.5 counts are a millimetre.
-// Thread: any thread.
+// refresh (0.1 s) in the service thread. Counts fall as the mast extends; 222.5 counts are a millimetre. Any
+// thread.
 #pragma once
 
 #include <array>
@@ -189,10 +189,9 @@ void orb_power_board_load_height(orb_power_board* board, char* text, size_t size
 // The pwm of a tilt jog: 100 at 1x, 20 from 30x.
 int tilt_jog_pwm(float zoom_ratio);
 
-// The drives' step of a refresh: the machines look at the readings, and what they ask for is written.
-// Thread: service thread.
+// The drives' step of a refresh: the machines look at the readings, and what they ask for is written. Service
+// thread.
 void run_motors(orb_power_board* board, const power_board_readings& readings);
 
-// Ends homing and move, for `reason`, and stops the drives whatever they do.
-// Thread: service thread.
+// Ends homing and move, for `reason`, and stops the drives whatever they do. Service thread.
 void stop_motors(orb_power_board* board, const char* reason);

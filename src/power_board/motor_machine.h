@@ -1,5 +1,5 @@
-// What the machines of the drives share: one refresh's sample, state and output. All of it is pure.
-// Thread: any thread.
+// What the machines of the drives share: one refresh's sample, state and output. All of it is pure. Any
+// thread.
 #pragma once
 
 #include "base/trace.h"

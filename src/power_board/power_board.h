@@ -145,18 +145,15 @@ extern std::atomic<orb_power_board*> power_board_instance;
 inline orb_power_board* power_board_now() { return power_board_instance.load(std::memory_order_acquire); }
 
 // Clears the record and sets its defaults for the advanced or the basic model; asks Redis for the battery
-// type. Returns 0. Once: the update thread of a service that ran lives on in the record.
-// Thread: start-up.
+// type. Returns 0. Once: the update thread of a service that ran lives on in the record. Start-up.
 int orb_power_board_init(orb_power_board* board, orb_application* application, int advanced);
 
 // Starts the service thread and the refresh timer (0.1 s). Returns 0, or -1 with a message when it runs
-// already or cannot be started.
-// Thread: start-up.
+// already or cannot be started. Start-up.
 int orb_power_board_start_service(orb_power_board* board);
 
 // Lets the service end after the work that waits, with a motor stop as its last act, and joins it; later work
-// is refused.
-// Thread: main loop, when it has ended.
+// is refused. Main loop, when it has ended.
 void orb_power_board_stop_service(orb_power_board* board);
 void orb_power_board_destroy(orb_power_board* board);
 

@@ -77,8 +77,10 @@ bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& 
   return append_work(board, std::span(items).subspan(has_speed(board, speed) ? 1 : 0));
 }
 
-void report_refused_write(orb_power_board* board, int line) {
+int setter_result(orb_power_board* board, bool taken, int line) {
+  if (taken) return 0;
   const mutex_lock lock(board->queue_lock);
-  if (board->stopping) return;
+  if (board->stopping) return -1;
   fprintf(stderr, "%s: calloc() failed at line %d: %s\n", board->program_name.data(), line, strerror(ENOMEM));
+  return -1;
 }

@@ -1,5 +1,5 @@
-// Work for the service thread: how it is queued, and the memory of the registers that is kept with it.
-// Thread: any thread.
+// Work for the service thread: how it is queued, and the memory of the registers that is kept with it. Any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -18,10 +18,11 @@ bool queue_work(orb_power_board* board, const work_item& item);
 // The same with a run and, unless the speed register holds it already, its speed.
 bool queue_jog(orb_power_board* board, const work_item& speed, const work_item& run);
 
-// Says on standard error that the queue has refused a setter's write; nothing once the service is stopping.
-void report_refused_write(orb_power_board* board, int line);
+// A setter's result: 0 when the queue has taken its write; else -1, said on standard error unless the service
+// is stopping.
+int setter_result(orb_power_board* board, bool taken, int line);
 
 // For the registers' memory: a write is about to be made that was not queued; any write has been performed.
-// Thread: service thread.
+// Service thread.
 void note_write(orb_power_board* board, const work_item& item);
 void note_performed(orb_power_board* board, const work_item& item, bool sent);

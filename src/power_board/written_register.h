@@ -1,6 +1,5 @@
 // What a register holds, as far as the writes to it tell: its reading is older than a write that was queued
-// after its frame, and some registers follow late. A plain record: who owns one guards it.
-// Thread: any thread.
+// after its frame, and some registers follow late. A plain record: who owns one guards it. Any thread.
 #pragma once
 
 #include "power_board/work_queue.h"

@@ -94,14 +94,14 @@ void on_connect_result(struct ev_loop* loop, ev_io* watcher, int) {
   socklen_t length = sizeof error;
   if (getsockopt(connection->fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
     trace(kTraceVisca, "sockopt failure '%s'", strerror(errno));
-    close_socket(connection);
   } else if (error != 0) {
     trace(kTraceVisca, "connect error '%s'", strerror(error));
-    close_socket(connection);
   } else {
     trace(kTraceVisca, "connect");
     connection->connected = 1;
+    return;
   }
+  close_socket(connection);
 }
 
 void on_readable(struct ev_loop*, ev_io* watcher, int) {
@@ -132,11 +132,8 @@ void assign_pending(visca_camera* camera, size_t socket) {
 }
 
 void free_socket(visca_camera* camera, size_t socket) {
-  if (socket == 0) {
-    answer_pending(camera);
-  } else {
-    camera->sockets[socket].state = 0;
-  }
+  if (socket == 0) return answer_pending(camera);
+  camera->sockets[socket].state = 0;
 }
 
 void take_report(visca_camera* camera, std::span<const uint8_t> packet) {
@@ -189,23 +186,11 @@ void take_packet(visca_connection* connection, std::span<const uint8_t> packet, 
   visca_camera* camera = connection->cameras[packet[0] >> 4 & 7];
   if (camera == nullptr) return;
   const size_t socket = packet[1] & 7;
-  if (packet[1] == 0x07 && packet[2] == 0x04) {
-    take_report(camera, packet);
-    return;
-  }
-  switch (packet[1] >> 4) {
-    case 0x4:
-      take_acknowledge(camera, socket);
-      break;
-    case 0x5:
-      take_completion(camera, socket, packet);
-      break;
-    case 0x6:
-      take_error(camera, socket, packet[2]);
-      break;
-    default:
-      break;
-  }
+  if (packet[1] == 0x07 && packet[2] == 0x04) return take_report(camera, packet);
+  const int kind = packet[1] >> 4;
+  if (kind == 0x4) take_acknowledge(camera, socket);
+  if (kind == 0x5) take_completion(camera, socket, packet);
+  if (kind == 0x6) take_error(camera, socket, packet[2]);
 }
 
 // Under the lock, so that the slot of a command that is being sent meanwhile stays.
@@ -227,9 +212,8 @@ void on_command_timer(struct ev_loop* loop, ev_timer* timer, int) {
   timer->repeat = kCommandTimeout_s;
   const bool outstanding = camera->busy != 0;
   const int64_t since = camera->outstanding_since_ns;
-  const int64_t left = !outstanding ? 0
-                       : since == 0 ? kCommandTimeout_ns
-                                    : since + kCommandTimeout_ns - monotonic_ns();
+  const int64_t waited = since == 0 ? 0 : monotonic_ns() - since;
+  const int64_t left = outstanding ? kCommandTimeout_ns - waited : 0;
   if (left > 0) {
     timer->repeat = std::max(static_cast<double>(left) * 1e-9, 0.001);
   } else {
@@ -375,15 +359,8 @@ int visca_connection_poll(visca_connection* connection) {
 void visca_connection_receive(visca_connection* connection, const uint8_t* bytes, size_t count) {
   visca_reply_parser& parser = connection->parser;
   for (size_t i = 0; i < count; ++i) {
-    switch (visca_parse_reply_byte(&parser, bytes[i])) {
-      case visca_reply_step::complete:
-        take_packet(connection, {parser.packet.data(), parser.count}, i);
-        break;
-      case visca_reply_step::overrun:
-        trace(kTraceVisca, "overrun");
-        break;
-      case visca_reply_step::more:
-        break;
-    }
+    const visca_reply_step step = visca_parse_reply_byte(&parser, bytes[i]);
+    if (step == visca_reply_step::complete) take_packet(connection, {parser.packet.data(), parser.count}, i);
+    if (step == visca_reply_step::overrun) trace(kTraceVisca, "overrun");
   }
 }
