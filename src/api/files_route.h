@@ -1,4 +1,4 @@
-// Requests for a job on files: {"files": [...]}. HTTP server thread.
+// Requests for a job on files: {"files": [...]}. HTTP thread.
 #pragma once
 
 #include "base/json.h"

@@ -1,5 +1,5 @@
 // Routes that read and write one text of the unit: get_text and put_text, about a text_route that says all
-// about it. HTTP server thread.
+// about it. HTTP thread.
 #pragma once
 
 #include <cstddef>

@@ -4,7 +4,7 @@
 struct ev_loop;
 struct orb_application;
 
-// Arms the timer (first after 1.0 s, then every 1.0 s). Main thread.
+// Arms the timer (first after 1.0 s, then every 1.0 s). Start-up.
 void start_redis_publisher(orb_application* application);
 
 // The timer's work: sends "avr-voltage", "avr-temperature" and "orb-motor-type" over one fresh connection,

@@ -54,7 +54,7 @@ struct hold_loop {
   hold_state hold GUARDED_BY(lock);
 };
 
-// Starts the loop's thread. Once, main thread.
+// Starts the loop's thread. Start-up, once.
 void create_hold_loop(hold_loop& loop, const char* thread_name);
 
 // Any thread, without the lock; the time is monotonic_ns(), or a test's. Trigger returns 1, or 0 when it is

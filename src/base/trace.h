@@ -35,11 +35,11 @@ void init_trace();
 
 // From now on lines are written by a thread of the log's own, in their order and at once, so that nobody
 // waits for the stick, whatever lock he holds. Lines for which a hanging stick leaves no room are counted,
-// and the count is written in their place. Main thread.
+// and the count is written in their place. Start-up.
 void start_trace_writer();
 
 // Waits until all lines are written, at most 1 s; false when the stick hangs: the process must then end
-// without closing its log. Main thread, at the end.
+// without closing its log. Main loop, when it has ended.
 bool drain_trace();
 
 // Writes one line "TAG: message [HH:MM:SS.mmm]" when the level's bit is set. Control characters of the

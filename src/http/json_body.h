@@ -1,4 +1,4 @@
-// Reading the JSON body of a request. HTTP server thread.
+// Reading the JSON body of a request. HTTP thread.
 #pragma once
 
 #include <optional>

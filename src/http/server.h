@@ -1,6 +1,6 @@
 // A small single-threaded HTTP/1.x server on non-blocking sockets and epoll: one request a connection,
 // answered by the first route that fits. Connection records are allocated once. Everything here runs on the
-// HTTP server thread.
+// HTTP thread.
 #pragma once
 
 #include <netinet/in.h>

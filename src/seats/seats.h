@@ -10,10 +10,10 @@
 
 struct ev_loop;
 
-// All seats free, the observers' limit from setting 6. HTTP server thread, at its start.
+// All seats free, the observers' limit from setting 6. HTTP thread, at its start.
 void init_seats();
 
-// Arms the tick (first after 1.0 s, then every 1.0 s). Main thread.
+// Arms the tick (first after 1.0 s, then every 1.0 s). Start-up.
 void start_seat_tick(struct ev_loop* loop);
 
 // One second of all seats. Main loop; tests call it.

@@ -15,7 +15,7 @@ struct ev_loop;
 // logger. Called once, before anybody reports.
 void orb_init_logger();
 
-// Starts the minute timer (tick_logger every 60 s, first after 60 s) and the thread that saves. Main thread.
+// Starts the minute timer (tick_logger every 60 s, first after 60 s) and the thread that saves. Start-up.
 void start_logger_timer(struct ev_loop* loop);
 
 // The minute is over: folds its samples into session and history and asks for a save. A run counts in the
