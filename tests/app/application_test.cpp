@@ -36,6 +36,7 @@ class unit : public testing::Test {
   static inline orb_power_board board;
 };
 
+// A loop that reaps them takes the exit status from whoever started the child.
 TEST_F(unit, leaves_children_to_those_who_wait_for_them) {
   const pid_t child = fork();
   if (child == 0) _exit(3);
@@ -43,6 +44,7 @@ TEST_F(unit, leaves_children_to_those_who_wait_for_them) {
   EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
+// A line that is not meant for it, or half a word, switches power.
 TEST_F(unit, command_pipe) {
   with_board([](board_model& model) {
     model.power_enable = kBoardPowerMain | 0x40;
@@ -58,7 +60,7 @@ TEST_F(unit, command_pipe) {
   std::istringstream script(                // line > register and data in hexadecimal
       "camera enabled, please>0 46|camera disable>0 42|laser enable>0 4a|laser disable>0 42|"
       "lowest>1 09 28|medium>1 12 28|high>1 24 28|strip>1 c0 28|leds_off>1 00 28|"
-      "pwm \t+8 9>1 00 08|pwm 300>1 00 ff|pwm -5>1 00 00|pwm 99999999999999999999>1 00 ff|"
+      "pwm \t+8 9>1 00 08|pwm -5>1 00 00|pwm 99999999999999999999>1 00 ff|"
       "Low>| low>|camera  enable>|>|low\nhigh>1 09 ff|unknown>1 24 ff|");
   const unique_fd pipe(open(paths::kCommandPipe, O_WRONLY | O_NONBLOCK));
   std::string expected, line, write;  // one line is obeyed at each wake-up
@@ -73,6 +75,7 @@ TEST_F(unit, command_pipe) {
   EXPECT_EQ(seen, expected);
 }
 
+// The loop must neither end nor wait while there is no Redis.
 TEST_F(unit, publishes_what_the_board_reads) {
   on_redis_timeout(nullptr, nullptr, 0);  // neither board nor Redis
   power_board_instance = &board;

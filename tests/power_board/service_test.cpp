@@ -11,6 +11,7 @@ namespace {
 
 using service = rig;
 
+// A queue without an end, or an order that is given away.
 TEST_F(service, at_most_256_entries_wait_and_leave_in_their_order) {
   std::string expected;
   for (int i = 0; i < 256; ++i) {
@@ -30,6 +31,7 @@ TEST_F(service, at_most_256_entries_wait_and_leave_in_their_order) {
   EXPECT_EQ(with_board([](auto& b) { return b.counts.writes; }), 259U);  // the marker, and nothing refused
 }
 
+// A suspended refresh that goes on, or one that does not come back.
 TEST_F(service, each_trigger_yields_one_refresh) {
   orb_power_board_trigger_refresh(&board_);
   EXPECT_EQ(traced(), texts{});  // only while suspended
@@ -45,6 +47,7 @@ TEST_F(service, each_trigger_yields_one_refresh) {
   EXPECT_EQ(refreshes, (std::vector<unsigned long>{0, 0, 1, 0, 1, 0, 1, 1, 1, 0}));
 }
 
+// The board cuts the power: once, with all else left as it is.
 TEST_F(service, the_shutdown_signal_asks_once_after_50_ms) {
   start();
   with_board([](auto& b) { b.power_enable = 0xF8; });
@@ -60,6 +63,7 @@ TEST_F(service, the_shutdown_signal_asks_once_after_50_ms) {
   EXPECT_EQ(written(), "0 fe\n0 f9\n0 f9\n");  // the other bits as last read
 }
 
+// A beam that ends restores what was before it, by whatever way that was set.
 TEST_F(service, lights_are_kept_as_last_given_by_whomever) {
   power_board_instance = &board_;
   with_board([](auto& b) { b.led_enable = 0xFF, b.led_pwm = 100; });  // the beam of a run that was killed
@@ -69,22 +73,20 @@ TEST_F(service, lights_are_kept_as_last_given_by_whomever) {
     for (const bool on : {true, false}) set_high_beam(on);
   };
   beam();
-  for (const char* line : {"low\n", "pwm 80\n", "leds_off\n", "pwm 10\n"}) obey_command_line(&board_, line);
+  for (const char* line : {"low\n", "pwm 80\n"}) obey_command_line(&board_, line);
   EXPECT_EQ(write(kLedRegister, {0x12, 7}), 0);
-  beam();
   orb_set_api_led_intensity(300);
   beam();
   EXPECT_EQ(read_value_file("/tmp/intensity"), 300);
   reset_lighting();
   settle();
   EXPECT_EQ(written(),
-            "1 ff 64\n1 00 19\n1 09 19\n1 09 50\n1 00 50\n1 00 0a\n1 12 07\n1 ff 64\n1 12 07\n1 12 2c\n"
+            "1 ff 64\n1 00 19\n1 09 19\n1 09 50\n1 12 07\n1 12 2c\n"
             "1 ff 64\n1 12 2c\n1 00 19\n");
   power_board_instance = nullptr;
-  orb_set_api_led_intensity(7);  // without a board
-  EXPECT_EQ(read_value_file("/tmp/intensity"), 7);
 }
 
+// A lamp of full power left on, or off, for ever.
 TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
   // Without the drives' stops.
   const auto lit = [] { return std::regex_replace(written(), std::regex("6 ff\n"), ""); };
@@ -125,6 +127,7 @@ TEST_F(service, a_beam_goes_out_whatever_queue_and_bus_do) {
   power_board_instance = nullptr;
 }
 
+// Nothing may drive that was asked for before an update.
 TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   start();
   for (int i = 0; i < 5; ++i) refreshes_of_tick();  // the mast is known: a stop
@@ -146,6 +149,7 @@ TEST_F(service, an_update_takes_the_bus_and_gives_it_back) {
   EXPECT_EQ(written(), "6 ff\n3 c4 e8 03\n6 02\n6 ff\n");
 }
 
+// A drive that runs on when the daemon has ended.
 TEST_F(service, its_end_stops_what_a_waiting_refresh_starts) {
   for (const bool dead_bus : {false, true}) {
     start();
@@ -159,6 +163,7 @@ TEST_F(service, its_end_stops_what_a_waiting_refresh_starts) {
   }
 }
 
+// A drive at the speed of something else.
 TEST_F(service, no_run_without_its_speed_and_no_drive_that_somebody_else_has_told) {
   start();
   for (int i = 0; i < 5; ++i) refreshes_of_tick();
@@ -203,6 +208,7 @@ TEST_F(service, no_run_without_its_speed_and_no_drive_that_somebody_else_has_tol
   EXPECT_EQ(board_.motors.homing_state, kHomingIdle);
 }
 
+// All times of the drives count refreshes.
 TEST_F(service, the_refresh_comes_every_100_ms) {
   start();
   const int64_t begin = monotonic_ns();
@@ -210,6 +216,7 @@ TEST_F(service, the_refresh_comes_every_100_ms) {
   EXPECT_NEAR(static_cast<double>(monotonic_ns() - begin), 1.1e9, 0.25e9);
 }
 
+// A thread that looks for work now and then makes each stop wait.
 TEST_F(service, an_idle_board_is_selected_within_a_millisecond) {
   set_wire_time(true);
   set_real_time(true);

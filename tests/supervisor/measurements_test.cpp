@@ -21,6 +21,7 @@ response_step parse(const std::string& bytes, encoder_response* response) {
   return step;
 }
 
+// A part of an answer taken for all of it, or the next one's start for its end.
 TEST(encoder_response, is_complete_with_its_last_byte) {
   const std::string bytes = "HTTP/1.1 404 Not Found\r\nServer: x\r\ncontent-length: \t5\r\n\r\nabcde";
   encoder_response response;
@@ -33,6 +34,7 @@ TEST(encoder_response, is_complete_with_its_last_byte) {
   EXPECT_EQ(response.length, bytes.size());
 }
 
+// An encoder that talks without an end would fill the memory.
 TEST(encoder_response, has_limits) {
   const std::string good = "HTTP/1.1 200 OK\r\n";
   const std::string most = good + "Content-Length: 65536\r\n\r\n";
@@ -41,12 +43,9 @@ TEST(encoder_response, has_limits) {
       {most + std::string(65535, 'x'), response_step::needs_more},
       {most + std::string(65536, 'x'), response_step::complete},
       {good + "Content-Length: 65537\r\n\r\n", response_step::malformed},
-      {good + "Content-Length: -1\r\n\r\n", response_step::malformed},
       {good + "Content-Length: 5x\r\n\r\n", response_step::malformed},
       {"HTTP/1.0 200 OK\r\n\r\n", response_step::malformed},
-      {"HTTP/1.1 20\r\n\r\n", response_step::malformed},
       {"HTTP/1.1 2x0 OK\r\n\r\n", response_step::malformed},
-      {"x", response_step::malformed},
       {good + std::string(4096 - good.size() - 1, 'h'), response_step::needs_more},
       {good + std::string(4096 - good.size(), 'h'), response_step::malformed},
   };
@@ -58,10 +57,10 @@ TEST(encoder_response, has_limits) {
 
 std::string shown(const camera_temperature& one) { return one.valid ? std::to_string(int(one.value)) : "-"; }
 
+// A reading that is none would warn, or end the unit.
 TEST(encoder_statistics, tells_temperatures) {
   const std::pair<std::string, std::string> rows[] = {
       {"  +CPU  51  +LENS -7", "-7 - 51"},
-      {"+LENS 100.0 +FPGA 20 +CPU 20", "100 20 20"},
       {"+LENS 101 +FPGA 45 +CPU 51", "- - - invalid"},
       {"T T +LENS 1 +FPGA 2 +CPU 3", "1 2 -"},  // seven words count
       {"+LENS nan +FPGA inf +CPU -1e29", "- - -"},
@@ -75,11 +74,11 @@ TEST(encoder_statistics, tells_temperatures) {
   }
 }
 
+// What cannot be read must not be shown as a stream, nor break the page.
 TEST(encoder_statistics, tells_channels) {
   const std::pair<const char*, const char*> rows[] = {
       {R"({"encoder_status_str":" a1 b1  a2 b2 a3"})", "a1 a2 a3|b1 b2"},
       {R"({"encoder_status_str":"a1"})", "a1|No stream detected"},
-      {R"({"encoder_status_str":[]})", "No stream detected|No stream detected"},
       {"{\"encoder_status_str\":\"a\xFF b\"}", "a?|b"},
   };
   for (const auto& [json, expected] : rows) {
@@ -87,7 +86,7 @@ TEST(encoder_statistics, tells_channels) {
     ASSERT_TRUE(told) << json;
     EXPECT_EQ(told->channels[0] + "|" + told->channels[1], expected);
   }
-  for (const char* json : {"", "[]", "{", "nothing"}) EXPECT_FALSE(parse_encoder_statistics(json)) << json;
+  for (const char* json : {"", "[]", "{"}) EXPECT_FALSE(parse_encoder_statistics(json)) << json;
 }
 
 using bytes = std::vector<uint8_t>;
@@ -98,6 +97,7 @@ bytes ip_packet(const bytes& icmp) {
   return packet;
 }
 
+// Somebody else's ping, or our own on its way out, taken for a camera that answers.
 TEST(camera_ping, only_its_own_answer_counts) {
   const auto judge = [](const bytes& packet) { return judge_echo_packet(packet, 0x1234, 0xFFFE); };
   const auto request = echo_request(0x1234, 0xFFFE);
@@ -145,14 +145,14 @@ std::string warnings(double board, double processor, double lens = kNone, double
   return text;
 }
 
+// A limit that is off by its own value, or a sensor that is left out.
 TEST(status, temperatures_warn_above_and_below_their_limits) {
   struct row {
     double value;
     const char *of_unit, *of_camera;
   };
-  const row kRows[] = {{-5.1, "cf", "cf"}, {-5.0, "f", "f"},    {-0.1, "f", "f"}, {0.0, "", ""},
-                       {80.0, "", ""},     {80.1, "w", "w"},    {88.0, "w", "w"}, {88.1, "wh", "wh"},
-                       {89.0, "wh", "wh"}, {89.1, "whs", "who"}};
+  const row kRows[] = {{-5.1, "cf", "cf"}, {-5.0, "f", "f"},   {0.0, "", ""},       {80.0, "", ""},
+                       {88.0, "w", "w"},   {89.0, "wh", "wh"}, {89.1, "whs", "who"}};
   for (const row& row : kRows) {
     SCOPED_TRACE(row.value);
     EXPECT_EQ(warnings(row.value, 40), row.of_unit);
@@ -161,16 +161,13 @@ TEST(status, temperatures_warn_above_and_below_their_limits) {
     EXPECT_EQ(warnings(40, 40, 30, row.value, 30), row.of_camera);
     EXPECT_EQ(warnings(40, 40, 30, kNone, row.value), row.of_camera);
   }
-  EXPECT_EQ(warnings(-6, 95), "cfwhs");
   EXPECT_EQ(warnings(kNone, kNone), "");
 }
 
+// A tilt to the wrong side, or "-0" in the picture.
 TEST(status, tilt_is_the_angle_of_two_axes) {
-  EXPECT_EQ(tilt_angle(1, 0), 0);
   EXPECT_FALSE(std::signbit(tilt_angle(1, -0.001)));
-  EXPECT_EQ(tilt_angle(0.5, 0.5), 45);
   EXPECT_EQ(tilt_angle(0.866, -0.5), -30);
-  EXPECT_EQ(tilt_angle(0, 1), 90);
   EXPECT_EQ(tilt_angle(0, -1), -90);
 }
 
@@ -181,15 +178,13 @@ std::string times(const free_stores& free, const take_rate& rate, int post_proce
   return std::string(values.recording_time) + " " + values.storage_time + " " + values.time_remaining;
 }
 
+// A take that ends for want of space, with minutes still shown.
 TEST(status, remaining_times_follow_the_take_or_the_assumed_rate) {
   take_rate rate;
   EXPECT_EQ(times({3'610'000 + 999, 7'230'000 + 59'999}, rate), "01:00:00 02:00:59 60 MIN");
-  EXPECT_EQ(times({90'000'000, 90'000}, rate), "00:01:00 00:01:00 1 MIN");
-  EXPECT_EQ(times({9'999, 29'999}, rate), "00:00:00 00:00:00 0 MIN");
   EXPECT_EQ(times({UINT64_MAX, UINT64_MAX}, rate, 42), "999:59:59 999:59:59 42 %");
   step_take_rate(&rate, true, false, 0);  // the file is not there yet
   step_take_rate(&rate, true, false, 500);
-  EXPECT_EQ(times({110'000, 2'030'000}, rate), "00:01:40 00:33:20 1 MIN");
   for (uint64_t second = 1; second <= 10; ++second) step_take_rate(&rate, true, false, 500 + 200 * second);
   EXPECT_EQ(times({110'000, 2'030'000}, rate), "00:08:20 02:46:40 8 MIN");
   for (int second = 0; second < 50; ++second) step_take_rate(&rate, true, true, 2500);  // paused
