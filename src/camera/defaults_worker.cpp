@@ -97,17 +97,10 @@ void reset_camera_state() {
 void send_ir_filter() {
   const int value = image_ir_filter();
   trace(kTraceCamera, "ir filter %d", value);
-  if (value == 2) {
-    queue_traced("icr off", visca_camera_icr_off);
-    queue_traced("auto icr on", visca_camera_auto_icr_on);
-    return;
-  }
-  queue_traced("auto icr off", visca_camera_auto_icr_off);
-  if (value == 1) {
-    queue_traced("icr on", visca_camera_icr_on);
-  } else {
-    queue_traced("icr off", visca_camera_icr_off);
-  }
+  if (value != 2) queue_traced("auto icr off", visca_camera_auto_icr_off);
+  if (value == 1) return queue_traced("icr on", visca_camera_icr_on);
+  queue_traced("icr off", visca_camera_icr_off);
+  if (value == 2) queue_traced("auto icr on", visca_camera_auto_icr_on);
 }
 
 // Each command is chosen when the queue takes it: a request may change the value while it waits.

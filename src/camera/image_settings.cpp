@@ -1,8 +1,9 @@
 #include "camera/image_settings.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <span>
+#include <string_view>
 
 #include "base/mutex.h"
 #include "base/text.h"
@@ -65,10 +66,8 @@ void load_word(const image_setting& setting, char* text, unsigned size) {
 
 // The value whose word is `text`, or -1.
 int find_value(const image_setting& setting, const char* text) {
-  for (size_t i = 0; i < setting.values.size(); ++i) {
-    if (strcmp(setting.values[i].word, text) == 0) return static_cast<int>(i);
-  }
-  return -1;
+  const auto found = std::ranges::find(setting.values, std::string_view(text), &image_value::word);
+  return found == setting.values.end() ? -1 : static_cast<int>(found - setting.values.begin());
 }
 
 void keep_value(image_setting& setting, int value) REQUIRES(values_lock) {

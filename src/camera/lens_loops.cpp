@@ -7,13 +7,6 @@
 #include "camera/speeds.h"
 #include "visca/camera_thread.h"
 
-namespace {
-
-constexpr int kSpeedUp_ms = 2000;  // of holding, for each speed step
-constexpr int64_t kRetry_ns = 5 * kNanosecondsPerMillisecond;
-
-}  // namespace
-
 // A motion of the camera that speeds up the longer it is held.
 struct lens_motion {
   int trace_level;
@@ -25,6 +18,9 @@ struct lens_motion {
 };
 
 namespace {
+
+constexpr int kSpeedUp_ms = 2000;  // of holding, for each speed step
+constexpr int64_t kRetry_ns = 5 * kNanosecondsPerMillisecond;
 
 constexpr lens_motion kZoom{kTraceZoomLoop,
                             paths::kZoomSpeed,

@@ -1,6 +1,3 @@
-// What a tick of the overlay sends: every 0.1 s the five lines that should be shown are compared with what
-// the camera was sent, and the difference is queued.
-//
 // One painter serves all lines; what differs is a row of kLines. A line is begun only when the camera has
 // nothing outstanding and nothing waiting, and counts as sent when the queue has taken all its commands: so
 // at most one line is under way, what is sent is the latest text, and a motion's stop waits for the rest of
@@ -100,7 +97,6 @@ void hide_line(visca_camera* camera, const line_row& row, painted_line& sent) {
   if (visca_camera_title_turn_line_off(camera, row.number) == 0) sent.is_shown = false;
 }
 
-// Only a line whose commands were all taken counts as sent: else the next tick begins it again.
 void show_line(visca_camera* camera, const line_row& row, const painted_line& wanted, painted_line& sent) {
   const bool is_placed = sent.position == wanted.position && sent.color == wanted.color;
   if (sent.is_shown && sent.text == wanted.text && (is_placed || row.takes_color_with_text)) return;
@@ -144,7 +140,6 @@ void count_delay(overlay_state& state, const overlay_inputs& in) {
   state.is_delay_expired = true;
 }
 
-// A new link begins with cleared titles, also when it came between two ticks.
 void begin_link(overlay_state& state, const overlay_inputs& in) {
   trace(kTraceOverlay, "clear all");
   if (visca_camera_title_clear_all(in.camera) != 0) return;

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr double kTick_s = 1.0;
-constexpr size_t kIntensityCharacters = 18;  // of its value file, that count
 constexpr uint8_t kHighBeamPwm = 100;
 constexpr int kDefaultHighBeamTime_s = 15;
 constexpr int kMaximumHighBeamTime_s = 30;
@@ -108,6 +107,9 @@ void select_mode(const led_mode* mode, uint8_t intensity) REQUIRES(lighting_lock
 
 uint8_t as_intensity(int value) { return static_cast<uint8_t>(std::clamp(value, 0, kMaximumIntensity)); }
 
+// At most 18 characters of the file count.
+std::optional<int> stored_intensity() { return read_value_file(paths::kIntensity, 18); }
+
 uint8_t present_intensity() {
   orb_power_board* board = power_board_now();
   return board == nullptr ? kStartIntensity : current_leds(board).pwm;
@@ -129,7 +131,7 @@ lighting_values load_lighting() {
 
 intensity_text load_led_intensity() {
   intensity_text result;
-  const std::optional<int> value = read_value_file(paths::kIntensity, kIntensityCharacters);
+  const std::optional<int> value = stored_intensity();
   if (value) snprintf(result.text, sizeof result.text, "%d%%", *value);
   return result;
 }
@@ -138,7 +140,7 @@ int set_led_mode(const char* name) {
   const led_mode* mode = find_mode(name);
   if (mode == nullptr) return -1;
   const mutex_lock lock(lighting_lock);
-  const std::optional<int> wanted = read_value_file(paths::kIntensity, kIntensityCharacters);
+  const std::optional<int> wanted = stored_intensity();
   select_mode(mode, wanted ? as_intensity(*wanted) : present_intensity());
   return 0;
 }
@@ -170,7 +172,7 @@ void orb_set_api_led_intensity(int value) {
 
 void step_led_intensity(int step) {
   const mutex_lock lock(lighting_lock);
-  const std::optional<int> now = read_value_file(paths::kIntensity, kIntensityCharacters);
+  const std::optional<int> now = stored_intensity();
   if (!now) return;
   const int64_t sum = int64_t{*now} + step;
   const int64_t limit = step > 0 ? kMaximumIntensity : INT_MAX;
@@ -183,10 +185,7 @@ void step_led_intensity(int step) {
 void set_high_beam(bool on) {
   const mutex_lock lock(lighting_lock);
   if (on == is_high_beam() || (on && is_closed)) return;
-  if (!on) {
-    restore_lights();
-    return;
-  }
+  if (!on) return restore_lights();
   lighting.saved_mode = lighting.mode;
   lighting.saved_leds = leds_now();
   lighting.countdown_s = high_beam_time_s;
@@ -233,8 +232,7 @@ int set_high_beam_time(int seconds) {
 
 void tick_high_beam() {
   const mutex_lock lock(lighting_lock);
-  if (!is_high_beam()) return;
-  if (--lighting.countdown_s > 0) return;
+  if (!is_high_beam() || --lighting.countdown_s > 0) return;
   trace(kTracePowerBoard, "high beam timeout");
   restore_lights();
 }

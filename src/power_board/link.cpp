@@ -62,15 +62,17 @@ bool check(const orb_power_board* board, const char* call, int line, mraa_result
   return false;
 }
 
-void close_line(mraa_gpio_context* line) {
-  if (*line != nullptr) mraa_gpio_close(*line);
-  *line = nullptr;
+// False after saying so.
+bool is_open(const orb_power_board* board, const char* call, int line, const void* handle) {
+  if (handle == nullptr) fprintf(stderr, "%s: %s() failed at line %d\n", program_name(board), call, line);
+  return handle != nullptr;
 }
 
 void close_lines(orb_power_board* board) {
-  close_line(&board->chip_select);
-  close_line(&board->boot_line);
-  close_line(&board->reset_line);
+  for (mraa_gpio_context* line : {&board->chip_select, &board->boot_line, &board->reset_line}) {
+    if (*line != nullptr) mraa_gpio_close(*line);
+    *line = nullptr;
+  }
 }
 
 void close_spi(orb_power_board* board) {
@@ -80,22 +82,16 @@ void close_spi(orb_power_board* board) {
 
 bool open_line(const orb_power_board* board, int pin, int level, mraa_gpio_context* line) {
   *line = mraa_gpio_init(pin);
-  if (*line == nullptr) {
-    fprintf(stderr, "%s: mraa_gpio_init() failed at line %d\n", program_name(board), __LINE__);
-    return false;
-  }
-  return check(board, "mraa_gpio_dir", __LINE__, mraa_gpio_dir(*line, MRAA_GPIO_OUT)) &&
+  return is_open(board, "mraa_gpio_init", __LINE__, *line) &&
+         check(board, "mraa_gpio_dir", __LINE__, mraa_gpio_dir(*line, MRAA_GPIO_OUT)) &&
          check(board, "mraa_gpio_write", __LINE__, mraa_gpio_write(*line, level));
 }
 
 bool open_spi(orb_power_board* board) {
   board->spi = mraa_spi_init(kSpiBus);
-  if (board->spi == nullptr) {
-    fprintf(stderr, "%s: mraa_spi_init() failed at line %d\n", program_name(board), __LINE__);
-    return false;
-  }
   // Mode 2: the clock idles high, data is sampled on the first edge.
-  return check(board, "mraa_spi_mode", __LINE__, mraa_spi_mode(board->spi, MRAA_SPI_MODE2)) &&
+  return is_open(board, "mraa_spi_init", __LINE__, board->spi) &&
+         check(board, "mraa_spi_mode", __LINE__, mraa_spi_mode(board->spi, MRAA_SPI_MODE2)) &&
          check(board, "mraa_spi_frequency", __LINE__, mraa_spi_frequency(board->spi, kSpiFrequency_hz)) &&
          check(board, "mraa_spi_lsbmode", __LINE__, mraa_spi_lsbmode(board->spi, 0));
 }

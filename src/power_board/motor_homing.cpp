@@ -35,8 +35,7 @@ void drive_on(const machine& m) {
 }
 
 // The two driving states share this: keeps the drive running, and counts the samples in a row that are as
-// `wanted`, once the first few have passed. After a gap none counts that came before it: the drive may have
-// stood still.
+// `wanted`, once the first few have passed.
 void keep_homing(const machine& m, bool wanted, const char* message) {
   motor_state& motors = m.motors;
   say(m, "homing amps %.3f", static_cast<double>(m.sample.amps));
@@ -119,16 +118,10 @@ void start_homing(const machine& m) {
 }
 
 void step_homing(const machine& m) {
-  switch (m.motors.homing_state) {
-    case kHomingStart:
-      return home_until_current(m);
-    case kHomingDrive:
-      return home_until_stall(m);
-    case kHomingSettle:
-      return settle(m);
-    default:
-      return;
-  }
+  const int state = m.motors.homing_state;
+  if (state == kHomingStart) home_until_current(m);
+  if (state == kHomingDrive) home_until_stall(m);
+  if (state == kHomingSettle) settle(m);
 }
 
 void abandon_homing(const machine& m, const char* reason) {

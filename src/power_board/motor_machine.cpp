@@ -19,7 +19,7 @@
 //
 //   idle     -> start         a move asked for                                                [start_move]
 //   start    -> fast or slow  5 samples of a steady encoder; out or in             [wait_for_encoder]
-//   fast    <-> slow          within 51 mm of the target; again beyond 64 mm  [move_out_fast and the like]
+//   fast    <-> slow          within 51 mm of the target; again beyond 64 mm        [move_fast, move_slow]
 //   slow     -> check         past the target, with a stop                                   [start_check]
 //   check    -> fast or slow  5 samples short of the target                                      [restart]
 //   check    -> idle          5 samples past it; or time is up                                [check_move]

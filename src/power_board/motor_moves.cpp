@@ -27,7 +27,10 @@ bool is_inside(const machine& m) {
   return m.sample.encoder >= m.motors.lower_limit && m.sample.encoder <= m.motors.upper_limit;
 }
 
-// Counts fall on the way out. At the limit ahead nothing is told to run.
+// Counts left from one to another on the way of the move; they fall on the way out.
+int64_t counts_left(const machine& m, int from, int to) { return (int64_t{from} - to) * m.motors.direction; }
+
+// At the limit ahead nothing is told to run.
 bool is_at_limit(const machine& m) {
   return m.sample.encoder == (m.motors.direction > 0 ? m.motors.lower_limit : m.motors.upper_limit);
 }
@@ -54,8 +57,11 @@ void drive(const machine& m, int state) {
   m.motors.move_state = state;
 }
 
-void change_speed(const machine& m, int state, const char* message) {
-  say(m, "%s", message);
+int fast_state(const machine& m) { return m.motors.direction > 0 ? kMoveOutFast : kMoveInFast; }
+int slow_state(const machine& m) { return m.motors.direction > 0 ? kMoveOutSlow : kMoveInSlow; }
+
+void change_speed(const machine& m, int state, const char* speed) {
+  say(m, "move %s %s", direction_text(m.motors.direction), speed);
   stop(m);
   drive(m, state);
 }
@@ -73,30 +79,18 @@ void drive_on(const machine& m) {
   }
 }
 
-void start_in(const machine& m) {
+void start_drive(const machine& m) {
   motor_state& motors = m.motors;
-  if (motors.target - motors.position < kSlowDistance) {
-    say(m, "move in slow start");
+  const char* direction = direction_text(motors.direction);
+  if (counts_left(m, motors.position, motors.target) < kSlowDistance) {
+    say(m, "move %s slow start", direction);
     motors.slow_point = motors.fast_point = motors.position;
-    return drive(m, kMoveInSlow);
+    return drive(m, slow_state(m));
   }
-  motors.slow_point = motors.target - kSlowDistance;
-  motors.fast_point = static_cast<int>(motors.target - kFastDistance);
-  say(m, "move in fast start %d %d", motors.slow_point, motors.fast_point);
-  drive(m, kMoveInFast);
-}
-
-void start_out(const machine& m) {
-  motor_state& motors = m.motors;
-  if (motors.position - motors.target < kSlowDistance) {
-    say(m, "move out slow start");
-    motors.slow_point = motors.fast_point = motors.position;
-    return drive(m, kMoveOutSlow);
-  }
-  motors.slow_point = motors.target + kSlowDistance;
-  motors.fast_point = static_cast<int>(motors.target + kFastDistance);
-  say(m, "move out fast start %d %d", motors.slow_point, motors.fast_point);
-  drive(m, kMoveOutFast);
+  motors.slow_point = motors.target + motors.direction * kSlowDistance;
+  motors.fast_point = static_cast<int>(motors.target + motors.direction * kFastDistance);
+  say(m, "move %s fast start %d %d", direction, motors.slow_point, motors.fast_point);
+  drive(m, fast_state(m));
 }
 
 void choose_direction(motor_state& motors) { motors.direction = motors.position <= motors.target ? -1 : 1; }
@@ -106,7 +100,7 @@ void drive_off(const machine& m) {
   motors.position = m.sample.encoder;
   say(m, "encoder %d", m.sample.encoder);
   choose_direction(motors);
-  motors.direction < 0 ? start_in(m) : start_out(m);
+  start_drive(m);
   motors.no_movement_count = 0;
   motors.timeout_count = kLongest;
 }
@@ -157,45 +151,33 @@ bool keep_moving(const machine& m, float moving_amps) {
   return true;
 }
 
-void start_check(const machine& m, const char* message) {
-  say(m, "%s", message);
+void start_check(const machine& m) {
+  say(m, "move %s check", direction_text(m.motors.direction));
   stop(m);
   m.motors.stable_count = m.motors.resample_count = 0;
   m.motors.move_state = kMoveCheck;
 }
 
-void move_out_fast(const machine& m) {
+void move_fast(const machine& m) {
   if (!keep_moving(m, kMovingAmps) || is_at_limit(m)) return;
-  if (m.motors.position < m.motors.slow_point) change_speed(m, kMoveOutSlow, "move out slow");
+  if (counts_left(m, m.motors.position, m.motors.slow_point) < 0) change_speed(m, slow_state(m), "slow");
 }
 
-void move_out_slow(const machine& m) {
+void move_slow(const machine& m) {
   if (!keep_moving(m, kSlowMovingAmps)) return;
-  if (m.motors.position < m.motors.target) return start_check(m, "move out check");
-  if (m.motors.position > m.motors.fast_point) change_speed(m, kMoveOutFast, "move out fast");
-}
-
-void move_in_fast(const machine& m) {
-  if (!keep_moving(m, kMovingAmps) || is_at_limit(m)) return;
-  if (m.motors.position > m.motors.slow_point) change_speed(m, kMoveInSlow, "move in slow");
-}
-
-void move_in_slow(const machine& m) {
-  if (!keep_moving(m, kSlowMovingAmps)) return;
-  if (m.motors.position > m.motors.target) return start_check(m, "move in check");
-  if (m.motors.position < m.motors.fast_point) change_speed(m, kMoveInFast, "move in fast");
+  if (counts_left(m, m.motors.position, m.motors.target) < 0) return start_check(m);
+  if (counts_left(m, m.motors.position, m.motors.fast_point) > 0) change_speed(m, fast_state(m), "fast");
 }
 
 // After a check that found the mast on the near side of its target.
 void restart(const machine& m) {
-  const bool in = m.motors.direction < 0;
-  const bool near = in ? m.sample.encoder >= m.motors.fast_point : m.sample.encoder <= m.motors.fast_point;
-  if (near && !in) {
+  const bool near = counts_left(m, m.sample.encoder, m.motors.fast_point) <= 0;
+  if (near && m.motors.direction > 0) {
     m.output.add(kTracePowerBoard, "move out slow");  // with the board's lines, as it stands
   } else {
     say(m, "move %s %s", direction_text(m.motors.direction), near ? "slow" : "fast");
   }
-  drive(m, in ? (near ? kMoveInSlow : kMoveInFast) : (near ? kMoveOutSlow : kMoveOutFast));
+  drive(m, near ? slow_state(m) : fast_state(m));
 }
 
 void check_move(const machine& m) {
@@ -208,9 +190,7 @@ void check_move(const machine& m) {
     return rest(motors);
   }
   if (!is_inside(m)) return;
-  const bool short_of =
-      motors.direction < 0 ? m.sample.encoder <= motors.target : m.sample.encoder >= motors.target;
-  if (short_of) {
+  if (counts_left(m, m.sample.encoder, motors.target) >= 0) {
     motors.stable_count = 0;
     if (++motors.resample_count == kRestartSamples) restart(m);
     return;
@@ -228,8 +208,8 @@ void follow_encoder(const machine& m) {
 }
 
 using state_function = void (*)(const machine& m);
-constexpr state_function kStates[] = {wait_for_encoder, move_out_fast, move_out_slow, move_in_fast,
-                                      move_in_slow,     check_move,    follow_encoder};
+constexpr state_function kStates[] = {wait_for_encoder, move_fast,  move_slow,     move_fast,
+                                      move_slow,        check_move, follow_encoder};
 
 }  // namespace
 

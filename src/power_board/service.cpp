@@ -41,11 +41,8 @@ void run_refresh(orb_power_board* board) {
 }
 
 void refresh(orb_power_board* board) {
-  if (board->write_suspended != 0) {
-    board->refresh_queued = false;
-  } else {
-    run_refresh(board);
-  }
+  if (board->write_suspended == 0) return run_refresh(board);
+  board->refresh_queued = false;
 }
 
 void signal_shutdown(orb_power_board* board) {

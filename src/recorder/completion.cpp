@@ -90,23 +90,11 @@ void add_stills(json_object* from, const std::string& take_file, json_object* fi
 std::string cue_text(const std::string& text) {
   std::string cue;
   for (const char c : text) {
-    switch (c) {
-      case '&':
-        cue += "&amp;";
-        break;
-      case '<':
-        cue += "&lt;";
-        break;
-      case '>':
-        cue += "&gt;";
-        break;
-      case '\n':
-      case '\r':
-        cue += ' ';
-        break;
-      default:
-        cue += c;
-    }
+    cue += c == '&'                 ? "&amp;"
+           : c == '<'               ? "&lt;"
+           : c == '>'               ? "&gt;"
+           : c == '\n' || c == '\r' ? " "
+                                    : std::string_view(&c, 1);
   }
   return cue;
 }
@@ -182,9 +170,7 @@ std::optional<std::string> duration_of(const take& t, json_object* description, 
   return duration;
 }
 
-// Puts what is missing on the store: stills, which are listed before the long copy begins, caption and copy.
-// The take's file is listed when it is whole, with its metadata. Without an internal file all that was there
-// has been copied.
+// Puts what is missing on the store. Without an internal file all that was there has been copied.
 bool put_on_store(const take& t, json_object* description, const stopped_take& stopped, int64_t size) {
   const std::string take_file = take_file_name(t, "mp4");
   const std::optional<std::string> measured = duration_of(t, description, size);
@@ -248,8 +234,7 @@ bool complete_take(const char* guid_path, bool start_up) {
 void drop_take() {
   const mutex_lock lock(recorder.notes_lock);
   recorder.open_take[0] = '\0';
-  take t;
-  load_description(read_guid(paths::kTakeGuid), &t);
+  const take t = take_in_work();
   trace(kTraceRecorder, "take dropped '%s'", t.guid.c_str());
   if (!t.note.empty() && access(paths::kVideoNote, F_OK) != 0)
     write_value_file(paths::kVideoNote, t.note.c_str());

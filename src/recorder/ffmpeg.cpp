@@ -34,8 +34,6 @@ void for_each_number(const std::string& folder, const std::function<void(int num
 
 std::string descriptors_of(pid_t pid) { return "/proc/" + std::to_string(pid) + "/fd"; }
 
-std::string arguments_of(pid_t pid) { return "/proc/" + std::to_string(pid) + "/cmdline"; }
-
 bool is_tcp(int fd) {
   int domain = 0;
   int type = 0;
@@ -97,7 +95,8 @@ bool writes_to(pid_t pid, const std::string& path) {
 
 // Whether `path` is the last argument of process `pid`: an ffmpeg that has not opened its file yet.
 bool is_told_to_write(pid_t pid, const std::string& path) {
-  const std::string arguments = read_file(arguments_of(pid).c_str(), kArgumentsLimit).value_or("");
+  const std::string file = "/proc/" + std::to_string(pid) + "/cmdline";
+  const std::string arguments = read_file(file.c_str(), kArgumentsLimit).value_or("");
   return arguments.starts_with(kFirstArguments) && arguments.ends_with('\0' + path + '\0');
 }
 

@@ -36,16 +36,6 @@ void fill(char (&field)[Size], std::string_view text) {
   copy_text(field, Size, text);
 }
 
-take running_take() {
-  take t;
-  load_description(read_guid(paths::kTakeGuid), &t);
-  return t;
-}
-
-bool set_waiting_note(const char* path, const std::string& note) {
-  return write_value_file(path, note.c_str());
-}
-
 // The lines stay in step: when the new one cannot be written, the old one comes back.
 bool replace_last_note(const std::string& old, const std::string& note) REQUIRES(recorder.notes_lock) {
   if (!cut_last_line(kNotes, cut::replaces)) return false;
@@ -103,7 +93,7 @@ void orb_load_recorder_video_metadata(orb_xmp_fields* fields) {
     *fields = make_metadata(metadata_texts_now(), local_time_text(0), waiting_note(paths::kVideoNote));
     return;
   }
-  const take t = running_take();
+  const take t = take_in_work();
   *fields = make_metadata(metadata_texts_now(), t.start_time, t.note);
 }
 
@@ -111,7 +101,7 @@ void orb_load_recorder_image_metadata(orb_xmp_fields* fields) {
   const mutex_lock lock(recorder.notes_lock);
   const bool recording = recorder.recording != 0;
   const std::optional<std::string> note = recording ? last_line(kNotes) : std::nullopt;
-  *fields = make_metadata(metadata_texts_now(), recording ? running_take().start_time : local_time_text(0),
+  *fields = make_metadata(metadata_texts_now(), recording ? take_in_work().start_time : local_time_text(0),
                           note ? *note : waiting_note(paths::kImageNote));
 }
 
@@ -124,7 +114,7 @@ int orb_set_recorder_video_note(const char* text) {
   const std::string_view line = std::string_view(text).substr(0, strcspn(text, "\n"));
   const mutex_lock lock(recorder.notes_lock);
   const bool set = recorder.recording != 0 ? describe_anew(as_utf8(std::string(line)))
-                                           : set_waiting_note(paths::kVideoNote, note_line(line));
+                                           : write_value_file(paths::kVideoNote, note_line(line).c_str());
   return set ? 0 : -1;
 }
 
@@ -132,7 +122,7 @@ int orb_set_recorder_image_note(const char* text) {
   const std::string note = note_line(text);
   const mutex_lock lock(recorder.notes_lock);
   const std::optional<std::string> old = recorder.recording != 0 ? last_line(kNotes) : std::nullopt;
-  const bool set = old ? replace_last_note(*old, note) : set_waiting_note(paths::kImageNote, note);
+  const bool set = old ? replace_last_note(*old, note) : write_value_file(paths::kImageNote, note.c_str());
   return set ? 0 : -1;
 }
 

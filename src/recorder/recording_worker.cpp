@@ -134,14 +134,10 @@ void complete_again() {
 
 // The internal file of the take that the guid file names, "" without one.
 std::string requested_path() {
-  take t;
-  const std::string guid = read_guid(paths::kTakeGuid);
-  if (guid.empty()) {
-    trace(kTraceRecorder, "no guid");
-    return "";
-  }
-  load_description(guid, &t);
-  return internal_take_path(t);
+  const take t = take_in_work();
+  if (!t.guid.empty()) return internal_take_path(t);
+  trace(kTraceRecorder, "no guid");
+  return "";
 }
 
 enum class beginning { recording, unwanted, failed };

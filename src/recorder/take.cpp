@@ -9,6 +9,7 @@
 
 #include "base/file.h"
 #include "base/paths.h"
+#include "base/text.h"
 
 namespace {
 
@@ -20,9 +21,7 @@ bool is_guid(const std::string& text) {
   return text.size() == kGuidLength && text.find_first_not_of("0123456789abcdefABCDEF-") == std::string::npos;
 }
 
-bool is_unfit(char c) {
-  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F || strchr("/\\:*?\"<>|", c) != nullptr;
-}
+bool is_unfit(char c) { return is_control(c) || strchr("/\\:*?\"<>|", c) != nullptr; }
 
 std::string fit_name(std::string name) {
   std::replace_if(name.begin(), name.end(), is_unfit, '_');
@@ -54,9 +53,8 @@ std::string take_file_name(const take& t, const char* extension) {
 }
 
 std::string still_file_name(const take& t, std::string offset) {
-  for (char& c : offset) {
-    if (c == ':' || c == '.') c = '-';
-  }
+  std::ranges::replace(offset, ':', '-');
+  std::ranges::replace(offset, '.', '-');
   return fit_still_name(take_file_stem(t) + "_" + offset + ".jpg");
 }
 
@@ -127,6 +125,12 @@ json_owner load_description(const std::string& guid, take* t) {
   *t = described_take(guid, description.get());
   if (t->start_time.empty()) return nullptr;  // it does not tell the take's file
   return description;
+}
+
+take take_in_work() {
+  take t;
+  load_description(read_guid(paths::kTakeGuid), &t);
+  return t;
 }
 
 std::string make_guid() {

@@ -60,5 +60,8 @@ bool save_description(const take& t, const std::string& duration, json_owner fil
 // when it cannot be read or does not tell the take's file.
 json_owner load_description(const std::string& guid, take* t);
 
+// The take that the guid file names, in the same way; its guid is "" when there is none.
+take take_in_work();
+
 // A new time-based guid.
 std::string make_guid();

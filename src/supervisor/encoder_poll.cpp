@@ -149,22 +149,13 @@ void receive(struct ev_loop* loop) {
   if (count <= 0) return fail_request(loop, kTransportFailure);
   current.received += static_cast<size_t>(count);
   encoder_response response;
-  switch (parse_encoder_response({current.buffer.data(), current.received}, &response)) {
-    case response_step::complete:
-      return take_response(loop, response);
-    case response_step::malformed:
-      return fail_request(loop, kTransportFailure);
-    case response_step::needs_more:
-      break;
-  }
+  const response_step step = parse_encoder_response({current.buffer.data(), current.received}, &response);
+  if (step == response_step::complete) take_response(loop, response);
+  if (step == response_step::malformed) fail_request(loop, kTransportFailure);
 }
 
 void on_socket(struct ev_loop* loop, ev_io*, int) {
-  if (current.connected) {
-    receive(loop);
-  } else {
-    finish_connect(loop);
-  }
+  current.connected ? receive(loop) : finish_connect(loop);
 }
 
 void begin_poll(struct ev_loop* loop) {
@@ -186,13 +177,7 @@ void begin_poll(struct ev_loop* loop) {
 }
 
 void on_timer(struct ev_loop* loop, ev_timer*, int) {
-  if (current.fd) {
-    if (current.connected) {
-      fail_request(loop, kTransportFailure);
-    } else {
-      fail_open(loop, ETIMEDOUT);
-    }
-  }
+  if (current.fd) current.connected ? fail_request(loop, kTransportFailure) : fail_open(loop, ETIMEDOUT);
   begin_poll(loop);
 }
 

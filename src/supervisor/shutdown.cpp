@@ -50,8 +50,7 @@ bool is_powering_off GUARDED_BY(shutdown_lock) = false;  // no request is served
 int64_t retry_ns GUARDED_BY(shutdown_lock) = 0;          // from when on heat is heard again
 int64_t give_back_ns GUARDED_BY(shutdown_lock) = 0;      // when the unit is given back, 0: it is
 
-// Once asked for, whatever is served ends with the power off and without waiting for a take.
-std::atomic<bool> temperature_shutdown = false;
+std::atomic<bool> temperature_shutdown = false;  // from heat on until the unit is given back
 
 // The reason of the next request; nothing when the unit is to be given back.
 std::optional<int> await_request() {
@@ -73,18 +72,10 @@ std::optional<int> await_request() {
   return reason;
 }
 
-// The camera goes off next: an ffmpeg that still reads its stream would be left without an end.
-void await_child_end() {
-  for (int step = 0; step < kChildEndSteps && is_recorder_child_running(); ++step) sleep_ms(kStep_ms);
-}
-
 // Of a take that has just been stopped, was stopped before, or waited for its completion.
 void await_completion() {
   for (int step = 0; step < kCompletionSteps && is_recorder_busy(); ++step) {
-    if (temperature_shutdown) {
-      trace(kTraceSupervisor, "temperature, skip post");
-      return;
-    }
+    if (temperature_shutdown) return trace(kTraceSupervisor, "temperature, skip post");
     sleep_ms(kStep_ms);
   }
 }
@@ -97,7 +88,8 @@ void end_take() {
   }
   if (orb_get_recorder_recording() != 0) trace(kTraceSupervisor, "stop recording");
   orb_stop_recorder();  // also of a take that is only about to begin
-  await_child_end();
+  // The camera goes off next: an ffmpeg that still reads its stream would be left without an end.
+  for (int step = 0; step < kChildEndSteps && is_recorder_child_running(); ++step) sleep_ms(kStep_ms);
   await_completion();
 }
 
@@ -146,7 +138,6 @@ void plan_retry() {
   give_back_ns = retry_ns + kHeatGone_ns;
 }
 
-// Nothing asks for the end of the unit any more.
 void give_back() {
   trace(kTraceSupervisor, "unit stays on");
   temperature_shutdown = false;
@@ -165,11 +156,8 @@ void serve(int reason) {
 
 void* shutdown_thread(void*) {
   for (;;) {
-    if (const std::optional<int> reason = await_request()) {
-      serve(*reason);
-    } else {
-      give_back();
-    }
+    const std::optional<int> reason = await_request();
+    reason ? serve(*reason) : give_back();
   }
 }
 

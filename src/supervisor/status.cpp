@@ -148,12 +148,8 @@ void warn(supervisor_values* values) {
   const double board = values->board_temperature;
   const double processor = values->processor_temperature;
   const camera_temperatures& camera = values->camera;
-  const temperature_warnings warnings = judge_temperatures(board, processor, camera);
-  values->cold = warnings.cold;
-  values->freezing = warnings.freezing;
-  values->warm = warnings.warm;
-  values->hot = warnings.hot;
-  values->shutdown = warnings.shutdown;
+  temperature_warnings& warnings = *values;
+  warnings = judge_temperatures(board, processor, camera);
   if (warnings.camera_overheated) {
     trace(kTraceSupervisor, "camera temp shutdown %0.1f %0.1f %0.1f", camera.fpga.value, camera.lens.value,
           camera.cpu.value);
@@ -181,14 +177,12 @@ temperature_warnings judge_temperatures(double board, double processor, const ca
   }
   const double lowest = std::min(unit.lowest, head.lowest);
   const double highest = std::max(unit.highest, head.highest);
-  temperature_warnings warnings;
-  warnings.cold = lowest < kColdBelow;
-  warnings.freezing = lowest < kFreezingBelow;
-  warnings.shutdown = unit.highest > kShutdownAbove;
-  warnings.hot = highest > kHotAbove;
-  warnings.warm = highest > kWarmAbove;
-  warnings.camera_overheated = head.highest > kShutdownAbove;
-  return warnings;
+  return {
+      .cold =
+          lowest<kColdBelow, .freezing = lowest<kFreezingBelow, .warm = highest> kWarmAbove, .hot = highest>
+              kHotAbove,
+      .shutdown = unit.highest > kShutdownAbove,
+      .camera_overheated = head.highest > kShutdownAbove};
 }
 
 double tilt_angle(double axis_0, double axis_2) {

@@ -5,14 +5,6 @@
 
 #include "supervisor/supervisor.h"
 
-struct temperature_warnings {
-  bool cold = false;
-  bool freezing = false;
-  bool warm = false;
-  bool hot = false;
-  bool shutdown = false;           // of the board or the processor, never of the camera
-  bool camera_overheated = false;  // only told
-};
 // Temperatures in °C; one that is not known warns of nothing.
 temperature_warnings judge_temperatures(double board, double processor, const camera_temperatures& camera);
 

@@ -22,8 +22,17 @@ struct camera_temperatures {
   camera_temperature cpu;
 };
 
+struct temperature_warnings {
+  bool cold = false;
+  bool freezing = false;
+  bool warm = false;
+  bool hot = false;
+  bool shutdown = false;           // of the board or the processor, never of the camera
+  bool camera_overheated = false;  // only told
+};
+
 // The status record; before the supervisor runs it is as it stands here.
-struct supervisor_values {
+struct supervisor_values : temperature_warnings {
   char battery[21] = "unknown";   // its type
   char battery_level[8] = "?";    // "25%" to "100%"
   char version[256] = "";         // first line of the release file
@@ -51,11 +60,6 @@ struct supervisor_values {
   char direction[8] = "??";
   char motor_type[8] = "none";  // "height", "pan", "none"
   char height[16] = "";
-  bool cold = false;
-  bool freezing = false;
-  bool warm = false;
-  bool hot = false;
-  bool shutdown = false;
 };
 
 // Starts the threads, once. `flag` is 1 and means nothing. Main thread.
