@@ -1,5 +1,3 @@
-// The LEDs' register: what was last given, and what brings the board in line with it when a write is lost.
-
 #include "power_board/leds.h"
 
 #include "power_board/link.h"
@@ -12,7 +10,6 @@ work_item led_write(const led_setting& leds) {
   return write_item(kLedRegister, data);
 }
 
-// The setting that is lost.
 std::optional<work_item> lost_write(orb_power_board* board) REQUIRES(board->queue_lock) {
   if (!board->leds.is_lost()) return std::nullopt;
   return *board->leds.written();

@@ -66,7 +66,6 @@ void change_speed(const machine& m, int state, const char* speed) {
   drive(m, state);
 }
 
-// Sends the run command again when it is time, and after a gap all that the drive must know.
 void drive_on(const machine& m) {
   motor_state& motors = m.motors;
   if (m.sample.late) {
@@ -105,7 +104,6 @@ void drive_off(const machine& m) {
   motors.timeout_count = kLongest;
 }
 
-// Waits for a steady encoder, then drives off.
 void wait_for_encoder(const machine& m) {
   motor_state& motors = m.motors;
   say_sample(m);

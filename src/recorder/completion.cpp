@@ -134,7 +134,6 @@ bool copy_take(const take& t, int64_t size) {
   return false;
 }
 
-// The take is whole without its metadata, too.
 bool copy_with_metadata(const take& t, int64_t size, const orb_xmp_fields& texts) {
   if (!copy_take(t, size)) return false;
   const std::string copy = usb_take_path(t);

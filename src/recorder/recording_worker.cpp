@@ -1,4 +1,3 @@
-// The recording worker: starts ffmpeg, watches the take, ends it and completes it.
 #include "recorder/recording_worker.h"
 
 #include <sys/stat.h>

@@ -3,7 +3,6 @@
 
 #include <string>
 
-// The recording worker's thread.
 void* recording_worker(void*);
 
 // One look at a running take, every 0.1 s: the reason to stop it, or 0.

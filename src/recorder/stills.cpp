@@ -1,4 +1,3 @@
-// The stills of a take: each mark is cut from its file by ffmpeg. Recording worker.
 #include "recorder/stills.h"
 
 #include <unistd.h>
