@@ -152,6 +152,7 @@ int main(int count, char** words) {
   if (orb_application_init(&application, words[0]) != 0) return 1;
   block_signals(false);
   const int status = run_unit(advanced);
+  block_signals(true);  // without its watchers a late one would cut the end short
   orb_application_destroy(&application);
   if (!drain_trace()) _exit(status);
   return status;
