@@ -1,4 +1,5 @@
-// The laser's step of a refresh: takes its reading, and shows it or takes it away. Service thread.
+// The laser's step of a refresh: takes its reading, and shows it or takes it away. Its modes and operations
+// stand in power_board.h. Service thread.
 #pragma once
 
 struct orb_power_board;

@@ -15,7 +15,7 @@ enum setting_index : uint32_t {
   kSettingFlowDirectionOsd = 3,
   kSettingZoomOsd = 4,
   kSettingCompassOsd = 5,
-  kSettingViewerSeats = 6,  // 0 to 5
+  kSettingViewerSeats = 6,  // 0 to 5 (seats/seats.h)
   kSettingLanguage = 7,     // text, 3 bytes
   kSettingInvertImage = 8,
   kSettingStabilizeImage = 9,

@@ -194,6 +194,7 @@ int visca_camera_defog_level(visca_camera* camera, int level);  // 1 low, 2 mid,
 
 // Titles: lines of 20 characters, sent as two halves of ten (set 2 and set 3); a half is filled up with
 // blanks.
+// Lines count from 0 to 10.
 int visca_camera_title_set_1(visca_camera* camera, int line, int h_position, unsigned color, int blink);
 int visca_camera_title_set_2(visca_camera* camera, int line, const char* text);
 int visca_camera_title_set_3(visca_camera* camera, int line, const char* text);

@@ -81,7 +81,10 @@ TEST_F(power_link, bad_frames_and_failed_transfers_keep_the_readings_and_silence
     EXPECT_EQ(volts(5, frame_mode::zeros), 0);
     EXPECT_EQ(volts(6), 6);
     traced();
-    board_.readings.monitor_vin_volts = 8;  // a frame that is taken once more would show
+    {
+      const mutex_lock lock(board_.readings_lock);
+      board_.readings.monitor_vin_volts = 8;  // a frame that is taken once more would show
+    }
     mraa_spi_stop(board_.spi);
     EXPECT_EQ(volts(7), 8);
     EXPECT_EQ(std::exchange(violations, {}), texts{"transfer on a closed SPI bus"});
