@@ -6,15 +6,10 @@
 #include "base/trace.h"
 #include "http/server.h"
 
-namespace {
-
-// Small nested arrays take some fifty times their text as objects.
-constexpr unsigned long kJsonBodyLimit = 1 << 20;
-
-}  // namespace
-
 json_owner read_json_body(http_connection* connection, const char* body, unsigned long length) {
-  if (length > kJsonBodyLimit) return nullptr;
+  // Small nested arrays take some fifty times their text as objects.
+  constexpr unsigned long kLimit = 1 << 20;
+  if (length > kLimit) return nullptr;
   http_request& request = connection->request;
   if (request.tokener == nullptr) {
     request.tokener = json_tokener_new();

@@ -54,11 +54,6 @@ bool is(char byte, uint8_t byte_class) {
   return (kByteClasses[static_cast<unsigned char>(byte)] & byte_class) != 0;
 }
 
-int malformed(http_request* request) {
-  request->state = kHttpMalformed;
-  return -1;
-}
-
 // Appends one byte to the text being stored.
 bool store(http_request* request, char byte) {
   if (request->write_position >= kHttpStorageSize) return false;
@@ -67,12 +62,13 @@ bool store(http_request* request, char byte) {
 }
 
 // Starts a text with its first byte.
-bool start_text(http_request* request, char** text, char byte) {
+bool start_text(http_request* request, const char** text, char byte) {
   *text = request->storage.data() + request->write_position;
   return store(request, byte);
 }
 
 bool add_digit(int* number, char byte) {
+  if (!is(byte, kDigit)) return false;
   *number = *number * 10 + (byte - '0');
   return *number <= kVersionLimit;
 }
@@ -111,57 +107,20 @@ bool set_up_content(http_request* request, size_t position) {
   return true;
 }
 
-bool parse_method(http_request* request, char byte) {
-  if (request->state == kHttpMethodStart) {
-    char* start = nullptr;
-    request->state = kHttpMethod;
-    const bool stored = is(byte, kToken) && start_text(request, &start, byte);
-    request->method = start;
-    return stored;
-  }
-  if (byte == ' ') {
-    request->state = kHttpPathStart;
-    return store(request, '\0');
-  }
-  return is(byte, kToken) && store(request, byte);
+// The method or the path, up to the blank behind it.
+bool parse_word(http_request* request, char byte, uint8_t byte_class, const char* http_request::*word) {
+  const bool is_start = request->*word == nullptr;
+  if (is_start || byte == ' ') ++request->state;
+  if (byte == ' ' && !is_start) return store(request, '\0');
+  if (!is(byte, byte_class)) return false;
+  return is_start ? start_text(request, &(request->*word), byte) : store(request, byte);
 }
 
-bool parse_path(http_request* request, char byte) {
-  if (request->state == kHttpPathStart) {
-    char* start = nullptr;
-    request->state = kHttpPath;
-    const bool stored = is(byte, kPath) && start_text(request, &start, byte);
-    request->path = start;
-    return stored;
-  }
-  if (byte == ' ') {
-    request->state = kHttpProtocolH;
-    return store(request, '\0');
-  }
-  return is(byte, kPath) && store(request, byte);
-}
-
-bool parse_version(http_request* request, char byte) {
-  switch (request->state) {
-    case kHttpMajorStart:
-      request->state = kHttpMajor;
-      return is(byte, kDigit) && add_digit(&request->major_version, byte);
-    case kHttpMajor:
-      if (byte == '.') {
-        request->state = kHttpMinorStart;
-        return true;
-      }
-      return is(byte, kDigit) && add_digit(&request->major_version, byte);
-    case kHttpMinorStart:
-      request->state = kHttpMinor;
-      return is(byte, kDigit) && add_digit(&request->minor_version, byte);
-    default:  // kHttpMinor
-      if (byte == '\r') {
-        request->state = kHttpLineFeed;
-        return true;
-      }
-      return is(byte, kDigit) && add_digit(&request->minor_version, byte);
-  }
+// A number of the version, up to the byte that ends it.
+bool parse_number(http_request* request, char byte, char end, int* number) {
+  const bool is_start = request->state == kHttpMajorStart || request->state == kHttpMinorStart;
+  if (is_start || byte == end) ++request->state;
+  return (byte == end && !is_start) || add_digit(number, byte);
 }
 
 bool parse_header(http_request* request, char byte) {
@@ -201,15 +160,16 @@ bool parse_byte(http_request* request, char byte, size_t position) {
   switch (request->state) {
     case kHttpMethodStart:
     case kHttpMethod:
-      return parse_method(request, byte);
+      return parse_word(request, byte, kToken, &http_request::method);
     case kHttpPathStart:
     case kHttpPath:
-      return parse_path(request, byte);
+      return parse_word(request, byte, kPath, &http_request::path);
     case kHttpMajorStart:
     case kHttpMajor:
+      return parse_number(request, byte, '.', &request->major_version);
     case kHttpMinorStart:
     case kHttpMinor:
-      return parse_version(request, byte);
+      return parse_number(request, byte, '\r', &request->minor_version);
     case kHttpLineFeed:
       request->state = kHttpHeaderStart;
       return byte == '\n';
@@ -255,16 +215,16 @@ void http_request_context_free(http_request* request) {
 
 int http_request_parse_http_header(http_request* request, const char* bytes, size_t count, size_t* consumed) {
   size_t at = 0;
-  int result = request->state == kHttpMalformed ? -1 : 1;
-  while (at < count && result == 1 && request->state != kHttpComplete) {
+  while (at < count && request->state != kHttpMalformed && request->state != kHttpComplete) {
     if (request->state == kHttpContent) {
       at += take_content(request, bytes + at, count - at);
     } else if (parse_byte(request, bytes[at], at)) {
       ++at;
     } else {
-      result = malformed(request);
+      request->state = kHttpMalformed;
     }
   }
   if (consumed != nullptr) *consumed = at;
-  return request->state == kHttpComplete ? 0 : result;
+  if (request->state == kHttpMalformed) return -1;
+  return request->state == kHttpComplete ? 0 : 1;
 }

@@ -37,8 +37,8 @@ enum http_parser_state : int {
 struct http_request {
   size_t write_position = 0;
   int state = kHttpMethodStart;
-  char* header_name = nullptr;  // of the header line being read
-  char* header_value = nullptr;
+  const char* header_name = nullptr;  // of the header line being read
+  const char* header_value = nullptr;
   const char* method = nullptr;
   const char* path = nullptr;  // the whole request target, query string included
   int major_version = 0;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "base/clock.h"
 #include "base/tcp.h"
@@ -41,12 +42,16 @@ void unlink_record(http_connection* connection) {
   if (connection->next != nullptr) connection->next->link = connection->link;
 }
 
+// `what` comes back with the events.
+bool watch(const http_server* server, int operation, int fd, uint32_t events, void* what) {
+  epoll_event event{.events = events, .data = {.ptr = what}};
+  return epoll_ctl(server->epoll_fd, operation, fd, &event) == 0;
+}
+
 void set_accepting(http_server* server, bool accepting) {
   if (server->accepting == accepting) return;
-  epoll_event event{};
-  event.events = accepting ? uint32_t{EPOLLIN} : 0;
-  event.data.ptr = server;
-  if (epoll_ctl(server->epoll_fd, EPOLL_CTL_MOD, server->fd, &event) == 0) server->accepting = accepting;
+  const uint32_t events = accepting ? uint32_t{EPOLLIN} : 0;
+  if (watch(server, EPOLL_CTL_MOD, server->fd, events, server)) server->accepting = accepting;
 }
 
 // Reads away what the peer has sent beyond its request: closing over unread bytes would reset the connection
@@ -75,18 +80,11 @@ void close_connection(http_connection* connection) {
 
 // Closes now, or when the rest of the reply is gone.
 void finish_connection(http_connection* connection) {
-  if (connection->unsent == nullptr) {
-    close_connection(connection);
-    return;
-  }
+  if (connection->unsent == nullptr) return close_connection(connection);
   // A client that has closed its sending side still reads, so only a writable or broken socket is of
   // interest.
-  epoll_event event{};
-  event.events = EPOLLOUT;
-  event.data.ptr = connection;
-  if (epoll_ctl(connection->server->epoll_fd, EPOLL_CTL_MOD, connection->fd, &event) != 0) {
+  if (!watch(connection->server, EPOLL_CTL_MOD, connection->fd, EPOLLOUT, connection))
     close_connection(connection);
-  }
 }
 
 void send_unsent(http_connection* connection) {
@@ -94,10 +92,7 @@ void send_unsent(http_connection* connection) {
       send(connection->fd, connection->unsent + connection->unsent_sent,
            connection->unsent_length - connection->unsent_sent, MSG_NOSIGNAL | MSG_DONTWAIT);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count < 0) {
-    close_connection(connection);
-    return;
-  }
+  if (count < 0) return close_connection(connection);
   connection->progress_ns = monotonic_ns();
   connection->unsent_sent += static_cast<size_t>(count);
   if (connection->unsent_sent == connection->unsent_length) close_connection(connection);
@@ -107,9 +102,8 @@ void close_stalled(http_server* server) {
   const int64_t now = monotonic_ns();
   for (http_connection* connection = server->active; connection != nullptr;) {
     http_connection* next = connection->next;
-    if (connection->unsent != nullptr && now - connection->progress_ns > kStallLimit_ns) {
+    if (connection->unsent != nullptr && now - connection->progress_ns > kStallLimit_ns)
       close_connection(connection);
-    }
     connection = next;
   }
 }
@@ -168,20 +162,15 @@ bool read_connection(http_connection* connection, bool hung_up) {
 
 void serve_connection(http_connection* connection, uint32_t events) {
   if (connection->unsent != nullptr) {
-    if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
-      close_connection(connection);
-    } else {
-      send_unsent(connection);
-    }
-    return;
+    const bool is_broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
+    return is_broken ? close_connection(connection) : send_unsent(connection);
   }
   const bool hung_up = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
   if ((events & EPOLLIN) != 0 && read_connection(connection, hung_up)) return;
   if (!hung_up) return;
   http_route* route = connection->route;
-  if (route != nullptr && route->close_handler != nullptr) {
+  if (route != nullptr && route->close_handler != nullptr)
     route->close_handler(connection, route->user_data, route);
-  }
   close_connection(connection);
 }
 
@@ -206,9 +195,8 @@ bool open_listener(http_server* server) {
   if (fcntl(server->fd, F_SETFL, flags | O_NONBLOCK) < 0) return trace_failure("control fail"), false;
   const int on = 1;
   if (setsockopt(server->fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) trace_failure("option fail");
-  if (bind(server->fd, reinterpret_cast<const sockaddr*>(&server->address), sizeof server->address) < 0) {
+  if (bind(server->fd, reinterpret_cast<const sockaddr*>(&server->address), sizeof server->address) < 0)
     return trace_failure("bind fail"), false;
-  }
   if (listen(server->fd, server->maximum_connections) < 0) return trace_failure("listen fail"), false;
   return true;
 }
@@ -219,12 +207,8 @@ bool open_poll(http_server* server) {
   if (server->epoll_fd < 0) return trace_failure("poll fail"), false;
   server->events = static_cast<epoll_event*>(calloc(static_cast<size_t>(slots), sizeof(epoll_event)));
   if (server->events == nullptr) return trace_failure("events fail"), false;
-  epoll_event event{};
-  event.events = EPOLLIN;
-  event.data.ptr = server;
-  if (epoll_ctl(server->epoll_fd, EPOLL_CTL_ADD, server->fd, &event) < 0) {
+  if (!watch(server, EPOLL_CTL_ADD, server->fd, EPOLLIN, server))
     return trace_failure("poll control fail"), false;
-  }
   server->accepting = true;
   return true;
 }
@@ -266,16 +250,8 @@ http_server* http_server_init(unsigned short port, int maximum_connections) {
 
 void http_server_destroy(http_server* server) {
   while (server->active != nullptr) close_connection(server->active);
-  while (server->free != nullptr) {
-    http_connection* connection = server->free;
-    server->free = connection->next;
-    delete connection;
-  }
-  while (server->routes != nullptr) {
-    http_route* route = server->routes;
-    server->routes = route->next;
-    free_route(route);
-  }
+  while (server->free != nullptr) delete std::exchange(server->free, server->free->next);
+  while (server->routes != nullptr) free_route(std::exchange(server->routes, server->routes->next));
   free(server->events);
   if (server->epoll_fd >= 0) close(server->epoll_fd);
   if (server->fd >= 0) close(server->fd);
@@ -307,10 +283,7 @@ http_connection* http_server_accept_connection(http_server* server) {
                          SOCK_NONBLOCK | SOCK_CLOEXEC);
   if (fd < 0) return nullptr;
   set_tcp_options(fd);
-  epoll_event event{};
-  event.events = EPOLLIN | EPOLLRDHUP;
-  event.data.ptr = connection;
-  if (epoll_ctl(server->epoll_fd, EPOLL_CTL_ADD, fd, &event) < 0) {
+  if (!watch(server, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLRDHUP, connection)) {
     trace_failure("bad poll");
     close(fd);
     errno = EAGAIN;
@@ -330,10 +303,7 @@ http_connection* http_server_accept_connection(http_server* server) {
 int http_server_process_events(http_server* server, int timeout_ms) {
   const bool accepting = server->accepting;  // a listener disarmed during this call stays so for one wait
   const int count = epoll_wait(server->epoll_fd, server->events, server->maximum_connections + 1, timeout_ms);
-  if (count < 0 && errno != EINTR) {
-    trace_failure("bad wait");
-    return -1;
-  }
+  if (count < 0 && errno != EINTR) return trace_failure("bad wait"), -1;
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = server->events[i];
     if (event.data.ptr == server) {
