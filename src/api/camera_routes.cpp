@@ -25,8 +25,6 @@ namespace {
 
 constexpr int kWordSize = 16;
 
-visca_camera* camera_now() { return visca_thread_data.camera; }
-
 // --- modes ---
 
 struct mode_route {
@@ -57,7 +55,7 @@ int put_mode(http_connection* connection, json_object* body, const mode_route& r
   const auto* mode =
       word ? std::ranges::find(kModes, std::string_view(word->text), mode_text) : std::end(kModes);
   if (mode == std::end(kModes)) return send_status(connection, false);
-  visca_camera* camera = camera_now();
+  visca_camera* camera = visca_thread_data.camera;
   if (camera != nullptr) (*mode == camera_mode::manual ? route.manual : route.automatic)(camera);
   route.keep(*mode);
   return send_status(connection, true);
@@ -87,7 +85,7 @@ constexpr exposure_route kGainStop{"gain stop", nullptr};
 int post_exposure(http_connection* connection, const exposure_route& route) {
   trace(kTraceApi, "%s", route.message);
   const bool manual = kept_exposure_mode() == camera_mode::manual;
-  visca_camera* camera = camera_now();
+  visca_camera* camera = visca_thread_data.camera;
   if (manual && route.command != nullptr && camera != nullptr) route.command(camera);
   return send_status(connection, manual);
 }
@@ -161,7 +159,7 @@ int put_position(http_connection* connection, json_object* body, const position_
 // --- focus ---
 
 void add_focus(json_object* answer) {
-  const visca_camera* camera = camera_now();
+  const visca_camera* camera = visca_thread_data.camera;
   const int position = camera == nullptr ? -1 : static_cast<int>(camera->focus_position.load());
   const depth_of_field field = load_depth_of_field(position);
   add_number(answer, "focus_position", position);
@@ -281,54 +279,41 @@ int put_image(http_connection* connection, json_object* body, const image_route&
   return send_status(connection, word && route.set(word->text) == 0);
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/camera/exposure/mode", handler<get_mode, kExposureMode>},
-    {"PUT", "/api/camera/exposure/mode", handler<put_mode, kExposureMode>},
-    {"POST", "/api/camera/exposure/shutter/increment", handler<post_exposure, kShutterUp>},
-    {"POST", "/api/camera/exposure/shutter/decrement", handler<post_exposure, kShutterDown>},
-    {"POST", "/api/camera/exposure/shutter/reset", handler<post_exposure, kShutterReset>},
-    {"POST", "/api/camera/exposure/shutter/stop", handler<post_exposure, kShutterStop>},
-    {"POST", "/api/camera/exposure/iris/increment", handler<post_exposure, kIrisUp>},
-    {"POST", "/api/camera/exposure/iris/decrement", handler<post_exposure, kIrisDown>},
-    {"POST", "/api/camera/exposure/iris/reset", handler<post_exposure, kIrisReset>},
-    {"POST", "/api/camera/exposure/iris/stop", handler<post_exposure, kIrisStop>},
-    {"POST", "/api/camera/exposure/gain/increment", handler<post_exposure, kGainUp>},
-    {"POST", "/api/camera/exposure/gain/decrement", handler<post_exposure, kGainDown>},
-    {"POST", "/api/camera/exposure/gain/reset", handler<post_exposure, kGainReset>},
-    {"POST", "/api/camera/exposure/gain/stop", handler<post_exposure, kGainStop>},
-    {"GET", "/api/camera/focus/mode", handler<get_mode, kFocusMode>},
-    {"PUT", "/api/camera/focus/mode", handler<put_mode, kFocusMode>},
-    {"GET", "/api/camera/focus/speed", handler<get_speed, kFocusSpeed>},
-    {"PUT", "/api/camera/focus/speed", handler<put_speed, kFocusSpeed>},
-    {"POST", "/api/camera/focus/speed", handler<post_speed, kFocusSpeed>},
-    {"GET", "/api/camera/focus/position", handler<get_focus_position>},
-    {"PUT", "/api/camera/focus/position", handler<put_position, kFocusPosition>},
-    {"POST", "/api/camera/focus/increment", handler<post_focus, kFocusFar>},
-    {"POST", "/api/camera/focus/decrement", handler<post_focus, kFocusNear>},
-    {"POST", "/api/camera/focus/stop", handler<post_focus_stop>},
-    {"POST", "/api/camera/zoom/reset", handler<post_zoom_reset>},
-    {"GET", "/api/camera/zoom/speed", handler<get_speed, kZoomSpeed>},
-    {"PUT", "/api/camera/zoom/speed", handler<put_speed, kZoomSpeed>},
-    {"POST", "/api/camera/zoom/speed", handler<post_speed, kZoomSpeed>},
-    {"GET", "/api/camera/zoom/position", handler<get_zoom_position>},
-    {"PUT", "/api/camera/zoom/position", handler<put_zoom_position>},
-    {"POST", "/api/camera/zoom/increment", handler<post_zoom, kZoomTele>},
-    {"POST", "/api/camera/zoom/decrement", handler<post_zoom, kZoomWide>},
-    {"POST", "/api/camera/zoom/stop", handler<post_zoom_stop>},
-    {"GET", "/api/camera/invert_image", handler<get_image, kInvertImage>},
-    {"PUT", "/api/camera/invert_image", handler<put_image, kInvertImage>},
-    {"GET", "/api/camera/image_stabilizer", handler<get_image, kImageStabilizer>},
-    {"PUT", "/api/camera/image_stabilizer", handler<put_image, kImageStabilizer>},
-    {"GET", "/api/camera/sensitivity", handler<get_image, kSensitivity>},
-    {"PUT", "/api/camera/sensitivity", handler<put_image, kSensitivity>},
-    {"GET", "/api/camera/ir_filter", handler<get_image, kIrFilter>},
-    {"PUT", "/api/camera/ir_filter", handler<put_image, kIrFilter>},
-    {"GET", "/api/camera/defog", handler<get_image, kDefog>},
-    {"PUT", "/api/camera/defog", handler<put_image, kDefog>},
+constexpr http_path kPaths[] = {
+    {"/api/camera/exposure/mode", get<get_mode, kExposureMode>, put<put_mode, kExposureMode>},
+    {"/api/camera/exposure/shutter/increment", post<post_exposure, kShutterUp>},
+    {"/api/camera/exposure/shutter/decrement", post<post_exposure, kShutterDown>},
+    {"/api/camera/exposure/shutter/reset", post<post_exposure, kShutterReset>},
+    {"/api/camera/exposure/shutter/stop", post<post_exposure, kShutterStop>},
+    {"/api/camera/exposure/iris/increment", post<post_exposure, kIrisUp>},
+    {"/api/camera/exposure/iris/decrement", post<post_exposure, kIrisDown>},
+    {"/api/camera/exposure/iris/reset", post<post_exposure, kIrisReset>},
+    {"/api/camera/exposure/iris/stop", post<post_exposure, kIrisStop>},
+    {"/api/camera/exposure/gain/increment", post<post_exposure, kGainUp>},
+    {"/api/camera/exposure/gain/decrement", post<post_exposure, kGainDown>},
+    {"/api/camera/exposure/gain/reset", post<post_exposure, kGainReset>},
+    {"/api/camera/exposure/gain/stop", post<post_exposure, kGainStop>},
+    {"/api/camera/focus/mode", get<get_mode, kFocusMode>, put<put_mode, kFocusMode>},
+    {"/api/camera/focus/speed", get<get_speed, kFocusSpeed>, put<put_speed, kFocusSpeed>,
+     post<post_speed, kFocusSpeed>},
+    {"/api/camera/focus/position", get<get_focus_position>, put<put_position, kFocusPosition>},
+    {"/api/camera/focus/increment", post<post_focus, kFocusFar>},
+    {"/api/camera/focus/decrement", post<post_focus, kFocusNear>},
+    {"/api/camera/focus/stop", post<post_focus_stop>},
+    {"/api/camera/zoom/reset", post<post_zoom_reset>},
+    {"/api/camera/zoom/speed", get<get_speed, kZoomSpeed>, put<put_speed, kZoomSpeed>,
+     post<post_speed, kZoomSpeed>},
+    {"/api/camera/zoom/position", get<get_zoom_position>, put<put_zoom_position>},
+    {"/api/camera/zoom/increment", post<post_zoom, kZoomTele>},
+    {"/api/camera/zoom/decrement", post<post_zoom, kZoomWide>},
+    {"/api/camera/zoom/stop", post<post_zoom_stop>},
+    {"/api/camera/invert_image", get<get_image, kInvertImage>, put<put_image, kInvertImage>},
+    {"/api/camera/image_stabilizer", get<get_image, kImageStabilizer>, put<put_image, kImageStabilizer>},
+    {"/api/camera/sensitivity", get<get_image, kSensitivity>, put<put_image, kSensitivity>},
+    {"/api/camera/ir_filter", get<get_image, kIrFilter>, put<put_image, kIrFilter>},
+    {"/api/camera/defog", get<get_image, kDefog>, put<put_image, kDefog>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 11, .put = 11, .post = 21});
 
 }  // namespace
 
-constinit const route_group camera_routes(kRows);
+constinit const route_group camera_routes(kRows<kPaths, route_counts{.get = 11, .put = 11, .post = 21}>);

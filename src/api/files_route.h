@@ -1,9 +1,11 @@
 // Requests for a job on files: {"files": [...]}. HTTP server thread.
 #pragma once
 
-#include "base/json.h"
+#include <utility>
 
-struct http_connection;
+#include "base/trace.h"
+#include "http/json_body.h"
+#include "http/response.h"
 
 struct files_route {
   // Takes the array over with the value that owns it: 0, 1 when it is busy, -1. The array is null when the
@@ -12,5 +14,10 @@ struct files_route {
   const char* message;  // in the trace; null: none
 };
 
-// Reads the body, hands it over, and answers "OK", "BUSY" or "BAD_REQUEST".
-int post_files(http_connection* connection, const char* body, unsigned long length, const files_route& route);
+inline int post_files(http_connection* connection, const char* body, unsigned long length,
+                      const files_route& route) {
+  if (route.message != nullptr) trace(kTraceApi, "%s", route.message);
+  json_owner root = read_json_body(connection, body, length);
+  json_object* list = json_member(root.get(), "files");
+  return send_job_status(connection, route.start(list, std::move(root)));
+}

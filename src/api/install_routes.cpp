@@ -50,16 +50,14 @@ int get_status(http_connection* connection) {
   });
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/install/versions", handler<get_versions>},
-    {"GET", "/api/install/status", handler<get_status>},
-    {"POST", "/api/install/software", handler<post_install, kSoftware>},
-    {"POST", "/api/install/firmware", handler<post_install, kFirmware>},
-    {"POST", "/api/install/camera", handler<post_install, kCamera>},
+constexpr http_path kPaths[] = {
+    {"/api/install/versions", get<get_versions>},
+    {"/api/install/status", get<get_status>},
+    {"/api/install/software", post<post_install, kSoftware>},
+    {"/api/install/firmware", post<post_install, kFirmware>},
+    {"/api/install/camera", post<post_install, kCamera>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 2, .post = 3});
 
 }  // namespace
 
-constinit const route_group install_routes(kRows);
+constinit const route_group install_routes(kRows<kPaths, route_counts{.get = 2, .post = 3}>);

@@ -64,18 +64,14 @@ int post_execute(http_connection* connection) {
   return send_status(connection, board != nullptr && orb_power_board_trigger_laser_reading(board) == 0);
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/laser/status", handler<get_status>},
-    {"GET", "/api/laser/distance", handler<get_distance>},
-    {"GET", "/api/laser/speed", handler<get_speed>},
-    {"PUT", "/api/laser/speed", handler<put_speed>},
-    {"GET", "/api/laser/mode", handler<get_mode>},
-    {"PUT", "/api/laser/mode", handler<put_mode>},
-    {"POST", "/api/laser/execute", handler<post_execute>},
+constexpr http_path kPaths[] = {
+    {"/api/laser/status", get<get_status>},
+    {"/api/laser/distance", get<get_distance>},
+    {"/api/laser/speed", get<get_speed>, put<put_speed>},
+    {"/api/laser/mode", get<get_mode>, put<put_mode>},
+    {"/api/laser/execute", post<post_execute>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 4, .put = 2, .post = 1});
 
 }  // namespace
 
-constinit const route_group laser_routes(kRows);
+constinit const route_group laser_routes(kRows<kPaths, route_counts{.get = 4, .put = 2, .post = 1}>);

@@ -20,15 +20,12 @@ int put_mode(http_connection* connection, json_object* body) {
   return send_status(connection, mode && set_led_mode(mode->text) == 0);
 }
 
-int post_high_beam_on(http_connection* connection) {
-  trace(kTraceApi, "high beam on");
-  set_high_beam(true);
-  return send_status(connection, true);
-}
+constexpr bool kOn = true;
+constexpr bool kOff = false;
 
-int post_high_beam_off(http_connection* connection) {
-  trace(kTraceApi, "high beam off");
-  set_high_beam(false);
+int post_high_beam(http_connection* connection, bool is_on) {
+  trace(kTraceApi, is_on ? "high beam on" : "high beam off");
+  set_high_beam(is_on);
   return send_status(connection, true);
 }
 
@@ -50,15 +47,12 @@ int send_intensity(http_connection* connection) {
   });
 }
 
-int post_increment(http_connection* connection) {
-  trace(kTraceApi, "led intensity inc");
-  orb_trigger_intensity_loop(1, kHold_ms);
-  return send_intensity(connection);
-}
+constexpr int kBrighter = 1;
+constexpr int kDarker = -1;
 
-int post_decrement(http_connection* connection) {
-  trace(kTraceApi, "led intensity dec");
-  orb_trigger_intensity_loop(-1, kHold_ms);
+int post_intensity(http_connection* connection, int direction) {
+  trace(kTraceApi, direction > 0 ? "led intensity inc" : "led intensity dec");
+  orb_trigger_intensity_loop(direction, kHold_ms);
   return send_intensity(connection);
 }
 
@@ -68,20 +62,16 @@ int post_stop(http_connection* connection) {
   return send_intensity(connection);
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/led/mode", handler<get_mode>},
-    {"PUT", "/api/led/mode", handler<put_mode>},
-    {"POST", "/api/led/high_beam/on", handler<post_high_beam_on>},
-    {"POST", "/api/led/high_beam/off", handler<post_high_beam_off>},
-    {"GET", "/api/led/intensity", handler<get_intensity>},
-    {"PUT", "/api/led/intensity", handler<put_intensity>},
-    {"POST", "/api/led/intensity/increment", handler<post_increment>},
-    {"POST", "/api/led/intensity/decrement", handler<post_decrement>},
-    {"POST", "/api/led/intensity/stop", handler<post_stop>},
+constexpr http_path kPaths[] = {
+    {"/api/led/mode", get<get_mode>, put<put_mode>},
+    {"/api/led/high_beam/on", post<post_high_beam, kOn>},
+    {"/api/led/high_beam/off", post<post_high_beam, kOff>},
+    {"/api/led/intensity", get<get_intensity>, put<put_intensity>},
+    {"/api/led/intensity/increment", post<post_intensity, kBrighter>},
+    {"/api/led/intensity/decrement", post<post_intensity, kDarker>},
+    {"/api/led/intensity/stop", post<post_stop>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 2, .put = 2, .post = 5});
 
 }  // namespace
 
-constinit const route_group led_routes(kRows);
+constinit const route_group led_routes(kRows<kPaths, route_counts{.get = 2, .put = 2, .post = 5}>);

@@ -42,18 +42,12 @@ int get_files(http_connection* connection) {
   return send_json(connection, orb_get_logger_files());
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/logger/readings", handler<get_readings>},
-    {"GET", "/api/logger/log_file", handler<get_file>},
-    {"POST", "/api/logger/log_file", handler<post_file>},
-    {"POST", "/api/logger/reset", handler<post_reset>},
-    {"GET", "/api/logger/files", handler<get_files>},
-    {"POST", "/api/logger/copy", handler<post_files, kCopy>},
-    {"POST", "/api/logger/delete", handler<post_files, kDelete>},
+constexpr http_path kPaths[] = {
+    {"/api/logger/readings", get<get_readings>},   {"/api/logger/log_file", get<get_file>, post<post_file>},
+    {"/api/logger/reset", post<post_reset>},       {"/api/logger/files", get<get_files>},
+    {"/api/logger/copy", post<post_files, kCopy>}, {"/api/logger/delete", post<post_files, kDelete>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 3, .post = 4});
 
 }  // namespace
 
-constinit const route_group logger_routes(kRows);
+constinit const route_group logger_routes(kRows<kPaths, route_counts{.get = 3, .post = 4}>);

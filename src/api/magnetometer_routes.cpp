@@ -73,13 +73,10 @@ int put_calibration(http_connection* connection, json_object* body) {
   return send_status(connection, calibration.has_value());
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/magnetometer/calibration", handler<get_calibration>},
-    {"PUT", "/api/magnetometer/calibration", handler<put_calibration>},
+constexpr http_path kPaths[] = {
+    {"/api/magnetometer/calibration", get<get_calibration>, put<put_calibration>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 1, .put = 1});
 
 }  // namespace
 
-constinit const route_group magnetometer_routes(kRows);
+constinit const route_group magnetometer_routes(kRows<kPaths, route_counts{.get = 1, .put = 1}>);

@@ -16,8 +16,7 @@ constexpr int kJogDuration = 500;  // the board's units
 
 // A refused jog is answered "OK" too: the operator sees that nothing moves.
 int jog(http_connection* connection, int command, int pwm) {
-  orb_power_board* board = power_board_now();
-  if (board != nullptr) {
+  if (orb_power_board* board = power_board_now()) {
     orb_power_board_start_motor(board, command, pwm, kJogDuration);
     orb_power_board_clear_laser_reading(board);
   }
@@ -47,8 +46,7 @@ constexpr int kBack = -100;
 int post_drive(http_connection* connection, int pwm) { return jog(connection, kMotorRunDrive, pwm); }
 
 int post_stop(http_connection* connection) {
-  orb_power_board* board = power_board_now();
-  if (board != nullptr) orb_power_board_stop_motor(board);
+  if (orb_power_board* board = power_board_now()) orb_power_board_stop_motor(board);
   return send_status(connection, true);
 }
 
@@ -65,8 +63,7 @@ int get_extension(http_connection* connection) {
 int put_extension(http_connection* connection, json_object* body) {
   const int extension = body_flag(body, "height_extension").value_or(false) ? 1 : 0;
   trace(kTraceApi, "height extension %d", extension);
-  orb_power_board* board = power_board_now();
-  if (board != nullptr) orb_power_board_set_height_extension(board, extension);
+  if (orb_power_board* board = power_board_now()) orb_power_board_set_height_extension(board, extension);
   return send_status(connection, true);
 }
 
@@ -87,25 +84,21 @@ int put_preset(http_connection* connection, json_object* body) {
   return send_status(connection, orb_power_board_set_height_preset(board, preset) == 0);
 }
 
-constexpr http_route_row kRows[] = {
-    {"POST", "/api/motor/tilt/increment", handler<post_tilt, kTiltUp>},
-    {"POST", "/api/motor/tilt/decrement", handler<post_tilt, kTiltDown>},
-    {"POST", "/api/motor/tilt/stop", handler<post_stop>},
-    {"POST", "/api/motor/height/increment", handler<post_drive, kForward>},
-    {"POST", "/api/motor/height/decrement", handler<post_drive, kBack>},
-    {"POST", "/api/motor/height/stop", handler<post_stop>},
-    {"POST", "/api/motor/height/findhome", handler<post_find_home>},
-    {"GET", "/api/height/extension", handler<get_extension>},
-    {"PUT", "/api/height/extension", handler<put_extension>},
-    {"GET", "/api/height/preset", handler<get_preset>},
-    {"PUT", "/api/height/preset", handler<put_preset>},
-    {"POST", "/api/motor/pan/increment", handler<post_drive, kForward>},
-    {"POST", "/api/motor/pan/decrement", handler<post_drive, kBack>},
-    {"POST", "/api/motor/pan/stop", handler<post_stop>},
+constexpr http_path kPaths[] = {
+    {"/api/motor/tilt/increment", post<post_tilt, kTiltUp>},
+    {"/api/motor/tilt/decrement", post<post_tilt, kTiltDown>},
+    {"/api/motor/tilt/stop", post<post_stop>},
+    {"/api/motor/height/increment", post<post_drive, kForward>},
+    {"/api/motor/height/decrement", post<post_drive, kBack>},
+    {"/api/motor/height/stop", post<post_stop>},
+    {"/api/motor/height/findhome", post<post_find_home>},
+    {"/api/height/extension", get<get_extension>, put<put_extension>},
+    {"/api/height/preset", get<get_preset>, put<put_preset>},
+    {"/api/motor/pan/increment", post<post_drive, kForward>},
+    {"/api/motor/pan/decrement", post<post_drive, kBack>},
+    {"/api/motor/pan/stop", post<post_stop>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 2, .put = 2, .post = 10});
 
 }  // namespace
 
-constinit const route_group motor_routes(kRows);
+constinit const route_group motor_routes(kRows<kPaths, route_counts{.get = 2, .put = 2, .post = 10}>);

@@ -53,27 +53,17 @@ int put_dwell(http_connection* connection, json_object* body) {
   return send_status(connection, good);
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/osd/zoom", handler<get_item, kZoom>},
-    {"PUT", "/api/osd/zoom", handler<put_item, kZoom>},
-    {"GET", "/api/osd/flow_direction", handler<get_item, kFlowDirection>},
-    {"PUT", "/api/osd/flow_direction", handler<put_item, kFlowDirection>},
-    {"GET", "/api/osd/date_time", handler<get_item, kDateTime>},
-    {"PUT", "/api/osd/date_time", handler<put_item, kDateTime>},
-    {"GET", "/api/osd/compass", handler<get_item, kCompass>},
-    {"PUT", "/api/osd/compass", handler<put_item, kCompass>},
-    {"GET", "/api/osd/title", handler<get_item, kTitle>},
-    {"PUT", "/api/osd/title", handler<put_item, kTitle>},
-    {"GET", "/api/osd/operator_id", handler<get_item, kOperatorId>},
-    {"PUT", "/api/osd/operator_id", handler<put_item, kOperatorId>},
-    {"GET", "/api/osd/color", handler<get_color>},
-    {"PUT", "/api/osd/color", handler<put_color>},
-    {"GET", "/api/osd/dwell", handler<get_dwell>},
-    {"PUT", "/api/osd/dwell", handler<put_dwell>},
+constexpr http_path kPaths[] = {
+    {"/api/osd/zoom", get<get_item, kZoom>, put<put_item, kZoom>},
+    {"/api/osd/flow_direction", get<get_item, kFlowDirection>, put<put_item, kFlowDirection>},
+    {"/api/osd/date_time", get<get_item, kDateTime>, put<put_item, kDateTime>},
+    {"/api/osd/compass", get<get_item, kCompass>, put<put_item, kCompass>},
+    {"/api/osd/title", get<get_item, kTitle>, put<put_item, kTitle>},
+    {"/api/osd/operator_id", get<get_item, kOperatorId>, put<put_item, kOperatorId>},
+    {"/api/osd/color", get<get_color>, put<put_color>},
+    {"/api/osd/dwell", get<get_dwell>, put<put_dwell>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 8, .put = 8});
 
 }  // namespace
 
-constinit const route_group osd_routes(kRows);
+constinit const route_group osd_routes(kRows<kPaths, route_counts{.get = 8, .put = 8}>);

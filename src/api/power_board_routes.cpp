@@ -144,12 +144,9 @@ bool write_texts(std::string_view number_text, std::string_view data_text) {
                                      static_cast<uint32_t>(data->length)) == 0;
 }
 
-void keep_suspended(int suspended) { orb_write_nv(kSettingPbSuspended, &suspended, sizeof suspended); }
-
 int get_readings(http_connection* connection) {
   power_board_readings readings;
-  orb_power_board* board = power_board_now();
-  if (board != nullptr) orb_power_board_load_registers(board, &readings);
+  if (orb_power_board* board = power_board_now()) orb_power_board_load_registers(board, &readings);
   return send_object(connection, [&](json_object* answer) {
     for (const reading_row& row : kReadings) {
       char text[32];
@@ -174,17 +171,14 @@ int put_read_command(http_connection* connection, json_object* body) {
   return send_status(connection, true);
 }
 
-int post_suspend(http_connection* connection) {
-  trace(kTraceApi, "suspend pb");
-  keep_suspended(1);
-  if (orb_power_board* board = power_board_now()) orb_power_board_suspend_refresh(board);
-  return send_status(connection, true);
-}
+constexpr int kSuspended = 1;
+constexpr int kResumed = 0;
 
-int post_resume(http_connection* connection) {
-  trace(kTraceApi, "resume pb");
-  keep_suspended(0);
-  if (orb_power_board* board = power_board_now()) orb_power_board_resume_refresh(board);
+int post_suspended(http_connection* connection, int suspended) {
+  auto* const act = suspended != 0 ? orb_power_board_suspend_refresh : orb_power_board_resume_refresh;
+  trace(kTraceApi, suspended != 0 ? "suspend pb" : "resume pb");
+  orb_write_nv(kSettingPbSuspended, &suspended, sizeof suspended);
+  if (orb_power_board* board = power_board_now()) act(board);
   return send_status(connection, true);
 }
 
@@ -209,19 +203,16 @@ int put_zero_buffer(http_connection* connection, json_object* body) {
   return send_status(connection, true);
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/power_board/readings", handler<get_readings>},
-    {"GET", "/api/power_board/read_command", handler<get_read_command>},
-    {"PUT", "/api/power_board/read_command", handler<put_read_command>},
-    {"POST", "/api/power_board/suspend", handler<post_suspend>},
-    {"POST", "/api/power_board/resume", handler<post_resume>},
-    {"POST", "/api/power_board/trigger", handler<post_trigger>},
-    {"POST", "/api/power_board/write", handler<post_write>},
-    {"PUT", "/api/power_board/zero_buffer", handler<put_zero_buffer>},
+constexpr http_path kPaths[] = {
+    {"/api/power_board/readings", get<get_readings>},
+    {"/api/power_board/read_command", get<get_read_command>, put<put_read_command>},
+    {"/api/power_board/suspend", post<post_suspended, kSuspended>},
+    {"/api/power_board/resume", post<post_suspended, kResumed>},
+    {"/api/power_board/trigger", post<post_trigger>},
+    {"/api/power_board/write", post<post_write>},
+    {"/api/power_board/zero_buffer", put<put_zero_buffer>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 2, .put = 2, .post = 4});
 
 }  // namespace
 
-constinit const route_group power_board_routes(kRows);
+constinit const route_group power_board_routes(kRows<kPaths, route_counts{.get = 2, .put = 2, .post = 4}>);

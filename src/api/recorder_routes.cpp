@@ -163,28 +163,25 @@ int post_image_cache(http_connection* connection, const char* body, unsigned lon
                                                         {body, length}, flushed::no));
 }
 
-constexpr http_route_row kRows[] = {
-    {"POST", "/api/camera/recorder/start", handler<post_action, kStart>},
-    {"POST", "/api/camera/recorder/stop", handler<post_action, kStop>},
-    {"POST", "/api/camera/recorder/pause", handler<post_action, kPause>},
-    {"POST", "/api/camera/recorder/resume", handler<post_action, kResume>},
-    {"POST", "/api/camera/recorder/save", handler<post_action, kSave>},
-    {"POST", "/api/camera/recorder/remove", handler<post_action, kRemove>},
-    {"GET", "/api/camera/recorder/files", handler<get_files>},
-    {"POST", "/api/camera/recorder/copy", handler<post_files, kCopy>},
-    {"POST", "/api/camera/recorder/delete", handler<post_files, kDelete>},
-    {"GET", "/api/camera/recorder/video/metadata", handler<get_metadata, kVideoMetadata>},
-    {"PUT", "/api/camera/recorder/video/note", handler<put_note, kVideoNote>},
-    {"GET", "/api/camera/recorder/image/metadata", handler<get_metadata, kImageMetadata>},
-    {"PUT", "/api/camera/recorder/image/note", handler<put_note, kImageNote>},
-    {"POST", "/api/camera/recorder/file/metadata", handler<post_file_metadata>},
-    {"PUT", "/api/camera/recorder/file/note", handler<put_file_note>},
-    {"GET", "/api/camera/imagecache", handler<get_image_cache>},
-    {"POST", "/api/camera/imagecache", handler<post_image_cache>},
+constexpr http_path kPaths[] = {
+    {"/api/camera/recorder/start", post<post_action, kStart>},
+    {"/api/camera/recorder/stop", post<post_action, kStop>},
+    {"/api/camera/recorder/pause", post<post_action, kPause>},
+    {"/api/camera/recorder/resume", post<post_action, kResume>},
+    {"/api/camera/recorder/save", post<post_action, kSave>},
+    {"/api/camera/recorder/remove", post<post_action, kRemove>},
+    {"/api/camera/recorder/files", get<get_files>},
+    {"/api/camera/recorder/copy", post<post_files, kCopy>},
+    {"/api/camera/recorder/delete", post<post_files, kDelete>},
+    {"/api/camera/recorder/video/metadata", get<get_metadata, kVideoMetadata>},
+    {"/api/camera/recorder/video/note", put<put_note, kVideoNote>},
+    {"/api/camera/recorder/image/metadata", get<get_metadata, kImageMetadata>},
+    {"/api/camera/recorder/image/note", put<put_note, kImageNote>},
+    {"/api/camera/recorder/file/metadata", post<post_file_metadata>},
+    {"/api/camera/recorder/file/note", put<put_file_note>},
+    {"/api/camera/imagecache", get<get_image_cache>, post<post_image_cache>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 4, .put = 3, .post = 10});
 
 }  // namespace
 
-constinit const route_group recorder_routes(kRows);
+constinit const route_group recorder_routes(kRows<kPaths, route_counts{.get = 4, .put = 3, .post = 10}>);

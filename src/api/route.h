@@ -2,14 +2,15 @@
 //  1. its handler, in the unnamed namespace: a function of the connection; then, if it reads the request's
 //     body, of `json_object* body` (null when it is no JSON; http/json_body.h reads its members) or of the
 //     bytes; then of what else its row says. It answers through http/response.h and returns 0;
-//  2. its row in kRows, `handler<function, what it is about...>`: the server takes the first row that fits a
-//     request, so a longer path stands before a shorter one that begins it;
-//  3. the count under kRows.
-// A handler that lost its row does not compile: it is an unused function. A new file of URLs is one more
+//  2. its place in kPaths, behind its path: `get<function, what it is about...>`, put or post. The server
+//     takes the first row that fits a request, so a longer path stands before a shorter one that begins it;
+//  3. the counts under kPaths.
+// A handler that lost its place does not compile: it is an unused function. A new file of URLs is one more
 // group in routes.h and routes.cpp.
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <span>
 #include <string_view>
@@ -27,8 +28,7 @@ struct http_route_row {
 // The rows of a group of URLs, in their order.
 using route_group = std::span<const http_route_row>;
 
-// Makes a handler of a function and of constants that it is about: handler<put_image, kDefog>. HTTP server
-// thread.
+// Makes a handler of a function and of constants that it is about. HTTP server thread.
 template <auto Function, const auto&... About>
 int handler(http_connection* connection, const char* body, unsigned long length, void*) {
   using function = decltype(Function);
@@ -40,6 +40,24 @@ int handler(http_connection* connection, const char* body, unsigned long length,
     return Function(connection, body, length, About...);
   }
 }
+
+struct method_handler {
+  const char* method;
+  http_handler function;
+};
+
+template <auto Function, const auto&... About>
+constexpr method_handler get{"GET", handler<Function, About...>};
+template <auto Function, const auto&... About>
+constexpr method_handler put{"PUT", handler<Function, About...>};
+template <auto Function, const auto&... About>
+constexpr method_handler post{"POST", handler<Function, About...>};
+
+// A path with the handlers of its methods.
+struct http_path {
+  const char* path;
+  method_handler first, second{}, third{};
+};
 
 // A row that goes missing takes its requests to another route without a word, so each file counts its own
 // where it is compiled. The sum, which tells a missing group, is a test's: no file sees all rows.
@@ -55,3 +73,15 @@ constexpr route_counts count_rows(route_group rows) {
   };
   return {of("GET"), of("PUT"), of("POST")};
 }
+
+// The rows of a group, in the order of its paths. Compiles with the right counts only.
+template <const auto& Paths, route_counts Counts>
+constexpr auto kRows = [] {
+  std::array<http_route_row, Counts.get + Counts.put + Counts.post> rows{};
+  auto row = rows.begin();
+  for (const http_path& path : Paths) {
+    for (const method_handler& handler : {path.first, path.second, path.third})
+      if (handler.method != nullptr) *row++ = {handler.method, path.path, handler.function};
+  }
+  return count_rows(rows) == Counts ? rows : throw Counts;
+}();

@@ -33,13 +33,11 @@ int post_update(http_connection* connection, json_object* body) {
   });
 }
 
-constexpr http_route_row kRows[] = {
-    {"POST", "/api/seats/request", handler<post_request>},
-    {"POST", "/api/seats/update", handler<post_update>},
+constexpr http_path kPaths[] = {
+    {"/api/seats/request", post<post_request>},
+    {"/api/seats/update", post<post_update>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.post = 2});
 
 }  // namespace
 
-constinit const route_group seat_routes(kRows);
+constinit const route_group seat_routes(kRows<kPaths, route_counts{.post = 2}>);

@@ -48,29 +48,20 @@ int put_forced(http_connection* connection, json_object* body, const debug_route
   return send_status(connection, true);
 }
 
-constexpr http_route_row kRows[] = {
-    {"POST", "/api/eject", handler<post_eject>},
-    {"POST", "/api/shutdown", handler<post_shutdown>},
-    {"GET", "/api/debug/crit_temp_warning", handler<get_forced, kCriticalTemperature>},
-    {"PUT", "/api/debug/crit_temp_warning", handler<put_forced, kCriticalTemperature>},
-    {"GET", "/api/debug/high_temp_warning", handler<get_forced, kHighTemperature>},
-    {"PUT", "/api/debug/high_temp_warning", handler<put_forced, kHighTemperature>},
-    {"GET", "/api/debug/low_temp_warning", handler<get_forced, kLowTemperature>},
-    {"PUT", "/api/debug/low_temp_warning", handler<put_forced, kLowTemperature>},
-    {"GET", "/api/debug/high_press_warning", handler<get_forced, kHighPressure>},
-    {"PUT", "/api/debug/high_press_warning", handler<put_forced, kHighPressure>},
-    {"GET", "/api/debug/high_rh_warning", handler<get_forced, kHighHumidity>},
-    {"PUT", "/api/debug/high_rh_warning", handler<put_forced, kHighHumidity>},
-    {"GET", "/api/debug/tilt_mtr_warning", handler<get_forced, kTiltMotor>},
-    {"PUT", "/api/debug/tilt_mtr_warning", handler<put_forced, kTiltMotor>},
-    {"GET", "/api/debug/pan_mtr_warning", handler<get_forced, kPanMotor>},
-    {"PUT", "/api/debug/pan_mtr_warning", handler<put_forced, kPanMotor>},
-    {"GET", "/api/debug/height_mtr_warning", handler<get_forced, kHeightMotor>},
-    {"PUT", "/api/debug/height_mtr_warning", handler<put_forced, kHeightMotor>},
+constexpr http_path kPaths[] = {
+    {"/api/eject", post<post_eject>},
+    {"/api/shutdown", post<post_shutdown>},
+    {"/api/debug/crit_temp_warning", get<get_forced, kCriticalTemperature>,
+     put<put_forced, kCriticalTemperature>},
+    {"/api/debug/high_temp_warning", get<get_forced, kHighTemperature>, put<put_forced, kHighTemperature>},
+    {"/api/debug/low_temp_warning", get<get_forced, kLowTemperature>, put<put_forced, kLowTemperature>},
+    {"/api/debug/high_press_warning", get<get_forced, kHighPressure>, put<put_forced, kHighPressure>},
+    {"/api/debug/high_rh_warning", get<get_forced, kHighHumidity>, put<put_forced, kHighHumidity>},
+    {"/api/debug/tilt_mtr_warning", get<get_forced, kTiltMotor>, put<put_forced, kTiltMotor>},
+    {"/api/debug/pan_mtr_warning", get<get_forced, kPanMotor>, put<put_forced, kPanMotor>},
+    {"/api/debug/height_mtr_warning", get<get_forced, kHeightMotor>, put<put_forced, kHeightMotor>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 8, .put = 8, .post = 2});
 
 }  // namespace
 
-constinit const route_group service_routes(kRows);
+constinit const route_group service_routes(kRows<kPaths, route_counts{.get = 8, .put = 8, .post = 2}>);

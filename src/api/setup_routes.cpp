@@ -9,7 +9,6 @@
 
 #include "api/clock_setting.h"
 #include "api/routes.h"
-#include "api/text_route.h"
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/trace.h"
@@ -55,21 +54,48 @@ int put_clock(http_connection* connection, json_object* body, const clock_route&
   return send_status(connection, moment && set_clock(*moment));
 }
 
-// --- texts for takes: without its member a request stores nothing, and is answered "OK" all the same ---
+// --- texts ---
 
-constexpr text_route kTitle{"title", "title", 41, orb_load_recorder_title, set_any<orb_set_recorder_title>,
-                            true};
-constexpr text_route kFlowDirection{"flow_direction",
-                                    "flow direction",
-                                    16,
-                                    orb_load_recorder_flow_direction,
-                                    set_any<orb_set_recorder_flow_direction>,
-                                    true};
-constexpr text_route kOperatorId{
-    "operator_id", "operator id", 41, orb_load_recorder_operator_id, set_any<orb_set_recorder_operator_id>,
-    true};
-constexpr text_route kFilename{
-    "filename", "filename", 81, orb_load_recorder_filename, set_any<orb_set_recorder_filename>, true};
+constexpr size_t kRouteTextSize = 81;  // of the longest
+
+struct text_route {
+  const char* key;    // of the body, and of the answer
+  const char* label;  // in the trace
+  size_t size;        // of the buffer: longer texts are cut to size - 1 characters
+  void (*load)(char* text, size_t size);
+  int (*set)(const char* text);  // negative: refused
+  bool is_optional = false;
+};
+
+// For a setter that refuses nothing; a request without the member stores nothing, and is answered "OK" all
+// the same.
+template <void (*Set)(const char* text)>
+constexpr text_route optional_text(const char* key, const char* label, size_t size,
+                                   void (*load)(char* text, size_t size)) {
+  return {key, label, size, load, [](const char* text) { return Set(text), 0; }, true};
+}
+
+int get_text(http_connection* connection, const text_route& route) {
+  char text[kRouteTextSize];
+  route.load(text, sizeof text);
+  return send_text(connection, route.key, text);
+}
+
+int put_text(http_connection* connection, json_object* body, const text_route& route) {
+  char text[kRouteTextSize];
+  if (!copy_body_text(body, route.key, text, route.size)) return send_status(connection, route.is_optional);
+  trace(kTraceApi, "%s '%s'", route.label, text);
+  return send_status(connection, route.set(text) >= 0);
+}
+
+constexpr text_route kTitle =
+    optional_text<orb_set_recorder_title>("title", "title", 41, orb_load_recorder_title);
+constexpr text_route kFlowDirection = optional_text<orb_set_recorder_flow_direction>(
+    "flow_direction", "flow direction", 16, orb_load_recorder_flow_direction);
+constexpr text_route kOperatorId = optional_text<orb_set_recorder_operator_id>(
+    "operator_id", "operator id", 41, orb_load_recorder_operator_id);
+constexpr text_route kFilename =
+    optional_text<orb_set_recorder_filename>("filename", "filename", 81, orb_load_recorder_filename);
 
 // --- place ---
 
@@ -105,7 +131,7 @@ char ssid[33] = "";  // HTTP server thread; nothing in the unit reads it but its
 void load_ssid(char* text, size_t size) { copy_text(text, size, ssid); }
 void set_ssid(const char* text) { copy_text(ssid, sizeof ssid, text); }
 
-constexpr text_route kSsid{"ssid", "ssid", sizeof ssid, load_ssid, set_any<set_ssid>, true};
+constexpr text_route kSsid = optional_text<set_ssid>("ssid", "ssid", sizeof ssid, load_ssid);
 
 int get_password(http_connection* connection) { return send_text(connection, "password", "ORB@NORK"); }
 
@@ -205,43 +231,25 @@ int put_high_beam_time(http_connection* connection, json_object* body) {
   return send_status(connection, set_high_beam_time(seconds) == 0);
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/setup/date", handler<get_clock, kDate>},
-    {"PUT", "/api/setup/date", handler<put_clock, kDate>},
-    {"GET", "/api/setup/time", handler<get_clock, kTime>},
-    {"PUT", "/api/setup/time", handler<put_clock, kTime>},
-    {"GET", "/api/setup/title", handler<get_text, kTitle>},
-    {"PUT", "/api/setup/title", handler<put_text, kTitle>},
-    {"GET", "/api/setup/flow_direction", handler<get_text, kFlowDirection>},
-    {"PUT", "/api/setup/flow_direction", handler<put_text, kFlowDirection>},
-    {"GET", "/api/setup/operator_id", handler<get_text, kOperatorId>},
-    {"PUT", "/api/setup/operator_id", handler<put_text, kOperatorId>},
-    {"GET", "/api/setup/filename", handler<get_text, kFilename>},
-    {"PUT", "/api/setup/filename", handler<put_text, kFilename>},
-    {"GET", "/api/setup/gps_data", handler<get_text, kGpsData>},
-    {"PUT", "/api/setup/gps_data", handler<put_text, kGpsData>},
-    {"GET", "/api/setup/gps_location", handler<get_gps_location>},
-    {"PUT", "/api/setup/gps_location", handler<put_gps_location>},
-    {"GET", "/api/setup/ssid", handler<get_text, kSsid>},
-    {"PUT", "/api/setup/ssid", handler<put_text, kSsid>},
-    {"GET", "/api/setup/password", handler<get_password>},
-    {"PUT", "/api/setup/password", handler<put_password>},
-    {"GET", "/api/setup/observer_seats", handler<get_observer_seats>},
-    {"PUT", "/api/setup/observer_seats", handler<put_observer_seats>},
-    {"GET", "/api/setup/language", handler<get_text, kLanguage>},
-    {"PUT", "/api/setup/language", handler<put_text, kLanguage>},
-    {"GET", "/api/setup/battery_type", handler<get_text, kBatteryType>},
-    {"PUT", "/api/setup/battery_type", handler<put_text, kBatteryType>},
-    {"GET", "/api/setup/save_delay", handler<get_save_delay>},
-    {"PUT", "/api/setup/save_delay", handler<put_save_delay>},
-    {"GET", "/api/setup/high_beam_time", handler<get_high_beam_time>},
-    {"PUT", "/api/setup/high_beam_time", handler<put_high_beam_time>},
-    {"GET", "/api/setup/units", handler<get_text, kUnits>},
-    {"PUT", "/api/setup/units", handler<put_text, kUnits>},
+constexpr http_path kPaths[] = {
+    {"/api/setup/date", get<get_clock, kDate>, put<put_clock, kDate>},
+    {"/api/setup/time", get<get_clock, kTime>, put<put_clock, kTime>},
+    {"/api/setup/title", get<get_text, kTitle>, put<put_text, kTitle>},
+    {"/api/setup/flow_direction", get<get_text, kFlowDirection>, put<put_text, kFlowDirection>},
+    {"/api/setup/operator_id", get<get_text, kOperatorId>, put<put_text, kOperatorId>},
+    {"/api/setup/filename", get<get_text, kFilename>, put<put_text, kFilename>},
+    {"/api/setup/gps_data", get<get_text, kGpsData>, put<put_text, kGpsData>},
+    {"/api/setup/gps_location", get<get_gps_location>, put<put_gps_location>},
+    {"/api/setup/ssid", get<get_text, kSsid>, put<put_text, kSsid>},
+    {"/api/setup/password", get<get_password>, put<put_password>},
+    {"/api/setup/observer_seats", get<get_observer_seats>, put<put_observer_seats>},
+    {"/api/setup/language", get<get_text, kLanguage>, put<put_text, kLanguage>},
+    {"/api/setup/battery_type", get<get_text, kBatteryType>, put<put_text, kBatteryType>},
+    {"/api/setup/save_delay", get<get_save_delay>, put<put_save_delay>},
+    {"/api/setup/high_beam_time", get<get_high_beam_time>, put<put_high_beam_time>},
+    {"/api/setup/units", get<get_text, kUnits>, put<put_text, kUnits>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 16, .put = 16});
 
 }  // namespace
 
-constinit const route_group setup_routes(kRows);
+constinit const route_group setup_routes(kRows<kPaths, route_counts{.get = 16, .put = 16}>);

@@ -110,8 +110,6 @@ json_object* led_intensity(const unit_state& unit) {
   return string(is_fixed ? "" : load_led_intensity().text);
 }
 
-json_object* led_mode(const unit_state& unit) { return string(unit.lighting.mode); }
-
 json_object* camera_type(const unit_state& unit) {
   if (unit.board == nullptr) return string("unknown");
   return string(orb_power_board_get_board_type(unit.board) == 0 ? "basic" : "advanced");
@@ -122,25 +120,13 @@ json_object* mode(const unit_state&) {
   return string(mode_text(Kept()));
 }
 
-json_object* focus_position(const unit_state& unit) { return json_object_new_int(unit.focus_position); }
-json_object* far_limit(const unit_state& unit) { return string(unit.depth.far_limit); }
-json_object* near_limit(const unit_state& unit) { return string(unit.depth.near_limit); }
-
-json_object* focus_speed(const unit_state&) {
-  return json_object_new_int(read_value_file(paths::kFocusSpeed).value_or(kMissingFocusSpeed));
+template <const char* File, int Missing>
+json_object* speed(const unit_state&) {
+  return json_object_new_int(read_value_file(File).value_or(Missing));
 }
 
 json_object* laser_age(const unit_state& unit) {
   return json_object_new_int(unit.board == nullptr ? -1 : unit.board->laser.invalid_count.load());
-}
-
-json_object* laser_distance(const unit_state& unit) { return string(load_laser_distance(unit.board).text); }
-
-json_object* zoom_position(const unit_state& unit) { return json_object_new_int(unit.zoom_position); }
-json_object* zoom_magnification(const unit_state& unit) { return string(unit.zoom_magnification); }
-
-json_object* zoom_speed(const unit_state&) {
-  return json_object_new_int(read_value_file(paths::kZoomSpeed).value_or(kMissingZoomSpeed));
 }
 
 // --- warnings: real or forced ---
@@ -169,8 +155,6 @@ json_object* of_drive(const unit_state& unit) {
   const bool is_on = unit.board != nullptr && unit.board->drive_overcurrent_hold != 0;
   return warning(is_on && strcmp(unit.values.motor_type, Type) == 0, Forced);
 }
-
-json_object* seat_warning(const unit_state&) { return json_object_new_boolean(controller_seat_warning()); }
 
 struct status_member {
   const char* key;
@@ -210,19 +194,19 @@ constexpr status_member kMembers[] = {
     {"update_available", flag<&v::update_available>},
     {"update_status", text<&v::update_status>},
     {"led_intensity", led_intensity},
-    {"led_mode", led_mode},
+    {"led_mode", [](const unit_state& unit) { return string(unit.lighting.mode); }},
     {"camera_type", camera_type},
     {"exposure_mode", mode<kept_exposure_mode>},
     {"focus_mode", mode<kept_focus_mode>},
-    {"focus_position", focus_position},
-    {"max_depth_of_field", far_limit},
-    {"min_depth_of_field", near_limit},
-    {"focus_speed", focus_speed},
+    {"focus_position", [](const unit_state& unit) { return json_object_new_int(unit.focus_position); }},
+    {"max_depth_of_field", [](const unit_state& unit) { return string(unit.depth.far_limit); }},
+    {"min_depth_of_field", [](const unit_state& unit) { return string(unit.depth.near_limit); }},
+    {"focus_speed", speed<paths::kFocusSpeed, kMissingFocusSpeed>},
     {"laser_age", laser_age},
-    {"laser_distance", laser_distance},
-    {"zoom_position", zoom_position},
-    {"zoom_magnification", zoom_magnification},
-    {"zoom_speed", zoom_speed},
+    {"laser_distance", [](const unit_state& unit) { return string(load_laser_distance(unit.board).text); }},
+    {"zoom_position", [](const unit_state& unit) { return json_object_new_int(unit.zoom_position); }},
+    {"zoom_magnification", [](const unit_state& unit) { return string(unit.zoom_magnification); }},
+    {"zoom_speed", speed<paths::kZoomSpeed, kMissingZoomSpeed>},
     {"motor_type", text<&v::motor_type>},
     {"crit_temp_warning", heat<&v::hot, kDebugCriticalTemperature>},
     {"high_temp_warning", heat<&v::warm, kDebugHighTemperature>},
@@ -232,7 +216,8 @@ constexpr status_member kMembers[] = {
     {"tilt_mtr_warning", of_board<&b::tilt_overcurrent_hold, kDebugTiltMotor>},
     {"pan_mtr_warning", of_drive<kPan, kDebugPanMotor>},
     {"height_mtr_warning", of_drive<kHeight, kDebugHeightMotor>},
-    {"ctrl_seat_warning", seat_warning},
+    {"ctrl_seat_warning",
+     [](const unit_state&) { return json_object_new_boolean(controller_seat_warning()); }},
     {"battery_level", text<&v::battery_level>},
     {"tilt_angle", text<&v::tilt_angle>},
     {"direction", text<&v::direction>},
@@ -279,15 +264,13 @@ int get_versions(http_connection* connection) {
   });
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/model", handler<get_identity, kModel>},
-    {"GET", "/api/serial_number", handler<get_identity, kSerialNumber>},
-    {"GET", "/api/status", handler<get_status>},
-    {"GET", "/api/versions", handler<get_versions>},
+constexpr http_path kPaths[] = {
+    {"/api/model", get<get_identity, kModel>},
+    {"/api/serial_number", get<get_identity, kSerialNumber>},
+    {"/api/status", get<get_status>},
+    {"/api/versions", get<get_versions>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 4});
 
 }  // namespace
 
-constinit const route_group status_routes(kRows);
+constinit const route_group status_routes(kRows<kPaths, route_counts{.get = 4}>);

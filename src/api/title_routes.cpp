@@ -67,18 +67,16 @@ int post_line(http_connection* connection, json_object* body, const line_route& 
   return send_status(connection, good && route.command(camera, *line) == 0);
 }
 
-constexpr http_route_row kRows[] = {
-    {"PUT", "/api/camera/title/line", handler<put_line>},
-    {"POST", "/api/camera/title/clear_all", handler<post_all, visca_camera_title_clear_all>},
-    {"POST", "/api/camera/title/turn_all_on", handler<post_all, visca_camera_title_turn_all_on>},
-    {"POST", "/api/camera/title/turn_all_off", handler<post_all, visca_camera_title_turn_all_off>},
-    {"POST", "/api/camera/title/clear_line", handler<post_line, kClearLine>},
-    {"POST", "/api/camera/title/turn_line_on", handler<post_line, kTurnLineOn>},
-    {"POST", "/api/camera/title/turn_line_off", handler<post_line, kTurnLineOff>},
+constexpr http_path kPaths[] = {
+    {"/api/camera/title/line", put<put_line>},
+    {"/api/camera/title/clear_all", post<post_all, visca_camera_title_clear_all>},
+    {"/api/camera/title/turn_all_on", post<post_all, visca_camera_title_turn_all_on>},
+    {"/api/camera/title/turn_all_off", post<post_all, visca_camera_title_turn_all_off>},
+    {"/api/camera/title/clear_line", post<post_line, kClearLine>},
+    {"/api/camera/title/turn_line_on", post<post_line, kTurnLineOn>},
+    {"/api/camera/title/turn_line_off", post<post_line, kTurnLineOff>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.put = 1, .post = 6});
 
 }  // namespace
 
-constinit const route_group title_routes(kRows);
+constinit const route_group title_routes(kRows<kPaths, route_counts{.put = 1, .post = 6}>);

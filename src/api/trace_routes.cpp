@@ -22,13 +22,10 @@ int put_mask(http_connection* connection, json_object* body) {
   return send_status(connection, number && set_trace_mask(mask) >= 0);
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/trace/mask", handler<get_mask>},
-    {"PUT", "/api/trace/mask", handler<put_mask>},
+constexpr http_path kPaths[] = {
+    {"/api/trace/mask", get<get_mask>, put<put_mask>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 1, .put = 1});
 
 }  // namespace
 
-constinit const route_group trace_routes(kRows);
+constinit const route_group trace_routes(kRows<kPaths, route_counts{.get = 1, .put = 1}>);

@@ -42,41 +42,39 @@ bool path_has(const http_connection* connection, const char* word) {
 struct camera_command {
   std::string_view name;
   int (*fixed)(visca_camera* camera);                    // without parameters
-  int (*variable)(visca_camera* camera, int speed);      // when the parameters hold "speed"
-  int (*direct)(visca_camera* camera, int position);     // with the parameter "position"
   int (*give_order)(const lens_order& order) = nullptr;  // of a lens
   lens_effect effect = lens_effect::ends;
+  int (*variable)(visca_camera* camera, int speed) = nullptr;   // when the parameters hold "speed"
+  int (*direct)(visca_camera* camera, int position) = nullptr;  // with the parameter "position"
 };
 
+using enum lens_effect;
+
 constexpr camera_command kCommands[] = {
-    {"power_on", visca_camera_power_on, nullptr, nullptr},
-    {"power_off", visca_camera_power_off, nullptr, nullptr},
-    {"zoom_tele", visca_camera_zoom_tele, visca_camera_zoom_tele_variable, nullptr, orb_order_zoom,
-     lens_effect::drives},
-    {"zoom_wide", visca_camera_zoom_wide, visca_camera_zoom_wide_variable, nullptr, orb_order_zoom,
-     lens_effect::drives},
-    {"zoom_stop", visca_camera_zoom_stop, nullptr, nullptr, orb_order_zoom, lens_effect::stops},
-    {"zoom_direct", nullptr, nullptr, visca_camera_zoom_direct, orb_order_zoom},
-    {"digital_zoom_on", visca_camera_digital_zoom_on, nullptr, nullptr},
-    {"digital_zoom_off", visca_camera_digital_zoom_off, nullptr, nullptr},
-    {"focus_near", visca_camera_focus_near, visca_camera_focus_near_variable, nullptr, orb_order_focus,
-     lens_effect::drives},
-    {"focus_far", visca_camera_focus_far, visca_camera_focus_far_variable, nullptr, orb_order_focus,
-     lens_effect::drives},
-    {"focus_stop", visca_camera_focus_stop, nullptr, nullptr, orb_order_focus, lens_effect::stops},
-    {"focus_direct", nullptr, nullptr, visca_camera_focus_direct, orb_order_focus},
-    {"focus_mode_auto", visca_camera_auto_focus, nullptr, nullptr, orb_order_focus},
-    {"focus_mode_manual", visca_camera_manual_focus, nullptr, nullptr},
-    {"iris_reset", visca_camera_iris_reset, nullptr, nullptr},
-    {"iris_down", visca_camera_iris_down, nullptr, nullptr},
-    {"iris_up", visca_camera_iris_up, nullptr, nullptr},
-    {"shutter_reset", visca_camera_shutter_reset, nullptr, nullptr},
-    {"shutter_down", visca_camera_shutter_down, nullptr, nullptr},
-    {"shutter_up", visca_camera_shutter_up, nullptr, nullptr},
-    {"exposure_mode_auto", visca_camera_exposure_mode_auto, nullptr, nullptr},
-    {"exposure_mode_manual", visca_camera_exposure_mode_manual, nullptr, nullptr},
-    {"exposure_mode_shutter_priority", visca_camera_exposure_mode_shutter_priority, nullptr, nullptr},
-    {"exposure_mode_iris_priority", visca_camera_exposure_mode_iris_priority, nullptr, nullptr},
+    {"power_on", visca_camera_power_on},
+    {"power_off", visca_camera_power_off},
+    {"zoom_tele", visca_camera_zoom_tele, orb_order_zoom, drives, visca_camera_zoom_tele_variable},
+    {"zoom_wide", visca_camera_zoom_wide, orb_order_zoom, drives, visca_camera_zoom_wide_variable},
+    {"zoom_stop", visca_camera_zoom_stop, orb_order_zoom, stops},
+    {"zoom_direct", nullptr, orb_order_zoom, ends, nullptr, visca_camera_zoom_direct},
+    {"digital_zoom_on", visca_camera_digital_zoom_on},
+    {"digital_zoom_off", visca_camera_digital_zoom_off},
+    {"focus_near", visca_camera_focus_near, orb_order_focus, drives, visca_camera_focus_near_variable},
+    {"focus_far", visca_camera_focus_far, orb_order_focus, drives, visca_camera_focus_far_variable},
+    {"focus_stop", visca_camera_focus_stop, orb_order_focus, stops},
+    {"focus_direct", nullptr, orb_order_focus, ends, nullptr, visca_camera_focus_direct},
+    {"focus_mode_auto", visca_camera_auto_focus, orb_order_focus},
+    {"focus_mode_manual", visca_camera_manual_focus},
+    {"iris_reset", visca_camera_iris_reset},
+    {"iris_down", visca_camera_iris_down},
+    {"iris_up", visca_camera_iris_up},
+    {"shutter_reset", visca_camera_shutter_reset},
+    {"shutter_down", visca_camera_shutter_down},
+    {"shutter_up", visca_camera_shutter_up},
+    {"exposure_mode_auto", visca_camera_exposure_mode_auto},
+    {"exposure_mode_manual", visca_camera_exposure_mode_manual},
+    {"exposure_mode_shutter_priority", visca_camera_exposure_mode_shutter_priority},
+    {"exposure_mode_iris_priority", visca_camera_exposure_mode_iris_priority},
 };
 
 // Control characters become dots.
@@ -103,8 +101,8 @@ std::optional<lens_order> read_order(const camera_command& command, json_object*
 int queue_once(visca_camera* camera, const camera_command& command, json_object* parameters) {
   const std::optional<lens_order> order = read_order(command, parameters);
   if (!order) return -1;
-  if (command.give_order != nullptr)
-    return command.give_order(*order);  // a stop is owed without a camera, too
+  // A stop is owed without a camera, too.
+  if (command.give_order != nullptr) return command.give_order(*order);
   return camera == nullptr ? -1 : command.fixed(camera);
 }
 
@@ -273,24 +271,18 @@ int get_recordings(http_connection* connection) {
   return 0;
 }
 
-constexpr http_route_row kRows[] = {
-    {"GET", "/api/1.0/orb", handler<get_distances>},
-    {"POST", "/api/1.0/orb", handler<post_motors>},
-    {"GET", "/api/1.0/camera/zoom", handler<get_positions, kZoom>},
-    {"GET", "/api/1.0/camera/focus", handler<get_positions, kFocus>},
-    {"GET", "/api/1.0/camera", handler<get_positions, kBoth>},
-    {"POST", "/api/1.0/camera", handler<post_camera>},
-    {"GET", "/api/1.0/video", handler<get_video>},
-    {"POST", "/api/1.0/video", handler<post_video>},
-    {"GET", "/api/1.0/lighting", handler<get_lighting>},
-    {"POST", "/api/1.0/lighting", handler<post_lighting>},
-    {"GET", "/api/1.0/recordings", handler<get_recordings>},
-    {"POST", "/api/1.0/laser/enable", handler<post_laser>},
-    {"POST", "/api/1.0/laser/disable", handler<post_laser>},
+constexpr http_path kPaths[] = {
+    {"/api/1.0/orb", get<get_distances>, post<post_motors>},
+    {"/api/1.0/camera/zoom", get<get_positions, kZoom>},
+    {"/api/1.0/camera/focus", get<get_positions, kFocus>},
+    {"/api/1.0/camera", get<get_positions, kBoth>, post<post_camera>},
+    {"/api/1.0/video", get<get_video>, post<post_video>},
+    {"/api/1.0/lighting", get<get_lighting>, post<post_lighting>},
+    {"/api/1.0/recordings", get<get_recordings>},
+    {"/api/1.0/laser/enable", post<post_laser>},
+    {"/api/1.0/laser/disable", post<post_laser>},
 };
-
-static_assert(count_rows(kRows) == route_counts{.get = 7, .post = 6});
 
 }  // namespace
 
-constinit const route_group version_1_routes(kRows);
+constinit const route_group version_1_routes(kRows<kPaths, route_counts{.get = 7, .post = 6}>);
