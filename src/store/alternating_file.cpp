@@ -35,9 +35,8 @@ int32_t next_id(int32_t id) { return static_cast<int32_t>(static_cast<uint32_t>(
 json_owner load_alternating_file(alternating_file* files) {
   generation file[2] = {load_generation(files->path[0]), load_generation(files->path[1])};
   // A test of the chain, not of magnitudes: the ids may wrap.
-  const bool second = file[0].record == nullptr
-                          ? file[1].record != nullptr
-                          : file[1].record != nullptr && file[1].previous_id == file[0].current_id;
+  const bool second =
+      file[1].record != nullptr && (file[0].record == nullptr || file[1].previous_id == file[0].current_id);
   files->live = second ? 1 : 0;
   generation& chosen = file[files->live];
   files->previous_id = chosen.previous_id;

@@ -1,10 +1,6 @@
 #include "store/identity.h"
 
-#include <algorithm>
-#include <cstring>
-
 #include "base/file.h"
-#include "base/json.h"
 #include "base/mutex.h"
 #include "base/paths.h"
 #include "base/redis.h"
@@ -22,11 +18,7 @@ char release[256] GUARDED_BY(release_lock) = "";
 
 // What is no UTF-8 would break the JSON that it goes into.
 void load_identity(const char* key, char* text, size_t size) {
-  if (redis_get_text(key, text, size)) {
-    copy_text(text, size, as_utf8(text));
-  } else {
-    copy_text(text, size, "unknown");
-  }
+  copy_text(text, size, redis_get_text(key, text, size) ? as_utf8(text) : "unknown");
 }
 
 void store_battery_type_in_redis(const char* type) {
@@ -72,8 +64,7 @@ void orb_load_supervisor_software_version(char* text, size_t size) {
 }
 
 int orb_set_supervisor_battery_type(const char* type) {
-  const auto is_type = [type](const char* known) { return strcmp(type, known) == 0; };
-  if (std::none_of(std::begin(kBatteryTypes), std::end(kBatteryTypes), is_type)) return -1;
+  if (!find_word(kBatteryTypes, type)) return -1;
   store_battery_type_in_redis(type);
   store_battery_type_in_file(type);
   return 0;

@@ -65,14 +65,10 @@ statistics_set copy_history() {
 void store_history(int (*save)(alternating_file* files, json_object* values)) REQUIRES(files_lock) {
   const json_owner record = history_record(copy_history());
   const int result = record ? save(&history_files, record.get()) : -2;
-  if (result == -2) {
-    trace(kTraceLogger, "storage error");
-  } else if (result != 0) {
-    trace(kTraceLogger, "storage failure %d", result);
-  } else {
-    trace(kTraceLogger, "stored %u to file %d", static_cast<unsigned>(history_files.current_id),
-          history_files.live);
-  }
+  if (result == -2) return trace(kTraceLogger, "storage error");
+  if (result != 0) return trace(kTraceLogger, "storage failure %d", result);
+  trace(kTraceLogger, "stored %u to file %d", static_cast<unsigned>(history_files.current_id),
+        history_files.live);
 }
 
 void set_numbers(const statistics& start) {
@@ -102,13 +98,12 @@ void orb_init_logger() {
   if (record) start.history = parse_history(record.get());
   set_numbers(start);
   if (record) {
-    trace(kTraceLogger, "start %u from file %d", static_cast<unsigned>(history_files.current_id),
-          history_files.live);
-  } else {
-    // Neither could be read now. The files stay: they may be readable at the next start.
-    trace(kTraceLogger, "reset historical");
-    store_history(save_alternating_file);
+    return trace(kTraceLogger, "start %u from file %d", static_cast<unsigned>(history_files.current_id),
+                 history_files.live);
   }
+  // Neither could be read now. The files stay: they may be readable at the next start.
+  trace(kTraceLogger, "reset historical");
+  store_history(save_alternating_file);
 }
 
 void start_logger_timer(struct ev_loop* loop) {

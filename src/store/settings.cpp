@@ -108,39 +108,22 @@ void put_text(setting_bytes& bytes, size_t size, std::string_view value) {
   copy_text(bytes.data(), size + 1, value);
 }
 
-orb_nv_record default_values() {
+// A key that is absent or null has its default.
+orb_nv_record parse_values(json_object* record) {
   orb_nv_record values{};
   for (size_t i = 0; i < kSettings.size(); ++i) {
-    switch (kSettings[i].type) {
+    const setting& setting = kSettings[i];
+    json_object* value = json_member(record, setting.key);
+    switch (setting.type) {
       case setting_type::integer:
-        put_number(values[i], kSettings[i].default_integer);
+        put_number(values[i], value == nullptr ? setting.default_integer : json_object_get_int(value));
         break;
       case setting_type::text:
-        put_text(values[i], kSettings[i].size, kSettings[i].default_text);
+        put_text(values[i], setting.size,
+                 as_utf8(value == nullptr ? setting.default_text : json_object_get_string(value)));
         break;
       case setting_type::real:
-        put_number(values[i], 0.0);
-        break;
-    }
-  }
-  return values;
-}
-
-// Keys that are absent or null keep their defaults.
-orb_nv_record parse_values(json_object* record) {
-  orb_nv_record values = default_values();
-  for (size_t i = 0; i < kSettings.size(); ++i) {
-    json_object* value = json_member(record, kSettings[i].key);
-    if (value == nullptr) continue;
-    switch (kSettings[i].type) {
-      case setting_type::integer:
-        put_number(values[i], json_object_get_int(value));
-        break;
-      case setting_type::text:
-        put_text(values[i], kSettings[i].size, as_utf8(json_object_get_string(value)).c_str());
-        break;
-      case setting_type::real:
-        put_number(values[i], json_object_get_double(value));
+        put_number(values[i], value == nullptr ? 0.0 : json_object_get_double(value));
         break;
     }
   }
@@ -169,13 +152,9 @@ json_owner build_record() REQUIRES(nv_lock) {
 void save() REQUIRES(nv_lock) {
   const json_owner record = build_record();
   const int result = record ? save_alternating_file(&nv_files, record.get()) : -2;
-  if (result == -2) {
-    trace(kTraceSettings, "storage error");
-  } else if (result != 0) {
-    trace(kTraceSettings, "storage failure %d", result);
-  } else {
-    trace(kTraceSettings, "stored %d to file %d", nv_files.current_id, nv_files.live);
-  }
+  if (result == -2) return trace(kTraceSettings, "storage error");
+  if (result != 0) return trace(kTraceSettings, "storage failure %d", result);
+  trace(kTraceSettings, "stored %d to file %d", nv_files.current_id, nv_files.live);
 }
 
 void copy_setting(uint32_t index, void* buffer, int32_t length) REQUIRES(nv_lock) {
@@ -208,14 +187,10 @@ void orb_init_nv() {
   if (make_missing_folder(paths::kSettingsFolder))
     trace(kTraceSettings, "create '%s'", paths::kSettingsFolder);
   const json_owner record = load_alternating_file(&nv_files);
-  if (record) {
-    live = parse_values(record.get());
-    trace(kTraceSettings, "start %d from file %d", nv_files.current_id, nv_files.live);
-  } else {
-    trace(kTraceSettings, "set defaults");
-    live = default_values();
-    save();
-  }
+  live = parse_values(record.get());
+  if (record) return trace(kTraceSettings, "start %d from file %d", nv_files.current_id, nv_files.live);
+  trace(kTraceSettings, "set defaults");
+  save();
 }
 
 const char* setting_key(uint32_t index) { return kSettings[index].key; }
@@ -227,10 +202,8 @@ void orb_read_nv(uint32_t index, void* buffer, int32_t length) {
 }
 
 bool try_read_nv(uint32_t index, void* buffer, int32_t length) {
-  if (!nv_lock.try_lock()) return false;
-  copy_setting(index, buffer, length);
-  nv_lock.unlock();
-  return true;
+  const nv_target target{index, buffer, length};
+  return try_read_nv({&target, 1});
 }
 
 bool try_read_nv(std::span<const nv_target> settings) {

@@ -19,11 +19,6 @@ void load_setting(uint32_t index, char (&text)[Size]) {
 }
 
 template <size_t Size>
-void load_config_text(json_object* config, const char* key, char (&text)[Size]) {
-  copy_text(text, Size, json_text(config, key));
-}
-
-template <size_t Size>
 void load_text(char (recorder_texts::*member)[Size], char* text, size_t size) {
   const mutex_lock lock(texts_lock);
   copy_text(text, size, texts.*member);
@@ -37,6 +32,13 @@ recorder_texts set_text(char (recorder_texts::*member)[Size], const char* text) 
   memset(field, 0, Size);
   copy_text(field, Size, text);
   return texts;
+}
+
+// Hands the store all of our field: it keeps what its own takes.
+template <size_t Size>
+void set_setting(uint32_t index, char (recorder_texts::*member)[Size], const char* text) {
+  const recorder_texts now = set_text(member, text);
+  orb_write_nv(index, now.*member, Size);
 }
 
 }  // namespace
@@ -53,8 +55,8 @@ void load_recorder_texts() {
   load_setting(kSettingTitle, loaded.title);
   load_setting(kSettingFlowDirection, loaded.flow_direction);
   copy_text(loaded.filename, sizeof loaded.filename, loaded.title);
-  load_config_text(config.get(), "model_name", loaded.model_name);
-  load_config_text(config.get(), "serial_number", loaded.serial_number);
+  copy_text(loaded.model_name, sizeof loaded.model_name, json_text(config.get(), "model_name"));
+  copy_text(loaded.serial_number, sizeof loaded.serial_number, json_text(config.get(), "serial_number"));
   const mutex_lock lock(texts_lock);
   texts = loaded;
 }
@@ -71,20 +73,14 @@ void orb_load_recorder_operator_id(char* text, size_t size) {
 
 void orb_load_recorder_filename(char* text, size_t size) { load_text(&recorder_texts::filename, text, size); }
 
-// Each of these hands the store all of its own field: the store keeps what its field takes.
-void orb_set_recorder_title(const char* text) {
-  const recorder_texts now = set_text(&recorder_texts::title, text);
-  orb_write_nv(kSettingTitle, now.title, sizeof now.title);
-}
+void orb_set_recorder_title(const char* text) { set_setting(kSettingTitle, &recorder_texts::title, text); }
 
 void orb_set_recorder_flow_direction(const char* text) {
-  const recorder_texts now = set_text(&recorder_texts::flow_direction, text);
-  orb_write_nv(kSettingFlowDirection, now.flow_direction, sizeof now.flow_direction);
+  set_setting(kSettingFlowDirection, &recorder_texts::flow_direction, text);
 }
 
 void orb_set_recorder_operator_id(const char* text) {
-  const recorder_texts now = set_text(&recorder_texts::operator_id, text);
-  orb_write_nv(kSettingOperatorId, now.operator_id, sizeof now.operator_id);
+  set_setting(kSettingOperatorId, &recorder_texts::operator_id, text);
 }
 
 void orb_set_recorder_filename(const char* text) { set_text(&recorder_texts::filename, text); }
