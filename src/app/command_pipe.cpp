@@ -35,19 +35,21 @@ struct command {
   void (*action)(orb_power_board* board, const char* rest);
 };
 
+template <auto Function, auto... About>
+void call(orb_power_board* board, const char*) {
+  Function(board, About...);
+}
+
 constexpr command kCommands[] = {
-    {"camera enable",
-     [](orb_power_board* board, const char*) { orb_power_board_enable_camera_power(board); }},
-    {"camera disable",
-     [](orb_power_board* board, const char*) { orb_power_board_disable_camera_power(board); }},
-    {"laser enable", [](orb_power_board* board, const char*) { orb_power_board_enable_laser_power(board); }},
-    {"laser disable",
-     [](orb_power_board* board, const char*) { orb_power_board_disable_laser_power(board); }},
-    {"low", [](orb_power_board* board, const char*) { set_led_mask(board, kLedLow); }},
-    {"medium", [](orb_power_board* board, const char*) { set_led_mask(board, kLedMedium); }},
-    {"high", [](orb_power_board* board, const char*) { set_led_mask(board, kLedHigh); }},
-    {"strip", [](orb_power_board* board, const char*) { set_led_mask(board, kLedStrip); }},
-    {"leds_off", [](orb_power_board* board, const char*) { set_led_mask(board, kLedOff); }},
+    {"camera enable", call<orb_power_board_enable_camera_power>},
+    {"camera disable", call<orb_power_board_disable_camera_power>},
+    {"laser enable", call<orb_power_board_enable_laser_power>},
+    {"laser disable", call<orb_power_board_disable_laser_power>},
+    {"low", call<set_led_mask, kLedLow>},
+    {"medium", call<set_led_mask, kLedMedium>},
+    {"high", call<set_led_mask, kLedHigh>},
+    {"strip", call<set_led_mask, kLedStrip>},
+    {"leds_off", call<set_led_mask, kLedOff>},
     {"pwm", set_pwm},
 };
 
@@ -83,8 +85,6 @@ void fifo_callback(struct ev_loop*, struct ev_io* watcher, int) {
 
 void obey_command_line(orb_power_board* board, const char* line) {
   for (const command& command : kCommands) {
-    if (strncmp(line, command.word.data(), command.word.size()) == 0) {
-      command.action(board, line + command.word.size());
-    }
+    if (std::string_view(line).starts_with(command.word)) command.action(board, line + command.word.size());
   }
 }

@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <optional>
 
 #include "api/http_thread.h"
@@ -44,12 +43,7 @@ namespace {
 orb_application application;
 orb_power_board power_board;
 
-bool is_advanced_model() {
-  const json_owner config = unit_config();
-  json_object* name = json_member(config.get(), "model_name");
-  return json_object_is_type(name, json_type_string) &&
-         strcmp(json_object_get_string(name), "ORB Advanced") == 0;
-}
+bool is_advanced_model() { return json_text(unit_config().get(), "model_name") == "ORB Advanced"; }
 
 // Until the loop has its watchers a signal waits: by its default it would end the process half-started.
 void block_signals(bool block) {
@@ -85,6 +79,21 @@ bool visit_stick() {
   const bool has_update = is_update_on_stick();
   orb_check_logger_reset();
   return has_update;
+}
+
+void start_workers() {
+  visca_thread_data.address = addresses::kCamera;
+  start_thread(&visca_thread_data.thread, "camera", visca_thread_procedure, &visca_thread_data);
+  start_detached_thread("http", http_thread, nullptr);
+  orb_init_camera();
+  orb_create_focus_loop();
+  orb_create_intensity_loop();
+  orb_create_zoom_loop();
+  orb_start_installer();
+  orb_init_osd();
+  orb_create_recorder();
+  orb_init_supervisor(1);
+  start_usb_stick(visit_stick);
 }
 
 // From the board to the end of the loop; returns the exit status.
@@ -136,19 +145,7 @@ int main(int count, char** words) {
   orb_init_logger();
   fputs("start\n", stderr);
 
-  visca_thread_data.address = addresses::kCamera;
-  start_thread(&visca_thread_data.thread, "camera", visca_thread_procedure, &visca_thread_data);
-  start_detached_thread("http", http_thread, nullptr);
-  orb_init_camera();
-  orb_create_focus_loop();
-  orb_create_intensity_loop();
-  orb_create_zoom_loop();
-  orb_start_installer();
-  orb_init_osd();
-  orb_create_recorder();
-  orb_init_supervisor(1);
-  start_usb_stick(visit_stick);
-
+  start_workers();
   if (orb_application_init(&application, words[0]) != 0) return 1;
   block_signals(false);
   const int status = run_unit(advanced);

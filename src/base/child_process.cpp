@@ -116,11 +116,8 @@ int reap(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalledStatus + WTERMSIG(status);
 }
 
-// Letters, digits and these mean nothing to a shell.
-bool is_plain(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-         std::string_view("/._-+,:@%=").find(c) != std::string_view::npos;
-}
+// What means nothing to a shell.
+constexpr char kPlain[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:@%=";
 
 }  // namespace
 
@@ -179,17 +176,11 @@ std::string shell_first_line(const std::string& command, size_t size, const shel
 
 std::string shell_quoted(std::string_view text) {
   std::string quoted = "'";
-  for (const char c : text) {
-    if (c == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += c;
-    }
-  }
+  for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
   return quoted + "'";
 }
 
 std::string shell_word(std::string_view text) {
-  const bool plain = !text.empty() && std::all_of(text.begin(), text.end(), is_plain);
-  return plain ? std::string(text) : shell_quoted(text);
+  const bool is_plain = !text.empty() && text.find_first_not_of(kPlain) == text.npos;
+  return is_plain ? std::string(text) : shell_quoted(text);
 }

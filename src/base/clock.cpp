@@ -3,12 +3,6 @@
 #include <cerrno>
 #include <ctime>
 
-namespace {
-
-constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
-
-}  // namespace
-
 int64_t monotonic_ns() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

@@ -6,6 +6,7 @@
 #include <string>
 
 inline constexpr int64_t kNanosecondsPerMillisecond = 1'000'000;
+inline constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 
 // Nanoseconds of CLOCK_MONOTONIC.
 int64_t monotonic_ns();

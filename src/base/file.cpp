@@ -65,15 +65,12 @@ bool replace_file(const char* path, const char* temporary, std::string_view data
   unlink(temporary);
   unique_fd fd(open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!fd) return false;
+  const bool is_flushed = flush == flushed::yes;
   bool written = write_all(fd.get(), data);
-  if (flush == flushed::yes) keep_mode(fd.get(), path);
-  if (flush == flushed::yes) written = written && fsync(fd.get()) == 0;
+  if (is_flushed) keep_mode(fd.get(), path);
+  if (is_flushed) written = written && fsync(fd.get()) == 0;
   fd.reset();
-  if (flush == flushed::yes) {
-    written = written && rename_flushed(temporary, path);
-  } else {
-    written = written && rename(temporary, path) == 0;
-  }
+  written = written && (is_flushed ? rename_flushed(temporary, path) : rename(temporary, path) == 0);
   if (!written) unlink(temporary);
   return written;
 }

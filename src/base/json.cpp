@@ -49,8 +49,7 @@ unique_fd open_target(const char* path) {
 
 json_owner load_json_file(const char* path) {
   const std::optional<std::string> text = read_file(path, kFileLimit);
-  if (!text) return nullptr;
-  return json_owner(json_tokener_parse(text->c_str()));
+  return json_owner(text ? json_tokener_parse(text->c_str()) : nullptr);
 }
 
 int save_json_file(const char* path, json_object* object) {

@@ -46,12 +46,10 @@ redis_connection redis_connect() {
   connection.deadline_ns = monotonic_ns() + kTimeout_ns;
   connection.context.reset(redisConnectWithTimeout(addresses::kRedis, addresses::kRedisPort, kTimeout));
   redisContext* context = connection.context.get();
-  if (context == nullptr) return connection;
-  if (context->err != 0 || redisSetTimeout(context, kTimeout) != REDIS_OK) {
-    connection.context.reset();
-    return connection;
-  }
-  fcntl(context->fd, F_SETFD, FD_CLOEXEC);
+  const bool is_good =
+      context != nullptr && context->err == 0 && redisSetTimeout(context, kTimeout) == REDIS_OK;
+  if (!is_good) connection.context.reset();
+  if (is_good) fcntl(context->fd, F_SETFD, FD_CLOEXEC);
   return connection;
 }
 

@@ -32,8 +32,6 @@ constexpr std::array kTags{
     "SUPV: ", "CPNG: ", "CPST: ", "ITLP: ", "HAPI: ", "PWRB: ", "VSIO: ", "FSLP: ", "ZMLP: ",
     "RCDR: ", "ISTR: ", "OSDP: ", "CMRA: ", "NVPC: ", "LGGR: ", "HTMT: ", "PBRF: ", "HSRV: "};
 static_assert(kTags.size() == kTraceHttpServer + 1);
-constexpr const char* kMonitorTag = "TMSK: ";
-constexpr const char* kNoTag = "";
 
 constexpr size_t kLineSize = 512;
 constexpr size_t kMessageSize = 494;  // tag and message, with the terminator
@@ -70,8 +68,8 @@ bool is_enabled(int level) {
 }
 
 const char* tag_of(int level) {
-  if (level == kTraceMaskMonitor) return kMonitorTag;
-  return level >= 0 && static_cast<size_t>(level) < kTags.size() ? kTags[static_cast<size_t>(level)] : kNoTag;
+  if (level == kTraceMaskMonitor) return "TMSK: ";
+  return level >= 0 && static_cast<size_t>(level) < kTags.size() ? kTags[static_cast<size_t>(level)] : "";
 }
 
 void format_suffix() REQUIRES(trace_lock) {
@@ -203,8 +201,7 @@ void* monitor_mask(void*) {
 void init_trace() {
   mask.store(0, std::memory_order_relaxed);
   if (access(paths::kTrace, R_OK) == 0) rename_flushed(paths::kTrace, paths::kTraceOld);
-  struct stat info {};
-  if (stat(paths::kTraceMask, &info) != 0) set_trace_mask(0);
+  if (access(paths::kTraceMask, F_OK) != 0) set_trace_mask(0);
   read_mask_file();
   start_detached_thread("trace-mask", monitor_mask, nullptr);
 
@@ -244,20 +241,14 @@ void trace_data(int level, const char* label, const void* bytes, long length) {
   const auto* from = static_cast<const unsigned char*>(bytes);
   for (long row = 0; row < length; row += kRowBytes) {
     char hex[2 * kRowBytes + 1];
-    char text[kRowBytes + 1];
+    char text[kRowBytes + 1] = "";
     const long count = std::min(kRowBytes, length - row);
-    for (long i = 0; i < kRowBytes; ++i) {
-      if (i < count) {
-        const unsigned char byte = from[row + i];
-        snprintf(hex + 2 * i, 3, "%02X", byte);
-        text[i] = byte >= 0x20 && byte <= 0x7E ? static_cast<char>(byte) : '.';
-      } else {
-        memcpy(hex + 2 * i, "  ", 3);
-        text[i] = ' ';
-      }
+    for (long i = 0; i < count; ++i) {
+      const unsigned char byte = from[row + i];
+      snprintf(hex + 2 * i, 3, "%02X", byte);
+      text[i] = byte >= 0x20 && byte <= 0x7E ? static_cast<char>(byte) : '.';
     }
-    text[kRowBytes] = '\0';
-    trace(level, " %s %s", hex, text);
+    trace(level, " %-*s %-*s", int{2 * kRowBytes}, hex, int{kRowBytes}, text);
   }
 }
 

@@ -9,13 +9,8 @@
 #include "base/file.h"
 #include "base/text.h"
 
-namespace {
-
-constexpr size_t kReadLimit = 18;
-
-}  // namespace
-
 std::optional<int> read_value_file(const char* path, size_t characters) {
+  constexpr size_t kReadLimit = 18;
   const unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!fd) return std::nullopt;
   char text[kReadLimit + 1] = "";
