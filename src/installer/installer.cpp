@@ -1,11 +1,12 @@
 #include "installer/installer.h"
 
 #include <glob.h>
-#include <sys/stat.h>
 
 #include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -49,26 +50,14 @@ constinit installer_state installer;
 
 // --- the archive on the stick ---
 
-struct glob_result {
-  glob_t matches{};
-  glob_result() = default;
-  glob_result(const glob_result&) = delete;
-  glob_result& operator=(const glob_result&) = delete;
-  ~glob_result() { globfree(&matches); }
-};
-
-bool is_regular_file(const char* path) {
-  struct stat info {};
-  return stat(path, &info) == 0 && S_ISREG(info.st_mode);
-}
-
 // The archive whose name sorts last (as text: 2.9.0 behind 2.10.0); "" when there is none.
 std::string find_archive() {
-  glob_result found;
-  if (glob(paths::kUpdateArchives, 0, nullptr, &found.matches) != 0) return "";
-  for (size_t i = found.matches.gl_pathc; i > 0; --i) {
-    const char* path = found.matches.gl_pathv[i - 1];
-    if (is_regular_file(path)) return path;
+  glob_t found{};
+  const std::unique_ptr<glob_t, decltype(&globfree)> owner(&found, globfree);
+  if (glob(paths::kUpdateArchives, 0, nullptr, &found) != 0) return "";
+  for (size_t i = found.gl_pathc; i > 0; --i) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(found.gl_pathv[i - 1], error)) return found.gl_pathv[i - 1];
   }
   return "";
 }
@@ -215,8 +204,8 @@ int orb_trigger_software_update() {
 // The target is claimed before the update begins, because the update may have ended when its trigger returns.
 int orb_trigger_firmware_update() {
   orb_power_board* board = power_board_now();
-  if (orb_power_board_get_update_available(board, nullptr, 0) == 0) return 0;
-  if (!claim(update_target::firmware)) return 0;
+  if (orb_power_board_get_update_available(board, nullptr, 0) == 0 || !claim(update_target::firmware))
+    return 0;
   const int started = orb_power_board_trigger_firmware_update(board, release_target);
   if (started == 0) release_target();
   return started;

@@ -1,6 +1,5 @@
-// The external USB stick: mounted when it is plugged in, unmounted when it has been pulled, and ejected on
-// request as soon as nothing is written to it. All of it on a thread of its own, a step a second: a stick can
-// keep each of these waiting for seconds. "eject_pending" says whether a pull or the eject unmounts it; it is
+// All of it on a thread of its own, a step a second: a stick can keep each of these waiting for seconds.
+// "eject_pending" says whether a pull or the eject unmounts it; it is
 // cleared with the mount, so that a second wish, served late, does not eject the next stick. While a mount
 // hangs there is no stick to eject; one that was pulled meanwhile is unmounted with the next step.
 #include "usb/stick.h"
@@ -35,8 +34,10 @@ bool eject_wanted GUARDED_BY(stick_lock) = false;
 enum class ejection { none, under_way, ending };
 ejection ejection_now = ejection::none;  // stick's thread
 
-// The stick is not mounted any more.
-void forget_stick(bool ejected) {
+void unmount_stick(bool ejected) {
+  if (umount(paths::kStick) != 0)
+    return trace(kTraceSupervisor, ejected ? "eject umount %d %d" : "umount %d %d", -1, errno);
+  trace(kTraceSupervisor, ejected ? "usb ejected" : "usb out");
   const mutex_lock lock(stick_lock);
   stick = {.ejected = ejected};
 }
@@ -44,15 +45,6 @@ void forget_stick(bool ejected) {
 void clear_ejected() {
   const mutex_lock lock(stick_lock);
   stick.ejected = false;
-}
-
-void unmount_pulled() {
-  if (umount(paths::kStick) == 0) {
-    trace(kTraceSupervisor, "usb out");
-    forget_stick(false);
-  } else {
-    trace(kTraceSupervisor, "umount %d %d", -1, errno);
-  }
 }
 
 void mount_plugged(stick_visit* visit) {
@@ -81,20 +73,12 @@ unsigned long long requests_in_flight() {
   return fields ? value : 0;
 }
 
-void unmount_ejected() {
-  trace(kTraceSupervisor, "umount start");
-  if (umount(paths::kStick) == 0) {
-    trace(kTraceSupervisor, "usb ejected");
-    forget_stick(true);
-  } else {
-    trace(kTraceSupervisor, "eject umount %d %d", -1, errno);
-  }
-}
-
 void try_eject() {
   const unsigned long long in_flight = requests_in_flight();
   trace(kTraceSupervisor, "io %llu", in_flight);
-  if (in_flight == 0) unmount_ejected();
+  if (in_flight != 0) return;
+  trace(kTraceSupervisor, "umount start");
+  unmount_stick(true);
 }
 
 bool take_eject_request() {
@@ -124,7 +108,7 @@ void step_plug(stick_visit* visit) {
   const stick_state now = usb_stick_now();
   if (access(paths::kStickDevice, R_OK | W_OK) != 0) {
     clear_ejected();
-    if (now.mounted && !now.eject_pending) unmount_pulled();
+    if (now.mounted && !now.eject_pending) unmount_stick(false);
   } else if (!now.mounted && !now.ejected) {
     mount_plugged(visit);
   }
