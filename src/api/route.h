@@ -83,5 +83,5 @@ constexpr auto kRows = [] {
     for (const method_handler& handler : {path.first, path.second, path.third})
       if (handler.method != nullptr) *row++ = {handler.method, path.path, handler.function};
   }
-  return count_rows(rows) == Counts ? rows : throw Counts;
+  return count_rows(rows) == Counts ? rows : throw "the counts are others";
 }();
