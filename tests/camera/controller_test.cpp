@@ -1,14 +1,12 @@
 // The camera thread, the controller's worker and settings, and the hold-to-run loops.
-#include "camera/defaults_worker.h"
-#include "camera/image_settings.h"
-#include "camera/lens_loops.h"
-#include "camera/zoom_values.h"
-#include "power_board/intensity_loop.h"
-
 #include "base/thread.h"
 #include "base/value_file.h"
+#include "camera/defaults_worker.h"
 #include "camera/depth_of_field.h"
+#include "camera/image_settings.h"
+#include "camera/lens_loops.h"
 #include "camera/modes.h"
+#include "camera/zoom_values.h"
 #include "power_board/intensity_loop.h"
 #include "seats/seats.h"
 #include "store/settings.h"
@@ -16,6 +14,7 @@
 
 namespace {
 
+// What the camera reported outlives its link, and no update keeps the link for ever.
 TEST(CameraThread, ReportsComeOnAndOutliveTheLink) {
   start_trace();
   global_zoom_position = 0x1111;
@@ -27,28 +26,18 @@ TEST(CameraThread, ReportsComeOnAndOutliveTheLink) {
   for (uint32_t link = 2; link <= 3; ++link) {
     ASSERT_TRUE(block.accept_link(8000) &&
                 await([] { return visca_connection_is_connected(visca_thread_data.connection) == 1; }));
-    EXPECT_NEAR(static_cast<double>(monotonic_ns() - down) / 1e9, 5.5, 1);
+    EXPECT_GT(monotonic_ns() - down, 4500 * kNanosecondsPerMillisecond);
     EXPECT_EQ(visca_thread_data.link_number, link);
     visca_camera* camera = visca_thread_data.camera;
     EXPECT_EQ(camera->zoom_position, kViscaNotReported);
-    EXPECT_TRUE(visca_camera_is_idle(camera));
     ASSERT_EQ(visca_camera_zoom_stop(camera), 0);
-    for (const char* packet : {"8101040700FF", "8101041602FF", "8101046902FF"}) {
+    for (const char* packet : {"8101040700FF", "8101041602FF", "8101046902FF", "81090002FF"}) {
       EXPECT_EQ(block.packet(), packet);
-      block.say("9041FF9051FF");
+      if (std::string_view(packet) != "81090002FF") block.say("9041FF9051FF");
     }
-    EXPECT_EQ(block.packet(), "81090002FF");
     EXPECT_EQ(camera->zoom_position, link == 2 ? 0x1111U : 0x1234U);  // until the camera reports
-    // Reports retire nothing; the last two packets are too short to be any.
-    block.say(
-        "900704690A0501020304FF 9007041600000A0B0C0DFF 9050002004050123 01FF 900704690FFF 90500020 06FF");
-    EXPECT_TRUE(await([&] { return camera->model_id == 0x0405 && camera->extract_index == 5; }));
-    EXPECT_EQ(camera->rom_version, 0x0123);
-    EXPECT_EQ(camera->digital_zoom, 0xA5);
-    EXPECT_EQ(camera->zoom_position, 0x1234U);
-    EXPECT_EQ(camera->focus_position, 0xABCDU);
-    ASSERT_EQ(visca_camera_zoom_tele(camera), 0);  // left unanswered
-    EXPECT_EQ(block.packet(), "8101040702FF");     // nothing more to switch on
+    block.say("900704690A0501020304FF 900704690FFF 90500020 06FF");   // the last two are too short
+    EXPECT_TRUE(await([&] { return camera->zoom_position == 0x1234U; }));
     if (link == 3) break;
     visca_suspend_link(&visca_thread_data);  // lends the link to the update
     EXPECT_EQ(visca_thread_data.camera, nullptr);
@@ -64,43 +53,38 @@ TEST(CameraThread, ReportsComeOnAndOutliveTheLink) {
       [] { return visca_thread_data.link_number == 4 && visca_thread_data.suspended == 0 && completed; }));
 }
 
+// The ends of the curves, and where their texts change form.
 TEST(Lens, ZoomAndFocusFollowTheirCurves) {
-  const std::pair<int, const char*> zooms[] = {{-1, "?"},       {0, "1.0x"},     {7042, "2.5x"},
-                                               {13426, "9.9x"}, {13428, "10x"},  {14088, "11x"},
-                                               {14089, "12x"},  {31423, "330x"}, {65535, "360x"}};
   stepped_link link;
-  char text[16];
-  for (const auto& [position, expected] : zooms) {
+  std::string zooms, fields;
+  for (const int position : {-1, 0, 7042, 13426, 13428, 14088, 14089, 31423, 65535}) {
+    char text[16];
     link.camera->zoom_position = static_cast<uint32_t>(position);
     orb_load_camera_zoom_values(nullptr, nullptr, text, sizeof text);
-    EXPECT_STREQ(text, expected) << position;
+    zooms += text + std::string(" ");
   }
+  EXPECT_EQ(zooms, "? 1.0x 2.5x 9.9x 10x 11x 12x 330x 360x ");
   orb_init_nv();
-  const auto focus = [](int units, int position, const std::string& far_and_near) {
+  for (const auto& [units, position] :
+       {std::pair(0, -1), {0, 4095}, {0, 14336}, {1, 7417}, {1, 7416}, {1, 65535}}) {
     orb_write_nv(kSettingUnits, &units, sizeof units);
     const depth_of_field field = load_depth_of_field(position);
-    EXPECT_EQ(std::string(field.far_limit) + " " + field.near_limit, far_and_near) << position;
-  };
-  focus(0, -1, "? ?");
-  focus(0, 4095, "\u221E \u221E");
-  focus(0, 14336, "8.8 m 7.2 m");  // half-way between 6 and 10
-  focus(1, 7417, "99 ft 81 ft");   // 99.5 lies between these two
-  focus(1, 7416, "100 ft 81 ft");
-  focus(1, 65535, "0.036 ft 0.03 ft");
+    fields += std::string(field.far_limit) + "/" + field.near_limit + " ";
+  }
+  EXPECT_EQ(fields, "?/? \u221E/\u221E 8.8 m/7.2 m 99 ft/81 ft 100 ft/81 ft 0.036 ft/0.03 ft ");
 }
 
+// The camera gets all that was set, in an order that it takes, and a hold's end undoes no reset.
 TEST(DefaultsWorker, SetsTheCameraUp) {
-  const struct {
-    int settings[5];  // as stored
-    std::string packets;
-  } power_ups[] = {{{1, 1, 0, 0, 0}, "6602 3402 5E03 5103 0103 370300"},
-                   {{0, 0, 1, 1, 3}, "6603 3403 5E02 5103 0102 370203"},
-                   {{9, -1, 2, 3, 4}, "6603 3402 5E02 0103 5102 370202"}};  // the defaults instead
+  const std::pair<std::array<int, 5>, std::string> power_ups[] = {
+      {{1, 1, 0, 0, 0}, "6602 3402 5E03 5103 0103 370300"},
+      {{0, 0, 1, 1, 3}, "6603 3403 5E02 5103 0102 370203"},
+      {{9, -1, 2, 3, 4}, "6603 3402 5E02 0103 5102 370202"}};  // the defaults instead
   start_trace();
   orb_init_nv();
   stepped_link link;
-  for (const auto& row : power_ups) {
-    for (uint32_t i = 0; i < 5; ++i) orb_write_nv(8 + i, &row.settings[i], sizeof(int));
+  for (const auto& [stored, packets] : power_ups) {
+    for (uint32_t i = 0; i < 5; ++i) orb_write_nv(kSettingInvertImage + i, &stored[i], sizeof(int));
     visca_thread_data.camera = nullptr;  // the worker waits for it
     link.camera->zoom_position = 0x3000;
     orb_init_camera();
@@ -109,27 +93,25 @@ TEST(DefaultsWorker, SetsTheCameraUp) {
     EXPECT_TRUE(traced("CMRA", "power up defaults;power up set;zoom direct 0;zoom actual 12288;"));
     link.camera->zoom_position = 0x10;  // still moving: two equal readings end the wait
     EXPECT_EQ(link.block.packet(350), "");
-    link.expect("3802 3900 " + row.packets);
+    link.expect("3802 3900 " + packets);
   }
-  // What is asked for later runs on the same worker.
   link.camera->zoom_position = 0;
   ASSERT_EQ(orb_set_camera_ir_filter("on"), 0);
   link.expect("5103 0102");
   keep_focus_mode(camera_mode::manual);
   keep_exposure_mode(camera_mode::manual);
-  restore_controller_defaults();
-  link.expect("4700000000 3802 3900");
-  EXPECT_EQ(file_text(paths::kZoomSpeed) + file_text(paths::kFocusMode) + file_text(paths::kFocusSpeed) +
-                file_text(paths::kExposureMode) + file_text(paths::kIntensity),
-            "3auto2auto25");
   orb_create_zoom_loop();
   write_value_file(paths::kZoomSpeed, 5);
   EXPECT_EQ(orb_trigger_zoom_loop(1, 60000), 1);  // its end must not end the reset nor bring the speed back
   link.expect("0725");
   restore_controller_defaults();
   link.expect("0700 4700000000 3802 3900");
-  EXPECT_EQ(file_text(paths::kZoomSpeed), "3");
+  EXPECT_EQ(file_text(paths::kZoomSpeed) + file_text(paths::kFocusMode) + file_text(paths::kFocusSpeed) +
+                file_text(paths::kExposureMode) + file_text(paths::kIntensity),
+            "3auto2auto25");
 }
+
+const lens_order kPosition{lens_effect::ends, nullptr, visca_camera_zoom_direct, 0x1234};
 
 // The loops without their threads: time passes when the test says so.
 struct HoldLoops : testing::Test {
@@ -148,7 +130,7 @@ struct HoldLoops : testing::Test {
     link.emplace();
   }
   void pass(int ms) {
-    for (const int64_t end = now_ns + ms * kNanosecondsPerMillisecond; now_ns < end;) {
+    for (; ms > 0; --ms) {
       now_ns += kNanosecondsPerMillisecond;
       for (hold_loop* loop : std::initializer_list<hold_loop*>{&zoom_loop, &focus_loop, &intensity_loop}) {
         const mutex_lock lock(loop->lock);
@@ -159,160 +141,115 @@ struct HoldLoops : testing::Test {
   int trigger(hold_loop& loop, int direction, int ms) {
     return trigger_hold_loop(loop, direction, ms, now_ns);
   }
-  // A hold that has had its drive and was stopped.
-  void hold_and_stop() {
-    EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
-    link->expect("0723");
-    stop_hold_loop(zoom_loop, now_ns);
-  }
-  void expect_nothing(int ms) {
-    pass(ms);
-    EXPECT_EQ(link->block.packet(20), "");
-  }
-  // The next packet, which the camera refuses.
-  void refuse(const std::string& packet) {
-    EXPECT_EQ(link->block.packet(), "810104" + packet + "FF");
-    link->hear("906003FF");
-  }
   void fill_queue() {
     while (visca_camera_auto_focus(link->camera) == 0) continue;
   }
+  // Plays a scene word by word: "in:MS" and the like are holds (60 s without a number), "stop" the end of the
+  // zoom's, "position" another's order, "lost" a lost command of another, "refused:PACKET" the next packet
+  // with the camera's refusal, "quiet:MS" time in which none comes; else it is the next packet, acknowledged.
+  void play(const std::string& scene) {
+    for (const std::string& word : words(scene)) {
+      SCOPED_TRACE(word + " of " + scene);
+      const size_t colon = std::min(word.size(), word.find(':'));
+      const std::string act = word.substr(0, colon), about = word.substr(std::min(word.size(), colon + 1));
+      const int ms = about.empty() ? 60000 : atoi(about.c_str());
+      if (act == "in" || act == "out") {
+        EXPECT_EQ(trigger(zoom_loop, act == "in" ? 1 : -1, ms), 1);
+      } else if (act == "far" || act == "brighter") {
+        EXPECT_EQ(trigger(act == "far" ? static_cast<hold_loop&>(focus_loop) : intensity_loop, 1, ms), 1);
+      } else if (act == "stop") {
+        stop_hold_loop(zoom_loop, now_ns);
+      } else if (act == "position") {
+        EXPECT_EQ(orb_order_zoom(kPosition), 0);
+      } else if (act == "lost") {
+        ++link->camera->lost_commands;
+      } else if (act == "refused") {
+        EXPECT_EQ(link->block.packet(), "810104" + about + "FF");
+        link->hear("906003FF");
+      } else if (act == "pass") {
+        pass(ms);
+      } else if (act == "quiet") {
+        pass(ms);
+        EXPECT_EQ(link->block.packet(20), "");
+      } else {
+        link->expect(word);
+      }
+    }
+  }
 };
 
-TEST_F(HoldLoops, SpeedUpWhileHeld) {
+TEST_F(HoldLoops, SpeedUpWhileHeldAndForgetItAfterwards) {
   write_value_file(paths::kZoomSpeed, 6);
   write_value_file(paths::kIntensity, 10);
-  EXPECT_EQ(trigger(zoom_loop, 1, 4400), 1);
-  EXPECT_EQ(trigger(intensity_loop, 1, 4400), 1);
-  EXPECT_EQ(trigger(zoom_loop, -1, 500), 0);
-  EXPECT_EQ(trigger(intensity_loop, 0, 500), 0);
-  link->expect("0726");
-  expect_nothing(1999);
-  pass(1);
-  link->expect("0727");
-  expect_nothing(2399);  // 7 is the fastest
-  pass(1);
-  link->expect("0700");
-  expect_nothing(1000);
+  play("in:4400 brighter:4400");
+  EXPECT_EQ(trigger(zoom_loop, -1, 500) + trigger(intensity_loop, 0, 500), 0);
+  play("0726 quiet:1999 pass:1 0727 quiet:2399 pass:1 0700");  // 7 is the fastest
   EXPECT_TRUE(traced("ZMLP", "start 6;adjust 6 7;end;"));
   EXPECT_EQ(file_text(paths::kZoomSpeed), "6");
   EXPECT_TRUE(traced("ITLP", "adjust 36 39;adjust 39 42;adjust 42 47;end;"));  // 8 * 1, 8 * 3, then 5
-  EXPECT_EQ(file_text(paths::kIntensity), "47");
+  play("brighter:520 pass:520");
+  EXPECT_TRUE(traced("ITLP", "start;adjust 47 48;adjust 48 49;end;"));
 }
 
+// A hold ends when its last request says, also when the loop's thread is late.
 TEST_F(HoldLoops, StopTurnAndExtend) {
   for (const char* path : {paths::kZoomSpeed, paths::kFocusSpeed}) write_value_file(path, "8");  // no speed
-  hold_and_stop();
-  EXPECT_EQ(trigger(zoom_loop, -1, 60000), 1);  // at once, the other way
-  link->expect("0700 0733");
-  stop_hold_loop(zoom_loop, now_ns);
-  link->expect("0700");
-  EXPECT_EQ(trigger(focus_loop, 1, 5), 1);
-  pass(5);
-  link->expect("0822 0800");
-  EXPECT_EQ(trigger(zoom_loop, 1, 200), 1);
-  pass(100);
-  EXPECT_EQ(trigger(zoom_loop, 1, 300), 1);
-  link->expect("0723");
-  expect_nothing(299);
+  play("in 0723 stop out stop 0700 0733 0700");
+  play("far:5 pass:5 0822 0800");
+  play("in:200 pass:100 in:300 0723 quiet:299");
   now_ns += kNanosecondsPerMillisecond;
-  EXPECT_EQ(trigger(zoom_loop, -1, 300), 1);  // before the thread has seen the end
-  link->expect("0700 0733");
-  for (const auto& [from, direction, messages] :
-       {std::tuple{99, 1, "start;adjust 99 100;end;"}, {1, -1, "start;adjust 1 0;end;"}}) {
-    write_value_file(paths::kIntensity, from);
-    EXPECT_EQ(trigger(intensity_loop, direction, 520), 1);
-    pass(520);
-    EXPECT_TRUE(traced("ITLP", messages));
-  }
+  play("out:300 0700 0733");
 }
 
-// A camera that was not told to move gets no stop when it comes.
+// A camera that was not told to move gets no stop when it comes; one that was gets it when there is room.
 TEST_F(HoldLoops, DriveAndStopWaitForRoom) {
   visca_thread_data.camera = nullptr;
-  EXPECT_EQ(trigger(zoom_loop, 1, 20), 1);
-  pass(20);
+  play("in:20 pass:20");
   visca_thread_data.camera = link->camera;
-  expect_nothing(1000);
-  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
+  play("quiet:1000 in");
   EXPECT_EQ(link->block.packet(), "8101040723FF");
   fill_queue();
-  stop_hold_loop(zoom_loop, now_ns);
-  pass(30);
+  play("stop pass:30");
   link->hear("9041FF");  // one place is free
   pass(5);
-  for (int i = 0; i < 126; ++i) link->expect("3802");
-  link->expect("0700");
+  for (int i = 0; i < 126; ++i) play("3802");
+  play("0700");
   fill_queue();
-  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
-  EXPECT_EQ(orb_order_zoom({lens_effect::ends, nullptr, visca_camera_zoom_direct, 1}), -1);  // ends the hold
-  EXPECT_EQ(trigger(zoom_loop, -1, 60000), 1);
-  for (int i = 0; i < 127; ++i) link->expect("3802");
-  pass(5);
-  link->expect("0733");
+  play("in");
+  EXPECT_EQ(orb_order_zoom(kPosition), -1);  // ends the hold
+  play("out");
+  for (int i = 0; i < 127; ++i) play("3802");
+  play("pass:5 0733");
 }
 
+// Refused, lost, in doubt or on a link that is gone: it is given again, and no more than that.
 TEST_F(HoldLoops, AStopIsRepeatedUntilTheCameraHasIt) {
-  hold_and_stop();
-  for (int i = 0; i < 20; ++i) {
-    refuse("0700");
-    expect_nothing(249);
-    pass(1);
-  }
-  link->expect("0700");
-  pass(505);
-  ++link->camera->lost_commands;  // another's
-  expect_nothing(1000);
-  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
-  link->expect("0723");
-  link->camera->lost_ns = now_ns;  // a late reply to it could pass for the stop's
-  stop_hold_loop(zoom_loop, now_ns);
-  link->expect("0700");
-  pass(505);
-  link->expect("0700");
-  expect_nothing(1000);
-  hold_and_stop();
+  play("in 0723 stop");
   next_link();
-  pass(5);
-  link->expect("0700");
-  expect_nothing(1000);
-  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
-  link->expect("0723");
-  visca_camera_auto_focus(link->camera);
-  stop_hold_loop(zoom_loop, now_ns);  // it waits behind it, and no second one with it
-  ++link->camera->lost_commands;
-  pass(700);
-  link->expect("3802");
-  refuse("0700");
-  pass(250);
-  link->expect("0700");
-  expect_nothing(1000);
+  play("pass:5 0700 quiet:1000 in 0723 stop");
+  for (int i = 0; i < 20; ++i) play("refused:0700 quiet:249 pass:1");
+  play("0700 pass:505 lost quiet:1000 in 0723");
+  link->camera->lost_ns = now_ns;  // a late reply to it could pass for the stop's
+  play("stop 0700 pass:505 0700 quiet:1000 in 0723");
+  visca_camera_auto_focus(link->camera);  // it waits behind it, and no second one with it
+  play("stop lost pass:700 3802 refused:0700 pass:250 0700 quiet:1000 in 0723");
+  EXPECT_EQ(orb_order_zoom({lens_effect::stops, visca_camera_zoom_stop}), 0);
+  play("0700 quiet:20");
 }
 
 // What takes the lens from a hold is repeated in the stop's place, for a second.
 TEST_F(HoldLoops, APositionEndsTheHold) {
-  const lens_order position{lens_effect::ends, nullptr, visca_camera_zoom_direct, 0x1234};
-  hold_and_stop();
+  play("in 0723 stop");
   EXPECT_EQ(link->block.packet(), "8101040700FF");
-  EXPECT_EQ(orb_order_zoom(position), 0);
+  play("position");
   link->hear("906003FF");
   now_ns = monotonic_ns();
-  for (int i = 0; i < 3; ++i) {
-    refuse("4701020304");
-    pass(250);
-  }
-  refuse("4701020304");
-  pass(250);
-  link->expect("0700");
-  expect_nothing(1000);
-  EXPECT_EQ(trigger(zoom_loop, 1, 60000), 1);
-  EXPECT_EQ(orb_order_zoom(position), 0);
-  link->expect("0723 0700 4701020304");
+  for (int i = 0; i < 4; ++i) play("refused:4701020304 pass:250");
+  play("0700 quiet:1000 in position 0723 0700 4701020304");
   EXPECT_TRUE(traced("ZMLP", "start 3;end;"));
-  expect_nothing(1000);
-  EXPECT_EQ(orb_order_zoom(position), 0);  // nothing drives: it is not watched
-  refuse("4701020304");
-  expect_nothing(1000);
+  play("quiet:1000 position refused:4701020304 quiet:1000");  // nothing drives: it is not watched
+  now_ns = monotonic_ns();
+  play("in 0723 position 0700 refused:4701020304 pass:600 4701020304");
 }
 
 // The API still runs when the daemon ends, its client may still hold the button, and a command be under way.
