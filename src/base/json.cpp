@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <optional>
@@ -108,6 +109,18 @@ bool add_number(json_object* object, const char* key, int64_t number) {
 
 bool add_flag(json_object* object, const char* key, bool is_on) {
   return add_json_member(object, key, json_object_new_boolean(is_on ? 1 : 0));
+}
+
+// Nearly every text goes in as it is.
+void append_json_string(std::string* json, std::string_view text) {
+  const auto is_escaped = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '"' || c == '\\'; };
+  if (std::ranges::none_of(text, is_escaped)) {
+    json->append(1, '"').append(text).append(1, '"');
+    return;
+  }
+  const json_owner value(json_object_new_string_len(text.data(), static_cast<int>(text.size())));
+  const char* form = value ? json_object_to_json_string_ext(value.get(), kForm) : nullptr;
+  if (form != nullptr) json->append(form);
 }
 
 std::vector<json_object*> json_elements(json_object* array) {

@@ -47,6 +47,10 @@ bool add_text(json_object* object, const char* key, const std::string& text);
 bool add_number(json_object* object, const char* key, int64_t number);
 bool add_flag(json_object* object, const char* key, bool is_on);
 
+// Appends `text` to `json` as a string in quotes, as json-c writes it with slashes unescaped; nothing when
+// memory has run out.
+void append_json_string(std::string* json, std::string_view text);
+
 // The elements of an array, for a loop over them: borrowed, and null where the array holds null. None of
 // anything else than an array.
 std::vector<json_object*> json_elements(json_object* array);

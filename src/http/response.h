@@ -32,12 +32,15 @@ int send_job_status(http_connection* connection, int result);
 // Adds {"status": "OK"} or {"status": "BAD_REQUEST"} to an answer that has other members too.
 void add_status(json_object* answer, bool good);
 
-// 200 with an object of one member (base/json.h), or with `value` as it is: null, which could not be made,
-// sends nothing. Return 0.
+// 200 with an object of one member, or with `value` as it is: null, which could not be made, sends nothing.
+// Return 0.
 int send_text(http_connection* connection, const char* key, const std::string& text);
 int send_number(http_connection* connection, const char* key, int64_t number);
 int send_flag(http_connection* connection, const char* key, bool is_on);
 int send_json(http_connection* connection, json_owner value);
+
+// 200 with what is JSON already. Returns 0.
+int send_json_text(http_connection* connection, std::string_view json);
 
 // 200 with an object that `fill` adds its members to. Returns 0.
 template <typename Fill>

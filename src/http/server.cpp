@@ -54,6 +54,19 @@ void set_accepting(http_server* server, bool accepting) {
   if (watch(server, EPOLL_CTL_MOD, server->fd, events, server)) server->accepting = accepting;
 }
 
+bool watch_connection(http_connection* connection, uint32_t events) {
+  const int operation = connection->is_watched ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+  const bool watched = watch(connection->server, operation, connection->fd, events, connection);
+  connection->is_watched |= watched;
+  return watched;
+}
+
+// A child process that has not reached its exec keeps the socket open: epoll would go on telling of it.
+void unwatch_connection(http_connection* connection) {
+  if (connection->is_watched) epoll_ctl(connection->server->epoll_fd, EPOLL_CTL_DEL, connection->fd, nullptr);
+  connection->is_watched = false;
+}
+
 // Reads away what the peer has sent beyond its request: closing over unread bytes would reset the connection
 // and could take the reply with it.
 void drain(int fd) {
@@ -65,12 +78,12 @@ void drain(int fd) {
 void close_connection(http_connection* connection) {
   http_server* server = connection->server;
   --server->active_count;
-  epoll_ctl(server->epoll_fd, EPOLL_CTL_DEL, connection->fd, nullptr);
+  unwatch_connection(connection);
   http_request_context_free(&connection->request);
   free(connection->unsent);
   connection->unsent = nullptr;
-  shutdown(connection->fd, SHUT_WR);
-  drain(connection->fd);
+  shutdown(connection->fd, SHUT_WR);  // sends what http_connection_send has kept for the end to go with
+  if (!connection->is_drained) drain(connection->fd);
   close(connection->fd);
   connection->fd = -1;
   unlink_record(connection);
@@ -81,10 +94,10 @@ void close_connection(http_connection* connection) {
 // Closes now, or when the rest of the reply is gone.
 void finish_connection(http_connection* connection) {
   if (connection->unsent == nullptr) return close_connection(connection);
+  connection->is_drained = false;
   // A client that has closed its sending side still reads, so only a writable or broken socket is of
   // interest.
-  if (!watch(connection->server, EPOLL_CTL_MOD, connection->fd, EPOLLOUT, connection))
-    close_connection(connection);
+  if (!watch_connection(connection, EPOLLOUT)) close_connection(connection);
 }
 
 void send_unsent(http_connection* connection) {
@@ -109,12 +122,23 @@ void close_stalled(http_server* server) {
 }
 
 http_route* find_route(const http_server* server, const http_request* request) {
+  const size_t length = strlen(request->path);
   for (http_route* route = server->routes; route != nullptr; route = route->next) {
-    const bool method_fits = route->method[0] == '*' || strcmp(route->method, request->method) == 0;
-    if (method_fits && strncmp(route->path, request->path, strlen(route->path)) == 0) return route;
+    if (route->path_length > length || memcmp(route->path, request->path, route->path_length) != 0) continue;
+    if (route->method[0] == '*' || strcmp(route->method, request->method) == 0) return route;
   }
   return nullptr;
 }
+
+// Whether more than the request may come from the peer: bytes behind it are here already, or it has a body
+// that no "Content-Length" announced.
+bool may_send_more(const http_request& request, size_t consumed, size_t count) {
+  const bool has_no_body = request.content_length == 0 && strcmp(request.method, "GET") != 0;
+  return consumed < count || count == kReadSize || has_no_body;
+}
+
+// What a connection that is kept has been sent so far does not wait for its end.
+void push_reply(const http_connection* connection) { set_tcp_options(connection->fd); }
 
 // Returns true when the connection has been closed or waits only for its reply to go out.
 bool answer_request(http_connection* connection) {
@@ -133,6 +157,7 @@ bool answer_request(http_connection* connection) {
     return true;
   }
   http_request_context_free(&request);
+  push_reply(connection);
   return false;
 }
 
@@ -152,8 +177,11 @@ bool read_connection(http_connection* connection, bool hung_up) {
     if (connection->route != nullptr) {
       connection->route->handler(connection, buffer, static_cast<unsigned long>(count),
                                  connection->route->user_data);
-    } else if (http_request_parse_http_header(&connection->request, buffer, static_cast<size_t>(count),
-                                              nullptr) == 0) {
+      push_reply(connection);
+    } else if (size_t consumed = 0;
+               http_request_parse_http_header(&connection->request, buffer, static_cast<size_t>(count),
+                                              &consumed) == 0) {
+      connection->is_drained = !may_send_more(connection->request, consumed, static_cast<size_t>(count));
       if (answer_request(connection)) return true;
     }  // else more is needed, or it is malformed: that gets no answer, and its peer has to hang up
   } while (hung_up && count > 0);
@@ -174,16 +202,46 @@ void serve_connection(http_connection* connection, uint32_t events) {
   close_connection(connection);
 }
 
-void accept_waiting(http_server* server) {
-  while (server->free != nullptr) {
-    if (http_server_accept_connection(server) != nullptr) continue;
+// Accepts into a free record; null when none waits, none is free or it failed (errno tells).
+http_connection* accept_connection(http_server* server) {
+  http_connection* connection = server->free;
+  if (connection == nullptr) return nullptr;
+  connection->peer = {};
+  connection->peer_length = sizeof connection->peer;
+  const int fd = accept4(server->fd, reinterpret_cast<sockaddr*>(&connection->peer), &connection->peer_length,
+                         SOCK_NONBLOCK | SOCK_CLOEXEC);
+  if (fd < 0) return nullptr;
+  ++server->active_count;
+  ++server->accepted_count;
+  unlink_record(connection);
+  push(&server->active, connection);
+  http_request_reset(&connection->request);
+  connection->fd = fd;
+  connection->is_drained = false;
+  connection->route = nullptr;
+  return connection;
+}
+
+// From here on the connection is served when it has something to read.
+bool await_request(http_connection* connection) {
+  if (watch_connection(connection, EPOLLIN | EPOLLRDHUP)) return true;
+  trace_failure("bad poll");
+  close_connection(connection);
+  return false;
+}
+
+// One connection a wake: who waits behind it wakes the thread again.
+void serve_new_connection(http_server* server) {
+  http_connection* connection = accept_connection(server);
+  if (connection == nullptr) {
     if (errno == EAGAIN) return;
     trace_failure("accept error");
     // Out of descriptors, say: not to be asked again for one wait, or epoll_wait would return at once for
     // ever.
-    set_accepting(server, false);
-    return;
+    return set_accepting(server, false);
   }
+  if (!read_connection(connection, false)) await_request(connection);
+  if (server->free == nullptr) set_accepting(server, false);
 }
 
 // Each step of http_server_init; false after tracing why.
@@ -197,6 +255,7 @@ bool open_listener(http_server* server) {
   if (setsockopt(server->fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) < 0) trace_failure("option fail");
   if (bind(server->fd, reinterpret_cast<const sockaddr*>(&server->address), sizeof server->address) < 0)
     return trace_failure("bind fail"), false;
+  set_tcp_options(server->fd);  // accepted connections inherit them
   if (listen(server->fd, server->maximum_connections) < 0) return trace_failure("listen fail"), false;
   return true;
 }
@@ -266,6 +325,7 @@ int http_server_register_handler(http_server* server, const char* method, const 
   if (route->method == nullptr) return trace_failure("null method"), free_route(route), -1;
   route->path = strdup(path);
   if (route->path == nullptr) return trace_failure("null path"), free_route(route), -1;
+  route->path_length = strlen(path);
   route->handler = handler;
   route->close_handler = close_handler;
   route->user_data = user_data;
@@ -275,29 +335,10 @@ int http_server_register_handler(http_server* server, const char* method, const 
 }
 
 http_connection* http_server_accept_connection(http_server* server) {
-  http_connection* connection = server->free;
+  http_connection* connection = accept_connection(server);
   if (connection == nullptr) return nullptr;
-  connection->peer = {};
-  connection->peer_length = sizeof connection->peer;
-  const int fd = accept4(server->fd, reinterpret_cast<sockaddr*>(&connection->peer), &connection->peer_length,
-                         SOCK_NONBLOCK | SOCK_CLOEXEC);
-  if (fd < 0) return nullptr;
-  set_tcp_options(fd);
-  if (!watch(server, EPOLL_CTL_ADD, fd, EPOLLIN | EPOLLRDHUP, connection)) {
-    trace_failure("bad poll");
-    close(fd);
-    errno = EAGAIN;
-    return nullptr;
-  }
-  ++server->active_count;
-  ++server->accepted_count;
-  unlink_record(connection);
-  push(&server->active, connection);
-  http_request_reset(&connection->request);
-  connection->fd = fd;
-  connection->route = nullptr;
   if (server->free == nullptr) set_accepting(server, false);
-  return connection;
+  return await_request(connection) ? connection : nullptr;
 }
 
 int http_server_process_events(http_server* server, int timeout_ms) {
@@ -307,7 +348,7 @@ int http_server_process_events(http_server* server, int timeout_ms) {
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = server->events[i];
     if (event.data.ptr == server) {
-      accept_waiting(server);
+      serve_new_connection(server);
     } else {
       serve_connection(static_cast<http_connection*>(event.data.ptr), event.events);
     }
@@ -324,7 +365,8 @@ void http_connection_send(http_connection* connection, const char* header, size_
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = body_length == 0 ? 1 : 2;
-  ssize_t count = sendmsg(connection->fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  // A reply and the end of its connection go out in one packet where they fit.
+  ssize_t count = sendmsg(connection->fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT | MSG_MORE);
   if (count < 0 && errno != EAGAIN && errno != EINTR) return;  // the peer is gone
   if (count < 0) count = 0;
   const auto sent = static_cast<size_t>(count);
