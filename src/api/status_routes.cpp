@@ -1,6 +1,7 @@
 // The unit as a whole: its identity and versions, and "/api/status", the one object that the operator's
 // display polls. Of each source that takes one copy, and no two locks at once.
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -50,115 +51,125 @@ unit_state load_unit() {
   return unit;
 }
 
-json_object* string(const char* text) { return json_object_new_string(text); }
+// A member's value, appended to the answer.
+using value_writer = void (*)(std::string* json, const unit_state& unit);
+
+void add_string(std::string* json, const char* text) { append_json_string(json, text); }
+void add_boolean(std::string* json, bool is_on) { json->append(is_on ? "true" : "false"); }
+
+void add_integer(std::string* json, int64_t value) {
+  char text[24];
+  json->append(text, std::to_chars(text, std::end(text), value).ptr);
+}
 
 // JSON has no number for what is not known; nor is one that is cut one.
-json_object* number(double value, int decimals) {
-  char text[32];
-  const bool is_whole = snprintf(text, sizeof text, "%.*f", decimals, value) < int{sizeof text};
-  return std::isfinite(value) && is_whole ? json_object_new_double_s(value, text) : nullptr;
+void add_decimal(std::string* json, double value, int decimals) {
+  char text[31];
+  const auto [end, error] = std::to_chars(text, std::end(text), value, std::chars_format::fixed, decimals);
+  const bool is_number = std::isfinite(value) && error == std::errc();
+  json->append(is_number ? std::string_view(text, end) : "null");
 }
 
 // --- members of the status record ---
 
 template <auto Member>
-json_object* text(const unit_state& unit) {
-  return string(unit.values.*Member);
+void text(std::string* json, const unit_state& unit) {
+  add_string(json, unit.values.*Member);
 }
 
 template <size_t Channel>
-json_object* channel(const unit_state& unit) {
-  return string(unit.values.channel[Channel]);
+void channel(std::string* json, const unit_state& unit) {
+  add_string(json, unit.values.channel[Channel]);
 }
 
 template <auto Member>
-json_object* flag(const unit_state& unit) {
-  return json_object_new_boolean(unit.values.*Member != 0);
+void flag(std::string* json, const unit_state& unit) {
+  add_boolean(json, unit.values.*Member != 0);
 }
 
 template <auto Member>
-json_object* integer(const unit_state& unit) {
-  return json_object_new_int64(unit.values.*Member);
+void integer(std::string* json, const unit_state& unit) {
+  add_integer(json, unit.values.*Member);
 }
 
 template <auto Member>
-json_object* one_decimal(const unit_state& unit) {
-  return number(unit.values.*Member, 1);
+void one_decimal(std::string* json, const unit_state& unit) {
+  add_decimal(json, unit.values.*Member, 1);
 }
 
 template <size_t Core>
-json_object* core(const unit_state& unit) {
-  return number(unit.values.core_temperature[Core], 1);
+void core(std::string* json, const unit_state& unit) {
+  add_decimal(json, unit.values.core_temperature[Core], 1);
 }
 
 template <auto Member>
-json_object* of_camera(const unit_state& unit) {
+void of_camera(std::string* json, const unit_state& unit) {
   const camera_temperature& temperature = unit.values.camera.*Member;
-  return temperature.valid ? number(temperature.value, 2) : nullptr;
+  add_decimal(json, temperature.valid ? temperature.value : NAN, 2);
 }
 
 // --- lights, laser, camera ---
 
-json_object* led_intensity(const unit_state& unit) {
+void led_intensity(std::string* json, const unit_state& unit) {
   const lighting_values& lights = unit.lighting;
   if (lights.high_beam_seconds > 0) {
     char text[16];
     snprintf(text, sizeof text, "%d s", lights.high_beam_seconds);
-    return string(text);
+    return add_string(json, text);
   }
   const bool is_fixed = strcmp(lights.mode, "off") == 0 || strcmp(lights.mode, "strip") == 0;
-  return string(is_fixed ? "" : load_led_intensity().text);
+  add_string(json, is_fixed ? "" : load_led_intensity().text);
 }
 
-json_object* camera_type(const unit_state& unit) {
-  if (unit.board == nullptr) return string("unknown");
-  return string(orb_power_board_get_board_type(unit.board) == 0 ? "basic" : "advanced");
+void camera_type(std::string* json, const unit_state& unit) {
+  if (unit.board == nullptr) return add_string(json, "unknown");
+  add_string(json, orb_power_board_get_board_type(unit.board) == 0 ? "basic" : "advanced");
 }
 
 template <camera_mode (*Kept)()>
-json_object* mode(const unit_state&) {
-  return string(mode_text(Kept()));
+void mode(std::string* json, const unit_state&) {
+  add_string(json, mode_text(Kept()));
 }
 
 template <const char* File, int Missing>
-json_object* speed(const unit_state&) {
-  return json_object_new_int(read_value_file(File).value_or(Missing));
+void speed(std::string* json, const unit_state&) {
+  add_integer(json, read_value_file(File).value_or(Missing));
 }
 
-json_object* laser_age(const unit_state& unit) {
-  return json_object_new_int(unit.board == nullptr ? -1 : unit.board->laser.invalid_count.load());
+void laser_age(std::string* json, const unit_state& unit) {
+  add_integer(json, unit.board == nullptr ? -1 : unit.board->laser.invalid_count.load());
 }
 
 // --- warnings: real or forced ---
 
-json_object* warning(bool is_on, debug_warning forced) {
-  return json_object_new_boolean(is_on || forced_warnings[forced]);
+void warning(std::string* json, bool is_on, debug_warning forced) {
+  add_boolean(json, is_on || forced_warnings[forced]);
 }
 
 template <auto Member, debug_warning Forced>
-json_object* heat(const unit_state& unit) {
-  return warning(unit.values.*Member, Forced);
+void heat(std::string* json, const unit_state& unit) {
+  warning(json, unit.values.*Member, Forced);
 }
 
-json_object* cold(const unit_state& unit) {
-  return warning(unit.values.cold || unit.values.freezing, kDebugLowTemperature);
+void cold(std::string* json, const unit_state& unit) {
+  warning(json, unit.values.cold || unit.values.freezing, kDebugLowTemperature);
 }
 
 template <auto Hold, debug_warning Forced>
-json_object* of_board(const unit_state& unit) {
-  return warning(unit.board != nullptr && unit.board->*Hold != 0, Forced);
+void of_board(std::string* json, const unit_state& unit) {
+  warning(json, unit.board != nullptr && unit.board->*Hold != 0, Forced);
 }
 
 // The board has one drive besides the tilt: what it turns is the motor type.
 template <const char* Type, debug_warning Forced>
-json_object* of_drive(const unit_state& unit) {
+void of_drive(std::string* json, const unit_state& unit) {
   const bool is_on = unit.board != nullptr && unit.board->drive_overcurrent_hold != 0;
-  return warning(is_on && strcmp(unit.values.motor_type, Type) == 0, Forced);
+  warning(json, is_on && strcmp(unit.values.motor_type, Type) == 0, Forced);
 }
 
 struct status_member {
   const char* key;
-  json_object* (*make)(const unit_state& unit);
+  value_writer add_value;
 };
 
 constexpr char kPan[] = "pan";
@@ -194,18 +205,19 @@ constexpr status_member kMembers[] = {
     {"update_available", flag<&v::update_available>},
     {"update_status", text<&v::update_status>},
     {"led_intensity", led_intensity},
-    {"led_mode", [](const unit_state& unit) { return string(unit.lighting.mode); }},
+    {"led_mode", [](auto* json, auto& unit) { add_string(json, unit.lighting.mode); }},
     {"camera_type", camera_type},
     {"exposure_mode", mode<kept_exposure_mode>},
     {"focus_mode", mode<kept_focus_mode>},
-    {"focus_position", [](const unit_state& unit) { return json_object_new_int(unit.focus_position); }},
-    {"max_depth_of_field", [](const unit_state& unit) { return string(unit.depth.far_limit); }},
-    {"min_depth_of_field", [](const unit_state& unit) { return string(unit.depth.near_limit); }},
+    {"focus_position", [](auto* json, auto& unit) { add_integer(json, unit.focus_position); }},
+    {"max_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.depth.far_limit); }},
+    {"min_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.depth.near_limit); }},
     {"focus_speed", speed<paths::kFocusSpeed, kMissingFocusSpeed>},
     {"laser_age", laser_age},
-    {"laser_distance", [](const unit_state& unit) { return string(load_laser_distance(unit.board).text); }},
-    {"zoom_position", [](const unit_state& unit) { return json_object_new_int(unit.zoom_position); }},
-    {"zoom_magnification", [](const unit_state& unit) { return string(unit.zoom_magnification); }},
+    {"laser_distance",
+     [](auto* json, auto& unit) { add_string(json, load_laser_distance(unit.board).text); }},
+    {"zoom_position", [](auto* json, auto& unit) { add_integer(json, unit.zoom_position); }},
+    {"zoom_magnification", [](auto* json, auto& unit) { add_string(json, unit.zoom_magnification); }},
     {"zoom_speed", speed<paths::kZoomSpeed, kMissingZoomSpeed>},
     {"motor_type", text<&v::motor_type>},
     {"crit_temp_warning", heat<&v::hot, kDebugCriticalTemperature>},
@@ -216,8 +228,7 @@ constexpr status_member kMembers[] = {
     {"tilt_mtr_warning", of_board<&b::tilt_overcurrent_hold, kDebugTiltMotor>},
     {"pan_mtr_warning", of_drive<kPan, kDebugPanMotor>},
     {"height_mtr_warning", of_drive<kHeight, kDebugHeightMotor>},
-    {"ctrl_seat_warning",
-     [](const unit_state&) { return json_object_new_boolean(controller_seat_warning()); }},
+    {"ctrl_seat_warning", [](auto* json, auto&) { add_boolean(json, controller_seat_warning()); }},
     {"battery_level", text<&v::battery_level>},
     {"tilt_angle", text<&v::tilt_angle>},
     {"direction", text<&v::direction>},
@@ -225,13 +236,16 @@ constexpr status_member kMembers[] = {
 };
 
 int get_status(http_connection* connection) {
+  constexpr size_t kUsualLength = 2048;
   const unit_state unit = load_unit();
-  return send_object(connection, [&unit](json_object* answer) {
-    for (const status_member& member : kMembers) {
-      json_object_object_add_ex(answer, member.key, member.make(unit),
-                                JSON_C_OBJECT_ADD_KEY_IS_NEW | JSON_C_OBJECT_KEY_IS_CONSTANT);
-    }
-  });
+  std::string json;
+  json.reserve(kUsualLength);
+  for (const status_member& member : kMembers) {
+    json.append(json.empty() ? "{\"" : ",\"").append(member.key).append("\":");
+    member.add_value(&json, unit);
+  }
+  json += '}';
+  return send_json_text(connection, json);
 }
 
 // --- identity ---
