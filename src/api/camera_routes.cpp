@@ -307,11 +307,12 @@ constexpr http_path kPaths[] = {
     {"/api/camera/zoom/increment", post<post_zoom, kZoomTele>},
     {"/api/camera/zoom/decrement", post<post_zoom, kZoomWide>},
     {"/api/camera/zoom/stop", post<post_zoom_stop>},
-    {"/api/camera/invert_image", get<get_image, kInvertImage>, put<put_image, kInvertImage>},
-    {"/api/camera/image_stabilizer", get<get_image, kImageStabilizer>, put<put_image, kImageStabilizer>},
-    {"/api/camera/sensitivity", get<get_image, kSensitivity>, put<put_image, kSensitivity>},
-    {"/api/camera/ir_filter", get<get_image, kIrFilter>, put<put_image, kIrFilter>},
-    {"/api/camera/defog", get<get_image, kDefog>, put<put_image, kDefog>},
+    {"/api/camera/invert_image", get<get_image, kInvertImage>, put<put_image, kInvertImage>.in(store_lane)},
+    {"/api/camera/image_stabilizer", get<get_image, kImageStabilizer>,
+     put<put_image, kImageStabilizer>.in(store_lane)},
+    {"/api/camera/sensitivity", get<get_image, kSensitivity>, put<put_image, kSensitivity>.in(store_lane)},
+    {"/api/camera/ir_filter", get<get_image, kIrFilter>, put<put_image, kIrFilter>.in(store_lane)},
+    {"/api/camera/defog", get<get_image, kDefog>, put<put_image, kDefog>.in(store_lane)},
 };
 
 }  // namespace

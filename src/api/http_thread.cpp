@@ -35,10 +35,17 @@ http_server* start_server() {
   }
 }
 
+int ask_lane(http_connection* connection, const char*, unsigned long, void* row) {
+  const auto* asked = static_cast<const http_route_row*>(row);
+  return answer_in_lane(asked->lane, connection, asked->handler);
+}
+
 void register_routes(http_server* server) {
   for (const route_group* group : route_groups()) {
-    for (const http_route_row& row : *group)
-      http_server_register_handler(server, row.method, row.path, row.handler, nullptr, nullptr);
+    for (const http_route_row& row : *group) {
+      http_server_register_handler(server, row.method, row.path, row.lane == nullptr ? row.handler : ask_lane,
+                                   nullptr, const_cast<http_route_row*>(&row));
+    }
   }
 }
 

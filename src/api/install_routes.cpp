@@ -51,7 +51,7 @@ int get_status(http_connection* connection) {
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/install/versions", get<get_versions>},
+    {"/api/install/versions", get<get_versions>.in(files_lane)},
     {"/api/install/status", get<get_status>},
     {"/api/install/software", post<post_install, kSoftware>},
     {"/api/install/firmware", post<post_install, kFirmware>},

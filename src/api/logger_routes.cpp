@@ -43,9 +43,12 @@ int get_files(http_connection* connection) {
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/logger/readings", get<get_readings>},   {"/api/logger/log_file", get<get_file>, post<post_file>},
-    {"/api/logger/reset", post<post_reset>},       {"/api/logger/files", get<get_files>},
-    {"/api/logger/copy", post<post_files, kCopy>}, {"/api/logger/delete", post<post_files, kDelete>},
+    {"/api/logger/readings", get<get_readings>},
+    {"/api/logger/log_file", get<get_file>.in(files_lane), post<post_file>.in(store_lane)},
+    {"/api/logger/reset", post<post_reset>.in(store_lane)},
+    {"/api/logger/files", get<get_files>.in(files_lane)},
+    {"/api/logger/copy", post<post_files, kCopy>.in(files_lane)},
+    {"/api/logger/delete", post<post_files, kDelete>.in(files_lane)},
 };
 
 }  // namespace

@@ -74,7 +74,7 @@ int put_calibration(http_connection* connection, json_object* body) {
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/magnetometer/calibration", get<get_calibration>, put<put_calibration>},
+    {"/api/magnetometer/calibration", get<get_calibration>, put<put_calibration>.in(store_lane)},
 };
 
 }  // namespace

@@ -54,14 +54,14 @@ int put_dwell(http_connection* connection, json_object* body) {
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/osd/zoom", get<get_item, kZoom>, put<put_item, kZoom>},
-    {"/api/osd/flow_direction", get<get_item, kFlowDirection>, put<put_item, kFlowDirection>},
-    {"/api/osd/date_time", get<get_item, kDateTime>, put<put_item, kDateTime>},
-    {"/api/osd/compass", get<get_item, kCompass>, put<put_item, kCompass>},
-    {"/api/osd/title", get<get_item, kTitle>, put<put_item, kTitle>},
-    {"/api/osd/operator_id", get<get_item, kOperatorId>, put<put_item, kOperatorId>},
-    {"/api/osd/color", get<get_color>, put<put_color>},
-    {"/api/osd/dwell", get<get_dwell>, put<put_dwell>},
+    {"/api/osd/zoom", get<get_item, kZoom>, put<put_item, kZoom>.in(store_lane)},
+    {"/api/osd/flow_direction", get<get_item, kFlowDirection>, put<put_item, kFlowDirection>.in(store_lane)},
+    {"/api/osd/date_time", get<get_item, kDateTime>, put<put_item, kDateTime>.in(store_lane)},
+    {"/api/osd/compass", get<get_item, kCompass>, put<put_item, kCompass>.in(store_lane)},
+    {"/api/osd/title", get<get_item, kTitle>, put<put_item, kTitle>.in(store_lane)},
+    {"/api/osd/operator_id", get<get_item, kOperatorId>, put<put_item, kOperatorId>.in(store_lane)},
+    {"/api/osd/color", get<get_color>, put<put_color>.in(store_lane)},
+    {"/api/osd/dwell", get<get_dwell>, put<put_dwell>.in(store_lane)},
 };
 
 }  // namespace

@@ -206,8 +206,8 @@ int put_zero_buffer(http_connection* connection, json_object* body) {
 constexpr http_path kPaths[] = {
     {"/api/power_board/readings", get<get_readings>},
     {"/api/power_board/read_command", get<get_read_command>, put<put_read_command>},
-    {"/api/power_board/suspend", post<post_suspended, kSuspended>},
-    {"/api/power_board/resume", post<post_suspended, kResumed>},
+    {"/api/power_board/suspend", post<post_suspended, kSuspended>.in(store_lane)},
+    {"/api/power_board/resume", post<post_suspended, kResumed>.in(store_lane)},
     {"/api/power_board/trigger", post<post_trigger>},
     {"/api/power_board/write", post<post_write>},
     {"/api/power_board/zero_buffer", put<put_zero_buffer>},

@@ -3,7 +3,8 @@
 //     body, of `json_object* body` (null when it is no JSON; http/json_body.h reads its members) or of the
 //     bytes; then of what else its row says. It answers through http/response.h and returns 0;
 //  2. its place in kPaths, behind its path: `get<function, what it is about...>`, put or post. The server
-//     takes the first row that fits a request, so a longer path stands before a shorter one that begins it;
+//     takes the first row that fits a request, so a longer path stands before a shorter one that begins it.
+//     A handler that waits for a disk, a stick or the network gets a lane: `put<...>.in(store_lane)`;
 //  3. the counts under kPaths.
 // A handler that lost its place does not compile: it is an unused function. A new file of URLs is one more
 // group in routes.h and routes.cpp.
@@ -17,18 +18,26 @@
 #include <type_traits>
 
 #include "http/json_body.h"
+#include "http/lane.h"
 #include "http/server.h"
 
 struct http_route_row {
   const char* method;
   const char* path;  // prefix
   http_handler handler;
+  http_lane* lane;  // who calls it; null: the HTTP thread
 };
+
+// What stores something, in the order of asking: settings, takes from start to stop, notes of a running take.
+extern http_lane store_lane;
+
+// What looks at stored files or asks Redis, and what changes a file that is finished.
+extern http_lane files_lane;
 
 // The rows of a group of URLs, in their order.
 using route_group = std::span<const http_route_row>;
 
-// Makes a handler of a function and of constants that it is about. HTTP thread.
+// Makes a handler of a function and of constants that it is about. HTTP thread, or its row's lane.
 template <auto Function, const auto&... About>
 int handler(http_connection* connection, const char* body, unsigned long length, void*) {
   using function = decltype(Function);
@@ -44,6 +53,9 @@ int handler(http_connection* connection, const char* body, unsigned long length,
 struct method_handler {
   const char* method;
   http_handler function;
+  http_lane* lane = nullptr;
+
+  constexpr method_handler in(http_lane& its_lane) const { return {method, function, &its_lane}; }
 };
 
 template <auto Function, const auto&... About>
@@ -81,7 +93,7 @@ constexpr auto kRows = [] {
   auto row = rows.begin();
   for (const http_path& path : Paths) {
     for (const method_handler& handler : {path.first, path.second, path.third})
-      if (handler.method != nullptr) *row++ = {handler.method, path.path, handler.function};
+      if (handler.method != nullptr) *row++ = {handler.method, path.path, handler.function, handler.lane};
   }
   return count_rows(rows) == Counts ? rows : throw "the counts are others";
 }();

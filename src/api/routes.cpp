@@ -24,4 +24,7 @@ constexpr const route_group* kGroups[] = {
 
 }  // namespace
 
+constinit http_lane store_lane{"api-store"};
+constinit http_lane files_lane{"api-files"};
+
 std::span<const route_group* const> route_groups() { return kGroups; }

@@ -279,8 +279,8 @@ int get_versions(http_connection* connection) {
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/model", get<get_identity, kModel>},
-    {"/api/serial_number", get<get_identity, kSerialNumber>},
+    {"/api/model", get<get_identity, kModel>.in(files_lane)},
+    {"/api/serial_number", get<get_identity, kSerialNumber>.in(files_lane)},
     {"/api/status", get<get_status>},
     {"/api/versions", get<get_versions>},
 };

@@ -23,7 +23,7 @@ int put_mask(http_connection* connection, json_object* body) {
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/trace/mask", get<get_mask>, put<put_mask>},
+    {"/api/trace/mask", get<get_mask>, put<put_mask>.in(store_lane)},
 };
 
 }  // namespace

@@ -278,7 +278,7 @@ constexpr http_path kPaths[] = {
     {"/api/1.0/camera", get<get_positions, kBoth>, post<post_camera>},
     {"/api/1.0/video", get<get_video>, post<post_video>},
     {"/api/1.0/lighting", get<get_lighting>, post<post_lighting>},
-    {"/api/1.0/recordings", get<get_recordings>},
+    {"/api/1.0/recordings", get<get_recordings>.in(files_lane)},
     {"/api/1.0/laser/enable", post<post_laser>},
     {"/api/1.0/laser/disable", post<post_laser>},
 };

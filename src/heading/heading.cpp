@@ -51,20 +51,19 @@ float tilt_compensated(const sensor_sample& m, const sensor_sample& a) {
   return std::atan2(x, y);  // x first: it fits the mounting
 }
 
-// What the settings hold. A save has them for as long as the disk takes; the caller, on the main loop, does
-// not wait for it but goes on with what it has read last.
+// What the settings hold.
 struct stored_calibration {
   int calibrated = 0;
   std::array<double, kCalibrationNumbers> numbers{};
 };
 
-const stored_calibration& load_stored() {
-  thread_local stored_calibration stored;
+stored_calibration load_stored() {
+  stored_calibration stored;
   std::array<nv_target, 1 + kCalibrationNumbers> targets;
   targets[0] = {kSettingMagnetometerCalibrated, &stored.calibrated, sizeof stored.calibrated};
   for (uint32_t i = 0; i < kCalibrationNumbers; ++i)
     targets[1 + i] = {kSettingMagnetometerX + i, &stored.numbers[i], sizeof stored.numbers[i]};
-  try_read_nv(targets);
+  read_nv(targets);
   return stored;
 }
 

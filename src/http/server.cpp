@@ -1,6 +1,7 @@
 #include "http/server.h"
 
 #include <fcntl.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -115,7 +116,8 @@ void close_stalled(http_server* server) {
   const int64_t now = monotonic_ns();
   for (http_connection* connection = server->active; connection != nullptr;) {
     http_connection* next = connection->next;
-    if (connection->unsent != nullptr && now - connection->progress_ns > kStallLimit_ns)
+    if (connection->held_for == nullptr && connection->unsent != nullptr &&
+        now - connection->progress_ns > kStallLimit_ns)
       close_connection(connection);
     connection = next;
   }
@@ -140,7 +142,7 @@ bool may_send_more(const http_request& request, size_t consumed, size_t count) {
 // What a connection that is kept has been sent so far does not wait for its end.
 void push_reply(const http_connection* connection) { set_tcp_options(connection->fd); }
 
-// Returns true when the connection has been closed or waits only for its reply to go out.
+// Returns true when the connection has been closed, waits only for its reply to go out, or is not ours now.
 bool answer_request(http_connection* connection) {
   http_request& request = connection->request;
   http_route* route = find_route(connection->server, &request);
@@ -152,6 +154,7 @@ bool answer_request(http_connection* connection) {
   connection->route = route;
   const int result = route->handler(connection, request.content,
                                     static_cast<unsigned long>(request.content_length), route->user_data);
+  if (connection->held_for != nullptr) return true;
   if (result <= 0 || connection->unsent != nullptr) {
     finish_connection(connection);
     return true;
@@ -244,6 +247,22 @@ void serve_new_connection(http_server* server) {
   if (server->free == nullptr) set_accepting(server, false);
 }
 
+void finish_returned(http_server* server) {
+  uint64_t count = 0;
+  if (read(server->return_fd, &count, sizeof count) < 0) return;
+  http_connection* connection = nullptr;
+  {
+    const mutex_lock lock(server->return_lock);
+    connection = std::exchange(server->returned, nullptr);
+  }
+  while (connection != nullptr) {
+    http_connection* next = connection->next_held;
+    connection->held_for = nullptr;
+    finish_connection(connection);
+    connection = next;
+  }
+}
+
 // Each step of http_server_init; false after tracing why.
 bool open_listener(http_server* server) {
   server->fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -261,12 +280,14 @@ bool open_listener(http_server* server) {
 }
 
 bool open_poll(http_server* server) {
-  const int slots = server->maximum_connections + 1;
+  const int slots = server->maximum_connections + 2;
   server->epoll_fd = epoll_create1(EPOLL_CLOEXEC);
   if (server->epoll_fd < 0) return trace_failure("poll fail"), false;
   server->events = static_cast<epoll_event*>(calloc(static_cast<size_t>(slots), sizeof(epoll_event)));
   if (server->events == nullptr) return trace_failure("events fail"), false;
-  if (!watch(server, EPOLL_CTL_ADD, server->fd, EPOLLIN, server))
+  server->return_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  if (!watch(server, EPOLL_CTL_ADD, server->fd, EPOLLIN, server) ||
+      !watch(server, EPOLL_CTL_ADD, server->return_fd, EPOLLIN, &server->returned))
     return trace_failure("poll control fail"), false;
   server->accepting = true;
   return true;
@@ -313,6 +334,7 @@ void http_server_destroy(http_server* server) {
   while (server->routes != nullptr) free_route(std::exchange(server->routes, server->routes->next));
   free(server->events);
   if (server->epoll_fd >= 0) close(server->epoll_fd);
+  if (server->return_fd >= 0) close(server->return_fd);
   if (server->fd >= 0) close(server->fd);
   delete server;
 }
@@ -343,12 +365,14 @@ http_connection* http_server_accept_connection(http_server* server) {
 
 int http_server_process_events(http_server* server, int timeout_ms) {
   const bool accepting = server->accepting;  // a listener disarmed during this call stays so for one wait
-  const int count = epoll_wait(server->epoll_fd, server->events, server->maximum_connections + 1, timeout_ms);
+  const int count = epoll_wait(server->epoll_fd, server->events, server->maximum_connections + 2, timeout_ms);
   if (count < 0 && errno != EINTR) return trace_failure("bad wait"), -1;
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = server->events[i];
     if (event.data.ptr == server) {
       serve_new_connection(server);
+    } else if (event.data.ptr == &server->returned) {
+      finish_returned(server);
     } else {
       serve_connection(static_cast<http_connection*>(event.data.ptr), event.events);
     }
@@ -356,6 +380,20 @@ int http_server_process_events(http_server* server, int timeout_ms) {
   close_stalled(server);
   if (!accepting && server->free != nullptr) set_accepting(server, true);
   return 0;
+}
+
+void http_connection_hold(http_connection* connection, http_handler handler) {
+  unwatch_connection(connection);
+  connection->is_drained = false;
+  connection->held_for = handler;
+}
+
+void http_connection_return(http_connection* connection) {
+  http_server* server = connection->server;
+  const mutex_lock lock(server->return_lock);
+  connection->next_held = std::exchange(server->returned, connection);
+  const uint64_t one = 1;
+  if (write(server->return_fd, &one, sizeof one) < 0) trace_failure("bad return");
 }
 
 void http_connection_send(http_connection* connection, const char* header, size_t header_length,

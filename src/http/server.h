@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "base/mutex.h"
 #include "http/request.h"
 
 struct http_server;
@@ -40,8 +41,10 @@ struct http_connection {
   http_connection* next = nullptr;   // in the free or the active list
   http_connection** link = nullptr;  // the pointer that points here
   int fd = -1;
-  bool is_watched = false;  // by epoll
-  bool is_drained = false;  // nothing of the peer's is left unread
+  bool is_watched = false;               // by epoll
+  bool is_drained = false;               // nothing of the peer's is left unread
+  http_handler held_for = nullptr;       // who answers instead of the server's thread
+  http_connection* next_held = nullptr;  // in its lane, then among those that came back
   sockaddr_in peer{};
   socklen_t peer_length = sizeof(sockaddr_in);
   http_route* route = nullptr;  // whose handler owns the connection
@@ -65,6 +68,9 @@ struct http_server {
   http_connection* active = nullptr;
   uint64_t active_count = 0;
   uint64_t accepted_count = 0;
+  int return_fd = -1;  // an eventfd: connections have come back
+  mutex return_lock{};
+  http_connection* returned GUARDED_BY(return_lock) = nullptr;  // linked by next_held
 };
 
 // Listens on `port` of every local address. Null on failure (traced).
@@ -79,12 +85,19 @@ int http_server_register_handler(http_server* server, const char* method, const 
 // Waits up to `timeout_ms` and serves what has happened. 0, or -1 when waiting failed.
 int http_server_process_events(http_server* server, int timeout_ms);
 
+// For a handler that has its connection answered elsewhere, and then returns 1: the server leaves the
+// connection alone until it comes back, and closes it then as after a handler's return.
+void http_connection_hold(http_connection* connection, http_handler handler);
+
+// Any thread; the connection is the server's from here on.
+void http_connection_return(http_connection* connection);
+
 // Accepts one connection into a free record; null when none waits, none is free or it failed (errno tells).
 http_connection* http_server_accept_connection(http_server* server);
 
 // Sends header and body, all of it: what the socket does not take now goes out when it is writable again; a
 // client that takes nothing for 5 s is closed. A reply that cannot be kept is cut off by closing the
-// connection.
+// connection. Whoever has the connection.
 void http_connection_send(http_connection* connection, const char* header, size_t header_length,
                           const char* body, size_t body_length);
 

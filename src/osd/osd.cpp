@@ -38,22 +38,21 @@ std::atomic<int> is_recorder_active = 0;
 // Main loop.
 ev_timer tick_timer;
 overlay_state state;
-std::array<int, kOsdItemCount> items{};  // as last read
 
 bool is_item(int item) { return item >= 0 && item < kOsdItemCount; }
 
-// While a setting is being saved, what was last read holds.
-void read_settings() {
+std::array<int, kOsdItemCount> read_items() {
+  std::array<int, kOsdItemCount> items{};
   std::array<nv_target, kOsdItemCount> targets;
   for (size_t i = 0; i < items.size(); ++i) targets[i] = {kItemSettings[i], &items[i], sizeof items[i]};
-  try_read_nv(targets);
+  read_nv(targets);
   items[kOsdLaser] = is_laser_shown;
+  return items;
 }
 
 overlay_inputs load_inputs() {
   overlay_inputs in;
-  read_settings();
-  in.items = items;
+  in.items = read_items();
   in.is_recording = is_recorder_active != 0;
   // The number first: a link that is built after it has been read is cleared in the next tick.
   in.link_number = visca_thread_data.link_number;
@@ -75,7 +74,6 @@ void on_tick(struct ev_loop*, ev_timer*, int) { step_overlay(state, load_inputs(
 
 void orb_init_osd() {
   trace(kTraceOverlay, "init");
-  read_settings();
   state = {};
 }
 

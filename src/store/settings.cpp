@@ -87,9 +87,11 @@ static_assert(are_in_order());
 using setting_bytes = std::array<char, 42>;
 using orb_nv_record = std::array<setting_bytes, kSettingCount>;
 
+// A save holds save_lock, outermost, for as long as the disk takes; nv_lock is never held meanwhile.
+mutex save_lock;
+alternating_file nv_files GUARDED_BY(save_lock) = {{paths::kSettingsFile0, paths::kSettingsFile1}};
 mutex nv_lock;
 orb_nv_record live GUARDED_BY(nv_lock);
-alternating_file nv_files GUARDED_BY(nv_lock) = {{paths::kSettingsFile0, paths::kSettingsFile1}};
 
 template <typename Number>
 void put_number(setting_bytes& bytes, Number value) {
@@ -141,16 +143,16 @@ json_object* json_value(const setting& setting, const setting_bytes& bytes) {
   }
 }
 
-json_owner build_record() REQUIRES(nv_lock) {
+json_owner make_record(const orb_nv_record& values) {
   json_owner record(json_object_new_object());
   for (size_t i = 0; record && i < kSettings.size(); ++i) {
-    if (!add_json_member(record.get(), kSettings[i].key, json_value(kSettings[i], live[i]))) return nullptr;
+    if (!add_json_member(record.get(), kSettings[i].key, json_value(kSettings[i], values[i]))) return nullptr;
   }
   return record;
 }
 
-void save() REQUIRES(nv_lock) {
-  const json_owner record = build_record();
+void save(const orb_nv_record& values) REQUIRES(save_lock) {
+  const json_owner record = make_record(values);
   const int result = record ? save_alternating_file(&nv_files, record.get()) : -2;
   if (result == -2) return trace(kTraceSettings, "storage error");
   if (result != 0) return trace(kTraceSettings, "storage failure %d", result);
@@ -183,34 +185,30 @@ bool keep_setting(const nv_source& source) REQUIRES(nv_lock) {
 }  // namespace
 
 void orb_init_nv() {
-  const mutex_lock lock(nv_lock);
+  const mutex_lock saving(save_lock);
   if (make_missing_folder(paths::kSettingsFolder))
     trace(kTraceSettings, "create '%s'", paths::kSettingsFolder);
   const json_owner record = load_alternating_file(&nv_files);
-  live = parse_values(record.get());
+  const orb_nv_record values = parse_values(record.get());
+  {
+    const mutex_lock lock(nv_lock);
+    live = values;
+  }
   if (record) return trace(kTraceSettings, "start %d from file %d", nv_files.current_id, nv_files.live);
   trace(kTraceSettings, "set defaults");
-  save();
+  save(values);
 }
 
 const char* setting_key(uint32_t index) { return kSettings[index].key; }
 
 void orb_read_nv(uint32_t index, void* buffer, int32_t length) {
-  if (index >= kSettingCount) return;  // without waiting for a save
-  const mutex_lock lock(nv_lock);
-  copy_setting(index, buffer, length);
-}
-
-bool try_read_nv(uint32_t index, void* buffer, int32_t length) {
   const nv_target target{index, buffer, length};
-  return try_read_nv({&target, 1});
+  read_nv({&target, 1});
 }
 
-bool try_read_nv(std::span<const nv_target> settings) {
-  if (!nv_lock.try_lock()) return false;
+void read_nv(std::span<const nv_target> settings) {
+  const mutex_lock lock(nv_lock);
   for (const nv_target& each : settings) copy_setting(each.index, each.buffer, each.length);
-  nv_lock.unlock();
-  return true;
 }
 
 void orb_write_nv(uint32_t index, const void* buffer, int32_t length) {
@@ -219,8 +217,13 @@ void orb_write_nv(uint32_t index, const void* buffer, int32_t length) {
 }
 
 void write_nv(std::span<const nv_source> settings) {
-  const mutex_lock lock(nv_lock);
+  const mutex_lock saving(save_lock);
   bool is_changed = false;
-  for (const nv_source& each : settings) is_changed |= keep_setting(each);
-  if (is_changed) save();
+  orb_nv_record values;
+  {
+    const mutex_lock lock(nv_lock);
+    for (const nv_source& each : settings) is_changed |= keep_setting(each);
+    values = live;
+  }
+  if (is_changed) save(values);
 }

@@ -1,6 +1,6 @@
 // The settings store: the operator's persistent choices, each saved at once to one of two alternating files
-// ("/home/orb/nv/nv00.json", "nv01.json") and flushed. Any thread; a save holds the store's lock while it
-// writes.
+// ("/home/orb/nv/nv00.json", "nv01.json") and flushed. Any thread; who writes waits for the disk, who reads never
+// does: a read tells what is being saved.
 #pragma once
 
 #include <cstdint>
@@ -45,17 +45,13 @@ const char* setting_key(uint32_t index);
 // the setting with zeros after it. An index above 33 does nothing.
 void orb_read_nv(uint32_t index, void* buffer, int32_t length);
 
-// The same for who must not wait for the disk, such as the main loop: false, with nothing copied, while a
-// save is being written.
-bool try_read_nv(uint32_t index, void* buffer, int32_t length);
-
 // The same for several, as they stand at one moment.
 struct nv_target {
   uint32_t index = 0;
   void* buffer = nullptr;
   int32_t length = 0;
 };
-bool try_read_nv(std::span<const nv_target> settings);
+void read_nv(std::span<const nv_target> settings);
 
 // Stores `length` bytes as setting `index` (fewer than its size: zeros fill the rest; more: the rest is
 // dropped) and saves the whole record before it returns. An index above 33 does nothing; failures are only

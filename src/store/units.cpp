@@ -1,6 +1,5 @@
 #include "store/units.h"
 
-#include <atomic>
 #include <cstdio>
 
 #include "store/settings.h"
@@ -17,9 +16,8 @@ constexpr double kWholeNumbers = 99.5;  // from here on without decimals
 }  // namespace
 
 bool in_feet() {
-  static std::atomic<int> units = kImperial;
-  int now = 0;
-  if (try_read_nv(kSettingUnits, &now, sizeof now)) units = now;
+  int units = 0;
+  orb_read_nv(kSettingUnits, &units, sizeof units);
   return units == kImperial;
 }
 

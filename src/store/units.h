@@ -1,8 +1,7 @@
 // The operator's units of length. Any thread.
 #pragma once
 
-// Whether lengths are shown in feet and inches (setting 20 is 1), else in metres. While a setting is being
-// saved, what was last read holds: never waits.
+// Whether lengths are shown in feet and inches (setting 20 is 1), else in metres.
 bool in_feet();
 
 // A length in metres as a number of what is shown.

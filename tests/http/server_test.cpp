@@ -8,6 +8,7 @@
 #include "api/http_thread.h"
 #include "api/routes.h"
 #include "base/clock.h"
+#include "http/lane.h"
 #include "http/response.h"
 
 namespace {
@@ -175,6 +176,58 @@ TEST(HttpServer, ServesOthersBesideSlowClients) {
   EXPECT_EQ(unit.reply_to(&sender), kOk);
   EXPECT_TRUE(unit.reply_to(&reader) == "head" + unit.large);
   EXPECT_TRUE(unit.reply_to(&half_closed) == "head" + unit.large);
+}
+
+// A client that goes meanwhile, and one that reads slowly, change nothing.
+TEST(HttpLane, AnswersInOrderWhileOthersAreServed) {
+  static http_lane lane{"lane"};
+  static std::atomic<bool> goes_on = false;
+  static std::string order;
+  const test_server unit;
+  const auto slow = [](http_connection* c, const char* body, unsigned long length, void*) {
+    while (!goes_on) sleep_ms(1);
+    order.append(body, length);
+    const std::string large(length == 1 ? 0 : 1 << 23, 'x');
+    return http_connection_send(c, order.data(), order.size(), large.data(), large.size()), 0;
+  };
+  const auto ask_lane = [](http_connection* c, auto, auto, void* its) {
+    return answer_in_lane(&lane, c, reinterpret_cast<http_handler>(its));
+  };
+  unit.route("PUT", "/slow", ask_lane, reinterpret_cast<void*>(+slow));
+  const auto put = [](const std::string& body) {
+    return "PUT /slow HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  };
+  client first(put("1")), gone(put("2")), large(put("3 ")), split, last(put("4"));
+  unit.settle();
+  for (const char byte : put("5")) {
+    split.send({&byte, 1});
+    EXPECT_EQ(unit.ask(kGet), kOk);
+  }
+  gone.drop(true);
+  EXPECT_EQ(unit.ask(kGet), kOk);
+  EXPECT_EQ(unit.server->active_count, 5U);
+  EXPECT_TRUE(unit.settle(10)) << "sleeps meanwhile";
+  goes_on = true;
+  EXPECT_EQ(unit.reply_to(&split), "123 45");
+  EXPECT_EQ(unit.reply_to(&first) + unit.reply_to(&last), "1123 4");
+  EXPECT_EQ(unit.reply_to(&large).size(), 4U + (1 << 23));
+  EXPECT_EQ(unit.server->active_count, 0U);
+}
+
+// No route waits for it, and what its handler has sent goes out at once.
+TEST(HttpServer, KeepsAConnectionThatItsHandlerKeeps) {
+  const test_server unit;
+  unit.route("GET", "/stream", [](http_connection* c, const char*, unsigned long length, void*) {
+    http_connection_send(c, "part", 4, nullptr, 0);
+    return length == 3 ? 0 : 1;
+  });
+  client one("GET /stream HTTP/1.1\r\n\r\n");
+  for (const char* all : {"part", "partpart"}) {
+    const int64_t start_ns = monotonic_ns();
+    EXPECT_TRUE(unit.serve_until([&] { return one.receive(), one.received == all; }));
+    EXPECT_LT(monotonic_ns() - start_ns, 100 * kNanosecondsPerMillisecond);
+    one.send("more");
+  }
 }
 
 // Its place would be lost for ever.

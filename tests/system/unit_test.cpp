@@ -12,8 +12,10 @@
 #include <array>
 #include <csignal>
 #include <ctime>
+#include <thread>
 
 #include "base/child_process.h"
+#include "base/clock.h"
 
 namespace {
 
@@ -75,6 +77,28 @@ TEST(unit, the_board_is_refreshed_in_a_broken_world) {
   const std::string log = read_text("/tmp/children.log");
   for (const char* lines : {"start\nentering loop...\n", "WRITE: (1) ff64\nWRITE: (1) 0019\n"})
     EXPECT_NE(log.find(lines), std::string::npos) << lines;
+}
+
+// What waits for the disk is answered in its order, and nobody else waits with it.
+TEST(unit, answers_while_its_disk_hangs) {
+  const child daemon = start_serving_daemon();
+  ctl("board", "slow fsync 1000");
+  std::vector<std::string> stored;
+  std::thread writer([&stored] {
+    for (const char* units : {"metric", "english"})
+      stored.push_back(http("PUT", "/api/setup/units", R"({"units":")" + std::string(units) + R"("})").body);
+  });
+  const int64_t start_ns = monotonic_ns();
+  usleep(200'000);
+  for (const char* path : {"status", "setup/units", "osd/zoom", "magnetometer/calibration", "camera/defog",
+                           "logger/readings", "camera/recorder/files"})
+    EXPECT_NE(http("GET", std::string("/api/") + path).body, "") << path;
+  EXPECT_EQ(http("POST", "/api/motor/tilt/stop").body, kOk);
+  EXPECT_LT(monotonic_ns() - start_ns, 900 * kNanosecondsPerMillisecond);
+  writer.join();
+  EXPECT_EQ(stored, (std::vector<std::string>{kOk, kOk}));
+  EXPECT_GE(monotonic_ns() - start_ns, 2'000 * kNanosecondsPerMillisecond);
+  EXPECT_EQ(http("GET", "/api/setup/units").body, R"({"units":"english"})");
 }
 
 // Requests, pipe lines and signals can come before the board and the camera are there.

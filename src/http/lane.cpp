@@ -1,0 +1,47 @@
+#include "http/lane.h"
+
+#include "base/thread.h"
+
+namespace {
+
+http_connection* await_request(http_lane* lane) {
+  const mutex_lock lock(lane->lock);
+  while (lane->first == nullptr) lane->asked.wait(lane->lock);
+  http_connection* connection = lane->first;
+  lane->first = connection->next_held;
+  return connection;
+}
+
+void answer(http_connection* connection, http_handler handler) {
+  const http_request& request = connection->request;
+  handler(connection, request.content, static_cast<unsigned long>(request.content_length), nullptr);
+}
+
+void* serve_for_ever(void* argument) {
+  auto* lane = static_cast<http_lane*>(argument);
+  for (;;) {
+    http_connection* connection = await_request(lane);
+    answer(connection, connection->held_for);
+    http_connection_return(connection);
+  }
+}
+
+// A thread that could not be had is asked for again.
+bool run(http_lane* lane) REQUIRES(lane->lock) {
+  if (!lane->is_running)
+    lane->is_running = start_detached_thread(lane->thread_name, serve_for_ever, lane) == 0;
+  return lane->is_running;
+}
+
+}  // namespace
+
+int answer_in_lane(http_lane* lane, http_connection* connection, http_handler handler) {
+  const mutex_lock lock(lane->lock);
+  if (!run(lane)) return answer(connection, handler), 0;
+  http_connection_hold(connection, handler);
+  connection->next_held = nullptr;
+  (lane->first == nullptr ? lane->first : lane->last->next_held) = connection;
+  lane->last = connection;
+  lane->asked.signal();
+  return 1;
+}
