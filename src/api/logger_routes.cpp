@@ -39,7 +39,7 @@ int post_reset(http_connection* connection) {
 
 int get_files(http_connection* connection) {
   trace(kTraceApi, "logger files");
-  return send_json(connection, orb_get_logger_files());
+  return send_json_text(connection, orb_get_logger_files());
 }
 
 constexpr http_path kPaths[] = {

@@ -14,6 +14,7 @@
 #include "recorder/marks.h"
 #include "recorder/metadata.h"
 #include "recorder/recorder.h"
+#include "recorder/take_list.h"
 
 namespace {
 
@@ -56,7 +57,7 @@ constexpr files_route kDelete{orb_delete_recorder_files, "delete"};
 
 int get_files(http_connection* connection) {
   trace(kTraceApi, "files");
-  return send_json(connection, orb_get_recorder_files());
+  return send_json_text(connection, orb_get_recorder_files());
 }
 
 // --- metadata: answered also when there is none, with empty texts ---

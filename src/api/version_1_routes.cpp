@@ -20,7 +20,7 @@
 #include "http/response.h"
 #include "power_board/lighting.h"
 #include "power_board/power_board.h"
-#include "recorder/finished_takes.h"
+#include "recorder/take_list.h"
 #include "visca/camera_thread.h"
 
 namespace {
@@ -265,9 +265,9 @@ int post_video(http_connection* connection, json_object* body) {
 
 int get_recordings(http_connection* connection) {
   printf("get_recordings\n");
-  json_owner list = list_recordings();
+  const std::string list = list_recordings();
   printf("Writing files response");
-  json_v1_response_handler(connection, list.release());
+  json_v1_text_response_handler(connection, list);
   return 0;
 }
 

@@ -73,7 +73,13 @@ void json_v1_response_handler(http_connection* connection, json_object* object) 
   send_form(connection, kCloseForm, json_owner(object));
 }
 
-void empty_v1_response_handler(http_connection* connection) { send_body(connection, kCloseForm, "{}"); }
+void json_v1_text_response_handler(http_connection* connection, std::string_view json) {
+  send_body(connection, kCloseForm, json);
+}
+
+void empty_v1_response_handler(http_connection* connection) {
+  json_v1_text_response_handler(connection, "{}");
+}
 
 void no_content_response_handler(http_connection* connection) { send_body(connection, kNoContentForm, {}); }
 

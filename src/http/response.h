@@ -18,6 +18,7 @@ void response_handler(http_connection* connection);
 
 // The version-1.0 routes: 200 with "Connection: close" and the object (taken over) or "{}" as its body.
 void json_v1_response_handler(http_connection* connection, json_object* object);
+void json_v1_text_response_handler(http_connection* connection, std::string_view json);
 void empty_v1_response_handler(http_connection* connection);
 
 // 204 without headers: the version-1.0 laser commands.

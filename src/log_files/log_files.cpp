@@ -14,7 +14,6 @@
 namespace {
 
 constexpr size_t kReadLimit = 1 << 20;
-constexpr char kListedPath[] = "/ApiLogs";
 
 void delete_log_file(const stored_files& kind, json_object* entry, const file_task&) {
   trace(kTraceLogger, "delete '%s'", json_text(entry, "name").c_str());
@@ -51,16 +50,17 @@ int orb_create_logger_file() {
   return replace_json_file(free_path(), readings.get()) ? 0 : -1;
 }
 
-json_owner orb_get_logger_files() {
-  json_owner list(json_object_new_array());
+std::string orb_get_logger_files() {
+  std::string json = "[";
   for (const std::string& name : file_names(paths::kUsbLogs, ".json")) {
-    json_object* file = json_object_new_object();
-    add_text(file, "path", kListedPath);
-    add_text(file, "name", name);
-    add_location(file, log_files, name);
-    json_object_array_add(list.get(), file);
+    json += json.size() == 1 ? R"({"path":"/ApiLogs","name":)" : R"(,{"path":"/ApiLogs","name":)";
+    append_json_string(&json, as_utf8(name));
+    append_location(
+        &json, log_files,
+        locate_file(file_size(path_in(paths::kUsbLogs, name)), file_size(path_in(paths::kStick, name))));
+    json += '}';
   }
-  return list;
+  return json += ']';
 }
 
 json_owner orb_get_logger_file_readings(const std::string& name) {

@@ -9,11 +9,12 @@
 // thread, at the start.
 void start_log_file_workers();
 
-// Writes the readings of now to a new log file: 0, or -1 when they cannot be made or written. HTTP thread.
+// Writes the readings of now to a new log file: 0, or -1 when they cannot be made or written. One at a time.
 int orb_create_logger_file();
 
-// Every log file with where it is and how far its copy has got. Any thread, like the rest.
-json_owner orb_get_logger_files();
+// Every log file with where it is and how far its copy has got, as the text of a JSON array. Any thread, like
+// the rest.
+std::string orb_get_logger_files();
 
 // The object in a log file; an empty one when there is no such file or it holds none.
 json_owner orb_get_logger_file_readings(const std::string& name);

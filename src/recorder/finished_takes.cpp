@@ -17,66 +17,9 @@
 
 namespace {
 
-constexpr size_t kListedIdSize = 45;
-constexpr char kEmmcStore[] = "eMMC";
-
 // What the recorder writes beside and renames.
 constexpr char kDescriptionNames[] = "[0-9a-f]*-*-*-*-*.json";
 constexpr char kCaptionNames[] = "*_[0-9]*-*-*-*-*-*.vtt";
-
-// --- listings ---
-
-json_owner listed_file(const take& t, json_object* entry, size_t index) {
-  char id[kListedIdSize];
-  copy_text(id, sizeof id, t.guid + "_" + std::to_string(index));
-  json_owner file(json_object_new_object());
-  add_text(file.get(), "id", id);
-  add_text(file.get(), "parent_id", t.guid);
-  add_text(file.get(), "path", json_text(entry, "path"));
-  add_text(file.get(), "name", json_text(entry, "name"));
-  add_text(file.get(), "asset_id", t.asset_id);
-  add_text(file.get(), "start_time", t.start_time);
-  return file;
-}
-
-using location_adder = void (*)(json_object* file, json_object* entry);
-
-void list_take(json_object* list, json_object* description, location_adder add) {
-  const take t = described_take(json_text(description, "id"), description);
-  size_t index = 0;
-  for (json_object* entry : json_elements(json_member(description, "files"))) {
-    json_owner file = listed_file(t, entry, index++);
-    add(file.get(), entry);
-    json_object_array_add(list, file.release());
-  }
-}
-
-json_owner list_takes(const char* folder, location_adder add) {
-  json_owner list(json_object_new_array());
-  for (const std::string& name : file_names(folder, ".json")) {
-    const json_owner description = load_json_file(path_in(folder, name).c_str());
-    list_take(list.get(), description.get(), add);
-  }
-  return list;
-}
-
-// Before the USB store stands the internal one.
-file_location locate_recording(const std::string& path) {
-  const int64_t emmc = file_size(path_in(paths::kVideos, path));
-  const int64_t main = file_size(path_in(paths::kUsbVideos, path));
-  if (emmc >= 0) return {kEmmcStore, emmc, main};
-  return locate_file(main, file_size(path_in(paths::kStick, path)));
-}
-
-void add_recording_location(json_object* file, json_object* entry) {
-  const file_location place = locate_recording(json_text(entry, "path"));
-  if (place.data_store == nullptr) return;
-  add_text(file, "data_store", place.data_store);
-  add_number(file, "size", place.size);
-  if (place.copied < 0) return;
-  const double part = copied_part(static_cast<double>(place.copied), static_cast<double>(place.size));
-  json_object_object_add(file, "percent_copied", json_object_new_double(part));
-}
 
 // --- deletion ---
 
@@ -136,12 +79,12 @@ void delete_take_file(const stored_files& kind, json_object* entry, const file_t
   if (is_gone && !guid.empty() && !name.empty()) remove_from_description(guid, name);
 }
 
-constinit stored_files take_files{paths::kUsbTakes,
-                                  kTraceRecorder,
-                                  nullptr,
-                                  false,
-                                  {"take-copy", "copy", copy_entry},
-                                  {"take-delete", "delete", delete_take_file}};
+constinit stored_files files_of_takes{paths::kUsbTakes,
+                                      kTraceRecorder,
+                                      nullptr,
+                                      false,
+                                      {"take-copy", "copy", copy_entry},
+                                      {"take-delete", "delete", delete_take_file}};
 
 // What takes were at their stop that are complete, or were dropped.
 void remove_needless_stops() {
@@ -153,10 +96,6 @@ void remove_needless_stops() {
   }
 }
 
-void add_take_location(json_object* file, json_object* entry) {
-  add_location(file, take_files, entry_name(entry, "name"));
-}
-
 }  // namespace
 
 void start_take_file_workers() {
@@ -165,17 +104,15 @@ void start_take_file_workers() {
   remove_needless_stops();
   remove_unfinished(paths::kUsbTakes, kDescriptionNames);
   remove_unfinished(paths::kUsbTakes, kCaptionNames);
-  start_file_workers(&take_files);
+  start_file_workers(&files_of_takes);
 }
 
-json_owner orb_get_recorder_files() { return list_takes(paths::kUsbTakes, add_take_location); }
-
-json_owner list_recordings() { return list_takes(paths::kUsbVideos, add_recording_location); }
+const stored_files& take_files() { return files_of_takes; }
 
 int orb_copy_recorder_files(json_object* list, json_owner root) {
-  return copy_stored_files(&take_files, list, std::move(root));
+  return copy_stored_files(&files_of_takes, list, std::move(root));
 }
 
 int orb_delete_recorder_files(json_object* list, json_owner root) {
-  return delete_stored_files(&take_files, list, std::move(root));
+  return delete_stored_files(&files_of_takes, list, std::move(root));
 }

@@ -1,19 +1,17 @@
-// The files of finished takes: the listing, and the jobs that copy and delete them (usb/stored_files.h).
+// The files of finished takes: the jobs that copy and delete them (usb/stored_files.h).
 // Any thread.
 #pragma once
 
 #include "base/json.h"
 
+struct stored_files;
+
 // Removes what a power cut has left half-written beside guid, descriptions and captions, and what is kept of
 // takes that are none any more, and starts the workers. Before any of those is written.
 void start_take_file_workers();
 
-// Every file that the descriptions on the USB store list, with where it is and how far its copy has got. A
-// thousand takes take some tens of milliseconds.
-json_owner orb_get_recorder_files();
-
-// The same of the older store, as version 1.0 of the API lists it: numbers, and a first store before it.
-json_owner list_recordings();
+// Where they are kept.
+const stored_files& take_files();
 
 // Copies the files that `list` names ({"name"} each) to the external stick. `root` owns the list and goes
 // when the job has ended or is refused. 0 when the worker has taken it, 1 when it is busy, -1 without a list

@@ -1,6 +1,6 @@
 // The settings store: the operator's persistent choices, each saved at once to one of two alternating files
-// ("/home/orb/nv/nv00.json", "nv01.json") and flushed. Any thread; who writes waits for the disk, who reads never
-// does: a read tells what is being saved.
+// ("/home/orb/nv/nv00.json", "nv01.json") and flushed. Any thread; who writes waits for the disk, who reads
+// never does: a read tells what is being saved.
 #pragma once
 
 #include <cstdint>

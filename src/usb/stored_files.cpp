@@ -174,21 +174,20 @@ int delete_stored_files(stored_files* kind, json_object* list, json_owner root) 
   return request(*kind, &kind->deleter, {list, std::move(root), {}}, true);
 }
 
-void add_location(json_object* file, const stored_files& kind, const std::string& name) {
-  const file_location place =
-      locate_file(file_size(path_in(kind.folder, name)), file_size(path_in(paths::kStick, name)));
-  char size[24] = "";
-  char percent[32] = "";
-  if (place.data_store != nullptr) snprintf(size, sizeof size, "%ld", static_cast<long>(place.size));
+void append_location(std::string* json, const stored_files& kind, const file_location& place) {
+  const char* store = place.data_store != nullptr ? place.data_store : kind.nowhere;
+  if (store != nullptr) json->append(",\"data_store\":\"").append(store).append(1, '"');
+  json->append(",\"size\":\"");
+  if (place.data_store != nullptr) json->append(std::to_string(place.size));
+  json->append("\",\"percent_copied\":\"");
   if (place.copied >= 0) {
     // A size of -1 counts as the largest unsigned one, of which any copy is 0.0 %: on purpose.
     const auto whole = static_cast<double>(static_cast<uint64_t>(place.size));
+    char percent[32];
     snprintf(percent, sizeof percent, "%.1f %%", 100 * copied_part(static_cast<double>(place.copied), whole));
+    json->append(percent);
   }
-  const char* store = place.data_store != nullptr ? place.data_store : kind.nowhere;
-  if (store != nullptr) add_text(file, "data_store", store);
-  add_text(file, "size", size);
-  add_text(file, "percent_copied", percent);
+  json->append(1, '"');
 }
 
 bool is_file_name(std::string_view name) {

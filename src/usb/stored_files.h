@@ -65,8 +65,8 @@ void start_file_workers(stored_files* kind);
 int copy_stored_files(stored_files* kind, json_object* list, json_owner root);
 int delete_stored_files(stored_files* kind, json_object* list, json_owner root);
 
-// Adds "data_store", "size" and "percent_copied" of the file `name`, as texts.
-void add_location(json_object* file, const stored_files& kind, const std::string& name);
+// Appends "data_store", "size" and "percent_copied", as texts, to an object that has other members.
+void append_location(std::string* json, const stored_files& kind, const file_location& place);
 
 // --- what the workers do with an entry ---
 

@@ -9,6 +9,7 @@
 #include <span>
 
 #include "recorder/bench.h"
+#include "recorder/take_list.h"
 #include "tests/scarcity.h"
 #include "usb/bench_stick.h"
 #include "usb/stored_files.h"
@@ -97,7 +98,7 @@ constexpr located kLocatedByVersion1[] = {
     {{-1, 300, 75}, ",'data_store':'Main USB','size':300,'percent_copied':0.25"},
 };
 
-void expect_listed(const std::string& in, std::span<const located> table, json_owner (*list)()) {
+void expect_listed(const std::string& in, std::span<const located> table, std::string (*list)()) {
   std::string files;
   std::string expected;
   for (size_t i = 0; i < table.size(); ++i) {
@@ -113,16 +114,57 @@ void expect_listed(const std::string& in, std::span<const located> table, json_o
   for (const char* name : {"/take.json", "/.json", "/take.JSON"}) describe(in + name, files);
   for (const char* text : {"{", "[{}]", "7"}) std::ofstream(in + "/not_" + text + ".json") << text;
   fs::create_directory(in + "/folder.json");
-  const json_owner listed = list();
-  EXPECT_EQ(swapped(json_object_to_json_string_ext(listed.get(), JSON_C_TO_STRING_NOSLASHESCAPE), '"', '\''),
-            "[" + expected + "]");
+  EXPECT_EQ(swapped(list(), '"', '\''), "[" + expected + "]");
   fs::remove_all(in);
-  EXPECT_EQ(json_object_array_length(list().get()), 0U);
+  EXPECT_EQ(list(), "[]");
 }
 
 TEST_F(stored_takes, are_listed_with_where_they_are) {
   expect_listed(paths::kUsbTakes, kLocated, orb_get_recorder_files);
   expect_listed(paths::kUsbVideos, kLocatedByVersion1, list_recordings);
+}
+
+// Whatever has changed since the last listing, by whomever.
+TEST_F(stored_takes, are_listed_as_they_are_now) {
+  const auto names = [] {
+    std::string all;
+    const std::string list = swapped(orb_get_recorder_files(), '"', '\'');
+    const std::regex name("'name':'(\\w+)'.*?'size':'(\\d*)','percent_copied':'(.*?)'");
+    for (std::sregex_iterator at(list.begin(), list.end(), name), end; at != end; ++at)
+      all += (*at)[1].str() + (*at)[2].str() + (*at)[3].str() + " ";
+    return all;
+  };
+  const auto list_only = [](const std::string& path, const char* name) {
+    describe(path, std::string("{'path':'x','name':'") + name + "'}");
+  };
+  for (const char* name : {"one", "two", "six"}) put(kTakes + "/" + name, 4);
+  list_only(kTakes + "/a.json", "one");
+  list_only(kTakes + "/b.json", "two");
+  EXPECT_EQ(names(), "one4 two4 ");
+  put(kTakes + "/one", 5);
+  list_only(kTakes + "/b.json", "six");
+  put(kStick + "/one", 5);
+  EXPECT_EQ(names(), "one5100.0 % six4 ");
+  insert(true);
+  put(kStick + "/six", 2);
+  EXPECT_EQ(names(), "one5 six450.0 % ");
+  list_only(kTakes + "/aa.json", "two");
+  fs::rename(kTakes + "/b.json", kTakes + "/c.json");
+  fs::remove(kTakes + "/one");
+  EXPECT_EQ(names(), "one two4 six450.0 % ");
+  list_only(kTakes + "/new", "two");
+  fs::rename(kTakes + "/new", kTakes + "/a.json");
+  fs::remove(kTakes + "/aa.json");
+  fs::remove(kStick + "/six");
+  EXPECT_EQ(names(), "two4 six4 ");
+  for (int i = 0; i < 20'000; ++i) put(kTakes + (i % 2 == 0 ? "/even" : "/odd"), 1);  // more than is told
+  put(kTakes + "/two", 7);
+  EXPECT_EQ(names(), "two7 six4 ");
+  fs::remove_all(kTakes);
+  EXPECT_EQ(names(), "");
+  fs::create_directory(kTakes);
+  list_only(kTakes + "/a.json", "two");
+  EXPECT_EQ(names(), "two ");
 }
 
 TEST_F(stored_takes, are_copied_when_the_stick_has_less) {

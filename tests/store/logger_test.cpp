@@ -251,7 +251,7 @@ TEST(log_files, are_read_listed_and_deleted) {
   for (const char* name : {"b.json", "d.jso", ".json"}) put(kLogs + name, "12345678");
   put("/media/usb-cpy/b.json", "12");
   EXPECT_EQ(
-      text_of(orb_get_logger_files()),
+      orb_get_logger_files(),
       R"([{"path":"/ApiLogs","name":"a.json","data_store":"Main USB","size":"9","percent_copied":""},)"
       R"({"path":"/ApiLogs","name":"b.json","data_store":"Main USB","size":"8","percent_copied":"25.0 %"},)"
       R"({"path":"/ApiLogs","name":"?.json","data_store":"Main USB","size":"0","percent_copied":""}])");
