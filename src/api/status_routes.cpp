@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 #include "api/forced_warnings.h"
 #include "api/routes.h"
@@ -133,7 +134,8 @@ void mode(std::string* json, const unit_state&) {
 
 template <const char* File, int Missing>
 void speed(std::string* json, const unit_state&) {
-  add_integer(json, read_value_file(File).value_or(Missing));
+  static recent_value recent{File, Missing};
+  add_integer(json, read_recent_value(&recent));
 }
 
 void laser_age(std::string* json, const unit_state& unit) {
@@ -175,8 +177,8 @@ struct status_member {
 constexpr char kPan[] = "pan";
 constexpr char kHeight[] = "height";
 
-// In the order of the answer.
-constexpr status_member kMembers[] = {
+// In the order of the answer. The first and the last are the status record's, which changes once a second.
+constexpr status_member kRecordMembers[] = {
     {"version", text<&v::version>},
     {"camera_signal", flag<&v::camera_reachable>},
     {"usb_pcent", text<&v::usb_percent>},
@@ -204,6 +206,9 @@ constexpr status_member kMembers[] = {
     {"storage_time_remaining", text<&v::storage_time>},
     {"update_available", flag<&v::update_available>},
     {"update_status", text<&v::update_status>},
+};
+
+constexpr status_member kLiveMembers[] = {
     {"led_intensity", led_intensity},
     {"led_mode", [](auto* json, auto& unit) { add_string(json, unit.lighting.mode); }},
     {"camera_type", camera_type},
@@ -229,22 +234,50 @@ constexpr status_member kMembers[] = {
     {"pan_mtr_warning", of_drive<kPan, kDebugPanMotor>},
     {"height_mtr_warning", of_drive<kHeight, kDebugHeightMotor>},
     {"ctrl_seat_warning", [](auto* json, auto&) { add_boolean(json, controller_seat_warning()); }},
+};
+
+constexpr status_member kLastMembers[] = {
     {"battery_level", text<&v::battery_level>},
     {"tilt_angle", text<&v::tilt_angle>},
     {"direction", text<&v::direction>},
     {"height", text<&v::height>},
 };
 
+void add_members(std::string* json, std::span<const status_member> members, const unit_state& unit) {
+  for (const status_member& member : members) {
+    json->append(",\"").append(member.key).append("\":");
+    member.add_value(json, unit);
+  }
+}
+
+// What the status record's members were, as long as the record is the same.
+struct record_text {
+  supervisor_values values;
+  std::string first;
+  std::string last;
+};
+
+const record_text& text_of_record(const unit_state& unit) {
+  static record_text kept;  // HTTP thread
+  if (kept.first.empty() || memcmp(&kept.values, &unit.values, sizeof unit.values) != 0) {
+    kept = {unit.values, "", ""};
+    add_members(&kept.first, kRecordMembers, unit);
+    add_members(&kept.last, kLastMembers, unit);
+    kept.first.front() = '{';
+    kept.last += '}';
+  }
+  return kept;
+}
+
 int get_status(http_connection* connection) {
   constexpr size_t kUsualLength = 2048;
   const unit_state unit = load_unit();
+  const record_text& record = text_of_record(unit);
   std::string json;
   json.reserve(kUsualLength);
-  for (const status_member& member : kMembers) {
-    json.append(json.empty() ? "{\"" : ",\"").append(member.key).append("\":");
-    member.add_value(&json, unit);
-  }
-  json += '}';
+  json += record.first;
+  add_members(&json, kLiveMembers, unit);
+  json += record.last;
   return send_json_text(connection, json);
 }
 

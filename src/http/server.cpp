@@ -55,17 +55,21 @@ void set_accepting(http_server* server, bool accepting) {
   if (watch(server, EPOLL_CTL_MOD, server->fd, events, server)) server->accepting = accepting;
 }
 
+// For one event: a socket that is closed behind it needs no word to epoll.
 bool watch_connection(http_connection* connection, uint32_t events) {
-  const int operation = connection->is_watched ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
-  const bool watched = watch(connection->server, operation, connection->fd, events, connection);
-  connection->is_watched |= watched;
-  return watched;
+  const int operation = connection->is_added ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+  connection->is_armed =
+      watch(connection->server, operation, connection->fd, events | EPOLLONESHOT, connection);
+  connection->is_added |= connection->is_armed;
+  return connection->is_armed;
 }
 
-// A child process that has not reached its exec keeps the socket open: epoll would go on telling of it.
+// A child process that has not reached its exec keeps the socket open: epoll would go on telling of it, and
+// the record may be another connection's by then.
 void unwatch_connection(http_connection* connection) {
-  if (connection->is_watched) epoll_ctl(connection->server->epoll_fd, EPOLL_CTL_DEL, connection->fd, nullptr);
-  connection->is_watched = false;
+  if (connection->is_armed) epoll_ctl(connection->server->epoll_fd, EPOLL_CTL_DEL, connection->fd, nullptr);
+  connection->is_added &= !connection->is_armed;
+  connection->is_armed = false;
 }
 
 // Reads away what the peer has sent beyond its request: closing over unread bytes would reset the connection
@@ -105,11 +109,13 @@ void send_unsent(http_connection* connection) {
   const ssize_t count =
       send(connection->fd, connection->unsent + connection->unsent_sent,
            connection->unsent_length - connection->unsent_sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count < 0) return close_connection(connection);
-  connection->progress_ns = monotonic_ns();
-  connection->unsent_sent += static_cast<size_t>(count);
-  if (connection->unsent_sent == connection->unsent_length) close_connection(connection);
+  if (count < 0 && errno != EAGAIN && errno != EINTR) return close_connection(connection);
+  if (count > 0) {
+    connection->progress_ns = monotonic_ns();
+    connection->unsent_sent += static_cast<size_t>(count);
+  }
+  if (connection->unsent_sent == connection->unsent_length) return close_connection(connection);
+  finish_connection(connection);
 }
 
 void close_stalled(http_server* server) {
@@ -191,14 +197,22 @@ bool read_connection(http_connection* connection, bool hung_up) {
   return false;
 }
 
+// From here on the connection is served when it has something to read.
+void await_request(http_connection* connection) {
+  if (watch_connection(connection, EPOLLIN | EPOLLRDHUP)) return;
+  trace_failure("bad poll");
+  close_connection(connection);
+}
+
 void serve_connection(http_connection* connection, uint32_t events) {
+  connection->is_armed = false;
   if (connection->unsent != nullptr) {
     const bool is_broken = (events & (EPOLLERR | EPOLLHUP)) != 0;
     return is_broken ? close_connection(connection) : send_unsent(connection);
   }
   const bool hung_up = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
   if ((events & EPOLLIN) != 0 && read_connection(connection, hung_up)) return;
-  if (!hung_up) return;
+  if (!hung_up) return await_request(connection);
   http_route* route = connection->route;
   if (route != nullptr && route->close_handler != nullptr)
     route->close_handler(connection, route->user_data, route);
@@ -220,17 +234,10 @@ http_connection* accept_connection(http_server* server) {
   push(&server->active, connection);
   http_request_reset(&connection->request);
   connection->fd = fd;
+  connection->is_added = false;
   connection->is_drained = false;
   connection->route = nullptr;
   return connection;
-}
-
-// From here on the connection is served when it has something to read.
-bool await_request(http_connection* connection) {
-  if (watch_connection(connection, EPOLLIN | EPOLLRDHUP)) return true;
-  trace_failure("bad poll");
-  close_connection(connection);
-  return false;
 }
 
 // One connection a wake: who waits behind it wakes the thread again.
@@ -360,7 +367,8 @@ http_connection* http_server_accept_connection(http_server* server) {
   http_connection* connection = accept_connection(server);
   if (connection == nullptr) return nullptr;
   if (server->free == nullptr) set_accepting(server, false);
-  return await_request(connection) ? connection : nullptr;
+  await_request(connection);
+  return connection->fd >= 0 ? connection : nullptr;
 }
 
 int http_server_process_events(http_server* server, int timeout_ms) {

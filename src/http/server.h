@@ -41,7 +41,8 @@ struct http_connection {
   http_connection* next = nullptr;   // in the free or the active list
   http_connection** link = nullptr;  // the pointer that points here
   int fd = -1;
-  bool is_watched = false;               // by epoll
+  bool is_added = false;                 // to epoll
+  bool is_armed = false;                 // epoll will tell of it, once
   bool is_drained = false;               // nothing of the peer's is left unread
   http_handler held_for = nullptr;       // who answers instead of the server's thread
   http_connection* next_held = nullptr;  // in its lane, then among those that came back
