@@ -10,6 +10,7 @@
 #include "http/request.h"
 #include "power_board/events.h"
 #include "power_board/laser.h"
+#include "power_board/link.h"
 #include "power_board/power_board.h"
 #include "sim/board/bus.h"
 #include "visca/connection.h"
@@ -47,6 +48,8 @@ void refresh_cycle(benchmark::State& state) {
   static orb_power_board board;
   static orb_application application;
   orb_power_board_init(&board, &application, 1);
+  set_wire_time(false);
+  open_bus(&board);
   uint8_t frame[kAdvancedFrameLength] = {};
   power_board_readings readings;
   const long before = allocations;
