@@ -80,7 +80,8 @@ bool record_header(http_request* request) {
     return request->content_length >= 0 && request->content_length <= kHttpContentLimit;
   }
   for (const known_header& known : kKnownHeaders) {
-    if (strcmp(request->header_name, known.name) == 0) request->*known.value = request->header_value;
+    if (*request->header_name == *known.name && strcmp(request->header_name, known.name) == 0)
+      request->*known.value = request->header_value;
   }
   return true;
 }
