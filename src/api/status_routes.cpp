@@ -65,10 +65,9 @@ void add_integer(std::string* json, int64_t value) {
 
 // JSON has no number for what is not known; nor is one that is cut one.
 void add_decimal(std::string* json, double value, int decimals) {
-  char text[31];
-  const auto [end, error] = std::to_chars(text, std::end(text), value, std::chars_format::fixed, decimals);
-  const bool is_number = std::isfinite(value) && error == std::errc();
-  json->append(is_number ? std::string_view(text, end) : "null");
+  char text[32];
+  const bool is_whole = snprintf(text, sizeof text, "%.*f", decimals, value) < int{sizeof text};
+  json->append(std::isfinite(value) && is_whole ? text : "null");
 }
 
 // --- members of the status record ---

@@ -1,14 +1,13 @@
 #include "base/file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-
-namespace fs = std::filesystem;
+#include <memory>
 
 namespace {
 
@@ -20,10 +19,18 @@ void keep_mode(int fd, const char* path) {
   if (stat(path, &old) == 0) fchmod(fd, old.st_mode & 07777);
 }
 
+struct folder_closer {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+
 template <typename Visit>
-void for_each_entry(const char* folder, Visit visit) {
-  std::error_code error;
-  for (fs::directory_iterator at(folder, error), end; at != end; at.increment(error)) visit(*at);
+void for_each_entry(const char* path, Visit visit) {
+  const std::unique_ptr<DIR, folder_closer> folder(opendir(path));
+  if (!folder) return;
+  while (const dirent* entry = readdir(folder.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") visit(*entry);
+  }
 }
 
 }  // namespace
@@ -124,18 +131,19 @@ int64_t file_size(const std::string& path) {
 
 std::vector<std::string> names_in(const char* folder) {
   std::vector<std::string> names;
-  for_each_entry(folder, [&](const fs::directory_entry& entry) { names.push_back(entry.path().filename()); });
+  for_each_entry(folder, [&](const dirent& entry) { names.emplace_back(entry.d_name); });
   return names;
 }
 
 // The entry knows its type without a look at the file, on most file systems.
 std::vector<std::string> file_names(const char* folder, std::string_view end) {
   std::vector<std::string> names;
-  for_each_entry(folder, [&](const fs::directory_entry& entry) {
-    std::error_code error;
-    const std::string name = entry.path().filename();
-    const bool is_fit = name.size() > end.size() && name.ends_with(end);
-    if (is_fit && entry.is_regular_file(error) && !entry.is_symlink(error)) names.push_back(name);
+  for_each_entry(folder, [&](const dirent& entry) {
+    const std::string_view name = entry.d_name;
+    if (name.size() <= end.size() || !name.ends_with(end)) return;
+    const bool is_file =
+        entry.d_type == DT_UNKNOWN ? file_size(path_in(folder, entry.d_name)) >= 0 : entry.d_type == DT_REG;
+    if (is_file) names.emplace_back(name);
   });
   std::ranges::sort(names);
   return names;

@@ -1,11 +1,11 @@
 #include "installer/installer.h"
 
 #include <glob.h>
+#include <sys/stat.h>
 
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -56,8 +56,8 @@ std::string find_archive() {
   const std::unique_ptr<glob_t, decltype(&globfree)> owner(&found, globfree);
   if (glob(paths::kUpdateArchives, 0, nullptr, &found) != 0) return "";
   for (size_t i = found.gl_pathc; i > 0; --i) {
-    std::error_code error;
-    if (std::filesystem::is_regular_file(found.gl_pathv[i - 1], error)) return found.gl_pathv[i - 1];
+    struct stat info {};
+    if (stat(found.gl_pathv[i - 1], &info) == 0 && S_ISREG(info.st_mode)) return found.gl_pathv[i - 1];
   }
   return "";
 }

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <sstream>
+#include <cstdlib>
 #include <utility>
 
 #include "base/clock.h"
@@ -67,10 +67,16 @@ void mount_plugged(stick_visit* visit) {
 
 // 0 when the statistics cannot be read: a stick that has gone has nothing in flight.
 unsigned long long requests_in_flight() {
-  std::istringstream fields(read_file(paths::kStickStatistics, kStatisticsLimit).value_or(""));
+  const std::string fields = read_file(paths::kStickStatistics, kStatisticsLimit).value_or("");
+  const char* at = fields.c_str();
   unsigned long long value = 0;
-  for (int field = 0; field < kInFlightField; ++field) fields >> value;
-  return fields ? value : 0;
+  for (int field = 0; field < kInFlightField; ++field) {
+    char* end = nullptr;
+    value = strtoull(at, &end, 10);
+    if (end == at) return 0;
+    at = end;
+  }
+  return value;
 }
 
 void try_eject() {
