@@ -21,6 +21,7 @@
 
 #include "base/clock.h"
 #include "base/paths.h"
+#include "base/thread.h"
 #include "system/unit.h"
 
 namespace {
@@ -55,18 +56,20 @@ void serve_link(int fd) {
   close(fd);
 }
 
-int listen_as_camera(uint16_t port) {
+int listen_on(const char* host, uint16_t port) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int on = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
-  inet_pton(AF_INET, "192.168.0.127", &address.sin_addr);
+  inet_pton(AF_INET, host, &address.sin_addr);
   if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 4) != 0)
-    perror("bench: the camera's port");
+    perror("bench: a port");
   return fd;
 }
+
+int listen_as_camera(uint16_t port) { return listen_on("192.168.0.127", port); }
 
 void play_camera() {
   for (;;) {
@@ -89,9 +92,33 @@ double percentile(std::vector<double> values, double part) {
   return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1))];
 }
 
+// What two threads of this machine need to connect, ask and answer.
+double round_trip_ms() {
+  constexpr int kRounds = 200;
+  const int listener = listen_on("127.0.0.1", 1001);
+  std::thread echo([listener] {
+    for (int i = 0; i < kRounds; ++i) {
+      const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+      char byte = 0;
+      if (recv(fd, &byte, 1, 0) == 1) send(fd, &byte, 1, MSG_NOSIGNAL);
+      close(fd);
+    }
+  });
+  std::vector<double> times_ms;
+  for (int i = 0; i < kRounds; ++i) {
+    usleep(10'000);
+    const int64_t start = monotonic_ns();
+    tell(connect_to(1001), "x");
+    times_ms.push_back(static_cast<double>(monotonic_ns() - start) * 1e-6);
+  }
+  echo.join();
+  close(listener);
+  return percentile(times_ms, 0.5);
+}
+
 void measure_request_to_camera() {
   std::vector<double> times_ms;
-  for (int i = 0; i < 50; ++i) {
+  for (int i = 0; i < 200; ++i) {
     zoom_arrived_ns = 0;
     const int64_t start = monotonic_ns();
     http("POST", "/api/camera/zoom/increment");
@@ -100,8 +127,11 @@ void measure_request_to_camera() {
     http("POST", "/api/camera/zoom/stop");
     usleep(350'000);  // acknowledged, nothing outstanding
   }
-  printf("request to the first VISCA byte: median %.3f ms, 90 %% %.3f ms\n", percentile(times_ms, 0.5),
-         percentile(times_ms, 0.9));
+  const double round_trip = round_trip_ms();
+  printf(
+      "request to the first VISCA byte: median %.3f ms, 99 %% %.3f ms; a round trip %.3f ms, %.2f of that\n",
+      percentile(times_ms, 0.5), percentile(times_ms, 0.99), round_trip,
+      percentile(times_ms, 0.5) / round_trip);
 }
 
 // Times of the refresh lines of the last `seconds`, from the service log.
@@ -118,31 +148,60 @@ std::vector<double> refresh_times_ms(size_t from) {
   return times;
 }
 
-// How far each refresh lies from a steady 100 ms grid.
+constexpr double kLate_ms = 5;
+constexpr double kRefresh_ms = 100;
+
+// How far each lies from a steady 100 ms grid: that of its ten seconds, because the wall clock is corrected
+// meanwhile.
+std::vector<double> grid_distances_ms(const std::vector<double>& times) {
+  constexpr size_t kGridLength = 100;
+  std::vector<double> distances;
+  for (size_t first = 0; first < times.size(); first += kGridLength) {
+    std::vector<double> offsets;
+    for (size_t i = first; i < std::min(first + kGridLength, times.size()); ++i)
+      offsets.push_back(times[i] - kRefresh_ms * static_cast<double>(i));
+    const double middle = percentile(offsets, 0.5);
+    for (const double offset : offsets) distances.push_back(std::fabs(offset - middle));
+  }
+  return distances;
+}
+
+double percent_in_time(const std::vector<double>& distances) {
+  const auto good = std::ranges::count_if(distances, [](double distance) { return distance <= kLate_ms; });
+  return 100.0 * static_cast<double>(good) / static_cast<double>(distances.size());
+}
+
 void print_refreshes(const char* world, const std::vector<double>& times) {
-  std::vector<double> offsets;
-  for (size_t i = 0; i < times.size(); ++i)
-    offsets.push_back(times[i] - times[0] - 100.0 * static_cast<double>(i));
-  const double middle = percentile(offsets, 0.5);
-  for (double& offset : offsets) offset = std::fabs(offset - middle);
+  const std::vector<double> distances = grid_distances_ms(times);
   double gap = 0;
   for (size_t i = 1; i < times.size(); ++i) gap = std::max(gap, times[i] - times[i - 1]);
-  const auto good = std::count_if(offsets.begin(), offsets.end(), [](double offset) { return offset <= 5; });
   printf("refreshes, %-17s %4zu, %6.2f %% within 5 ms of their time, worst %.0f ms, longest gap %.0f ms\n",
-         world, times.size(), 100.0 * static_cast<double>(good) / static_cast<double>(times.size()),
-         percentile(offsets, 1), gap);
+         world, times.size(), percent_in_time(distances), percentile(distances, 1), gap);
+}
+
+// How late somebody is who only sleeps, with the same precedence: what the machine does to anybody.
+std::vector<double> sleep_beside(const std::atomic<bool>& ended) {
+  run_before_others();
+  std::vector<double> late_ms;
+  for (int64_t next_ns = monotonic_ns(); !ended;) {
+    next_ns += static_cast<int64_t>(kRefresh_ms) * kNanosecondsPerMillisecond;
+    const timespec next{next_ns / 1'000'000'000, next_ns % 1'000'000'000};
+    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
+    late_ms.push_back(static_cast<double>(monotonic_ns() - next_ns) * 1e-6);
+  }
+  return late_ms;
 }
 
 // Eight clients read as fast as they can and write a hundred times a second together; beside them `act`.
 void measure_refreshes(
-    const char* world, manner manner, double seconds, void (*act)() = [] {}) {
+    const char* world, manner manner, double seconds, void (*act)(int64_t end_ns) = [](int64_t) {}) {
   camera_manner = manner;
   usleep(500'000);
   const size_t from = read_text("/media/usb99/trace").size();
   std::atomic<bool> ended = false;
   std::atomic<long> requests = 0;
   std::vector<std::thread> clients;
-  clients.reserve(8);
+  clients.reserve(9);
   for (int i = 0; i < 8; ++i) {
     clients.emplace_back([&ended, &requests] {
       int64_t next_write = monotonic_ns();
@@ -156,13 +215,16 @@ void measure_refreshes(
       }
     });
   }
+  std::vector<double> late_ms;
+  clients.emplace_back([&] { late_ms = sleep_beside(ended); });
   const int64_t end_ns = monotonic_ns() + static_cast<int64_t>(seconds * 1e9);
-  act();
+  act(end_ns);
   sleep_ms((end_ns - monotonic_ns()) / kNanosecondsPerMillisecond);
   ended = true;
   for (std::thread& client : clients) client.join();
   print_refreshes(world, refresh_times_ms(from));
-  printf("  meanwhile %.0f reads a second\n", static_cast<double>(requests) / seconds);
+  printf("  meanwhile %.0f reads a second; one who only sleeps: %.2f %%, worst %.0f ms\n",
+         static_cast<double>(requests) / seconds, percent_in_time(late_ms), percentile(late_ms, 1));
 }
 
 // What the display polls, with its connection; a plain read beside it tells what of it the connection costs.
@@ -236,13 +298,11 @@ void measure_during_copy() {
 }
 
 double cpu_s(pid_t pid) {
-  std::istringstream fields(read_text("/proc/" + std::to_string(pid) + "/stat"));
-  std::string skipped;
-  double user = 0;
-  double system = 0;
-  for (int i = 0; i < 13; ++i) fields >> skipped;
-  fields >> user >> system;
-  return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+  clockid_t clock = 0;
+  timespec used{};
+  clock_getcpuclockid(pid, &clock);
+  clock_gettime(clock, &used);
+  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
 }
 
 double resident_mib(pid_t pid) {
@@ -277,11 +337,11 @@ bool is_stick(const char* state) {
 
 // Whatever can wait does: a reset of the logger and a setting (the API waits for their flushes), a stick that
 // comes, is ejected and comes again, and within the minute the logger's save.
-void keep_the_disks_waiting() {
-  for (const char* call : {"slow fsync 2000", "slow mount 3000"}) ctl("board", call);
+void keep_the_disks_waiting(int64_t end_ns) {
   bool all = http("POST", "/api/logger/reset").body == kOk;
   all = http("PUT", "/api/camera/defog", R"({"defog":"low"})").body == kOk && all;
-  for (int i = 0; i < 2; ++i) {
+  constexpr int64_t kStickTakes_ns = 20'000'000'000;
+  while (monotonic_ns() + kStickTakes_ns < end_ns) {
     write_text("/dev/usb_ext1", "");
     all = is_stick(R"("inserted")") && all;
     all = http("POST", "/api/eject").body == kOk && is_stick(R"("ejected")") && all;
@@ -291,25 +351,29 @@ void keep_the_disks_waiting() {
   if (!all) puts("bench: not all was done");
 }
 
-void measure_worlds(child& redis) {
-  measure_refreshes("camera answering", manner::answering, 10);
-  measure_refreshes("camera absent", manner::absent, 10);
-  measure_refreshes("camera silent", manner::silent, 10);
-  measure_refreshes("camera flapping", manner::flapping, 10);
+// `seconds` of refreshes in each.
+void measure_worlds(child& redis, double seconds) {
+  measure_refreshes("camera answering", manner::answering, seconds);
+  measure_refreshes("camera absent", manner::absent, seconds);
+  measure_refreshes("camera silent", manner::silent, seconds);
+  measure_refreshes("camera flapping", manner::flapping, seconds);
   const int encoder = listen_as_camera(80);  // the kernel accepts for it
-  measure_refreshes("encoder silent", manner::answering, 15);
+  measure_refreshes("encoder silent", manner::answering, seconds);
   close(encoder);
   redis.signal(SIGSTOP);
-  measure_refreshes("redis frozen", manner::answering, 15);
-  measure_refreshes("all of it waits", manner::answering, 65, keep_the_disks_waiting);
+  measure_refreshes("redis frozen", manner::answering, seconds);
+  for (const char* call : {"slow fsync 2000", "slow mount 3000"}) ctl("board", call);
+  measure_refreshes("all of it waits", manner::answering, std::max(seconds, 65.0), keep_the_disks_waiting);
   for (const char* call : {"slow fsync 0", "slow mount 0"}) ctl("board", call);
   redis = child();
-  measure_refreshes("redis stopped", manner::answering, 10);
+  measure_refreshes("redis stopped", manner::answering, seconds);
 }
 
 }  // namespace
 
-int main(int count, char**) {
+// With an argument only the board's refresh, so many seconds in each world.
+int main(int count, char** arguments) {
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   signal(SIGPIPE, SIG_IGN);
   write_text("/media/usb99/trace_mask", "0x00010000");
   child redis = start_redis();
@@ -319,13 +383,13 @@ int main(int count, char**) {
   if (!await_api()) return 1;
   measure_while("a completion", [] { return access(paths::kTakeGuid, F_OK) == 0; });
   usleep(3'000'000);
-  if (count > 1) return measure_worlds(redis), 0;  // only the board's refresh
+  if (count > 1) return measure_worlds(redis, strtod(arguments[1], nullptr)), 0;
   measure_request_to_camera();
   measure_idle(daemon.pid());
   for (const char* path : {"/api/camera/focus/speed", "/api/status"}) measure_status(path, 1, 2000);
   measure_status("/api/status", 8, 2000);
   measure_during_copy();
-  measure_worlds(redis);
+  measure_worlds(redis, 10);
   measure_growth(daemon.pid());
   return 0;
 }
