@@ -1,6 +1,7 @@
 #include "http/lane.h"
 
 #include "base/thread.h"
+#include "http/response.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ bool run(http_lane* lane) REQUIRES(lane->lock) {
 int answer_in_lane(http_lane* lane, http_connection* connection, http_handler handler) {
   const mutex_lock lock(lane->lock);
   if (!run(lane)) return answer(connection, handler), 0;
-  http_connection_hold(connection, handler);
+  if (!http_connection_hold(connection, handler)) return send_job_status(connection, 1);
   connection->next_held = nullptr;
   (lane->first == nullptr ? lane->first : lane->last->next_held) = connection;
   lane->last = connection;

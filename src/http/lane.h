@@ -14,6 +14,7 @@ struct http_lane {
   http_connection* last GUARDED_BY(lock) = nullptr;
 };
 
-// Has the lane call `handler` with the request, which then closes as if a handler had returned. Without a
-// thread it is called here. Returns what the handler that asks has to return. HTTP thread.
+// Has the lane call `handler` with the request, whose connection then closes as if a handler had returned.
+// Without a thread it is called here; when too many wait the answer is "BUSY". Returns what the handler that
+// asks has to return. HTTP thread.
 int answer_in_lane(http_lane* lane, http_connection* connection, http_handler handler);

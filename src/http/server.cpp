@@ -265,6 +265,7 @@ void finish_returned(http_server* server) {
   while (connection != nullptr) {
     http_connection* next = connection->next_held;
     connection->held_for = nullptr;
+    --server->held_count;
     finish_connection(connection);
     connection = next;
   }
@@ -390,10 +391,14 @@ int http_server_process_events(http_server* server, int timeout_ms) {
   return 0;
 }
 
-void http_connection_hold(http_connection* connection, http_handler handler) {
+bool http_connection_hold(http_connection* connection, http_handler handler) {
+  http_server* server = connection->server;
+  if (server->held_count >= server->maximum_connections - kHttpFreeOfHeld) return false;
+  ++server->held_count;
   unwatch_connection(connection);
   connection->is_drained = false;
   connection->held_for = handler;
+  return true;
 }
 
 void http_connection_return(http_connection* connection) {

@@ -69,6 +69,7 @@ struct http_server {
   http_connection* active = nullptr;
   uint64_t active_count = 0;
   uint64_t accepted_count = 0;
+  int held_count = 0;
   int return_fd = -1;  // an eventfd: connections have come back
   mutex return_lock{};
   http_connection* returned GUARDED_BY(return_lock) = nullptr;  // linked by next_held
@@ -87,8 +88,10 @@ int http_server_register_handler(http_server* server, const char* method, const 
 int http_server_process_events(http_server* server, int timeout_ms);
 
 // For a handler that has its connection answered elsewhere, and then returns 1: the server leaves the
-// connection alone until it comes back, and closes it then as after a handler's return.
-void http_connection_hold(http_connection* connection, http_handler handler);
+// connection alone until it comes back, and closes it then as after a handler's return. False when so many
+// are held that the rest is needed for who waits for nothing.
+inline constexpr int kHttpFreeOfHeld = 3;
+bool http_connection_hold(http_connection* connection, http_handler handler);
 
 // Any thread; the connection is the server's from here on.
 void http_connection_return(http_connection* connection);

@@ -80,8 +80,8 @@ int observer_seats() {
   return table.observer_limit;
 }
 
-// Saved first and without the lock: a save waits for the disk, the tick must not. Only the HTTP server thread
-// sets the limit.
+// Saved first and without the lock: a save waits for the disk, the tick must not. One thread at a
+// time sets the limit (api-store).
 void set_observer_seats(int limit) {
   orb_write_nv(kSettingViewerSeats, &limit, sizeof limit);
   const mutex_lock lock(seat_lock);

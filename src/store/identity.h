@@ -22,6 +22,6 @@ void load_release();  // start-up
 void orb_load_supervisor_software_version(char* text, size_t size);
 
 // "Dewalt" or "Indipro": kept in Redis and in the unit's configuration; the board's thresholds follow at the
-// next start. -1 for any other text. HTTP thread; waits at most 0.05 s for Redis, and for the file's
+// next start. -1 for any other text. One at a time; waits at most 0.05 s for Redis, and for the file's
 // flush.
 int orb_set_supervisor_battery_type(const char* type);

@@ -5,6 +5,8 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <deque>
+
 #include "api/http_thread.h"
 #include "api/routes.h"
 #include "base/clock.h"
@@ -206,11 +208,17 @@ TEST(HttpLane, AnswersInOrderWhileOthersAreServed) {
   gone.drop(true);
   EXPECT_EQ(unit.ask(kGet), kOk);
   EXPECT_EQ(unit.server->active_count, 5U);
+  std::deque<client> more;
+  for (int i = 5; i < kHttpConnections - kHttpFreeOfHeld; ++i) more.emplace_back(put("6"));
+  unit.settle();
+  EXPECT_TRUE(unit.ask(put("7")).ends_with(R"({"status":"BUSY"})")) << "places are kept for others";
   EXPECT_TRUE(unit.settle(10)) << "sleeps meanwhile";
   goes_on = true;
+  EXPECT_EQ(unit.reply_to(&more.back()), "123 45" + std::string(more.size(), '6'));
   EXPECT_EQ(unit.reply_to(&split), "123 45");
   EXPECT_EQ(unit.reply_to(&first) + unit.reply_to(&last), "1123 4");
   EXPECT_EQ(unit.reply_to(&large).size(), 4U + (1 << 23));
+  for (client& one : more) unit.reply_to(&one);
   EXPECT_EQ(unit.server->active_count, 0U);
 }
 
