@@ -1,13 +1,8 @@
 // The trace log to the byte, and its mask by file and by call.
 #include "base/trace.h"
 
-#include <fcntl.h>
-
-#include <fstream>
-#include <regex>
-
-#include "tests/await.h"
 #include "tests/files.h"
+#include "tests/kit.h"
 
 std::string flushed;
 
@@ -93,18 +88,12 @@ TEST(trace_log, keeps_nobody_waiting_for_the_stick) {
 
 TEST(trace_mask, by_file_and_by_call) {
   start("1f");
-  const std::pair<std::string_view, uint32_t> rows[] = {// the mask afterwards
-                                                        {"0x2F\n", 0x2F},
-                                                        {"xyz\n", 0x2F},
-                                                        {" 0x4f and more\n", 0x4F},
-                                                        {"\n6F\n", 0x4F},
-                                                        {"000000000000005F", 0}};
+  const char* const kTexts =  // with the mask afterwards
+      "0x2F\n>0000002F|xyz\n>0000002F| 0x4f and more\n>0000004F|\n6F\n>0000004F|000000000000005F>00000000";
   std::string expected = "start mask 0x0000001F|\n";
-  for (const auto& [text, mask] : rows) {
+  for (const auto& [text, mask] : rows_of(kTexts)) {
     write_all(unique_fd(open(paths::kTraceMask, O_WRONLY)).get(), text);  // one event
-    char line[32];
-    snprintf(line, sizeof line, "modify mask 0x%08X|\n", mask);
-    expected += line;
+    expected += "modify mask 0x" + mask + "|\n";
     EXPECT_TRUE(await([&] { return traced() == expected; })) << traced() << expected;
   }
   EXPECT_EQ(set_trace_mask(0xAB), 0);

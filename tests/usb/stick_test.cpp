@@ -1,6 +1,4 @@
 // The external stick through its life: a folder that is really mounted and unmounted stands for it.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include "api/api_client.h"
 #include "base/trace_reader.h"
