@@ -64,3 +64,5 @@ inline std::vector<std::pair<std::string, std::string>> rows_of(const std::strin
     rows.emplace_back(first, second);
   return rows;
 }
+
+inline bool contains(std::string_view text, std::string_view part) { return text.find(part) != text.npos; }

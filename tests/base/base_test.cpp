@@ -5,7 +5,6 @@
 #include "base/redis_exchange.h"
 #include "base/redis_server.h"
 #include "store/identity.h"
-#include "tests/kit.h"
 #include "tests/scarcity.h"
 
 namespace {

@@ -2,7 +2,6 @@
 #include "base/trace.h"
 
 #include "tests/files.h"
-#include "tests/kit.h"
 
 std::string flushed;
 
@@ -24,7 +23,7 @@ void start(std::string_view mask) {
   init_trace();
   ASSERT_TRUE(await([] {
     for (const auto& fd : fs::directory_iterator("/proc/self/fdinfo"))
-      if (content(fd.path().c_str()).find("inotify wd") != std::string::npos) return true;
+      if (contains(content(fd.path().c_str()), "inotify wd")) return true;
     return false;
   })) << "the mask is not watched";
 }
@@ -70,20 +69,20 @@ TEST(trace_log, keeps_nobody_waiting_for_the_stick) {
   EXPECT_TRUE(await([&] {
     for (ssize_t count; (count = read(stick.get(), block, sizeof block)) > 0;)
       text.append(block, static_cast<size_t>(count));
-    return text.find("-0001") != std::string::npos;
+    return contains(text, "-0001");
   }));
   last.join();
   std::istringstream lines(text.substr(text.find('\n') + 1));
   long next = 0;
   for (std::string line; std::getline(lines, line) && line.find("-0001") == std::string::npos;) {
-    if (line.find("lost") != std::string::npos) {
+    if (contains(line, "lost")) {
       next += strtol(line.c_str(), nullptr, 10);
     } else {
       ASSERT_EQ(strtol(line.c_str() + 6, nullptr, 10), next++);
     }
   }
   EXPECT_EQ(next, 20'000);
-  EXPECT_NE(text.find(" lines lost\n"), std::string::npos);
+  EXPECT_TRUE(contains(text, " lines lost\n"));
 }
 
 TEST(trace_mask, by_file_and_by_call) {

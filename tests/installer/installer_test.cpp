@@ -2,7 +2,6 @@
 #include "installer/installer.h"
 
 #include "base/trace_reader.h"
-#include "tests/kit.h"
 
 namespace {
 
@@ -40,8 +39,7 @@ TEST(installer, shows_the_progress_of_the_script_and_refuses_a_second_update) {
     EXPECT_EQ(status(), "none|0 of 0|not active|not active");
   }
   for (const char* version : {"2.3.9", "2.4.0 $(id)'s"}) put_archive(version);
-  const std::string long_word(140, 'x');
-  const std::string accents = "1\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9";
+  const std::string long_word(140, 'x'), accents = "1\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9\u00E9";
   const std::tuple<std::string, std::string, std::string> lines[] = {
       // as printed, in the progress file, and as shown
       {"stage:copying files", "stage:copying files", "1 of 11|stage|files"},

@@ -1,5 +1,4 @@
-// Bring-up, and the two transactions on the wire, on the test's own thread where that is enough; and what is
-// to be read from frames made by hand.
+// Bring-up and the two transactions on the wire, on the test's own thread where that is enough; and frames.
 #include <mraa/gpio.h>
 #include <mraa/spi.h>
 

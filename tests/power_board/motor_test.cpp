@@ -9,7 +9,7 @@ constexpr double kTolerance = 2825.75;  // half an inch
 constexpr double kCountsPerInch = 5651.5;
 
 bool contains_any(const std::string& line, std::initializer_list<const char*> texts) {
-  return std::ranges::any_of(texts, [&](const char* text) { return line.find(text) != line.npos; });
+  return std::ranges::any_of(texts, [&](const char* text) { return contains(line, text); });
 }
 
 // What is wrong with the drive, from the start or from a random moment on.
@@ -210,7 +210,7 @@ TEST_F(mast, ends_and_is_at_its_preset_when_it_is_done) {
           move(from, to, v);
           const bool done = last_ == "move done";
           const double off = std::fabs(model_.readings.encoder_1 - count_at(to));
-          EXPECT_TRUE(done ? off <= kTolerance : last_.find(v.end) != std::string::npos) << last_ << off;
+          EXPECT_TRUE(done ? off <= kTolerance : contains(last_, v.end)) << last_ << off;
           always_done &= done;
           ASSERT_FALSE(HasFailure()) << from << " to " << to << ", variant " << &v - kMoveVariants;
         }
@@ -372,7 +372,7 @@ TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
     orb_power_board_suspend_refresh(&board_);
     EXPECT_EQ(orb_power_board_home_height(&board_), -1);
     EXPECT_EQ(orb_power_board_set_height_preset(&board_, 8), -1);
-    EXPECT_EQ(height().find("ING"), std::string::npos) << height();
+    EXPECT_FALSE(contains(height(), "ING")) << height();
     read_trace();
     take_log();
     EXPECT_EQ(queued(), "stop,");
@@ -392,7 +392,7 @@ TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
   orb_power_board_stop_motor(&board_);
   take_log();
   refresh(30);
-  EXPECT_EQ(take_log().find("run"), std::string::npos);
+  EXPECT_FALSE(contains(take_log(), "run"));
 }
 
 // The jog of a mast that is not homed asks for a homing: a new one, not the rest of the one that was

@@ -356,7 +356,7 @@ TEST_F(takes, a_power_cut_in_a_deletion_leaves_nothing_that_is_not_listed) {
     is_cut = work_until(cuts, delete_take);
     const std::string listed = content(description_path(kGuid));
     for (const std::string& file : files)
-      EXPECT_TRUE(!fs::exists(file) || listed.find(fs::path(file).stem()) != std::string::npos) << file;
+      EXPECT_TRUE(!fs::exists(file) || contains(listed, fs::path(file).stem().string())) << file;
     EXPECT_FALSE(work_until(-1, delete_take));
     EXPECT_TRUE(fs::is_empty(paths::kUsbTakes));
   }
@@ -412,7 +412,7 @@ TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) 
     EXPECT_EQ(shell_first_line("ffmpeg -v error -i " + shell_quoted(kStillOfTake) + " -f null - 2>&1", 99),
               "");
     EXPECT_STREQ(metadata_of(kStillOfTake).comment, "still");
-    EXPECT_NE(content(description_path(kGuid)).find("500.jpg"), std::string::npos);
+    EXPECT_TRUE(contains(content(description_path(kGuid)), "500.jpg"));
   }
   EXPECT_TRUE(waited > 4 && waited < 23) << waited;
   const small_store usb(paths::kUsbTakes, 28);  // of the picture, the caption and one description

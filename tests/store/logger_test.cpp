@@ -1,5 +1,4 @@
-// The data logger, its minute stepped without a clock: two files to the byte, what is left of them; dated
-// files.
+// The data logger, its minute stepped without a clock: its two files to the byte, and its dated ones.
 #include "store/logger.h"
 
 #include "log_files/current_readings.h"
@@ -10,7 +9,6 @@
 #include "log_files/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
-#include "tests/kit.h"
 #include "tests/scarcity.h"
 
 namespace {
@@ -171,7 +169,7 @@ TEST(logger, neither_minutes_nor_reports_wait_for_a_save) {
     orb_init_logger();
     EXPECT_EQ(reading("historical_total_runtime"), reset ? "0 MIN" : "4 MIN");
     EXPECT_EQ(reading("historical_tilt_motor_warnings"), reset ? "0" : "1");
-    EXPECT_NE(content(reset ? 0 : 1).find(reset ? R"(_id":2,)" : R"(_id":3,)"), std::string::npos);
+    EXPECT_TRUE(contains(content(reset ? 0 : 1), reset ? R"(_id":2,)" : R"(_id":3,)"));
   }
 }
 

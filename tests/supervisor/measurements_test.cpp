@@ -32,8 +32,7 @@ TEST(encoder_response, is_complete_with_its_last_byte) {
 
 // An encoder that talks without an end would fill the memory.
 TEST(encoder_response, has_limits) {
-  const std::string good = "HTTP/1.1 200 OK\r\n";
-  const std::string most = good + "Content-Length: 65536\r\n\r\n";
+  const std::string good = "HTTP/1.1 200 OK\r\n", most = good + "Content-Length: 65536\r\n\r\n";
   const std::pair<std::string, response_step> rows[] = {
       {good + "\r\n", response_step::complete},  // no length, no body
       {most + std::string(65535, 'x'), response_step::needs_more},

@@ -54,8 +54,7 @@ void take_picture(const std::string& name) {
 
 TEST(inspection, from_power_up_to_shutdown) {
   setvbuf(stdout, nullptr, _IOLBF, 0);
-  const child redis = start_redis();
-  const child camera = start_camera(true);
+  const child redis = start_redis(), camera = start_camera(true);
   child daemon = start_serving_daemon();
 
   step("The tablet takes the controller's seat");
@@ -65,7 +64,7 @@ TEST(inspection, from_power_up_to_shutdown) {
   EXPECT_TRUE(await_status("camera_signal", "true"));
   const std::string told = R"("fpga_temp":45.00,"lens_temp":35.00,"cpu_temp":50.00,)"
                            R"("channel_1":"1920x1080 15fps","channel_2":"640x360 15fps",)";
-  const auto is_told = [&] { return http("GET", "/api/status").body.find(told) != std::string::npos; };
+  const auto is_told = [&] { return contains(http("GET", "/api/status").body, told); };
   EXPECT_TRUE(await(is_told, 15));  // the encoder is asked every 5 s
 
   step("Lights");
@@ -110,7 +109,7 @@ TEST(inspection, from_power_up_to_shutdown) {
     order("PUT", "/setup/" + name, "{\"" + name + "\":\"" + text + "\"}");
   for (const std::string item : {"title", "operator_id", "flow_direction", "zoom"})
     order("PUT", "/osd/" + item, "{\"" + item + R"(_osd":1})");
-  EXPECT_TRUE(await([] { return ctl("camera", "titles").find("CREW 7") != std::string::npos; }));
+  EXPECT_TRUE(await([] { return contains(ctl("camera", "titles"), "CREW 7"); }));
   take_picture("titles");
 
   step("Laser");
@@ -137,7 +136,7 @@ TEST(inspection, from_power_up_to_shutdown) {
 
   step("What the take has become");
   const std::string listed = ask("GET", "/camera/recorder/files");
-  EXPECT_NE(listed.find(R"("asset_id":"Main St <12> \"north\"")"), std::string::npos);
+  EXPECT_TRUE(contains(listed, R"("asset_id":"Main St <12> \"north\"")"));
   const size_t end = listed.find(".jpg");
   ASSERT_NE(end, std::string::npos);
   const size_t begin = listed.rfind('"', end) + 1;
@@ -162,7 +161,7 @@ TEST(inspection, from_power_up_to_shutdown) {
   for (const char* files : {"/camera/recorder/files", "/logger/files"}) {
     EXPECT_TRUE(await([&] {
       const std::string now = http("GET", std::string("/api") + files).body;
-      return now.find("External USB") != now.npos && now.find("Main USB") == now.npos;
+      return contains(now, "External USB") && now.find("Main USB") == now.npos;
     })) << ask("GET", files);
   }
   order("POST", "/eject");

@@ -89,8 +89,7 @@ bool put_note(const std::string& kind, const std::string& note, const std::strin
 bool save_still() { return usleep(400'000), recorder("save"); }
 
 TEST(takes, a_take_reaches_the_stick_with_its_stills_and_notes) {
-  const child camera = start_camera(true);
-  const child daemon = start_serving_daemon();
+  const child camera = start_camera(true), daemon = start_serving_daemon();
   const std::string sentence = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,";
   const std::map<std::string, std::string> kSetup = {{"gps_data", sentence},  {"title", "MH <14> & 'b'"},
                                                      {"operator_id", "crew"}, {"flow_direction", "up"},
@@ -125,7 +124,7 @@ TEST(takes, a_take_reaches_the_stick_with_its_stills_and_notes) {
   EXPECT_NEAR(duration(video), lasted, 0.5);
   EXPECT_TRUE(fs::exists(video.substr(0, video.size() - 3) + "vtt"));
   const std::string description = read_folder(paths::kUsbTakes, ".json").begin()->second;
-  EXPECT_NE(description.find(R"("duration":"0:00:0)"), std::string::npos);
+  EXPECT_TRUE(contains(description, R"("duration":"0:00:0)"));
   const char* const* note = kNotes;
   for (const auto& [path, picture] : taken) {
     SCOPED_TRACE(path);
@@ -136,8 +135,7 @@ TEST(takes, a_take_reaches_the_stick_with_its_stills_and_notes) {
 }
 
 TEST(takes, a_lost_controller_leaves_nothing_running) {
-  const child camera = start_camera(true);
-  const child daemon = start_serving_daemon();
+  const child camera = start_camera(true), daemon = start_serving_daemon();
   const std::string reply = http("POST", "/api/seats/request", R"({"seat_role":"controller"})").body;
   const std::string token = reply.substr(reply.find(':') + 1, 18);
   http("POST", "/api/seats/update", R"({"seat_update":"lock","seat_token":)" + token + "}");
@@ -147,11 +145,11 @@ TEST(takes, a_lost_controller_leaves_nothing_running) {
   http("PUT", "/api/laser/mode", R"({"laser_mode":"manual"})");
   http("PUT", "/api/camera/zoom/position", R"({"zoom_position":8000})");
   const auto board = [] { return ctl("board", "show"); };
-  EXPECT_TRUE(await([&] { return board().find("led 0x24") != std::string::npos; }));
-  ASSERT_TRUE(await([&] { return board().find("led 0x00") != std::string::npos; }, 35));
+  EXPECT_TRUE(await([&] { return contains(board(), "led 0x24"); }));
+  ASSERT_TRUE(await([&] { return contains(board(), "led 0x00"); }, 35));
   EXPECT_NEAR(static_cast<double>(monotonic_ns() - begin) / 1e9, 30, 1.5);
-  EXPECT_TRUE(await([&] { return board().find("laser off") != std::string::npos; }));
-  EXPECT_TRUE(await([] { return ctl("camera", "show").find("zoom 0 (1.0x") != std::string::npos; }));
+  EXPECT_TRUE(await([&] { return contains(board(), "laser off"); }));
+  EXPECT_TRUE(await([] { return contains(ctl("camera", "show"), "zoom 0 (1.0x"); }));
   ASSERT_TRUE(await_completion());
   EXPECT_EQ(playable_takes(), 1);
 }
@@ -203,8 +201,7 @@ TEST(takes, every_ending_leaves_one_that_can_be_played) {
   }
 }
 
-// A take that cannot be completed lets the next ones be recorded, and every start of the daemon tries it
-// again.
+// It lets the next ones be recorded, and every start of the daemon tries it again.
 TEST(takes, one_without_a_description_is_set_aside_and_not_lost) {
   fs::create_directories(paths::kInternalTakes);
   write_text(paths::kTakeGuid, kGuid);
@@ -252,8 +249,7 @@ TEST(takes, a_full_store_is_tried_again_when_it_has_room_also_when_that_came_in_
              R"({"name":"a","start_time":"1"})");
   write_text(large, ""), fs::resize_file(large, 140 << 20);
   shell_first_line("head -c 20m /dev/zero >" + ballast, 1);
-  const child camera = start_camera(true);
-  const child daemon = start_serving_daemon();
+  const child camera = start_camera(true), daemon = start_serving_daemon();
   ASSERT_TRUE(begin_take());
   remove(ballast.c_str());
   EXPECT_TRUE(recorder("stop") && await_no_guid());
@@ -262,8 +258,7 @@ TEST(takes, a_full_store_is_tried_again_when_it_has_room_also_when_that_came_in_
   ASSERT_TRUE(begin_take() && await_picture());
   shell_first_line("head -c 200m /dev/zero 2>/dev/null >" + ballast + "; truncate -s -150K " + ballast, 1);
   recorder("stop");
-  EXPECT_TRUE(
-      await([] { return recorder("start"), trace_log().find("take set aside '") != std::string::npos; }));
+  EXPECT_TRUE(await([] { return recorder("start"), contains(trace_log(), "take set aside '"); }));
   remove(ballast.c_str());
   EXPECT_TRUE(await_no_guid());
   EXPECT_EQ(playable_takes(), 1);
@@ -278,13 +273,13 @@ void expect_finished(const std::string& stem) {
   for (const auto& [end, note] : kFiles) {
     const std::string name = R"("name":")" + stem + end + '"', path = path_in(paths::kUsbTakes, stem + end);
     SCOPED_TRACE(path);
-    EXPECT_NE(listed.find(name), listed.npos) << listed;
+    EXPECT_TRUE(contains(listed, name)) << listed;
     EXPECT_EQ(listed.find(name), listed.rfind(name));
     const std::string metadata =
         http("POST", "/api/camera/recorder/file/metadata", R"({"file_name":")" + path + "\"}").body;
     for (const std::string& told :
          {std::string(R"(title":"this job")"), R"(note":")" + std::string(note) + '"'})
-      EXPECT_NE(metadata.find("\"metadata_" + told), metadata.npos) << metadata;
+      EXPECT_TRUE(contains(metadata, "\"metadata_" + told)) << metadata;
     EXPECT_EQ(shell_first_line("ffmpeg -v error -i " + shell_quoted(path) + " -f null - 2>&1", 99), "");
   }
 }

@@ -16,8 +16,7 @@ struct follower {
   size_t seen = 0;
 
   std::string added() {
-    const std::string text = read();
-    const std::string added = text.substr(std::min(seen, text.size()));
+    const std::string text = read(), added = text.substr(std::min(seen, text.size()));
     seen = text.size();
     return std::regex_replace(added, std::regex("(.*)\n"), mark + "$1\n");
   }
@@ -89,7 +88,7 @@ std::string log_of(const char* device) {
 void await_start() {
   ASSERT_TRUE(await_api());
   for (const char* last : {"81 09 00 02 FF", "81 01 04 37 0"})  // the defog, whatever it is
-    ASSERT_TRUE(await([last] { return log_of("camera").find(last) != std::string::npos; }));
+    ASSERT_TRUE(await([last] { return contains(log_of("camera"), last); }));
   // The date would show when it is.
   http("PUT", "/api/osd/date_time", R"({"date_time_osd":0})");
   ASSERT_TRUE(await([] { return ctl("camera", "titles").find(" on") == std::string::npos; }));

@@ -19,7 +19,7 @@ void set_host(const std::string& words) {
 void record_for(useconds_t seconds) {
   ASSERT_TRUE(await([] {
     http("POST", "/api/camera/recorder/start");
-    return trace_log().find("RCDR: started") != std::string::npos;
+    return contains(trace_log(), "RCDR: started");
   }));
   usleep(seconds * 1'000'000);
 }
@@ -37,7 +37,7 @@ TEST(supervisor, ends_the_unit_and_loses_no_take) {
                   {"RCDR: pause", "PWRB: shutdown request", "SUPV: shutdown begin", "SUPV: resume recording",
                    "RCDR: resume", "SUPV: stop recording", "RCDR: stop 1", "RCDR: record end",
                    "SUPV: camera off", "SUPV: shutdown end", "PWRB: signal shutdown", "SUPV: cl shutdown"});
-  EXPECT_NE(read_text("/tmp/children.log").find("WRITE: (0) 02\nWRITE: (0) 03\n"), std::string::npos);
+  EXPECT_TRUE(contains(read_text("/tmp/children.log"), "WRITE: (0) 02\nWRITE: (0) 03\n"));
   EXPECT_EQ(playable_takes(), 1);
 
   // Hot: nothing waits for the take but its ffmpeg's end, which takes long here, as its completion would. It
@@ -73,7 +73,7 @@ TEST(supervisor, watches_the_camera_and_its_encoder) {
     return await([&] { return read_text("/tmp/" + name) == text; });
   };
   const auto traces = [](const std::string& message) {
-    return await([&] { return trace_log().find("SUPV: " + message) != std::string::npos; }, 12);
+    return await([&] { return contains(trace_log(), "SUPV: " + message); }, 12);
   };
   EXPECT_TRUE(becomes("camera_signal", "0"));
   set_host("echo off");

@@ -25,8 +25,7 @@ double cpu_ms(pid_t pid) {
 }
 
 TEST(unit, the_board_is_refreshed_in_a_broken_world) {
-  static child redis = start_redis();
-  static child camera = start_camera();
+  static child redis = start_redis(), camera = start_camera();
   const std::pair<const char*, void (*)()> kWorlds[] = {
       {"as it should be", [] {}},
       // Asked every 5 s, through the next worlds.
@@ -59,7 +58,7 @@ TEST(unit, the_board_is_refreshed_in_a_broken_world) {
   EXPECT_EQ(daemon.end(SIGTERM), 0);
   const std::string log = read_text("/tmp/children.log");
   for (const char* lines : {"start\nentering loop...\n", "WRITE: (1) ff64\nWRITE: (1) 0019\n"})
-    EXPECT_NE(log.find(lines), std::string::npos) << lines;
+    EXPECT_TRUE(contains(log, lines)) << lines;
 }
 
 // Requests, pipe lines and signals can come before the board and the camera are there.
@@ -73,7 +72,7 @@ TEST(unit, nothing_that_comes_early_or_at_the_end_breaks_it) {
       http("PUT", "/api/camera/zoom/position", R"({"zoom_position":100})");
     }
     ASSERT_TRUE(await([] { return access("/run/orb/api.fifo", F_OK) == 0; }));
-    ASSERT_TRUE(await([] { return ctl("board", "show").find("power 0x06") != std::string::npos; }));
+    ASSERT_TRUE(await([] { return contains(ctl("board", "show"), "power 0x06"); }));
     EXPECT_EQ(daemon.end(round % 2 == 0 ? SIGINT : SIGHUP), 0);
   }
 }
@@ -96,9 +95,9 @@ TEST(unit, has_one_daemon) {
   }
   const std::string usage = "usage: " + orbd + " [--help | --version]\n";
   const std::string said = read_text("/tmp/children.log");
-  EXPECT_NE(said.find("orbd: mkdifo() failed at line 208: Not a directory\n"), said.npos);
-  EXPECT_NE(said.find(orbd + ": another one is running\n" + usage + "The controller"), std::string::npos);
-  EXPECT_NE(said.find("orbd 03.01\n" + usage + usage + usage), std::string::npos);
+  EXPECT_TRUE(contains(said, "orbd: mkdifo() failed at line 208: Not a directory\n"));
+  EXPECT_TRUE(contains(said, orbd + ": another one is running\n" + usage + "The controller"));
+  EXPECT_TRUE(contains(said, "orbd 03.01\n" + usage + usage + usage));
   for (int round = 0; round < 5; ++round) {
     child killed = std::move(daemon);
     killed.signal(SIGKILL);

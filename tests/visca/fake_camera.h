@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 
 #include "base/trace_reader.h"
-#include "tests/kit.h"
 #include "visca/camera_thread.h"
 
 using strings = std::vector<std::string>;
