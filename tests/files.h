@@ -1,14 +1,7 @@
 // Files of a test.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "base/file.h"
-#include "base/paths.h"
-
-namespace fs = std::filesystem;
+#include "tests/kit.h"
 
 // "nothing" when it cannot be read.
 inline std::string content(const std::string& path) {

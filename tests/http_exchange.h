@@ -4,10 +4,7 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
-#include <string>
-
-#include "base/file.h"
-#include "base/paths.h"
+#include "tests/kit.h"
 
 // Empty when nobody listens.
 inline unique_fd connect_to(unsigned short port) {

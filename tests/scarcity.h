@@ -2,7 +2,7 @@
 #pragma once
 
 #include <pthread.h>
-#include <sys/resource.h>
+#include "tests/kit.h"
 
 // No file can be opened, but for descriptors below `limit` that are free.
 class no_more_files {

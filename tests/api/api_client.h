@@ -1,13 +1,10 @@
 // The API of this process, and a client of it.
 #pragma once
 
-#include <algorithm>
-#include <string>
-
 #include "api/http_thread.h"
 #include "base/thread.h"
-#include "tests/await.h"
 #include "tests/http_exchange.h"
+#include "tests/kit.h"
 
 // The body of the reply; "" when nobody listens. Quotes are written as ' on both ways.
 inline std::string ask(const std::string& method, const std::string& path, std::string body = "") {

@@ -1,17 +1,8 @@
-// The main loop and what hangs on it: the command pipe and the Redis publisher, with the real board
-// service on a simulated board.
+// The main loop and what hangs on it: the command pipe and the Redis publisher, on a simulated board.
 #include "base/application.h"
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <regex>
 
 #include "app/command_pipe.h"
 #include "app/redis_publisher.h"
-#include "base/file.h"
-#include "base/paths.h"
 #include "base/redis_server.h"
 #include "power_board/power_board.h"
 #include "sim/board/bus.h"
@@ -57,14 +48,14 @@ TEST_F(unit, command_pipe) {
   ASSERT_EQ(orb_power_board_start_service(&board), 0);
   run(0.4);
   orb_power_board_suspend_refresh(&board);  // from now on the last reading stands
-  std::istringstream script(                // line > register and data in hexadecimal
+  const std::string kLines =                // to register and data in hexadecimal
       "camera enabled, please>0 46|camera disable>0 42|laser enable>0 4a|laser disable>0 42|"
       "lowest>1 09 28|medium>1 12 28|high>1 24 28|strip>1 c0 28|leds_off>1 00 28|"
       "pwm \t+8 9>1 00 08|pwm -5>1 00 00|pwm 99999999999999999999>1 00 ff|"
-      "Low>| low>|camera  enable>|>|low\nhigh>1 09 ff|unknown>1 24 ff|");
+      "Low>| low>|camera  enable>|>|low\nhigh>1 09 ff|unknown>1 24 ff|";
   const unique_fd pipe(open(paths::kCommandPipe, O_WRONLY | O_NONBLOCK));
-  std::string expected, line, write;  // one line is obeyed at each wake-up
-  while (std::getline(script, line, '>') && std::getline(script, write, '|')) {
+  std::string expected;
+  for (const auto& [line, write] : rows_of(kLines)) {  // one is obeyed at each wake-up
     EXPECT_TRUE(write_all(pipe.get(), line + "\n"));
     ev_run(application.loop, EVRUN_NOWAIT);
     if (!write.empty()) expected += write + "\n";
@@ -91,9 +82,9 @@ TEST_F(unit, publishes_what_the_board_reads) {
   on_redis_timeout(nullptr, nullptr, 0);
   on_redis_timeout(nullptr, nullptr, 0);  // the loop was late
   run(0.2);
-  const redis_reply all = ask_redis("MGET avr-voltage avr-temperature orb-motor-type");
-  EXPECT_EQ(std::string(all->element[0]->str) + " " + all->element[1]->str + " " + all->element[2]->str,
-            "19.999001 -10.500000 pan");
+  for (const auto& [key, text] :
+       {std::pair("avr-voltage", "19.999001"), {"avr-temperature", "-10.500000"}, {"orb-motor-type", "pan"}})
+    EXPECT_STREQ(ask_redis("GET %s", key)->str, text);
 }
 
 }  // namespace

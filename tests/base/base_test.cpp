@@ -1,25 +1,11 @@
 // Value files, shell commands, and the Redis client against a Redis that is well, away, frozen or full.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <thread>
-
-#include "base/child_process.h"
-#include "base/file.h"
-#include "base/json.h"
-#include "base/paths.h"
 #include "base/redis_exchange.h"
 #include "base/redis_server.h"
-#include "base/value_file.h"
 #include "store/identity.h"
-#include "tests/await.h"
 #include "tests/scarcity.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -53,9 +39,8 @@ TEST(value_file, reader_sees_whole_values) {
   fs::create_directory(kPath);
   EXPECT_FALSE(write_value_file(kPath, "auto"));
   fs::remove(kPath);
-  for (const auto& entry : fs::directory_iterator("/tmp")) {
+  for (const auto& entry : fs::directory_iterator("/tmp"))
     EXPECT_NE(entry.path().string().find(kPath), 0) << "left beside the file: " << entry.path();
-  }
 }
 
 TEST(shell, lines_and_the_exit_status) {
@@ -76,8 +61,7 @@ TEST(shell, lines_and_the_exit_status) {
   EXPECT_EQ(shell_word("/media/a_1.2-b.zip"), "/media/a_1.2-b.zip");
 }
 
-// Slow while it prints, behind a closed output, or through what it has started; or never silent. The last
-// descriptors are taken behind its start.
+// Slow while it prints, behind a closed output, or through what it has started; or never silent.
 TEST(shell, ends_in_its_time) {
   for (const char* command : {"echo one; sleep 30; echo two", "echo one; exec >&-; sleep 30",
                               "echo one; (sleep 30); :", "yes one"}) {
@@ -101,24 +85,19 @@ int64_t ms_to_fail() {
   int64_t best = INT64_MAX;
   for (int i = 0; i < 3; ++i) {
     const int64_t start = monotonic_ns();
-    char text[8];
-    EXPECT_FALSE(redis_get_text("orb-battery", text, sizeof text));
+    loaded([](char* text, size_t size) { EXPECT_FALSE(redis_get_text("orb-battery", text, size)); });
     best = std::min(best, (monotonic_ns() - start) / kNanosecondsPerMillisecond);
   }
   return best;
 }
 
 TEST(redis, texts_and_a_frozen_server) {
-  char text[12];
-  orb_load_supervisor_battery_type(text, sizeof text);
-  EXPECT_STREQ(text, "unknown");
+  EXPECT_EQ(loaded(orb_load_supervisor_battery_type), "unknown");
   start_redis();
   ask_redis("SET orb-model-name %s", "ORB Advanced with a long name");
-  orb_load_supervisor_model_name(text, sizeof text);
-  EXPECT_STREQ(text, "ORB Advance");
+  EXPECT_EQ(loaded(orb_load_supervisor_model_name, 12), "ORB Advance");
   ask_redis("RPUSH orb-serial-number 1");  // no text under the key
-  orb_load_supervisor_serial_number(text, 4);
-  EXPECT_STREQ(text, "unk");
+  EXPECT_EQ(loaded(orb_load_supervisor_serial_number, 4), "unk");
   signal_redis("STOP");
   EXPECT_LT(ms_to_fail(), 100);
   redis_connection connection = redis_connect();
@@ -133,10 +112,8 @@ TEST(redis, texts_and_a_frozen_server) {
 std::string heard;  // the replies, a blank behind each
 
 void hear(const redisReply* reply) {
-  heard += (reply == nullptr                     ? "null"
-            : reply->type == REDIS_REPLY_INTEGER ? "number"
-                                                 : std::string(reply->str)) +
-           " ";
+  const std::string number = reply != nullptr && reply->type == REDIS_REPLY_INTEGER ? "number" : "null";
+  heard += (reply != nullptr && reply->str != nullptr ? reply->str : number) + " ";
 }
 
 // Runs the loop until the exchange is over, at most for its time.
@@ -164,17 +141,12 @@ TEST(redis_exchange, goes_on_when_redis_comes_back) {
   EXPECT_TRUE(await([] { return exchange_two() == "OK 1 2 "; }));
 }
 
-unique_fd listen_as_redis() {
-  const sockaddr_in address{AF_INET, htons(addresses::kRedisPort), {htonl(INADDR_LOOPBACK)}, {}};
-  unique_fd listener(socket(AF_INET, SOCK_STREAM, 0));
-  EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(listen(listener.get(), 8), 0);
-  return listener;
-}
-
 // A server that says something else, in whole or a byte every 10 ms, costs neither time nor the process.
 TEST(redis, and_its_exchanges_with_a_server_that_is_none) {
-  const unique_fd listener = listen_as_redis();
+  const sockaddr_in address{AF_INET, htons(addresses::kRedisPort), {htonl(INADDR_LOOPBACK)}, {}};
+  const unique_fd listener(socket(AF_INET, SOCK_STREAM, 0));
+  ASSERT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener.get(), 8), 0);
   const std::pair<std::string, std::string> rows[] = {
       {"garbage\r\n", "null null "},
       {"-ERR max number of clients reached\r\n", "ERR max number of clients reached null "},

@@ -1,13 +1,8 @@
 // A real Redis for the rest of the test; it ends with the box.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-
 #include "base/redis.h"
-#include "tests/await.h"
+#include "tests/kit.h"
 
 // One command on a connection of its own.
 #pragma GCC diagnostic push

@@ -1,11 +1,8 @@
 // What this process has traced.
 #pragma once
 
-#include <fstream>
-#include <string>
-
-#include "base/paths.h"
 #include "base/trace.h"
+#include "tests/kit.h"
 
 inline void start_trace() {
   set_trace_mask(~0U);

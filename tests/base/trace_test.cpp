@@ -1,12 +1,6 @@
 // The trace log to the byte, and its mask by file and by call.
 #include "base/trace.h"
 
-#include <fcntl.h>
-
-#include <fstream>
-#include <regex>
-
-#include "tests/await.h"
 #include "tests/files.h"
 
 std::string flushed;
@@ -29,7 +23,7 @@ void start(std::string_view mask) {
   init_trace();
   ASSERT_TRUE(await([] {
     for (const auto& fd : fs::directory_iterator("/proc/self/fdinfo"))
-      if (content(fd.path().c_str()).find("inotify wd") != std::string::npos) return true;
+      if (contains(content(fd.path().c_str()), "inotify wd")) return true;
     return false;
   })) << "the mask is not watched";
 }
@@ -75,36 +69,30 @@ TEST(trace_log, keeps_nobody_waiting_for_the_stick) {
   EXPECT_TRUE(await([&] {
     for (ssize_t count; (count = read(stick.get(), block, sizeof block)) > 0;)
       text.append(block, static_cast<size_t>(count));
-    return text.find("-0001") != std::string::npos;
+    return contains(text, "-0001");
   }));
   last.join();
   std::istringstream lines(text.substr(text.find('\n') + 1));
   long next = 0;
   for (std::string line; std::getline(lines, line) && line.find("-0001") == std::string::npos;) {
-    if (line.find("lost") != std::string::npos) {
+    if (contains(line, "lost")) {
       next += strtol(line.c_str(), nullptr, 10);
     } else {
       ASSERT_EQ(strtol(line.c_str() + 6, nullptr, 10), next++);
     }
   }
   EXPECT_EQ(next, 20'000);
-  EXPECT_NE(text.find(" lines lost\n"), std::string::npos);
+  EXPECT_TRUE(contains(text, " lines lost\n"));
 }
 
 TEST(trace_mask, by_file_and_by_call) {
   start("1f");
-  const std::pair<std::string_view, uint32_t> rows[] = {// the mask afterwards
-                                                        {"0x2F\n", 0x2F},
-                                                        {"xyz\n", 0x2F},
-                                                        {" 0x4f and more\n", 0x4F},
-                                                        {"\n6F\n", 0x4F},
-                                                        {"000000000000005F", 0}};
+  const char* const kTexts =  // with the mask afterwards
+      "0x2F\n>0000002F|xyz\n>0000002F| 0x4f and more\n>0000004F|\n6F\n>0000004F|000000000000005F>00000000";
   std::string expected = "start mask 0x0000001F|\n";
-  for (const auto& [text, mask] : rows) {
+  for (const auto& [text, mask] : rows_of(kTexts)) {
     write_all(unique_fd(open(paths::kTraceMask, O_WRONLY)).get(), text);  // one event
-    char line[32];
-    snprintf(line, sizeof line, "modify mask 0x%08X|\n", mask);
-    expected += line;
+    expected += "modify mask 0x" + mask + "|\n";
     EXPECT_TRUE(await([&] { return traced() == expected; })) << traced() << expected;
   }
   EXPECT_EQ(set_trace_mask(0xAB), 0);

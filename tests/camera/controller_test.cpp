@@ -1,6 +1,5 @@
 // The camera thread, the controller's worker and settings, and the hold-to-run loops.
 #include "base/thread.h"
-#include "base/value_file.h"
 #include "camera/defaults_worker.h"
 #include "camera/depth_of_field.h"
 #include "camera/image_settings.h"
@@ -14,7 +13,6 @@
 
 namespace {
 
-// What the camera reported outlives its link, and no update keeps the link for ever.
 TEST(CameraThread, ReportsComeOnAndOutliveTheLink) {
   start_trace();
   global_zoom_position = 0x1111;
@@ -57,9 +55,10 @@ TEST(CameraThread, ReportsComeOnAndOutliveTheLink) {
 TEST(Lens, ZoomAndFocusFollowTheirCurves) {
   stepped_link link;
   std::string zooms, fields;
-  for (const int position : {-1, 0, 7042, 13426, 13428, 14088, 14089, 31423, 65535}) {
+  for (const uint32_t position :
+       {kViscaNotReported, 0U, 7042U, 13426U, 13428U, 14088U, 14089U, 31423U, 65535U}) {
+    link.camera->zoom_position = position;
     char text[16];
-    link.camera->zoom_position = static_cast<uint32_t>(position);
     orb_load_camera_zoom_values(nullptr, nullptr, text, sizeof text);
     zooms += text + std::string(" ");
   }
@@ -106,9 +105,11 @@ TEST(DefaultsWorker, SetsTheCameraUp) {
   link.expect("0725");
   restore_controller_defaults();
   link.expect("0700 4700000000 3802 3900");
-  EXPECT_EQ(file_text(paths::kZoomSpeed) + file_text(paths::kFocusMode) + file_text(paths::kFocusSpeed) +
-                file_text(paths::kExposureMode) + file_text(paths::kIntensity),
-            "3auto2auto25");
+  std::string stored;
+  for (const char* file :
+       {paths::kZoomSpeed, paths::kFocusMode, paths::kFocusSpeed, paths::kExposureMode, paths::kIntensity})
+    stored += file_text(file) + " ";
+  EXPECT_EQ(stored, "3 auto 2 auto 25 ");
 }
 
 const lens_order kPosition{lens_effect::ends, nullptr, visca_camera_zoom_direct, 0x1234};
@@ -118,25 +119,20 @@ struct HoldLoops : testing::Test {
   std::optional<stepped_link> link;
   int64_t now_ns = 0;
 
-  void SetUp() override {
-    start_trace();
-    next_link();
-  }
+  void SetUp() override { start_trace(), next_link(); }
   void next_link() {
-    visca_thread_data.camera = nullptr;
-    visca_thread_data.connection = nullptr;
+    visca_thread_data.camera = nullptr, visca_thread_data.connection = nullptr;
     link.reset();
     ++visca_thread_data.link_number;
     link.emplace();
   }
+  void step(hold_loop& loop) const {
+    const mutex_lock lock(loop.lock);
+    step_hold_loop(loop, now_ns);
+  }
   void pass(int ms) {
-    for (; ms > 0; --ms) {
-      now_ns += kNanosecondsPerMillisecond;
-      for (hold_loop* loop : std::initializer_list<hold_loop*>{&zoom_loop, &focus_loop, &intensity_loop}) {
-        const mutex_lock lock(loop->lock);
-        step_hold_loop(*loop, now_ns);
-      }
-    }
+    for (; ms > 0; --ms)
+      now_ns += kNanosecondsPerMillisecond, step(zoom_loop), step(focus_loop), step(intensity_loop);
   }
   int trigger(hold_loop& loop, int direction, int ms) {
     return trigger_hold_loop(loop, direction, ms, now_ns);
@@ -144,33 +140,30 @@ struct HoldLoops : testing::Test {
   void fill_queue() {
     while (visca_camera_auto_focus(link->camera) == 0) continue;
   }
+  void silent() { EXPECT_EQ(link->block.packet(20), ""); }
   // Plays a scene word by word: "in:MS" and the like are holds (60 s without a number), "stop" the end of the
   // zoom's, "position" another's order, "lost" a lost command of another, "refused:PACKET" the next packet
   // with the camera's refusal, "quiet:MS" time in which none comes; else it is the next packet, acknowledged.
   void play(const std::string& scene) {
+    const std::map<std::string, std::function<void(int)>> acts = {
+        {"in", [&](int ms) { EXPECT_EQ(trigger(zoom_loop, 1, ms), 1); }},
+        {"out", [&](int ms) { EXPECT_EQ(trigger(zoom_loop, -1, ms), 1); }},
+        {"far", [&](int ms) { EXPECT_EQ(trigger(focus_loop, 1, ms), 1); }},
+        {"brighter", [&](int ms) { EXPECT_EQ(trigger(intensity_loop, 1, ms), 1); }},
+        {"stop", [&](int) { stop_hold_loop(zoom_loop, now_ns); }},
+        {"position", [&](int) { EXPECT_EQ(orb_order_zoom(kPosition), 0); }},
+        {"lost", [&](int) { ++link->camera->lost_commands; }},
+        {"pass", [&](int ms) { pass(ms); }},
+        {"quiet", [&](int ms) { pass(ms), silent(); }}};
     for (const std::string& word : words(scene)) {
       SCOPED_TRACE(word + " of " + scene);
       const size_t colon = std::min(word.size(), word.find(':'));
-      const std::string act = word.substr(0, colon), about = word.substr(std::min(word.size(), colon + 1));
-      const int ms = about.empty() ? 60000 : atoi(about.c_str());
-      if (act == "in" || act == "out") {
-        EXPECT_EQ(trigger(zoom_loop, act == "in" ? 1 : -1, ms), 1);
-      } else if (act == "far" || act == "brighter") {
-        EXPECT_EQ(trigger(act == "far" ? static_cast<hold_loop&>(focus_loop) : intensity_loop, 1, ms), 1);
-      } else if (act == "stop") {
-        stop_hold_loop(zoom_loop, now_ns);
-      } else if (act == "position") {
-        EXPECT_EQ(orb_order_zoom(kPosition), 0);
-      } else if (act == "lost") {
-        ++link->camera->lost_commands;
-      } else if (act == "refused") {
-        EXPECT_EQ(link->block.packet(), "810104" + about + "FF");
+      const auto act = acts.find(word.substr(0, colon));
+      if (act != acts.end()) {
+        act->second(colon < word.size() ? atoi(&word[colon + 1]) : 60000);
+      } else if (word.starts_with("refused:")) {
+        EXPECT_EQ(link->block.packet(), "810104" + word.substr(8) + "FF");
         link->hear("906003FF");
-      } else if (act == "pass") {
-        pass(ms);
-      } else if (act == "quiet") {
-        pass(ms);
-        EXPECT_EQ(link->block.packet(20), "");
       } else {
         link->expect(word);
       }

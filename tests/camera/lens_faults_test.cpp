@@ -1,11 +1,6 @@
-// The camera thread, the loops and the API, in their real time, against a camera that fails: whatever becomes
-// of a stop, the lens comes to rest. With ORB_LENS_RUN=0 (50, 100, 150) fifty runs from there are made, and
-// each may take a second.
-#include <mutex>
-#include <random>
-#include <thread>
+// The camera thread, the loops and the API, in their real time, against a camera that fails: the lens comes
+// to rest. With ORB_LENS_RUN=0 (50, 100, 150) fifty runs from there are made, and each may take a second.
 
-#include "base/value_file.h"
 #include "camera/lens_loops.h"
 #include "camera/modes.h"
 #include "sim/camera/block_model.h"
@@ -35,9 +30,8 @@ struct failing_camera {
     if (count == 0) socket.hang_up();
     const int64_t now_ms = monotonic_ns() / kNanosecondsPerMillisecond;
     if (count > 0) block_receive(block, {bytes, static_cast<size_t>(count)}, now_ms);
-    for (const auto& out : block_take_output(block, now_ms)) {
+    for (const auto& out : block_take_output(block, now_ms))
       send(socket.stream().get(), out.data(), out.size(), MSG_NOSIGNAL);
-    }
   }
 };
 
@@ -63,7 +57,7 @@ struct LensFaults : testing::Test {
   }
   void act() {
     const std::string path = "/camera/" + lens;
-    const auto old_client = [&](const std::string& command) {
+    const auto old_client = [&](const char* command) {
       ask("POST", "/1.0/camera", "{'command':'" + lens + command + "}}");
     };
     const int choice = draw(0, 5);

@@ -1,14 +1,12 @@
 // The compass: a whole turn of a simulated unit, and what shows nothing.
 #include "heading/heading.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <numbers>
 
 #include "power_board/frame.h"
 #include "sim/board/board_model.h"
 #include "store/settings.h"
+#include "tests/kit.h"
 
 namespace {
 
@@ -66,10 +64,9 @@ std::string heading(const power_board_readings& r, size_t size = 4) {
 TEST(heading, whole_turn_level_and_tilted) {
   orb_init_nv();
   store(1, kCalibration);
-  for (const auto& [pitch, roll] : {std::pair(0, 0), {25, 0}, {0, -40}, {-30, 35}}) {
+  for (const auto& [pitch, roll] : {std::pair(0, 0), {25, 0}, {0, -40}, {-30, 35}})
     for (int bearing = 0; bearing < 360; ++bearing)
       EXPECT_EQ(heading(measure(bearing, pitch, roll)), point_at(bearing)) << bearing << ' ' << pitch;
-  }
 }
 
 TEST(heading, is_xx_without_a_calibration) {

@@ -1,19 +1,13 @@
 // The overlay stepped tick by tick: what the camera is sent, byte by byte, and what it is not.
 #include "osd/overlay.h"
 
-#include <sys/wait.h>
-
-#include "base/text.h"
 #include "sim/camera/titles.h"
 #include "store/settings.h"
 #include "tests/visca/fake_camera.h"
 
 namespace {
 
-void fill(osd_text& text, const char* with) {
-  text = {};
-  copy_text(text.data(), text.size(), with);
-}
+void fill(osd_text& text, const std::string& with) { text = {}, copy_text(text.data(), text.size(), with); }
 
 // The bytes between 81 01 04 and FF; those of a half line as the camera's characters.
 std::string shown(const std::string& packet) {
@@ -30,8 +24,7 @@ struct Overlay : testing::Test {
   overlay_inputs in;
 
   Overlay() {
-    in.camera = link.camera;
-    in.link_number = 1;
+    in.camera = link.camera, in.link_number = 1;
     in.now.tm_year = 126, in.now.tm_mon = 10, in.now.tm_mday = 5, in.now.tm_hour = 9, in.now.tm_min = 59;
     fill(in.title, "Shaft 9"), fill(in.compass, "NE"), fill(in.zoom, "1.8x");
     start_trace();
@@ -52,7 +45,7 @@ struct Overlay : testing::Test {
     return all;
   }
   void tick(int times) {
-    while (--times >= 0) step_overlay(state, in);
+    for (; times > 0; --times) step_overlay(state, in);
   }
 };
 
@@ -81,8 +74,7 @@ TEST_F(Overlay, SendsWhatChanges) {
       {[&] { in.items = {}; }, "7430 | 7433 | 743A | "},
       {[&] { in.items[kOsdOperatorId] = -1; },
        "7323'J. DOE    ' 7333'          ' 7313000D0000000000000000 7423 | "},
-      {[&] { in.now.tm_min = 1; }, ""},
-  };
+      {[&] { in.now.tm_min = 1; }, ""}};
   for (const auto& [change, packets] : rows) {
     change();
     EXPECT_EQ(painted(), packets);
@@ -104,7 +96,6 @@ TEST_F(Overlay, HidesTheCaptionsInATakeWhenTheDwellIsOver) {
   }
 }
 
-// The titles of a camera that was switched off and on are gone.
 TEST_F(Overlay, BeginsAnewWithEachLink) {
   in.items[kOsdZoom] = 1;
   EXPECT_EQ(painted(), "741F | " + kZoom);
@@ -135,7 +126,7 @@ TEST_F(Overlay, LetsAStopPass) {
   for (int asked = 3; asked < 9; ++asked) {
     int reached = 100;
     for (int i = 0; i < 20; ++i) {
-      fill(in.zoom, (std::to_string(10 * asked + i) + "x").c_str());
+      fill(in.zoom, std::to_string(10 * asked + i) + "x");
       if (i == asked) visca_camera_zoom_stop(link.camera);
       step_overlay(state, in);
       if (!visca_camera_is_idle(link.camera) && next_packet() == "0700 ") reached = i;

@@ -1,5 +1,4 @@
 // What each refresh derives from the readings, stepped without a bus.
-#include "base/json.h"
 #include "log_files/current_readings.h"
 #include "osd/osd.h"
 #include "power_board/laser.h"
@@ -21,9 +20,8 @@ class events : public rig {
   void status(int value, int times = 1) { refresh({.status = static_cast<uint8_t>(value)}, times); }
   std::string battery(float volts, int times = 64) {
     refresh({.monitor_vin_volts = volts}, times);
-    char text[8];
-    orb_power_board_load_battery_level(&board_, text, sizeof text);
-    return text;
+    return loaded(
+        [this](char* text, size_t size) { orb_power_board_load_battery_level(&board_, text, size); });
   }
   static std::string reported(std::initializer_list<const char*> keys) {
     const json_owner readings = orb_get_logger_current_readings();
@@ -56,10 +54,8 @@ TEST_F(events, a_shutdown_request_is_latched_and_drive_warnings_are_held_for_30_
   EXPECT_EQ(traced(), texts{off});
   status(0x01, 31);
   EXPECT_EQ(traced(), texts{"PWRB: pan/height overcurrent end"});
-  for (const uint8_t type : {kMotorHeight, kMotorPan, kMotorPan}) {
-    refresh({.status = 0x09, .motor_type = type}, 2);
-    status(0x01, 30);
-  }
+  for (const uint8_t type : {kMotorHeight, kMotorPan, kMotorPan})
+    refresh({.status = 0x09, .motor_type = type}, 2), status(0x01, 30);
   EXPECT_EQ(reported({"tilt_motor_warnings", "height_motor_warnings", "pan_motor_warnings"}), "1 1 2 ");
 }
 
@@ -73,8 +69,9 @@ TEST_F(events, the_battery_level_is_unknown_for_64_refreshes_and_then_has_hyster
   }
   EXPECT_EQ(levels, (texts{"100%", "75%", "75%", "50%", "50%", "25%"}));
   levels.clear();
-  for (const float volts : {17.5F, 17.625F, 18.5F, 18.625F, 19.5F, 19.625F}) levels.push_back(battery(volts));
-  for (const float volts : {18.5F, 18.375F, 17.5F, 17.375F, 16.5F, 16.375F}) levels.push_back(battery(volts));
+  for (const float volts :
+       {17.5F, 17.625F, 18.5F, 18.625F, 19.5F, 19.625F, 18.5F, 18.375F, 17.5F, 17.375F, 16.5F, 16.375F})
+    levels.push_back(battery(volts));
   EXPECT_EQ(levels,
             (texts{"25%", "50%", "50%", "75%", "75%", "100%", "100%", "75%", "75%", "50%", "50%", "25%"}));
 }

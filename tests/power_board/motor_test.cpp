@@ -1,8 +1,5 @@
 // The mast, stepped refresh by refresh against a drive that really travels: no bus, no clock.
 
-#include <cmath>
-#include <random>
-
 #include "power_board/rig.h"
 #include "store/settings.h"
 
@@ -11,22 +8,15 @@ namespace {
 constexpr double kTolerance = 2825.75;  // half an inch
 constexpr double kCountsPerInch = 5651.5;
 
-// How a traced line of an end goes on: after it nothing runs until the next request.
-constexpr const char* kEnds[] = {" stop ", " cancel", " timeout", "move done"};
-constexpr const char* kUnlogged[] = {" amps ", " sample ", " continue", "adjust", " moving ", " stopping "};
-
-bool contains_any(const std::string& line, std::span<const char* const> texts) {
-  return std::any_of(texts.begin(), texts.end(),
-                     [&](const char* text) { return line.find(text) != std::string::npos; });
+bool contains_any(const std::string& line, std::initializer_list<const char*> texts) {
+  return std::ranges::any_of(texts, [&](const char* text) { return contains(line, text); });
 }
 
 // What is wrong with the drive, from the start or from a random moment on.
 struct move_variant {
   const char* end = "move done";  // the other way in which such a move may end
-  double inertia_s = 0.15;
-  double full_speed = 9000;
-  encoder_fault fault = encoder_fault::none;
-  encoder_fault later_fault = encoder_fault::none;
+  double inertia_s = 0.15, full_speed = 9000;
+  encoder_fault fault = encoder_fault::none, later_fault = encoder_fault::none;
   bool later_jam = false;
   int later_astray = 0;
 };
@@ -42,18 +32,16 @@ constexpr move_variant kMoveVariants[] = {
     {.end = "no movement stop", .later_fault = encoder_fault::frozen},
     {.end = "overcurrent stop", .later_jam = true},
     {.end = "no movement stop", .later_astray = 1'000'000},
-    {.end = "no movement stop", .inertia_s = 0.5, .later_astray = -1'000'000},
-};
+    {.end = "no movement stop", .inertia_s = 0.5, .later_astray = -1'000'000}};
 
 class mast : public rig {
  protected:
   board_model model_;
-  std::string last_;   // traced line, without its tag and time
-  std::string log_;    // since the last look: lines traced and register writes, without what is only repeated
-  int since_run_ = 0;  // refreshes
-  bool ended_ = false;  // an end was traced, and nothing has been requested since
-  int astray_ = 0;      // counts that the encoder is off
-  bool late_ = false;   // the next refresh is
+  std::string last_;  // traced line, without its tag and time
+  std::string log_;   // since the last look: lines traced and register writes, without what is only repeated
+  int since_run_ = 0, astray_ = 0;  // refreshes; counts that the encoder is off
+  bool ended_ = false;              // an end was traced, and nothing has been requested since
+  bool late_ = false;               // the next refresh is
   std::mt19937 random_{1};
 
   motor_state& motors() { return board_.motors; }
@@ -69,10 +57,13 @@ class mast : public rig {
 
   void take_line(const std::string& line) {
     last_ = line;
-    if (contains_any(last_, kEnds)) ended_ = true;
+    // After its end nothing runs until the next request.
+    if (contains_any(last_, {" stop ", " cancel", " timeout", "move done"})) ended_ = true;
     if (last_ == "homing start") ended_ = false;
     const bool sample = std::isdigit(last_[0]) != 0 || last_[0] == '-';
-    if (!sample && !contains_any(last_, kUnlogged)) log_ += last_ + ",";
+    if (!sample &&
+        !contains_any(last_, {" amps ", " sample ", " continue", "adjust", " moving ", " stopping "}))
+      log_ += last_ + ",";
   }
 
   void read_trace() {
@@ -122,7 +113,7 @@ class mast : public rig {
   }
 
   void refresh(int count) {
-    for (int i = 0; i < count; ++i) refresh_once();
+    for (; count > 0; --count) refresh_once();
   }
 
   // No refresh for longer than a drive runs by itself.
@@ -147,10 +138,7 @@ class mast : public rig {
 
   void home() { request_home(), await_rest(); }
 
-  void request(int preset) {
-    ended_ = false;
-    orb_power_board_set_height_preset(&board_, preset);
-  }
+  void request(int preset) { ended_ = false, orb_power_board_set_height_preset(&board_, preset); }
 
   void go(int preset) { request(preset), run_to_rest(); }
 
@@ -173,9 +161,7 @@ class mast : public rig {
   void move(int from, int to, const move_variant& v) {
     place(from, count_at(from));
     board_drive& drive = model_.mast;
-    drive.inertia_s = v.inertia_s;
-    drive.full_speed = v.full_speed;
-    drive.fault = v.fault;
+    drive.inertia_s = v.inertia_s, drive.full_speed = v.full_speed, drive.fault = v.fault;
     drive.noise = static_cast<uint32_t>(random_());
     request(to);
     // After the start, because an encoder that is astray before it is believed.
@@ -189,6 +175,9 @@ class mast : public rig {
   }
 
   std::string take_log() { return std::exchange(log_, ""); }
+  int jog(int pwm, int motor = kMotorRunDrive) {
+    return orb_power_board_start_motor(&board_, motor, pwm, 500);
+  }
 
   // What the operations have queued, which the board gets.
   std::string queued() {
@@ -203,9 +192,7 @@ class mast : public rig {
   }
 
   std::string height() {
-    char text[16];
-    orb_power_board_load_height(&board_, text, sizeof text);
-    return text;
+    return loaded([this](char* text, size_t size) { orb_power_board_load_height(&board_, text, size); });
   }
 };
 
@@ -223,7 +210,7 @@ TEST_F(mast, ends_and_is_at_its_preset_when_it_is_done) {
           move(from, to, v);
           const bool done = last_ == "move done";
           const double off = std::fabs(model_.readings.encoder_1 - count_at(to));
-          EXPECT_TRUE(done ? off <= kTolerance : last_.find(v.end) != std::string::npos) << last_ << off;
+          EXPECT_TRUE(done ? off <= kTolerance : contains(last_, v.end)) << last_ << off;
           always_done &= done;
           ASSERT_FALSE(HasFailure()) << from << " to " << to << ", variant " << &v - kMoveVariants;
         }
@@ -237,17 +224,15 @@ TEST_F(mast, ends_and_is_at_its_preset_when_it_is_done) {
 // for the direction, "~" for the sign of the pwm, "#" for counts. A move starts after 5 refreshes, and sends
 // its run command again in every ninth.
 TEST_F(mast, each_event_of_a_move_in_both_directions) {
-  const auto push = [this](int counts) {
-    const motor_state& m = motors();
-    const bool check = m.move_state == kMoveCheck;
-    model_.readings.encoder_1 = check ? m.target + m.direction * counts : m.position + counts;
+  const auto push = [this, &m = motors()](int counts) {
+    model_.readings.encoder_1 =
+        m.move_state == kMoveCheck ? m.target + m.direction * counts : m.position + counts;
   };
   const auto stop = [this] { orb_power_board_stop_motor(&board_); };
   const std::tuple<int, const char*, std::function<void()>> cases[] = {
       {1, "encoder resample #,encoder #,move * fast start # #,~60,run,", [&] { push(-300); }},
       {3, "move * cancel # #,stop,", stop},
-      {30, "move * cancel 374 0,stop,",
-       [this] { EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1); }},
+      {30, "move * cancel 374 0,stop,", [this] { EXPECT_EQ(jog(100), -1); }},
       {30, "move * overcurrent stop 373 1,stop,", [&] { model_.mast.jammed = true; }},
       {30, "run,move * no movement stop 364 10,stop,", [&] { model_.mast.fault = encoder_fault::frozen; }},
       {30, "run,move * timeout 0 0,stop,", [&] { model_.mast.full_speed = 1200, refresh(365); }},
@@ -259,11 +244,9 @@ TEST_F(mast, each_event_of_a_move_in_both_directions) {
        }},
       {400, "move * fast,~60,run,move * slow,stop,~15,run,move * check,stop,move done,",
        [&] { push(20'000); }},
-      {400, "move check timeout,",
-       [&] {
+      {400, "move check timeout,", [&] {
          for (int i = 0; i < 400 && !ended_; ++i) push(i % 8 < 4 ? 100 : -100), refresh_once();
-       }},
-  };
+       }}};
   home();
   for (const auto& [after, log, provoke] : cases) {
     for (const bool out : {true, false}) {
@@ -273,15 +256,14 @@ TEST_F(mast, each_event_of_a_move_in_both_directions) {
       take_log();
       provoke();
       for (int i = 0; i < 80 && !ended_; ++i) refresh_once();
-      std::string expected = std::regex_replace(log, std::regex("\\*"), out ? "out" : "in");
-      expected = std::regex_replace(expected, std::regex("~"), out ? "" : "-");
-      expected = std::regex_replace(expected, std::regex("#"), "-?[0-9]+");
+      std::string expected = log;
+      for (const auto& [mark, text] :
+           {std::pair("\\*", out ? "out" : "in"), {"~", out ? "" : "-"}, {"#", "-?[0-9]+"}})
+        expected = std::regex_replace(expected, std::regex(mark), text);
       const std::string actual = take_log();
       EXPECT_TRUE(std::regex_match(actual, std::regex(expected))) << log << ": " << actual;
       run_to_rest();
-      model_.mast.jammed = false;
-      model_.mast.fault = encoder_fault::none;
-      model_.mast.full_speed = 9000;
+      model_.mast.jammed = false, model_.mast.fault = encoder_fault::none, model_.mast.full_speed = 9000;
       refresh(20);
       go(out ? 8 : 48);  // the other way, which is served whatever happened
       EXPECT_EQ(last_, "move done") << "after " << log;
@@ -313,7 +295,6 @@ TEST_F(mast, each_reason_ends_a_homing) {
   }
 }
 
-// A mast that hunts for its place, or turns round on its way.
 TEST_F(mast, ignores_small_changes_and_presets_while_it_moves) {
   home();
   go(12);
@@ -348,9 +329,8 @@ TEST_F(mast, a_drive_that_loses_its_type_is_stopped) {
       if (homes) orb_power_board_home_height(&board_);
       refresh(1);
     }
-    const std::string started =
-        homes ? "homing start,-60,run,homing start,-60,run,homing start,-60,run," : "";
-    EXPECT_EQ(take_log(), "motor pending 0," + started + "no height,stop,");
+    const std::string started = homes ? "homing start,-60,run," : "";
+    EXPECT_EQ(take_log(), "motor pending 0," + started + started + started + "no height,stop,");
     model_.readings.motor_type = kMotorHeight;
     refresh(5);
   }
@@ -375,16 +355,13 @@ TEST(motor_times, no_pace_is_late_and_a_gap_is) {
 
 // Resumed an hour later, nothing may drive that was asked for before, and a new request is served.
 TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
-  const auto home_now = [this] { request_home(); };
-  const auto move_now = [this] { request(48); };
   const auto home_in_a_move = [this] { request(48), refresh(10), request_home(); };
   const std::tuple<std::function<void()>, int, const char*> cases[] = {
-      {home_now, 0, ""},
-      {home_now, 30, "homing cancel,stop,"},
-      {move_now, 2, "move out cancel 0 0,stop,"},
-      {move_now, 30, "move out cancel 375 0,stop,"},
-      {home_in_a_move, 0, "move out cancel 395 0,stop,"},
-  };
+      {[this] { request_home(); }, 0, ""},
+      {[this] { request_home(); }, 30, "homing cancel,stop,"},
+      {[this] { request(48); }, 2, "move out cancel 0 0,stop,"},
+      {[this] { request(48); }, 30, "move out cancel 375 0,stop,"},
+      {home_in_a_move, 0, "move out cancel 395 0,stop,"}};
   for (const auto& [ask, after, log] : cases) {
     place(24, 5000);
     home();
@@ -395,7 +372,7 @@ TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
     orb_power_board_suspend_refresh(&board_);
     EXPECT_EQ(orb_power_board_home_height(&board_), -1);
     EXPECT_EQ(orb_power_board_set_height_preset(&board_, 8), -1);
-    EXPECT_EQ(height().find("ING"), std::string::npos) << height();
+    EXPECT_FALSE(contains(height(), "ING")) << height();
     read_trace();
     take_log();
     EXPECT_EQ(queued(), "stop,");
@@ -415,7 +392,7 @@ TEST_F(mast, what_a_suspension_interrupts_must_be_asked_for_again) {
   orb_power_board_stop_motor(&board_);
   take_log();
   refresh(30);
-  EXPECT_EQ(take_log().find("run"), std::string::npos);
+  EXPECT_FALSE(contains(take_log(), "run"));
 }
 
 // The jog of a mast that is not homed asks for a homing: a new one, not the rest of the one that was
@@ -428,10 +405,8 @@ TEST_F(mast, a_withdrawn_homing_starts_again_at_its_beginning) {
       refresh(after);
       orb_power_board_suspend_refresh(&board_);
       orb_power_board_resume_refresh(&board_);
-      if (tilt_before) {
-        EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunTilt, 100, 500), 0);
-      }
-      EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);
+      EXPECT_EQ(tilt_before ? jog(100, kMotorRunTilt) : 0, 0);
+      EXPECT_EQ(jog(100), -1);
       EXPECT_EQ(height(), "HOMING");
       queued();
       take_log();
@@ -469,13 +444,13 @@ TEST_F(mast, a_pause_is_no_evidence) {
 // board has not been told yet would drive a homing at its own speed.
 TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
   orb_power_board_init(&board_, &application_, 1);
-  EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);
+  EXPECT_EQ(jog(100), -1);
   refresh(10);
   EXPECT_EQ(motors().homing_state, kHomingIdle);
   EXPECT_FALSE(is_homing(motors()));
-  EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunTilt, -300, 500), 0);   // needs no home
-  EXPECT_EQ(orb_power_board_start_motor(&board_, kMotorRunDrive, 100, 500), -1);  // asks for one
-  EXPECT_EQ(queued(), "-100,run,");  // limited; not scaled: no extended frame has been read
+  EXPECT_EQ(jog(-300, kMotorRunTilt), 0);  // needs no home
+  EXPECT_EQ(jog(100), -1);                 // asks for one
+  EXPECT_EQ(queued(), "-100,run,");        // limited; not scaled: no extended frame has been read
   motor_output output;
   step_motors(motors(), {.reported_type = kMotorHeight, .jog_waiting = true}, output);
   EXPECT_TRUE(output.writes().empty());
@@ -486,7 +461,7 @@ TEST_F(mast, a_homing_waits_for_a_confirmed_mast_and_behind_a_jog) {
 // Quick changes of direction: the last speed that was queued counts, not the reading of the last frame.
 TEST_F(mast, every_change_of_direction_writes_its_speed_and_a_stop_finds_a_place) {
   home();
-  for (const int pwm : {60, -60, 60, 60}) EXPECT_EQ(orb_power_board_start_motor(&board_, 1, pwm, 500), 0);
+  for (const int pwm : {60, -60, 60, 60}) EXPECT_EQ(jog(pwm, kMotorRunTilt), 0);
   EXPECT_EQ(queued(), "60,run,-60,run,60,run,run,");
   while (write(9, {1}) == 0) continue;  // the queue is full
   for (int i = 0; i < 100; ++i) EXPECT_EQ(orb_power_board_stop_motor(&board_), 0);

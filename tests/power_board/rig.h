@@ -2,33 +2,18 @@
 // timer's tick by hand.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <functional>
-#include <regex>
-
 #include "base/application.h"
-#include "base/clock.h"
-#include "base/paths.h"
 #include "base/trace.h"
 #include "power_board/events.h"
 #include "power_board/link.h"
 #include "power_board/work.h"
 #include "sim/board/bus.h"
 #include "sim/board/control.h"
-#include "tests/await.h"
+#include "tests/kit.h"
 
 using texts = std::vector<std::string>;
 
 inline texts violations;  // of the bus
-
-inline void fresh_bus() {
-  reset_board();
-  set_wire_time(false);
-  violations.clear();
-  set_violation_handler([](const char* text) { violations.emplace_back(text); });
-}
 
 // What f says on standard error, without line numbers.
 inline std::string said_by(const std::function<void()>& f) {
@@ -48,7 +33,10 @@ class rig : public testing::Test {
   std::ifstream trace_;
 
   void SetUp() override {
-    fresh_bus();
+    reset_board();
+    set_wire_time(false);
+    violations.clear();
+    set_violation_handler([](const char* text) { violations.emplace_back(text); });
     set_trace_mask(trace_mask_);
     init_trace();
     application_.program_name = name_;
@@ -88,10 +76,9 @@ class rig : public testing::Test {
     return with_board([](auto& b) { return b.counts.reads; });
   }
 
-  unsigned long refreshes_of_tick() {
+  unsigned long refresh(int ticks = 1) {
     const auto before = reads();
-    tick();
-    settle();
+    for (; ticks > 0; --ticks) tick(), settle();
     return reads() - before;
   }
 

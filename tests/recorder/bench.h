@@ -1,12 +1,6 @@
 // What the recorder's tests share: the stores of takes, and a recorder that nothing else uses.
 #pragma once
 
-#include <sys/mount.h>
-#include <sys/stat.h>
-
-#include "base/child_process.h"
-#include "base/clock.h"
-#include "base/text.h"
 #include "base/trace_reader.h"
 #include "recorder/completion.h"
 #include "recorder/metadata.h"
@@ -29,6 +23,13 @@ inline void clear_stores() {
 inline void set_stage(recorder_stage stage) {
   const mutex_lock lock(recorder.stage_lock);
   recorder.stage = stage;
+}
+
+// A packet that is missing is a failure.
+inline orb_xmp_fields metadata_of(const std::string& path) {
+  orb_xmp_fields fields;
+  EXPECT_EQ(orb_xmp_read(path.c_str(), &fields), 0) << path;
+  return fields;
 }
 
 inline void make_video(const std::string& path, const std::string& options) {

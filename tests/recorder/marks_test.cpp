@@ -1,8 +1,6 @@
-// Marks, notes and metadata of a take that the test itself declares to be running, and the stills that are
-// cut from a real picture.
+// Marks, notes and metadata of a take that is declared to be running, and the stills of a real picture.
 #include "recorder/marks.h"
 
-#include "base/text.h"
 #include "recorder/bench.h"
 #include "recorder/mark_files.h"
 #include "tests/scarcity.h"
@@ -17,16 +15,13 @@ struct marks : testing::Test {
   marks() {
     clear_stores();
     for (const char* path : {paths::kVideoNote, paths::kImageNote}) fs::remove(path);
-    put(paths::kSaveTimes, "");
-    put(paths::kImageNotes, "");
+    for (const char* path : {paths::kSaveTimes, paths::kImageNotes}) put(path, "");
     put(paths::kTakeGuid, kTake.guid);
     save_description(kTake, "", json_owner(json_object_new_array()));
     recorder.started_ns = monotonic_ns() - 3'600'000 * kNanosecondsPerMillisecond;
-    recorder.recording = 1;
-    recorder.paused = 0;
+    recorder.recording = 1, recorder.paused = 0;
     set_stage(recorder_stage::idle);
   }
-  marks(const marks&) = delete;
   ~marks() override { recorder.recording = 0; }
 };
 
@@ -134,15 +129,14 @@ TEST_F(marks, pair_with_their_notes_as_stills) {
   }
   make_stills(kTake, *stopped, files.get());  // after an interruption: what is whole stays
   std::string names;
-  for (size_t i = 0; i < json_object_array_length(files.get()); ++i)
-    names += json_text(json_object_array_get_idx(files.get(), i), "name").substr(kStillName.size()) + " ";
+  for (json_object* file : json_elements(files.get()))
+    names += json_text(file, "name").substr(kStillName.size()) + " ";
   EXPECT_EQ(names, "00-00-00-500.jpg 00-00-01-005.jpg 00-01-00-000.jpg 00-00-02-000.jpg ");
   for (const auto& [offset, note] :
        {std::pair("00-00-00-500", "edited"), {"00-00-01-005", "two"}, {"00-00-02-000", ""}}) {
     orb_xmp_fields fields;
     EXPECT_EQ(orb_load_recorder_file_metadata((kStills + offset + ".jpg").c_str(), &fields), 0) << offset;
-    EXPECT_STREQ(fields.comment, note);
-    EXPECT_STREQ(fields.project_name, "first job");
+    EXPECT_EQ(fields.project_name + std::string(fields.comment), std::string("first job") + note);
   }
   EXPECT_FALSE(fs::exists(kStills + "00-01-00-000.jpg"));
   EXPECT_EQ(orb_set_recorder_file_note(internal_take_path(kTake).c_str(), "has none"), -1);

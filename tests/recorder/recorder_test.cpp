@@ -1,16 +1,8 @@
-// The recorder without the daemon around it: names, texts, limits, and completions that a power cut ends
-// anywhere.
+// The recorder without the daemon around it: texts, limits, and completions that a power cut ends anywhere.
 #include "recorder/recorder.h"
 
-#include <fcntl.h>
 #include <linux/magic.h>
 #include <sys/statfs.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-
-#include <atomic>
-#include <cstring>
-#include <map>
 
 #include "base/file_copy.h"
 #include "recorder/bench.h"
@@ -97,12 +89,19 @@ const std::string kFinished = kDescribed + R"("00:00:00","files":[{"path":"/ApiV
                               R"("name":"na'me_ 1_2_2026-03-09-14-05-59.mp4"},)" + kStill;
 const std::string kPicture(20'000, 'x');
 const take kTake{kGuid, "na'me: 1/2", "MH 14", "2026-03-09-14-05-59", "a note\n"};
+const std::string kStillOfTake = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
 
 // What a start and ffmpeg have written, and a completion has not seen yet.
-void interrupt_take() {
+void interrupt_take(const std::string& picture = kPicture) {
   put(description_path(kGuid), kInterrupted);
   put(paths::kTakeGuid, kGuid);
-  put(internal_take_path(kTake), kPicture);
+  put(internal_take_path(kTake), picture);
+}
+
+// The same behind a stop, with a mark.
+void interrupt_stopped_take(const std::string& picture) {
+  interrupt_take(picture);
+  ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
 }
 
 void expect_waiting() {
@@ -164,12 +163,9 @@ TEST_F(takes, a_text_is_cut_at_a_character_and_comes_back_as_the_settings_hold_i
   const std::string title = std::string(40, 't') + "é" + std::string(37, 't') + "é";
   orb_set_recorder_title(title.c_str());
   orb_init_nv();
-  char text[200];
-  orb_load_recorder_title(text, sizeof text);
-  EXPECT_EQ(text, title.substr(0, 79));
+  EXPECT_EQ(loaded(orb_load_recorder_title), title.substr(0, 79));
   load_recorder_texts();
-  orb_load_recorder_filename(text, sizeof text);
-  EXPECT_EQ(text, title.substr(0, 40));
+  EXPECT_EQ(loaded(orb_load_recorder_filename), title.substr(0, 40));
 }
 
 TEST_F(takes, a_start_describes_its_take) {
@@ -203,47 +199,37 @@ TEST_F(takes, a_start_moves_past_the_takes_that_are_there) {
   orb_set_recorder_filename("name");
   const std::string before = local_time_text(0);
   while (local_time_text(0) == before) usleep(1000);  // a whole second is left for what follows
-  take other = kTake;
-  other.name = "name";
-  other.start_time = local_time_text(0);
-  put(usb_take_path(other), "");
-  other.start_time = local_time_text(1);
-  put(internal_take_path(other), "");
-  other.start_time = local_time_text(2);
-  put(caption_path(other), "");
+  int later_s = 0;
+  for (const auto path_of : {usb_take_path, internal_take_path, caption_path})
+    put(path_of({"", "name", "", local_time_text(later_s++), ""}), "");
   EXPECT_EQ(begin_take().start_time, local_time_text(3));
 }
 
 TEST_F(takes, a_start_needs_room_in_both_stores) {
   constexpr int kRooms[][3] = {{80'000, 100'000, true}, {79'996, 100'000, false}, {80'000, 99'996, false}};
   for (const auto& [emmc_kb, usb_kb, starts] : kRooms) {
-    const small_store emmc(paths::kInternalTakes, emmc_kb);
-    const small_store usb(paths::kUsbTakes, usb_kb);
+    const small_store emmc(paths::kInternalTakes, emmc_kb), usb(paths::kUsbTakes, usb_kb);
     begin_take();
     EXPECT_EQ(fs::exists(paths::kTakeGuid), starts != 0) << emmc_kb << " " << usb_kb;
   }
 }
 
 TEST_F(takes, a_take_is_ended_before_a_store_is_full_or_the_stick_cannot_hold_its_file) {
-  const struct {
-    int emmc_kb, usb_kb, size_kb;
-    bool is_vfat;
-    int reason;
-  } kRooms[] = {{10'000, 30'020, 18, false, 0},           {9'996, 30'020, 18, false, 3},
-                {10'000, 30'016, 18, false, 3},           {10'000, 12, 18, false, 3},
-                {10'000, 5'000'000, 4'164'304, false, 0}, {10'000, 5'000'000, 4'164'303, true, 0},
-                {10'000, 5'000'000, 4'164'304, true, 3}};
-  for (const auto& row : kRooms) {
-    SCOPED_TRACE(&row - kRooms);
-    const small_store emmc(paths::kInternalTakes, row.emmc_kb);
-    const small_store usb(paths::kUsbTakes, row.usb_kb);
+  const std::tuple<int, int, int, bool, int> kRooms[] = {
+      // free, size of the file, vfat; why it is ended
+      {10'000, 30'020, 18, false, 0},           {9'996, 30'020, 18, false, 3},
+      {10'000, 30'016, 18, false, 3},           {10'000, 12, 18, false, 3},
+      {10'000, 5'000'000, 4'164'304, false, 0}, {10'000, 5'000'000, 4'164'303, true, 0},
+      {10'000, 5'000'000, 4'164'304, true, 3}};
+  for (const auto& [emmc_kb, usb_kb, size_kb, on_vfat, reason] : kRooms) {
+    const small_store emmc(paths::kInternalTakes, emmc_kb), usb(paths::kUsbTakes, usb_kb);
     take_watch watch{.path = internal_take_path(kTake)};
     put(watch.path, "");
-    fs::resize_file(watch.path, uint64_t{1024} * static_cast<unsigned>(row.size_kb));  // takes no room
-    is_vfat = row.is_vfat;
+    fs::resize_file(watch.path, uint64_t{1024} * static_cast<unsigned>(size_kb));  // takes no room
+    is_vfat = on_vfat;
     for (int tick = 1; tick < 10; ++tick) ASSERT_EQ(watch_take(watch), 0);
-    EXPECT_EQ(watch_take(watch), row.reason);
-    EXPECT_EQ(orb_get_recorder_usb_kb(), static_cast<uint64_t>(std::max(row.usb_kb - row.size_kb, 0)));
+    EXPECT_EQ(watch_take(watch), reason) << emmc_kb << " " << usb_kb << " " << size_kb;
+    EXPECT_EQ(orb_get_recorder_usb_kb(), static_cast<uint64_t>(std::max(usb_kb - size_kb, 0)));
   }
   is_vfat = false;
 }
@@ -263,8 +249,7 @@ bool work_until(int steps, Work work) {
 
 // All but its last byte: with that it gets its size.
 TEST_F(takes, a_copy_of_full_size_is_whole) {
-  const std::string from = paths::kInternalTakes + std::string("/from");
-  const std::string to = paths::kUsbTakes + std::string("/to");
+  const std::string from = path_in(paths::kInternalTakes, "from"), to = path_in(paths::kUsbTakes, "to");
   for (const size_t size : {size_t{0}, size_t{1}, size_t{4096}, size_t{8193}})
     for (const size_t old : {size_t{0}, size, size_t{9000}}) {
       int cuts = 0;
@@ -296,20 +281,16 @@ TEST_F(takes, a_power_cut_after_the_stop_loses_no_still_and_no_text) {
   for (bool is_cut = true; is_cut; ++cuts) {
     SCOPED_TRACE(cuts);
     clear_stores();
+    interrupt_take(whole);
     put(description_path(kGuid), kDescribed + R"("","files":[],"note":"a note"})");
-    put(paths::kTakeGuid, kGuid);
-    put(internal_take_path(kTake), whole);
     ASSERT_TRUE(save_stopped_take(kGuid, stopped));
     is_cut = work_until(cuts, [] { return complete_take(paths::kTakeGuid, false); });
     EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
 
-    const std::pair<std::string, std::string> expected[] = {
-        {usb_take_path(kTake), "a note"},
-        {path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500")), "still"}};
-    for (const auto& [path, note] : expected) {
-      orb_xmp_fields fields;
-      EXPECT_EQ(orb_xmp_read(path.c_str(), &fields), 0) << path;
-      EXPECT_EQ(fields.project_name + std::string(fields.scene) + fields.comment, "first jobdown" + note);
+    for (const auto& [path, note] : {std::pair(usb_take_path(kTake), "a note"), {kStillOfTake, "still"}}) {
+      const orb_xmp_fields fields = metadata_of(path);
+      EXPECT_EQ(fields.project_name + std::string(fields.scene) + fields.comment,
+                std::string("first jobdown") + note);
     }
     const std::string description = content(description_path(kGuid));
     for (const char* end : {".mp4\"}", "500.jpg\"}]"})
@@ -347,9 +328,8 @@ TEST_F(takes, what_a_take_was_at_its_stop_is_kept_as_soon_as_that_succeeds) {
   EXPECT_FALSE(work_until(-1, [] { return start_take_file_workers(), true; }));
   EXPECT_FALSE(fs::exists(stopped_take_path(kGuid)) || fs::exists(stopped_take_path(kGuid) + ".new"));
   EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
-  orb_xmp_fields fields;
-  orb_xmp_read(path_in(paths::kUsbTakes, still_file_name(t, "00:00:00.500")).c_str(), &fields);
-  EXPECT_STREQ(fields.project_name, "this job");
+  const std::string still = path_in(paths::kUsbTakes, still_file_name(t, "00:00:00.500"));
+  EXPECT_STREQ(metadata_of(still).project_name, "this job");
 }
 
 bool delete_take() {
@@ -357,11 +337,9 @@ bool delete_take() {
     json_object* list = json_tokener_parse(files.c_str());
     return orb_delete_recorder_files(list, json_owner(list));
   };
-  const auto entry = [](const std::string& name) {
-    return R"({"parent_id":")" + kGuid + R"(","name":")" + name + "\"}";
-  };
+  const std::string of_take = R"({"parent_id":")" + kGuid + R"(","name":")";
   start_take_file_workers();
-  request("[" + entry(take_file_name(kTake, "mp4")) + "," + entry("still.jpg") + "]");
+  request("[" + of_take + take_file_name(kTake, "mp4") + "\"}," + of_take + "still.jpg\"}]");
   while (request("[]") != 0) usleep(100);
   return true;
 }
@@ -369,7 +347,7 @@ bool delete_take() {
 // What is left is listed, so that it can be deleted again.
 TEST_F(takes, a_power_cut_in_a_deletion_leaves_nothing_that_is_not_listed) {
   const std::string files[] = {usb_take_path(kTake), caption_path(kTake),
-                               paths::kUsbTakes + std::string("/still.jpg")};
+                               path_in(paths::kUsbTakes, "still.jpg")};
   int cuts = 0;
   for (bool is_cut = true; is_cut; ++cuts) {
     SCOPED_TRACE(cuts);
@@ -378,7 +356,7 @@ TEST_F(takes, a_power_cut_in_a_deletion_leaves_nothing_that_is_not_listed) {
     is_cut = work_until(cuts, delete_take);
     const std::string listed = content(description_path(kGuid));
     for (const std::string& file : files)
-      EXPECT_TRUE(!fs::exists(file) || listed.find(fs::path(file).stem()) != std::string::npos) << file;
+      EXPECT_TRUE(!fs::exists(file) || contains(listed, fs::path(file).stem().string())) << file;
     EXPECT_FALSE(work_until(-1, delete_take));
     EXPECT_TRUE(fs::is_empty(paths::kUsbTakes));
   }
@@ -394,8 +372,7 @@ TEST_F(takes, a_caption_is_one_cue_with_the_title) {
       {"é 北 🙂 \\N {\\an8}", "é 北 🙂 \\N {\\an8}"},
       {"\r\r1\r\n00:00:00.000 --> 00:00:09.000\n\nc", "  1  00:00:00.000 --&gt; 00:00:09.000  c"}};
   for (const auto& [title, cue] : rows) {
-    interrupt_take();
-    put(internal_take_path(kTake), whole);
+    interrupt_take(whole);
     take titled = kTake;
     titled.asset_id = title;
     ASSERT_TRUE(save_description(titled, "", json_owner(json_object_new_array())));
@@ -410,16 +387,12 @@ TEST_F(takes, a_child_that_somebody_ends_costs_nothing) {
   put("/tmp/ended", "#!/bin/sh\nkill -TERM $$\n");
   chmod("/tmp/ended", 0755);
   for (const char* program : {"/usr/bin/ffprobe", "/usr/bin/ffmpeg"}) {
-    interrupt_take();
-    put(internal_take_path(kTake), whole);
-    ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+    interrupt_stopped_take(whole);
     ASSERT_EQ(mount("/tmp/ended", program, nullptr, MS_BIND, nullptr), 0);
     EXPECT_FALSE(complete_take(paths::kTakeGuid, true));
     umount(program);
     EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
-    const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
-    EXPECT_TRUE(fs::exists(still)) << program;
-    fs::remove(still);
+    EXPECT_TRUE(fs::remove(kStillOfTake)) << program;
   }
 }
 
@@ -429,24 +402,19 @@ TEST_F(takes, a_store_that_is_full_at_any_moment_keeps_the_take_and_its_stills) 
   for (int kb = 4; kb <= 1100; kb += kb < 72 || kb >= 1000 ? 8 : 928) {  // behind an insertion 1 MiB is left
     SCOPED_TRACE(kb);
     const small_store usb(paths::kUsbTakes, kb);
-    interrupt_take();
-    put(internal_take_path(kTake), whole);
-    ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+    interrupt_stopped_take(whole);
     if (!complete_take(paths::kTakeGuid, false)) {
       ++waited;
       usb.resize(8000);
       EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
     }
     EXPECT_TRUE(content(usb_take_path(kTake)).starts_with(whole));
-    const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
-    EXPECT_EQ(shell_first_line("ffmpeg -v error -i " + shell_quoted(still) + " -f null - 2>&1", 99), "");
-    orb_xmp_fields fields;
-    EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), 0);
-    EXPECT_STREQ(fields.comment, "still");
-    EXPECT_NE(content(description_path(kGuid)).find("500.jpg"), std::string::npos);
+    EXPECT_EQ(shell_first_line("ffmpeg -v error -i " + shell_quoted(kStillOfTake) + " -f null - 2>&1", 99),
+              "");
+    EXPECT_STREQ(metadata_of(kStillOfTake).comment, "still");
+    EXPECT_TRUE(contains(content(description_path(kGuid)), "500.jpg"));
   }
-  EXPECT_GT(waited, 4);
-  EXPECT_LT(waited, 23);
+  EXPECT_TRUE(waited > 4 && waited < 23) << waited;
   const small_store usb(paths::kUsbTakes, 28);  // of the picture, the caption and one description
   interrupt_take();
   expect_waiting();
@@ -461,15 +429,12 @@ TEST_F(takes, a_large_still_gets_its_packet_when_there_is_room_for_it) {
   fs::permissions("/tmp/ffmpeg", fs::perms::owner_all);
   ASSERT_EQ(mount("/tmp/ffmpeg", paths::kFfmpeg, nullptr, MS_BIND, nullptr), 0);
   const small_store usb(paths::kUsbTakes, 8'600);
-  interrupt_take();
-  ASSERT_TRUE(save_stopped_take(kGuid, {{}, {"00:00:00.500"}, {"still"}}));
+  interrupt_stopped_take(kPicture);
   expect_waiting();
   usb.resize(20'000);
   EXPECT_TRUE(complete_take(paths::kTakeGuid, true));
   umount2(paths::kFfmpeg, MNT_DETACH);
-  orb_xmp_fields fields;
-  const std::string still = path_in(paths::kUsbTakes, still_file_name(kTake, "00:00:00.500"));
-  EXPECT_EQ(orb_xmp_read(still.c_str(), &fields), 0);
+  metadata_of(kStillOfTake);
 }
 
 TEST_F(takes, a_take_whose_description_tells_nothing_waits) {

@@ -1,23 +1,14 @@
-// The data logger: the minute stepped without a clock, its two files to the byte, what a reset, bad numbers
-// and a kill leave of the history; and its dated files.
+// The data logger, its minute stepped without a clock: its two files to the byte, and its dated ones.
 #include "store/logger.h"
 
 #include "log_files/current_readings.h"
 
-#include <ev.h>
-
-#include <climits>
-#include <cstring>
-#include <fstream>
 #include <future>
-#include <regex>
-#include <set>
 
 #include "base/trace_reader.h"
 #include "log_files/log_files.h"
 #include "store/saves.h"
 #include "store/statistics.h"
-#include "tests/await.h"
 #include "tests/scarcity.h"
 
 namespace {
@@ -62,8 +53,7 @@ TEST(logger, files_and_readings_to_the_byte) {
     for (int times = 0; times <= i; ++times) kEvents[i]();
   for (const double off : {0.5, 1.5, 1.0}) {
     for (int i = 0; i < 7; ++i)
-      for (const double sample : {10.0 * (i + 1) + off, static_cast<double>(NAN), 10.0 * (i + 1) - off})
-        kSamples[i](sample);
+      for (const double plus : {off, static_cast<double>(NAN), -off}) kSamples[i](10.0 * (i + 1) + plus);
     end_minute();
   }
   EXPECT_EQ(content(0), record(3, 4)) << "the fourth save";
@@ -96,9 +86,9 @@ TEST(logger, counters_and_averages_saturate) {
     count_event(numbers, kInvalidCameraLens);
     add_sample(numbers, kPsbTemperature, 50);
     for (int minute = 0; minute < 3; ++minute) step_minute(numbers);
-    EXPECT_EQ(numbers.session.runtime_minutes, 65535);
-    EXPECT_EQ(numbers.history.runtime_minutes, INT64_MAX);
-    EXPECT_EQ(numbers.history.sessions, 65535);
+    const statistics_set& lifetime = numbers.history;
+    EXPECT_EQ(std::tuple(numbers.session.runtime_minutes, lifetime.runtime_minutes, lifetime.sessions),
+              std::tuple(65535, INT64_MAX, 65535));
     for (const statistics_set* set : {&numbers.session, &numbers.history}) {
       const int64_t limit = set == &numbers.session ? 65535 : count + room;
       EXPECT_EQ(set->counters[kInvalidCameraLens], 65535);
@@ -131,7 +121,7 @@ TEST(logger, bad_numbers_of_a_file_take_their_defaults) {
 
 TEST(logger, nothing_comes_back_after_a_reset) {
   const std::string mark = paths::kLoggerResetMark;
-  for (const int live : {0, 1}) {
+  for (const int live : {0, 1})
     for (const bool fails : {false, true}) {
       start_afresh();
       for (int minute = 0; minute < 5 + live; ++minute) orb_report_logger_up_temperature(50), end_minute();
@@ -153,7 +143,6 @@ TEST(logger, nothing_comes_back_after_a_reset) {
         if (starts == 1) end_minute(), orb_init_logger();
       }
     }
-  }
 }
 
 // The main loop ends a minute, and the board's thread reports, while a save hangs. Two minutes are one save
@@ -170,9 +159,8 @@ TEST(logger, neither_minutes_nor_reports_wait_for_a_save) {
     sleep_ms(50);
     orb_report_logger_tilt_motor_warning(), tick_logger(), tick_logger(), tick_logger();
     EXPECT_LT(monotonic_ns() - start, 500 * kNanosecondsPerMillisecond);
-    std::future<void> end = std::async(std::launch::async, [reset] {
-      reset ? static_cast<void>(orb_reset_logger()) : save_logger_minute();
-    });
+    const auto save = [reset] { reset ? static_cast<void>(orb_reset_logger()) : save_logger_minute(); };
+    std::future<void> end = std::async(std::launch::async, save);
     EXPECT_EQ(end.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     hangs = false;
     end.get(), thread.get();
@@ -181,7 +169,7 @@ TEST(logger, neither_minutes_nor_reports_wait_for_a_save) {
     orb_init_logger();
     EXPECT_EQ(reading("historical_total_runtime"), reset ? "0 MIN" : "4 MIN");
     EXPECT_EQ(reading("historical_tilt_motor_warnings"), reset ? "0" : "1");
-    EXPECT_NE(content(reset ? 0 : 1).find(reset ? R"(_id":2,)" : R"(_id":3,)"), std::string::npos);
+    EXPECT_TRUE(contains(content(reset ? 0 : 1), reset ? R"(_id":2,)" : R"(_id":3,)"));
   }
 }
 
@@ -211,8 +199,6 @@ TEST(logger, a_thread_that_cannot_be_had_is_asked_for_each_minute) {
 
 const std::string kLogs = paths::kUsbLogs + std::string("/");
 
-void put(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
-
 std::string text_of(const json_owner& value) {
   return json_object_to_json_string_ext(value.get(), JSON_C_TO_STRING_NOSLASHESCAPE);
 }
@@ -222,16 +208,14 @@ TEST(log_files, of_one_second_are_a_second_apart_and_whole) {
   fs::remove_all(kLogs);  // another stick
   const std::string before = local_time_text(0);
   while (local_time_text(0) == before) sleep_ms(1);
-  std::set<std::string> expected;
-  for (const int later_s : {0, 1, 2}) expected.insert("log_" + local_time_text(later_s) + ".json");
+  std::vector<std::string> expected;
+  for (const int later_s : {0, 1, 2}) expected.push_back("log_" + local_time_text(later_s) + ".json");
   for (int i = 0; i < 3; ++i) EXPECT_EQ(orb_create_logger_file(), 0);
   flush_fails = true;
   EXPECT_EQ(orb_create_logger_file(), -1);
   flush_fails = false;
-  std::set<std::string> names;
-  for (const fs::directory_entry& file : fs::directory_iterator(kLogs)) names.insert(file.path().filename());
-  EXPECT_EQ(names, expected);
-  const json_owner readings = orb_get_logger_file_readings(*names.begin());
+  EXPECT_EQ(file_names(kLogs.c_str(), ""), expected);
+  const json_owner readings = orb_get_logger_file_readings(expected[0]);
   EXPECT_EQ(json_text(readings.get(), "historical_session_count"), "0");
 }
 

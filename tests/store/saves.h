@@ -1,16 +1,7 @@
-// What the stores' tests share: the flushes, golden records, and a store that is killed while it
-// saves.
+// What the stores' tests share: the flushes, golden records, and a store that is killed while it saves.
 #pragma once
 
 #include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <csignal>
-#include <random>
-#include <sstream>
-#include <string>
 
 #include "tests/files.h"
 
@@ -22,10 +13,9 @@ extern void (*on_flush)();
 inline std::string golden_record(const std::string& name, int previous, int current,
                                  const std::string& changes) {
   std::string text = golden(name);
-  std::istringstream list("PREVIOUS>" + std::to_string(previous) + "|CURRENT>" + std::to_string(current) +
-                          "|" + changes);
-  for (std::string from, to; std::getline(list, from, '>') && std::getline(list, to, '|');)
-    text.replace(text.find(from), from.size(), to);
+  const std::string ids =
+      "PREVIOUS>" + std::to_string(previous) + "|CURRENT>" + std::to_string(current) + "|";
+  for (const auto& [from, to] : rows_of(ids + changes)) text.replace(text.find(from), from.size(), to);
   return text;
 }
 

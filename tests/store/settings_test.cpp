@@ -1,15 +1,6 @@
-// The settings store against its two files: what it loads, what it saves, and that neither a failure nor a
-// kill loses a generation that was acknowledged.
+// The settings' two files: what is loaded, what is saved, and that no failure loses what was acknowledged.
 #include "store/settings.h"
 
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-
-#include <climits>
-#include <fstream>
-
-#include "base/json.h"
 #include "store/saves.h"
 #include "tests/scarcity.h"
 
@@ -44,10 +35,7 @@ std::string record(int previous, int current, const std::string& changes = "") {
 }
 std::string content(int file) { return ::content(kFile[file]); }
 void put(const fs::path& path, std::string_view text) { std::ofstream(path) << text; }
-void start_without(const fs::path& what) {
-  fs::remove_all(what);
-  orb_init_nv();
-}
+void start_afresh() { fs::remove_all(paths::kSettingsFolder), orb_init_nv(); }
 std::string bytes_of(uint32_t index, int length) {
   std::string bytes(48, '#');
   orb_read_nv(index, bytes.data(), length);
@@ -64,7 +52,7 @@ void set(uint32_t index, std::string_view bytes) {
 void set(uint32_t index, int value) { orb_write_nv(index, &value, sizeof value); }
 
 TEST(settings, saves_alternate_and_are_flushed) {
-  start_without(paths::kSettingsFolder);
+  start_afresh();
   EXPECT_EQ(content(1), record(0, 1));
   EXPECT_EQ(content(0), "nothing");
   set(kSettingViewerSeats, 7);
@@ -76,7 +64,7 @@ TEST(settings, saves_alternate_and_are_flushed) {
 }
 
 TEST(settings, newer_file_is_found_by_the_chain) {
-  start_without(paths::kSettingsFolder);
+  start_afresh();
   using ids = std::pair<int, int>;
   const std::tuple<ids, ids, int> rows[] = {{{6, 7}, {7, 8}, 1},
                                             {{8, 9}, {7, 8}, 0},
@@ -94,14 +82,14 @@ TEST(settings, newer_file_is_found_by_the_chain) {
 }
 
 TEST(settings, files_that_are_not_valid_are_ignored) {
-  start_without(paths::kSettingsFolder);
+  start_afresh();
   const std::string whole = record(6, 7, R"(seats":5>seats":2)");
   for (const std::string& text :
        {std::string("a pipe"), std::string(), std::string("[1]"), std::string(900, '\0'),
         std::string(5 << 20, ' ') + whole, whole.substr(0, whole.size() - 1),
         record(6, 7, R"(valid":1>valid":0)"), record(6, 7, "values_valid>valid")}) {
     for (const int bad : {0, 1}) {
-      fs::remove(kFile[0]), fs::remove(kFile[1]);
+      for (const char* file : kFile) fs::remove(file);
       text == "a pipe" ? static_cast<void>(mkfifo(kFile[bad], 0600)) : put(kFile[bad], text);
       if (bad == 1) put(kFile[0], record(8, 9, R"(seats":5>seats":3)"));
       orb_init_nv();
@@ -112,7 +100,7 @@ TEST(settings, files_that_are_not_valid_are_ignored) {
 }
 
 TEST(settings, values_of_other_types_and_sizes) {
-  start_without(paths::kSettingsFolder);
+  start_afresh();
   put(kFile[1], record(0, 1,
                        R"(ENG>ENGLISH|seats":5>seats":null|delay":0>delay":1e20|"ORB">12|ASSET>N)"
                        "\xD6"
@@ -134,7 +122,7 @@ TEST(settings, values_of_other_types_and_sizes) {
 }
 
 TEST(settings, a_save_without_memory_changes_no_file) {
-  start_without(paths::kSettingsFolder);
+  start_afresh();
   set(kSettingViewerSeats, 4);
   const std::string files = content(0) + content(1);
   for (int integers = 0; content(0) + content(1) == files; ++integers) {
@@ -147,13 +135,13 @@ TEST(settings, a_save_without_memory_changes_no_file) {
 
 TEST(settings, failed_save_is_repeated_with_the_same_id) {
   ASSERT_EQ(mount("small", "/home/orb", "tmpfs", 0, "size=16k"), 0);
-  for (void (*spoil)(bool) : {+[](bool on) { flush_fails = on; },
-                              +[](bool on) { put("/home/orb/filler", std::string(on ? 20'000 : 0, 'x')); },
-                              +[](bool on) {
-                                on ? fs::create_directories(kFile[0] + std::string("/full"))
-                                   : fs::remove_all(kFile[0]) > 0;
-                              }}) {
-    start_without(paths::kSettingsFolder);
+  const std::string full = kFile[0] + std::string("/full");
+  const std::function<void(bool)> kSpoils[] = {
+      [](bool on) { flush_fails = on; },
+      [](bool on) { put("/home/orb/filler", std::string(on ? 20'000 : 0, 'x')); },
+      [&](bool on) { on ? fs::create_directories(full) : fs::remove_all(kFile[0]) > 0; }};
+  for (const auto& spoil : kSpoils) {
+    start_afresh();
     spoil(true);
     set(kSettingViewerSeats, 9), set(kSettingZoomOsd, 1);
     EXPECT_EQ(number(kSettingViewerSeats), 9);
@@ -167,11 +155,11 @@ TEST(settings, failed_save_is_repeated_with_the_same_id) {
 }
 
 TEST(settings, what_is_no_file_is_replaced) {
-  start_without(paths::kSettingsFolder);
+  start_afresh();
   for (void (*place)() : {+[] { mkfifo(kFile[0], 0644); }, +[] { fs::create_directory(kFile[0]); },
                           +[] { fs::create_symlink("/dev/full", kFile[0]); },
                           +[] { fs::create_symlink("/not/there", kFile[0]); }}) {
-    fs::remove(kFile[0]), fs::remove(kFile[1]);
+    for (const char* file : kFile) fs::remove(file);
     place();
     orb_init_nv();  // saves to file 1
     set(kSettingUnits, 0);
@@ -194,7 +182,7 @@ int load_number() {
 }
 
 TEST(settings, acknowledged_saves_survive_a_kill) {
-  start_without(paths::kSettingsFolder);
+  start_afresh();
   save_number(2), save_number(3);
   kill_while_saving(3, 60, save_number, load_number);
 }

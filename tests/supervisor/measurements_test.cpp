@@ -1,14 +1,10 @@
-// What the encoder and the camera's echo answer, bytes in, words out; and what the status record makes of its
-// measurements.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
+// What the encoder and the camera's echo answer, and what the status record makes of its measurements.
 
 #include "recorder/recorder.h"
 #include "supervisor/camera_ping.h"
 #include "supervisor/encoder_response.h"
 #include "supervisor/status.h"
+#include "tests/kit.h"
 
 namespace {
 
@@ -36,8 +32,7 @@ TEST(encoder_response, is_complete_with_its_last_byte) {
 
 // An encoder that talks without an end would fill the memory.
 TEST(encoder_response, has_limits) {
-  const std::string good = "HTTP/1.1 200 OK\r\n";
-  const std::string most = good + "Content-Length: 65536\r\n\r\n";
+  const std::string good = "HTTP/1.1 200 OK\r\n", most = good + "Content-Length: 65536\r\n\r\n";
   const std::pair<std::string, response_step> rows[] = {
       {good + "\r\n", response_step::complete},  // no length, no body
       {most + std::string(65535, 'x'), response_step::needs_more},
@@ -47,8 +42,7 @@ TEST(encoder_response, has_limits) {
       {"HTTP/1.0 200 OK\r\n\r\n", response_step::malformed},
       {"HTTP/1.1 2x0 OK\r\n\r\n", response_step::malformed},
       {good + std::string(4096 - good.size() - 1, 'h'), response_step::needs_more},
-      {good + std::string(4096 - good.size(), 'h'), response_step::malformed},
-  };
+      {good + std::string(4096 - good.size(), 'h'), response_step::malformed}};
   for (const auto& [bytes, step] : rows) {
     encoder_response response;
     EXPECT_EQ(parse(bytes, &response), step) << bytes.substr(0, 80);
@@ -59,13 +53,11 @@ std::string shown(const camera_temperature& one) { return one.valid ? std::to_st
 
 // A reading that is none would warn, or end the unit.
 TEST(encoder_statistics, tells_temperatures) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"  +CPU  51  +LENS -7", "-7 - 51"},
-      {"+LENS 101 +FPGA 45 +CPU 51", "- - - invalid"},
-      {"T T +LENS 1 +FPGA 2 +CPU 3", "1 2 -"},  // seven words count
-      {"+LENS nan +FPGA inf +CPU -1e29", "- - -"},
-  };
-  for (const auto& [text, expected] : rows) {
+  const char* const kTexts =
+      "  +CPU  51  +LENS -7>-7 - 51|+LENS 101 +FPGA 45 +CPU 51>- - - invalid|"
+      "T T +LENS 1 +FPGA 2 +CPU 3>1 2 -|"  // seven words count
+      "+LENS nan +FPGA inf +CPU -1e29>- - -";
+  for (const auto& [text, expected] : rows_of(kTexts)) {
     const auto told = parse_encoder_statistics(R"({"temp_status_str":")" + text + "\"}");
     ASSERT_TRUE(told);
     const camera_temperatures& t = told->temperatures;
@@ -79,8 +71,7 @@ TEST(encoder_statistics, tells_channels) {
   const std::pair<const char*, const char*> rows[] = {
       {R"({"encoder_status_str":" a1 b1  a2 b2 a3"})", "a1 a2 a3|b1 b2"},
       {R"({"encoder_status_str":"a1"})", "a1|No stream detected"},
-      {"{\"encoder_status_str\":\"a\xFF b\"}", "a?|b"},
-  };
+      {"{\"encoder_status_str\":\"a\xFF b\"}", "a?|b"}};
   for (const auto& [json, expected] : rows) {
     const auto told = parse_encoder_statistics(json);
     ASSERT_TRUE(told) << json;
@@ -134,32 +125,24 @@ std::string warnings(double board, double processor, double lens = kNone, double
   const auto one = [](double value) { return camera_temperature{value, !std::isnan(value)}; };
   const temperature_warnings w = judge_temperatures(board, processor, {one(lens), one(fpga), one(cpu)});
   std::string text;
-  for (const auto& [on, letter] : {std::pair(w.cold, 'c'),
-                                   {w.freezing, 'f'},
-                                   {w.warm, 'w'},
-                                   {w.hot, 'h'},
-                                   {w.shutdown, 's'},
-                                   {w.camera_overheated, 'o'}}) {
-    if (on) text += letter;
-  }
+  const bool on[] = {w.cold, w.freezing, w.warm, w.hot, w.shutdown, w.camera_overheated};
+  for (size_t i = 0; i < std::size(on); ++i)
+    if (on[i]) text += "cfwhso"[i];
   return text;
 }
 
 // A limit that is off by its own value, or a sensor that is left out.
 TEST(status, temperatures_warn_above_and_below_their_limits) {
-  struct row {
-    double value;
-    const char *of_unit, *of_camera;
-  };
-  const row kRows[] = {{-5.1, "cf", "cf"}, {-5.0, "f", "f"},   {0.0, "", ""},       {80.0, "", ""},
-                       {88.0, "w", "w"},   {89.0, "wh", "wh"}, {89.1, "whs", "who"}};
-  for (const row& row : kRows) {
-    SCOPED_TRACE(row.value);
-    EXPECT_EQ(warnings(row.value, 40), row.of_unit);
-    EXPECT_EQ(warnings(40, row.value), row.of_unit);
-    EXPECT_EQ(warnings(40, 40, row.value), row.of_camera);
-    EXPECT_EQ(warnings(40, 40, 30, row.value, 30), row.of_camera);
-    EXPECT_EQ(warnings(40, 40, 30, kNone, row.value), row.of_camera);
+  const std::tuple<double, const char*, const char*> kRows[] = {
+      {-5.1, "cf", "cf"}, {-5.0, "f", "f"},   {0.0, "", ""},       {80.0, "", ""},
+      {88.0, "w", "w"},   {89.0, "wh", "wh"}, {89.1, "whs", "who"}};
+  for (const auto& [value, of_unit, of_camera] : kRows) {
+    SCOPED_TRACE(value);
+    EXPECT_EQ(warnings(value, 40), of_unit);
+    EXPECT_EQ(warnings(40, value), of_unit);
+    EXPECT_EQ(warnings(40, 40, value), of_camera);
+    EXPECT_EQ(warnings(40, 40, 30, value, 30), of_camera);
+    EXPECT_EQ(warnings(40, 40, 30, kNone, value), of_camera);
   }
   EXPECT_EQ(warnings(kNone, kNone), "");
 }

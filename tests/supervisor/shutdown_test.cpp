@@ -1,15 +1,12 @@
 // Identity and battery type, and the order in which shutdowns are served.
-#include <fcntl.h>
 
-#include <regex>
-
+#include "supervisor/shutdown.h"
 #include "api/api_client.h"
 #include "base/redis_server.h"
 #include "power_board/events.h"
 #include "power_board/power_board.h"
 #include "recorder/bench.h"
 #include "store/identity.h"
-#include "supervisor/shutdown.h"
 #include "supervisor/supervisor.h"
 #include "supervisor/versions.h"
 
@@ -17,17 +14,10 @@ namespace {
 
 constexpr char kConfig[] = "/config/system.json";
 
-using load = void (*)(char*, size_t);
-std::string text_of(load load_text, size_t size = 32) {
-  std::string text(size, 'x');
-  load_text(text.data(), size);
-  return text.substr(0, text.find('\0'));
-}
-
 TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   EXPECT_EQ(orb_set_supervisor_battery_type("Indi"), -1);
   EXPECT_EQ(orb_set_supervisor_battery_type("Dewalt"), 0);  // Redis is down
-  EXPECT_EQ(text_of(orb_load_supervisor_battery_type), "unknown");
+  EXPECT_EQ(loaded(orb_load_supervisor_battery_type), "unknown");
   EXPECT_EQ(
       content(kConfig),
       R"({"model_number":"ORB-2","model_name":"ORB Advanced","serial_number":"SIM-0001","battery":"Dewalt"})");
@@ -39,7 +29,7 @@ TEST(identity, battery_type_is_kept_in_redis_and_in_the_file) {
   EXPECT_EQ(orb_set_supervisor_battery_type("Indipro"), 0);
   struct stat info {};
   EXPECT_TRUE(stat(kConfig, &info) == 0 && (info.st_mode & 07777) == 0600);
-  EXPECT_EQ(text_of(orb_load_supervisor_battery_type, 4), "Ind");
+  EXPECT_EQ(loaded(orb_load_supervisor_battery_type, 4), "Ind");
   EXPECT_EQ(content(kConfig), R"({"model_name":"a/b","battery":"Indipro"})");
   ask_redis("SET orb-serial-number %s", "A\xFF");
   ask_redis("SET orb-model-name %s", "ORB of a long name");
@@ -64,23 +54,13 @@ TEST(identity, voltage_comes_with_the_level) {
   power_board_readings readings;
   readings.monitor_vin_volts = 18.04F;
   for (int refresh = 0; refresh < 64; ++refresh) average_battery(&board, readings);
-  EXPECT_EQ(text_of(orb_load_supervisor_battery_voltage), "");
+  EXPECT_EQ(loaded(orb_load_supervisor_battery_voltage), "");
   average_battery(&board, readings);
-  EXPECT_EQ(text_of(orb_load_supervisor_battery_voltage), "18.0 V");
+  EXPECT_EQ(loaded(orb_load_supervisor_battery_voltage), "18.0 V");
 }
 
 std::string power_calls() {
-  const std::string text = read_file("/tmp/power_calls", 4096).value_or("");
-  return std::regex_replace(text, std::regex("\\S+T\\S+ "), "");
-}
-
-void record() {
-  set_stage(recorder_stage::working);
-  recorder.recording = 1;
-}
-
-bool await_stop() {
-  return await([] { return recorder.recording == 0; });
+  return std::regex_replace(read_file("/tmp/power_calls", 4096).value_or(""), std::regex("\\S+T\\S+ "), "");
 }
 
 TEST(shutdown, requests_are_served_once_each_and_wait_for_a_completion) {
@@ -97,13 +77,11 @@ TEST(shutdown, requests_are_served_once_each_and_wait_for_a_completion) {
   EXPECT_EQ(power_calls(), "reboot\nreboot\n");
 
   // A hot unit turns the reboot into a power off, and waits for no completion.
-  record();
+  set_stage(recorder_stage::working);
+  recorder.recording = 1;
   orb_trigger_supervisor_shutdown(kShutdownReboot);
-  ASSERT_TRUE(await_stop());
-  for (int second = 0; second < 30; ++second) {
-    orb_trigger_supervisor_shutdown(kShutdownTemperature);
-    sleep_ms(100);
-  }
+  ASSERT_TRUE(await([] { return recorder.recording == 0; }));
+  for (int i = 0; i < 30; ++i) orb_trigger_supervisor_shutdown(kShutdownTemperature), sleep_ms(100);
   orb_trigger_supervisor_shutdown(kShutdownReboot);
   sleep_ms(1500);
   EXPECT_EQ(power_calls(), "reboot\nreboot\nshutdown -P now\n");

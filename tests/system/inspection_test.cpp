@@ -1,16 +1,9 @@
 // One inspection as a crew makes it, from power-up to shutdown, by the tablets' routes alone. `./unit tour`
 // plays it aloud: it prints every request with its answer and takes a picture after each step.
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "base/json.h"
 #include "system/unit.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 const bool is_tour = getenv("ORB_TOUR") != nullptr;
 int step_count = 0;
@@ -44,24 +37,43 @@ bool await_status(const char* key, const std::string& value, double seconds = 15
   return await([&] { return status(key) == value; }, seconds);
 }
 
-void take_the_seat() {
+std::string all_of(const std::string& listed) { return R"({"files":)" + listed + "}"; }
+
+void step(const char* name) {
+  say("\n-- " + std::to_string(++step_count) + ". " + name);
+  if (!seat_token.empty())
+    http("POST", "/api/seats/update", R"({"seat_update":"refresh","seat_token":")" + seat_token + "\"}");
+}
+
+// Of what the operator sees then.
+void take_picture(const std::string& name) {
+  const std::string file = std::to_string(10 + step_count) + "-" + name + ".png";
+  if (is_tour) run("ffmpeg -v error -y -i rtsp://192.168.0.127:554/vx-1.mp4 -frames:v 1 /run/bench/" + file);
+  say("   picture: " + file);
+}
+
+TEST(inspection, from_power_up_to_shutdown) {
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  const child redis = start_redis(), camera = start_camera(true);
+  child daemon = start_serving_daemon();
+
+  step("The tablet takes the controller's seat");
   seat_token = member(ask("POST", "/seats/request", R"({"seat_role":"controller"})"), "seat_token");
   const std::string body = R"({"seat_update":"lock","seat_token":")" + seat_token + "\"}";
   EXPECT_EQ(member(ask("POST", "/seats/update", body), "seat_role"), "controller");
   EXPECT_TRUE(await_status("camera_signal", "true"));
   const std::string told = R"("fpga_temp":45.00,"lens_temp":35.00,"cpu_temp":50.00,)"
                            R"("channel_1":"1920x1080 15fps","channel_2":"640x360 15fps",)";
-  const auto is_told = [&] { return http("GET", "/api/status").body.find(told) != std::string::npos; };
+  const auto is_told = [&] { return contains(http("GET", "/api/status").body, told); };
   EXPECT_TRUE(await(is_told, 15));  // the encoder is asked every 5 s
-}
 
-void switch_the_lights_on() {
+  step("Lights");
   order("PUT", "/led/mode", R"({"led_mode":"high"})");
   order("PUT", "/led/intensity", R"({"led_intensity":"80"})");
   EXPECT_EQ(status("led_mode"), "high");
-}
+  take_picture("lights");
 
-void raise_the_mast() {
+  step("The mast finds its home and goes to 8 inches");
   order("POST", "/motor/height/findhome");
   EXPECT_TRUE(await_status("height", "HOMING", 2));
   EXPECT_TRUE(await([] { return status("height").ends_with(" in"); }, 20)) << status("height");
@@ -69,45 +81,44 @@ void raise_the_mast() {
   EXPECT_TRUE(await_status("height", "SETTING", 2));
   EXPECT_TRUE(await([] { return number_after(status("height"), "") > 7.4; }, 20)) << status("height");
   say("   height: " + status("height"));
-}
 
-void tilt_the_head() {
+  step("The head tilts");
   const std::string before = status("tilt_angle");
   for (int i = 0; i < 3; ++i) order("POST", "/motor/tilt/increment"), usleep(300'000);
   order("POST", "/motor/tilt/stop");
   EXPECT_TRUE(await([&] { return status("tilt_angle") != before; }, 3)) << before;
   say("   tilt: " + before + " to " + status("tilt_angle"));
-}
 
-void zoom_in() {
+  step("Zoom");
   EXPECT_TRUE(await([] {
     ask("POST", "/camera/zoom/increment");
     usleep(300'000);
     return number_after(status("zoom_magnification"), "") >= 2;
   }));
   ask("POST", "/camera/zoom/stop");
-}
+  take_picture("zoom");
 
-void write_the_titles() {
-  order("PUT", "/setup/title", R"({"title":"Main St <12> \"north\""})");
-  order("PUT", "/setup/operator_id", R"({"operator_id":"crew 7"})");
-  order("PUT", "/setup/flow_direction", R"({"flow_direction":"UPSTREAM"})");
-  order("PUT", "/setup/filename", R"({"filename":"Shaft 12"})");
-  order("PUT", "/setup/gps_data",
-        R"({"gps_data":"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"})");
+  step("Titles");
+  const std::pair<std::string, std::string> kTexts[] = {
+      {"title", R"(Main St <12> \"north\")"},
+      {"operator_id", "crew 7"},
+      {"flow_direction", "UPSTREAM"},
+      {"filename", "Shaft 12"},
+      {"gps_data", "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,"}};
+  for (const auto& [name, text] : kTexts)
+    order("PUT", "/setup/" + name, "{\"" + name + "\":\"" + text + "\"}");
   for (const std::string item : {"title", "operator_id", "flow_direction", "zoom"})
     order("PUT", "/osd/" + item, "{\"" + item + R"(_osd":1})");
-  EXPECT_TRUE(await([] { return ctl("camera", "titles").find("CREW 7") != std::string::npos; }));
-}
+  EXPECT_TRUE(await([] { return contains(ctl("camera", "titles"), "CREW 7"); }));
+  take_picture("titles");
 
-void measure_the_distance() {
+  step("Laser");
   ctl("board", "laser 12.5");
   order("PUT", "/laser/mode", R"({"laser_mode":"manual"})");
   order("POST", "/laser/execute");
   EXPECT_TRUE(await([] { return status("laser_distance") == "41.0 ft"; }, 5)) << status("laser_distance");
-}
 
-void record_a_take() {
+  step("A take with two stills");
   order("PUT", "/camera/recorder/video/note", R"({"metadata_note":"first run"})");
   // A slow start is answered as a refusal and records all the same.
   EXPECT_TRUE(await([] { return ask("POST", "/camera/recorder/start"), status("recording") == "true"; }));
@@ -121,11 +132,11 @@ void record_a_take() {
   usleep(2'500'000);  // a still is cut a second after its mark
   order("POST", "/camera/recorder/stop");
   EXPECT_TRUE(await_completion());
-}
+  take_picture("take");
 
-void look_at_the_take() {
+  step("What the take has become");
   const std::string listed = ask("GET", "/camera/recorder/files");
-  EXPECT_NE(listed.find(R"("asset_id":"Main St <12> \"north\"")"), std::string::npos);
+  EXPECT_TRUE(contains(listed, R"("asset_id":"Main St <12> \"north\"")"));
   const size_t end = listed.find(".jpg");
   ASSERT_NE(end, std::string::npos);
   const size_t begin = listed.rfind('"', end) + 1;
@@ -137,11 +148,8 @@ void look_at_the_take() {
   EXPECT_EQ(member(metadata, "metadata_title"), R"(Main St <12> "north")");
   EXPECT_EQ(member(metadata, "metadata_gps_latitude"), "48.11730");
   if (is_tour) run("cp /media/usb99/ApiVideos/*.jpg /media/usb99/ApiVideos/*.mp4 /run/bench/");
-}
 
-std::string all_of(const std::string& listed) { return R"({"files":)" + listed + "}"; }
-
-void hand_everything_over() {
+  step("Everything goes onto the stick");
   run(ORB_SIM_FOLDER "/host usb insert");
   EXPECT_TRUE(await_status("ext_usb_status", "inserted"));
   order("POST", "/logger/log_file");
@@ -152,67 +160,29 @@ void hand_everything_over() {
   order("POST", "/logger/copy", all_of(ask("GET", "/logger/files")));
   for (const char* files : {"/camera/recorder/files", "/logger/files"}) {
     EXPECT_TRUE(await([&] {
-      const std::string listed = http("GET", std::string("/api") + files).body;
-      return listed.find("External USB") != listed.npos && listed.find("Main USB") == listed.npos;
+      const std::string now = http("GET", std::string("/api") + files).body;
+      return contains(now, "External USB") && now.find("Main USB") == now.npos;
     })) << ask("GET", files);
   }
   order("POST", "/eject");
   EXPECT_TRUE(await_status("ext_usb_status", "ejected"));
   size_t count = 0;
-  for (const auto& file : fs::directory_iterator("/run/bench/stick")) count += fs::file_size(file) > 100;
+  for (const auto& copied : fs::directory_iterator("/run/bench/stick")) count += fs::file_size(copied) > 100;
   EXPECT_EQ(count, 5U);  // the large one, take, two stills, log file
-}
 
-void clean_up() {
+  step("The unit's own copies go");
   const std::string logs = ask("GET", "/logger/files"), named = R"({"file_name":")";
-  const std::string name = logs.substr(std::min(logs.size(), logs.find("log_")), 28);
-  EXPECT_EQ(ask("GET", "/logger/log_file", named + name + "\"}").substr(0, 60),
+  const std::string log = logs.substr(std::min(logs.size(), logs.find("log_")), 28);
+  EXPECT_EQ(ask("GET", "/logger/log_file", named + log + "\"}").substr(0, 60),
             ask("GET", "/logger/readings").substr(0, 60));
   for (const std::string of : {"/camera/recorder", "/logger"}) {
     order("POST", of + "/delete", all_of(ask("GET", of + "/files")));
     EXPECT_TRUE(await([&] { return http("GET", "/api" + of + "/files").body == "[]"; })) << of;
   }
   order("POST", "/logger/reset");
-}
 
-void end_the_day() { order("POST", "/shutdown", R"({"shutdown_type":"1"})"); }
-
-struct step {
-  const char* name;
-  void (*act)();
-  const char* picture = "";  // of what the operator sees then
-};
-
-constexpr step kSteps[] = {{"The tablet takes the controller's seat", take_the_seat},
-                           {"Lights", switch_the_lights_on, "lights"},
-                           {"The mast finds its home and goes to 8 inches", raise_the_mast},
-                           {"The head tilts", tilt_the_head},
-                           {"Zoom", zoom_in, "zoom"},
-                           {"Titles", write_the_titles, "titles"},
-                           {"Laser", measure_the_distance},
-                           {"A take with two stills", record_a_take, "take"},
-                           {"What the take has become", look_at_the_take},
-                           {"Everything goes onto the stick", hand_everything_over},
-                           {"The unit's own copies go", clean_up},
-                           {"The day ends", end_the_day}};
-
-void make(const step& step) {
-  say("\n-- " + std::to_string(++step_count) + ". " + step.name);
-  if (!seat_token.empty())
-    http("POST", "/api/seats/update", R"({"seat_update":"refresh","seat_token":")" + seat_token + "\"}");
-  step.act();
-  if (!is_tour || *step.picture == 0) return;
-  const std::string path = "/run/bench/" + std::to_string(10 + step_count) + "-" + step.picture + ".png";
-  run("ffmpeg -v error -y -i rtsp://192.168.0.127:554/vx-1.mp4 -frames:v 1 " + path);
-  say("   picture: " + fs::path(path).filename().string());
-}
-
-TEST(inspection, from_power_up_to_shutdown) {
-  setvbuf(stdout, nullptr, _IOLBF, 0);
-  const child redis = start_redis();
-  const child camera = start_camera(true);
-  child daemon = start_serving_daemon();
-  for (const step& step : kSteps) make(step);
+  step("The day ends");
+  order("POST", "/shutdown", R"({"shutdown_type":"1"})");
   EXPECT_EQ(daemon.wait(), 0);
   EXPECT_EQ(power_calls(), "shutdown -P now\n");
   say("\nThe unit is off.");

@@ -1,24 +1,12 @@
 // Takes as crews make them: the daemon, the real ffmpeg, and the simulated encoder's stream.
 
-#include <gtest/gtest.h>
-#include <sys/mount.h>
-
-#include <algorithm>
-#include <csignal>
-#include <filesystem>
-#include <map>
-#include <random>
-#include <span>
-
-#include "base/child_process.h"
-#include "base/json.h"
-#include "base/paths.h"
 #include "system/unit.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using files = std::map<std::string, std::string>;  // path to content
+
+const std::string kGuid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
 
 bool recorder(const std::string& action) {
   return http("POST", "/api/camera/recorder/" + action).body == kOk;
@@ -56,18 +44,15 @@ void expect_refused_start() {
   EXPECT_LT(monotonic_ns() - before, 10 * kNanosecondsPerMillisecond);
 }
 
-// Every still is listed, and nothing is left over; every listed one is there, unless its take has no index.
-// Their number.
+// How many are listed: every still, and nothing is left over; all are there, unless their take has no index.
 size_t expect_listed_stills(bool are_all_there = true) {
   const files stills = read_folder(paths::kUsbTakes, ".jpg");
-  size_t count = 0;
-  size_t listed_ones = 0;
+  size_t count = 0, listed_ones = 0;
   for (const auto& [path, text] : read_folder(paths::kUsbTakes, ".json")) {
     const json_owner description = load_json_file(path.c_str());
-    json_object* listed = json_member(description.get(), "files");
-    for (size_t i = 1; i < json_object_array_length(listed); ++i, ++count) {
-      const std::string name = json_text(json_object_array_get_idx(listed, i), "name");
-      listed_ones += stills.count(std::string(paths::kUsbTakes) + "/" + name);
+    for (json_object* file : json_elements(json_member(description.get(), "files"))) {
+      const std::string still = path_in(paths::kUsbTakes, json_text(file, "name"));
+      if (still.ends_with(".jpg")) ++count, listed_ones += stills.count(still);
     }
   }
   EXPECT_EQ(listed_ones, stills.size());
@@ -104,28 +89,21 @@ bool put_note(const std::string& kind, const std::string& note, const std::strin
 bool save_still() { return usleep(400'000), recorder("save"); }
 
 TEST(takes, a_take_reaches_the_stick_with_its_stills_and_notes) {
-  const child camera = start_camera(true);
-  const child daemon = start_serving_daemon();
+  const child camera = start_camera(true), daemon = start_serving_daemon();
   const std::string sentence = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,";
-  for (const auto& [name, text] : {std::pair("gps_data", sentence),
-                                   {"title", "MH <14> & 'b'"},
-                                   {"operator_id", "crew"},
-                                   {"flow_direction", "up"},
-                                   {"save_delay", "0"},
-                                   {"filename", "a 'b' $x;/c"}})
-    http("PUT", std::string("/api/setup/") + name, std::string("{\"") + name + R"(":")" + text + "\"}");
+  const std::map<std::string, std::string> kSetup = {{"gps_data", sentence},  {"title", "MH <14> & 'b'"},
+                                                     {"operator_id", "crew"}, {"flow_direction", "up"},
+                                                     {"save_delay", "0"},     {"filename", "a 'b' $x;/c"}};
+  for (const auto& [name, text] : kSetup)
+    http("PUT", "/api/setup/" + name, "{\"" + name + R"(":")" + text + "\"}");
   EXPECT_TRUE(put_note("video", "a 'video'"));
   ASSERT_TRUE(begin_take());
   const int64_t begin = monotonic_ns();
   ASSERT_TRUE(await_picture());
   EXPECT_TRUE(put_note("image", "one\\t(\u00e9\\u00e9)"));
-  EXPECT_TRUE(save_still());
-  EXPECT_TRUE(save_still() && recorder("remove"));
-  EXPECT_TRUE(save_still() && put_note("image", "two"));
-  EXPECT_TRUE(save_still());
-  EXPECT_FALSE(recorder("resume"));
-  EXPECT_TRUE(recorder("pause"));
-  EXPECT_FALSE(recorder("pause"));
+  EXPECT_TRUE(save_still() && save_still() && recorder("remove"));
+  EXPECT_TRUE(save_still() && put_note("image", "two") && save_still());
+  EXPECT_TRUE(!recorder("resume") && recorder("pause") && !recorder("pause"));
   usleep(1'500'000);
   EXPECT_TRUE(recorder("resume"));
   expect_refused_start();
@@ -146,7 +124,7 @@ TEST(takes, a_take_reaches_the_stick_with_its_stills_and_notes) {
   EXPECT_NEAR(duration(video), lasted, 0.5);
   EXPECT_TRUE(fs::exists(video.substr(0, video.size() - 3) + "vtt"));
   const std::string description = read_folder(paths::kUsbTakes, ".json").begin()->second;
-  EXPECT_NE(description.find(R"("duration":"0:00:0)"), std::string::npos);
+  EXPECT_TRUE(contains(description, R"("duration":"0:00:0)"));
   const char* const* note = kNotes;
   for (const auto& [path, picture] : taken) {
     SCOPED_TRACE(path);
@@ -156,10 +134,8 @@ TEST(takes, a_take_reaches_the_stick_with_its_stills_and_notes) {
   }
 }
 
-// The take, lights, laser and zoom of a controller whose tablet is gone.
 TEST(takes, a_lost_controller_leaves_nothing_running) {
-  const child camera = start_camera(true);
-  const child daemon = start_serving_daemon();
+  const child camera = start_camera(true), daemon = start_serving_daemon();
   const std::string reply = http("POST", "/api/seats/request", R"({"seat_role":"controller"})").body;
   const std::string token = reply.substr(reply.find(':') + 1, 18);
   http("POST", "/api/seats/update", R"({"seat_update":"lock","seat_token":)" + token + "}");
@@ -169,21 +145,19 @@ TEST(takes, a_lost_controller_leaves_nothing_running) {
   http("PUT", "/api/laser/mode", R"({"laser_mode":"manual"})");
   http("PUT", "/api/camera/zoom/position", R"({"zoom_position":8000})");
   const auto board = [] { return ctl("board", "show"); };
-  EXPECT_TRUE(await([&] { return board().find("led 0x24") != std::string::npos; }));
-  ASSERT_TRUE(await([&] { return board().find("led 0x00") != std::string::npos; }, 35));
+  EXPECT_TRUE(await([&] { return contains(board(), "led 0x24"); }));
+  ASSERT_TRUE(await([&] { return contains(board(), "led 0x00"); }, 35));
   EXPECT_NEAR(static_cast<double>(monotonic_ns() - begin) / 1e9, 30, 1.5);
-  EXPECT_TRUE(await([&] { return board().find("laser off") != std::string::npos; }));
-  EXPECT_TRUE(await([] { return ctl("camera", "show").find("zoom 0 (1.0x") != std::string::npos; }));
+  EXPECT_TRUE(await([&] { return contains(board(), "laser off"); }));
+  EXPECT_TRUE(await([] { return contains(ctl("camera", "show"), "zoom 0 (1.0x"); }));
   ASSERT_TRUE(await_completion());
   EXPECT_EQ(playable_takes(), 1);
 }
 
 struct ending {
-  const char* camera;  // what the encoder does
-  const char* action[2];
-  int signal;          // to the daemon, 0 none
-  int to_ffmpeg = 0;   // SIGTERM from the service manager before (-1) or behind (1) that, 0 none
-  bool early = false;  // before the take has a picture
+  const char *camera, *action[2];  // what the encoder does, what is asked
+  int signal, to_ffmpeg = 0;       // to the daemon; SIGTERM before (-1) or behind (1) that; 0 none
+  bool early = false;              // before the take has a picture
 };
 
 constexpr ending kEndings[] = {
@@ -192,8 +166,7 @@ constexpr ending kEndings[] = {
     {"", {}, SIGTERM, 1},        {"", {"pause"}, SIGTERM, 1},        {"picture_silent on", {}, SIGTERM, -1},
     {"", {"stop"}, SIGTERM, -1}, {"", {"stop"}, SIGTERM, 1},         {"", {}, SIGTERM, 1, true},
     {"", {}, SIGKILL},           {"", {"pause"}, SIGKILL},           {"picture_silent on", {}, SIGKILL},
-    {"", {"stop"}, SIGKILL},
-};
+    {"", {"stop"}, SIGKILL}};
 
 // The daemon's status, and whether it kept whoever stopped it waiting.
 void end_daemon(child* daemon, const ending& ending) {
@@ -228,22 +201,20 @@ TEST(takes, every_ending_leaves_one_that_can_be_played) {
   }
 }
 
-// A take that cannot be completed lets the next ones be recorded, and every start of the daemon tries it
-// again.
+// It lets the next ones be recorded, and every start of the daemon tries it again.
 TEST(takes, one_without_a_description_is_set_aside_and_not_lost) {
-  const std::string guid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
   fs::create_directories(paths::kInternalTakes);
-  write_text(paths::kTakeGuid, guid);
+  write_text(paths::kTakeGuid, kGuid);
   write_text("/home/orb/ApiVideos/a_1.mp4", "picture");
   child daemon = start_serving_daemon();
-  EXPECT_TRUE(await([&] { return recorder("start"), fs::exists(paths::kTakeGuid + ("." + guid)); }));
+  EXPECT_TRUE(await([&] { return recorder("start"), fs::exists(paths::kTakeGuid + ("." + kGuid)); }));
   ASSERT_TRUE(begin_take());
   EXPECT_TRUE(recorder("stop"));
   EXPECT_TRUE(await_completion());
-  write_text("/media/usb99/ApiVideos/" + guid + ".json", R"({"name":"a","start_time":"1"})");
+  write_text("/media/usb99/ApiVideos/" + kGuid + ".json", R"({"name":"a","start_time":"1"})");
   daemon.end(SIGKILL);
   daemon = start_daemon();
-  EXPECT_TRUE(await([&] { return !fs::exists(paths::kTakeGuid + ("." + guid)); }));
+  EXPECT_TRUE(await([&] { return !fs::exists(paths::kTakeGuid + ("." + kGuid)); }));
   EXPECT_EQ(read_text("/media/usb99/ApiVideos/a_1.mp4"), "picture");
 }
 
@@ -262,26 +233,23 @@ TEST(takes, one_whose_ffmpeg_never_ran_leaves_its_note) {
 
 bool await_no_guid() {
   return await([] {
-    return std::ranges::none_of(fs::directory_iterator(paths::kInternalTakes), [](const auto& entry) {
-      return entry.path().filename().string().starts_with("guid");
-    });
+    return std::ranges::none_of(names_in(paths::kInternalTakes),
+                                [](auto& name) { return name.starts_with("guid"); });
   });
 }
 
 TEST(takes, a_full_store_is_tried_again_when_it_has_room_also_when_that_came_in_another_take) {
-  const std::string guid = "0f7e3a52-8d5c-11ef-9c1a-0242ac120002";
   const std::string large = "/home/orb/ApiVideos/a_1.mp4";
   write_text("/media/usb99/trace_mask", "0x200");
-  fs::create_directories(paths::kInternalTakes), fs::create_directories(paths::kUsbTakes);
+  for (const char* folder : {paths::kInternalTakes, paths::kUsbTakes}) fs::create_directories(folder);
   ASSERT_EQ(mount("tmpfs", paths::kUsbTakes, "tmpfs", 0, "size=150m"), 0);
   const std::string ballast = on_the_stick(paths::kInternalTakes + std::string("/ballast"));
-  write_text(paths::kTakeGuid + ("." + guid), guid);
-  write_text(on_the_stick(paths::kInternalTakes + ("/" + guid + ".json")),
+  write_text(paths::kTakeGuid + ("." + kGuid), kGuid);
+  write_text(on_the_stick(paths::kInternalTakes + ("/" + kGuid + ".json")),
              R"({"name":"a","start_time":"1"})");
   write_text(large, ""), fs::resize_file(large, 140 << 20);
   shell_first_line("head -c 20m /dev/zero >" + ballast, 1);
-  const child camera = start_camera(true);
-  const child daemon = start_serving_daemon();
+  const child camera = start_camera(true), daemon = start_serving_daemon();
   ASSERT_TRUE(begin_take());
   remove(ballast.c_str());
   EXPECT_TRUE(recorder("stop") && await_no_guid());
@@ -290,8 +258,7 @@ TEST(takes, a_full_store_is_tried_again_when_it_has_room_also_when_that_came_in_
   ASSERT_TRUE(begin_take() && await_picture());
   shell_first_line("head -c 200m /dev/zero 2>/dev/null >" + ballast + "; truncate -s -150K " + ballast, 1);
   recorder("stop");
-  EXPECT_TRUE(
-      await([] { return recorder("start"), trace_log().find("take set aside '") != std::string::npos; }));
+  EXPECT_TRUE(await([] { return recorder("start"), contains(trace_log(), "take set aside '"); }));
   remove(ballast.c_str());
   EXPECT_TRUE(await_no_guid());
   EXPECT_EQ(playable_takes(), 1);
@@ -299,20 +266,20 @@ TEST(takes, a_full_store_is_tried_again_when_it_has_room_also_when_that_came_in_
 
 void expect_finished(const std::string& stem) {
   const std::string listed = http("GET", "/api/camera/recorder/files").body;
-  for (const auto& [end, note] : {std::pair(".mp4", "video"),
-                                  {"_00-00-00-200.jpg", "one"},
-                                  {"_00-00-00-400.jpg", "two"},
-                                  {"_00-00-00-600.jpg", "three"}}) {
-    const std::string name = stem + end;
-    SCOPED_TRACE(name);
-    const size_t at = listed.find(R"("name":")" + name + '"');
-    EXPECT_NE(at, std::string::npos) << listed;
-    EXPECT_EQ(at, listed.rfind(R"("name":")" + name + '"'));
-    const std::string path = std::string(paths::kUsbTakes) + "/" + name;
+  const std::pair<const char*, const char*> kFiles[] = {{".mp4", "video"},
+                                                        {"_00-00-00-200.jpg", "one"},
+                                                        {"_00-00-00-400.jpg", "two"},
+                                                        {"_00-00-00-600.jpg", "three"}};
+  for (const auto& [end, note] : kFiles) {
+    const std::string name = R"("name":")" + stem + end + '"', path = path_in(paths::kUsbTakes, stem + end);
+    SCOPED_TRACE(path);
+    EXPECT_TRUE(contains(listed, name)) << listed;
+    EXPECT_EQ(listed.find(name), listed.rfind(name));
     const std::string metadata =
         http("POST", "/api/camera/recorder/file/metadata", R"({"file_name":")" + path + "\"}").body;
-    EXPECT_NE(metadata.find(R"("metadata_title":"this job")"), std::string::npos) << metadata;
-    EXPECT_NE(metadata.find(R"("metadata_note":")" + std::string(note) + '"'), std::string::npos) << metadata;
+    for (const std::string& told :
+         {std::string(R"(title":"this job")"), R"(note":")" + std::string(note) + '"'})
+      EXPECT_TRUE(contains(metadata, "\"metadata_" + told)) << metadata;
     EXPECT_EQ(shell_first_line("ffmpeg -v error -i " + shell_quoted(path) + " -f null - 2>&1", 99), "");
   }
 }
@@ -320,8 +287,7 @@ void expect_finished(const std::string& stem) {
 // When the daemon ends: so long after the begin, the stop or the caption of a take.
 struct interruption {
   int signal;  // to the daemon; 0: the power is cut, all its children end, too
-  bool is_stopped;
-  bool is_captioned;
+  bool is_stopped, is_captioned;
   unsigned within_us;
 };
 constexpr interruption kPowerCuts[] = {

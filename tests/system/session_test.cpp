@@ -3,10 +3,6 @@
 // device, "pause N" lets the next request work for N s more, "restart" kills the unit and starts it again;
 // everything else is what the unit made of it.
 
-#include <gtest/gtest.h>
-
-#include <regex>
-
 #include "system/unit.h"
 
 namespace {
@@ -20,8 +16,7 @@ struct follower {
   size_t seen = 0;
 
   std::string added() {
-    const std::string text = read();
-    const std::string added = text.substr(std::min(seen, text.size()));
+    const std::string text = read(), added = text.substr(std::min(seen, text.size()));
     seen = text.size();
     return std::regex_replace(added, std::regex("(.*)\n"), mark + "$1\n");
   }
@@ -37,16 +32,14 @@ std::string without_chance(std::string text) {
       {std::regex(R"re("time":"\d\d:\d\d:\d\d")re"), R"("time":"HH:MM:SS")"},
       {std::regex(R"re("date":"\d{4}-\d\d-\d\d")re"), R"("date":"YYYY-MM-DD")"},
       {std::regex(R"re("metadata_(date|time)":"[-\d]+")re"), R"("metadata_$1":"T")"},
-      {std::regex(R"re((Content-Length: )\d+(.*":N))re"), "$1N$2"},
-  };
+      {std::regex(R"re((Content-Length: )\d+(.*":N))re"), "$1N$2"}};
   for (const auto& [pattern, with] : kRules) text = std::regex_replace(text, pattern, with);
   return text;
 }
 
 // Threads trace and send beside each other: the API's lines and the overlay's titles stand first.
 std::string ordered(const std::string& text) {
-  std::string first;
-  std::string others;
+  std::string first, others;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     const bool is_first = line.rfind("trace HAPI", 0) == 0 || line.rfind("camera 81 01 04 7", 0) == 0;
@@ -62,24 +55,22 @@ std::string replaced(std::string text, const std::string& from, const std::strin
 }
 
 // The seats' tokens are random: in the text the first one is $0, the second $1.
-class token_names {
- public:
+struct token_names {
+  std::vector<std::string> tokens;
+
   void learn(const std::string& reply) {
     static const std::regex kToken(R"re("seat_token":"([0-9A-Za-z]{16})")re");
     std::smatch match;
-    if (std::regex_search(reply, match, kToken)) tokens_.push_back(match[1]);
+    if (std::regex_search(reply, match, kToken)) tokens.push_back(match[1]);
   }
-  std::string hidden(std::string text, bool is_shown = false) const {
-    for (size_t i = 0; i < tokens_.size(); ++i) {
-      const std::string name = "$" + std::to_string(i);
-      text = is_shown ? replaced(text, name, tokens_[i]) : replaced(text, tokens_[i], name);
-    }
+  std::string hidden(std::string text) const {
+    for (size_t i = 0; i < tokens.size(); ++i) text = replaced(text, tokens[i], "$" + std::to_string(i));
     return text;
   }
-  std::string shown(const std::string& text) const { return hidden(text, true); }
-
- private:
-  std::vector<std::string> tokens_;
+  std::string shown(std::string text) const {
+    for (size_t i = 0; i < tokens.size(); ++i) text = replaced(text, "$" + std::to_string(i), tokens[i]);
+    return text;
+  }
 };
 
 // The body; the version-1.0 routes, which have headers of their own, are shown whole.
@@ -88,17 +79,16 @@ std::string shown_part(const std::string& path, const reply& answer) {
   return replaced(answer.head, "\r\n", ", ") + ": " + answer.body;
 }
 
-std::string camera_log() { return std::regex_replace(ctl("camera", "log"), std::regex("(^|\n)\\d+ "), "$1"); }
-
-std::string board_log() {
-  return std::regex_replace(ctl("board", "log"), std::regex("(^|\n)[\\d.]+ "), "$1");
+// What a device was told, without its times.
+std::string log_of(const char* device) {
+  return std::regex_replace(ctl(device, "log"), std::regex("(^|\n)[\\d.]+ "), "$1");
 }
 
 // Until both power-ups have been seen, of the link and of the camera.
 void await_start() {
   ASSERT_TRUE(await_api());
   for (const char* last : {"81 09 00 02 FF", "81 01 04 37 0"})  // the defog, whatever it is
-    ASSERT_TRUE(await([last] { return camera_log().find(last) != std::string::npos; }));
+    ASSERT_TRUE(await([last] { return contains(log_of("camera"), last); }));
   // The date would show when it is.
   http("PUT", "/api/osd/date_time", R"({"date_time_osd":0})");
   ASSERT_TRUE(await([] { return ctl("camera", "titles").find(" on") == std::string::npos; }));
@@ -106,14 +96,12 @@ void await_start() {
 }
 
 std::string replay(const std::string& session) {
-  child block;
-  child daemon;
-  follower camera{"camera ", camera_log};
-  follower board{"board ", board_log};
+  child block, daemon;
+  follower camera{"camera ", [] { return log_of("camera"); }};
+  follower board{"board ", [] { return log_of("board"); }};
   follower trace{"trace ", trace_log};
   const auto begin = [&] {
-    daemon = child();
-    block = child();
+    daemon = child(), block = child();
     block = start_camera();
     daemon = start_daemon();
     await_start();

@@ -1,21 +1,14 @@
 // The supervisor of the whole daemon: the camera that it watches, and the unit's end.
 
-#include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-
-#include "base/paths.h"
 #include "system/unit.h"
 
 namespace {
 
 void expect_in_order(const std::string& log, const std::vector<std::string>& lines) {
   size_t at = 0;
-  for (const std::string& line : lines) {
-    at = log.find("\n" + line + "\n", at);
-    ASSERT_NE(at, std::string::npos) << "no '" << line << "' in its place in\n" << log;
-    ++at;
-  }
+  for (const std::string& line : lines)
+    ASSERT_NE(at = log.find("\n" + line + "\n", at), log.npos) << "no '" << line << "' in its place in\n"
+                                                               << log;
 }
 
 void set_host(const std::string& words) {
@@ -26,7 +19,7 @@ void set_host(const std::string& words) {
 void record_for(useconds_t seconds) {
   ASSERT_TRUE(await([] {
     http("POST", "/api/camera/recorder/start");
-    return trace_log().find("RCDR: started") != std::string::npos;
+    return contains(trace_log(), "RCDR: started");
   }));
   usleep(seconds * 1'000'000);
 }
@@ -44,7 +37,7 @@ TEST(supervisor, ends_the_unit_and_loses_no_take) {
                   {"RCDR: pause", "PWRB: shutdown request", "SUPV: shutdown begin", "SUPV: resume recording",
                    "RCDR: resume", "SUPV: stop recording", "RCDR: stop 1", "RCDR: record end",
                    "SUPV: camera off", "SUPV: shutdown end", "PWRB: signal shutdown", "SUPV: cl shutdown"});
-  EXPECT_NE(read_text("/tmp/children.log").find("WRITE: (0) 02\nWRITE: (0) 03\n"), std::string::npos);
+  EXPECT_TRUE(contains(read_text("/tmp/children.log"), "WRITE: (0) 02\nWRITE: (0) 03\n"));
   EXPECT_EQ(playable_takes(), 1);
 
   // Hot: nothing waits for the take but its ffmpeg's end, which takes long here, as its completion would. It
@@ -80,7 +73,7 @@ TEST(supervisor, watches_the_camera_and_its_encoder) {
     return await([&] { return read_text("/tmp/" + name) == text; });
   };
   const auto traces = [](const std::string& message) {
-    return await([&] { return trace_log().find("SUPV: " + message) != std::string::npos; }, 12);
+    return await([&] { return contains(trace_log(), "SUPV: " + message); }, 12);
   };
   EXPECT_TRUE(becomes("camera_signal", "0"));
   set_host("echo off");
@@ -92,12 +85,12 @@ TEST(supervisor, watches_the_camera_and_its_encoder) {
   ctl("camera", "lens 101");
   EXPECT_TRUE(traces("*** ctt: '+LENS 101 +FPGA 45 +CPU 50'"));
   EXPECT_EQ(read_text("/tmp/lens_temp"), "35.00");
-  for (const auto& [fault, message] : {std::pair("encoder_404", "http a response 404"),
-                                       {"encoder_silent", "http a response 500"},
-                                       {"encoder_no_length", "http b response 500"}}) {
-    ctl("camera", std::string(fault) + " on");
-    EXPECT_TRUE(traces(message)) << fault;
-    ctl("camera", std::string(fault) + " off");
+  using row = std::pair<std::string, std::string>;
+  for (const auto& [fault, message] :
+       {row("404", "a response 404"), row("silent", "a response 500"), row("no_length", "b response 500")}) {
+    ctl("camera", "encoder_" + fault + " on");
+    EXPECT_TRUE(traces("http " + message)) << fault;
+    ctl("camera", "encoder_" + fault + " off");
   }
   camera = child();
   EXPECT_TRUE(traces("http open fail 111"));

@@ -1,23 +1,8 @@
 #include "system/unit.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <regex>
-
-#include "base/child_process.h"
-#include "base/paths.h"
-
-namespace {
-
-const std::string kBuild = ORB_BUILD_FOLDER;
-
-}  // namespace
+static const std::string kBuild = ORB_BUILD_FOLDER;
 
 child::child(const std::vector<std::string>& command, const std::string& preload) {
   const unique_fd log(open("/tmp/children.log", O_WRONLY | O_CREAT | O_APPEND, 0644));
@@ -99,11 +84,7 @@ double number_after(const std::string& text, std::string_view name) {
   return at == std::string::npos ? -1e9 : strtod(text.c_str() + at + name.size(), nullptr);
 }
 
-std::string read_text(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
+std::string read_text(const std::string& path) { return read_file(path.c_str(), 1 << 30).value_or(""); }
 
 void write_text(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
 

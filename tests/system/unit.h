@@ -1,16 +1,8 @@
-// A whole unit inside the sealed box, for the tests: Redis, the simulated camera and board, and the daemon
-// itself.
+// A whole unit inside the sealed box: Redis, the simulated camera and board, and the daemon itself.
 #pragma once
 
-#include <sys/types.h>
-#include <unistd.h>
-
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include "tests/await.h"
 #include "tests/http_exchange.h"
+#include "tests/kit.h"
 
 // A child process, with a session of its own; ended with SIGKILL and reaped when the record goes.
 class child {

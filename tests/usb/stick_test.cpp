@@ -1,6 +1,4 @@
 // The external stick through its life: a folder that is really mounted and unmounted stands for it.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include "api/api_client.h"
 #include "base/trace_reader.h"
@@ -50,7 +48,7 @@ TEST(usb_stick, lives_from_plug_to_pull) {
   plug(true);
   EXPECT_EQ(after_a_step(), "inserted, mounted, update");
   step_status();
-  EXPECT_NE(ask("GET", "/status").find("'update_available':true"), std::string::npos);
+  EXPECT_TRUE(contains(ask("GET", "/status"), "'update_available':true"));
   set_in_flight(3);
   EXPECT_TRUE(eject());
   EXPECT_EQ(after_a_step(), "eject pending, update");

@@ -2,38 +2,26 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <ev.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <algorithm>
-#include <fstream>
-#include <functional>
-#include <sstream>
-
-#include "base/file.h"
-#include "base/paths.h"
 #include "base/trace_reader.h"
-#include "tests/await.h"
 #include "visca/camera_thread.h"
 
 using strings = std::vector<std::string>;
 
 inline std::string hex(const std::vector<uint8_t>& bytes) {
   std::string text;
-  for (const uint8_t byte : bytes) {
+  for (const uint8_t byte : bytes)
     for (const int digit : {byte >> 4, byte & 15}) text += "0123456789ABCDEF"[digit];
-  }
   return text;
 }
 
 inline std::vector<uint8_t> unhex(std::string text) {
   std::erase(text, ' ');
   std::vector<uint8_t> bytes;
-  for (size_t i = 0; i < text.size(); i += 2) {
+  for (size_t i = 0; i < text.size(); i += 2)
     bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
-  }
   return bytes;
 }
 

@@ -1,10 +1,7 @@
-// The synchronous VISCA client against a camera that the test plays: what is written, what comes of the
-// reply, and what the console is told.
+// The synchronous VISCA client: what it writes, what comes of the reply, and what the console is told.
 #include "visca/packet_client.h"
 
 #include <sys/select.h>
-
-#include <regex>
 
 #include "api/packet_routes.h"
 #include "tests/api/api_client.h"
@@ -67,8 +64,7 @@ TEST_F(PacketClient, WritesEachOperationAndReadsItsReply) {
       {distance, "81090448FF", "90500F0AFF", "7/5 90 50 f a ff\n", 0},
       {distance, "81090448FF", "FF", "7/1 ff\n", 0},
       {iris, "8109044BFF", "90500C000101FF", "7/7 90 50 c 0 1 1 ff\n", 12},
-      {iris, "8109044BFF", "9050FF", "7/3 90 50 ff\n", 0},
-  };
+      {iris, "8109044BFF", "9050FF", "7/3 90 50 ff\n", 0}};
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.written) + " " + row.reply);
     block.say(row.reply);
@@ -97,34 +93,28 @@ TEST_F(PacketClient, ReadsWhatTheCameraSaysWithinEightSeconds) {
 
 TEST_F(PacketClient, Handlers) {
   http_server* server = http_server_init(addresses::kApiPort, 4);
-  const struct {
-    const char* name;
-    http_handler handler;
-    const char *body, *reply, *written, *answer;
-  } rows[] = {
-      {"/on", camera_packet::power_inq, "", "905002FF", "81090400FF", "{'cameraPowerStatus':true}"},
-      {"/focus", camera_packet::get_focus_mode, "", "905003FF", "81090438FF", "{'focusMode':false}"},
-      {"/shutter", camera_packet::set_shutter_speed, "{'shutterSpeed':7}", "9041FF9051FF",
-       "8101044B0000000FFF", "{'status':'OK'}"},
-      {"/shutter", camera_packet::set_shutter_speed, "{'shutterSpeed':'fast'}", "", "",
-       "{'status':'BAD_REQUEST'}"},
-      {"/reset", camera_packet::reset_camera, "", "9041FF9051FF", "8101041903FF", "{'status':'OK'}"},
-      {"/info", camera_packet::get_camera_info, "", "9050FF", "81090002FF", "{'status':'OK'}"},
-      {"/auto", camera_packet::set_ae_auto, "", "9041FF9051FF", "8101043900FF", "{'status':'OK'}"},
-      {"/manual", camera_packet::set_ae_manual, "", "9041FF9051FF", "8101043903FF", "{'status':'OK'}"},
-  };
-  for (const auto& row : rows) {
-    const std::string path = std::string("/api") + row.name;
-    http_server_register_handler(server, "POST", path.c_str(), row.handler, nullptr, &camera);
-  }
+  using namespace camera_packet;  // NOLINT(google-build-using-namespace)
+  const std::string done = "9041FF9051FF", ok = "{'status':'OK'}";
+  const std::tuple<std::string, http_handler, const char*, std::string, const char*, std::string> rows[] = {
+      {"/on", power_inq, "", "905002FF", "81090400FF", "{'cameraPowerStatus':true}"},
+      {"/focus", get_focus_mode, "", "905003FF", "81090438FF", "{'focusMode':false}"},
+      {"/shutter", set_shutter_speed, "{'shutterSpeed':7}", done, "8101044B0000000FFF", ok},
+      {"/shutter", set_shutter_speed, "{'shutterSpeed':'fast'}", "", "", "{'status':'BAD_REQUEST'}"},
+      {"/reset", reset_camera, "", done, "8101041903FF", ok},
+      {"/info", get_camera_info, "", "9050FF", "81090002FF", ok},
+      {"/auto", set_ae_auto, "", done, "8101043900FF", ok},
+      {"/manual", set_ae_manual, "", done, "8101043903FF", ok}};
+  for (const auto& row : rows)
+    http_server_register_handler(server, "POST", ("/api" + get<0>(row)).c_str(), get<1>(row), nullptr,
+                                 &camera);
   constexpr thread_body kServe = [](void* running) -> void* {
     for (;;) http_server_process_events(static_cast<http_server*>(running), 100);
   };
   start_detached_thread("http", kServe, server);
-  for (const auto& row : rows) {
-    block.say(row.reply);
-    EXPECT_EQ(ask("POST", row.name, row.body), row.answer);
-    EXPECT_EQ(block.packet(50), row.written);
+  for (const auto& [name, handler, body, said, written, answer] : rows) {
+    block.say(said);
+    EXPECT_EQ(ask("POST", name, body), answer);
+    EXPECT_EQ(block.packet(50), written);
   }
 }
 

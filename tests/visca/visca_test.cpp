@@ -1,6 +1,4 @@
 // The commands byte by byte, the queue, and what the camera's replies do.
-#include <array>
-#include <thread>
 
 #include "tests/visca/fake_camera.h"
 
@@ -53,27 +51,22 @@ TEST(ViscaQueue, HoldsCommandsAndSendsOneAtATime) {
     link.hear("9041FF");
     EXPECT_EQ(visca_camera_zoom_direct(link.camera, 127), 0);  // one retired, one place free
     EXPECT_EQ(visca_camera_zoom_direct(link.camera, 128), -1);
-    for (int i = 1; i < 128; ++i) {
+    for (int i = 1; i < 128; ++i)
       link.expect("470000" + hex({static_cast<uint8_t>(i >> 4), static_cast<uint8_t>(i & 15)}));
-    }
     link.hear("9051FF");  // nothing outstanding
     EXPECT_TRUE(visca_camera_is_idle(link.camera));
   }
 }
 
-// Four producers against a camera thread that retires as fast as it can.
 TEST(ViscaQueue, ProducersOnFourThreads) {
   constexpr int kEach = 4000;
   stepped_link link;
-  std::vector<std::jthread> producers;
-  producers.reserve(4);
-  for (int producer = 0; producer < 4; ++producer) {
-    producers.emplace_back([&, producer] {
-      for (int i = 0; i < kEach; ++i) {
-        while (visca_camera_zoom_direct(link.camera, producer << 12 | i) != 0) std::this_thread::yield();
-      }
-    });
-  }
+  const auto produce = [&](int producer) {
+    for (int i = 0; i < kEach; ++i)
+      while (visca_camera_zoom_direct(link.camera, producer << 12 | i) != 0) std::this_thread::yield();
+  };
+  std::deque<std::jthread> producers;
+  for (int producer = 0; producer < 4; ++producer) producers.emplace_back(produce, producer);
   std::array<int, 4> next{};
   for (int sent = 0; sent < 4 * kEach; ++sent) {
     std::string packet;
@@ -89,10 +82,8 @@ TEST(ViscaQueue, ProducersOnFourThreads) {
 
 TEST(ViscaReplies, AdvanceTheQueue) {
   const std::string taken = "ack 1;complete 1 0;extract 2;";
-  const struct {
-    const char* reads;  // with a space between two reads
-    std::string traced;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
+      // with a space between two reads
       {"90 41 FF", taken},
       {"9052FF", "done 2;complete 1 1;extract 2;"},
       {"9041FF9051FF", taken + "done 1;complete 2 1;"},
@@ -103,11 +94,10 @@ TEST(ViscaReplies, AdvanceTheQueue) {
       {"90000102030405060708090A0B0C0D0E 90 42FF9041FF", "overrun;" + taken},
       {"FFFF90FF 41FF9041FF", taken},  // too short to be any
       {"9038FF 9038FF9038FF", "rx network change;rx network change;"},
-      {"A041FF 9007FF 900704FF 9030FF", ""},  // another camera's, and unknown ones
-  };
+      {"A041FF 9007FF 900704FF 9030FF", ""}};  // another camera's, and unknown ones
   start_trace();
   stepped_link link;
-  for (const auto& row : cases) {
+  for (const auto& [reads, expected] : cases) {
     visca_connection_remove_camera(link.connection, 1);
     visca_camera* camera = visca_connection_add_camera(link.connection, 1, 0);
     camera->on_acknowledge = [](auto*, int socket) { trace(kTraceVisca, "ack %d", socket); };
@@ -116,8 +106,8 @@ TEST(ViscaReplies, AdvanceTheQueue) {
     visca_camera_zoom_stop(camera);
     visca_camera_focus_stop(camera);
     const size_t before = traces("VSIO").size();
-    for (const std::string& read : words(row.reads)) link.hear(read);
-    EXPECT_EQ(traces("VSIO").substr(before), row.traced) << row.reads;
+    for (const std::string& read : words(reads)) link.hear(read);
+    EXPECT_EQ(traces("VSIO").substr(before), expected) << reads;
   }
 }
 
