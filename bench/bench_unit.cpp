@@ -297,6 +297,40 @@ void measure_during_copy() {
   std::filesystem::remove("/dev/usb_ext1");
 }
 
+// Beside clients that list a thousand takes, one of which changes each time, and that set what a slow disk
+// flushes.
+void measure_during_lanes() {
+  const std::string folder = paths::kUsbTakes + std::string("/");
+  const auto describe = [&folder](int take) {
+    const std::string id = "0f7e3a52-8d5c-11ef-9c1a-" + std::to_string(100'000'000'000 + take);
+    std::string files;
+    for (int i = 0; i < 5; ++i)
+      files += (i == 0 ? R"({"name":")" : R"(,{"name":")") + id + std::to_string(i) + "\"}";
+    write_text(folder + id + ".json", R"({"id":")" + id + R"(","files":[)" + files + "]}");
+  };
+  for (int take = 0; take < 1000; ++take) describe(take);
+  ctl("board", "slow fsync 300");
+  std::atomic<bool> ended = false;
+  std::thread lister([&] {
+    for (int i = 0; !ended; ++i) {
+      describe(i % 1000);
+      http("GET", "/api/camera/recorder/files");
+    }
+  });
+  std::thread setter([&ended] {
+    for (int i = 0; !ended; ++i)
+      http("PUT", "/api/camera/defog", i % 2 == 0 ? R"({"defog":"low"})" : R"({"defog":"high"})");
+  });
+  const int64_t end_ns = monotonic_ns() + 5'000'000'000;
+  measure_while("listings and flushes of 0.3 s", [end_ns] { return monotonic_ns() < end_ns; });
+  ended = true;
+  lister.join();
+  setter.join();
+  ctl("board", "slow fsync 0");
+  for (const std::filesystem::directory_entry& file : std::filesystem::directory_iterator(folder))
+    if (file.path().extension() == ".json") std::filesystem::remove(file);
+}
+
 double cpu_s(pid_t pid) {
   clockid_t clock = 0;
   timespec used{};
@@ -389,6 +423,7 @@ int main(int count, char** arguments) {
   for (const char* path : {"/api/camera/focus/speed", "/api/status"}) measure_status(path, 1, 2000);
   measure_status("/api/status", 8, 2000);
   measure_during_copy();
+  measure_during_lanes();
   measure_worlds(redis, 10);
   measure_growth(daemon.pid());
   return 0;
