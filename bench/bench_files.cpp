@@ -76,6 +76,7 @@ void measure_listings() {
     const auto list = [&length] { length = orb_get_recorder_files().size(); };
     const double first = time_ms(list);
     std::vector<double> times;
+    times.reserve(21);
     const double before = cpu_ms();
     for (int round = 0; round < 21; ++round) times.push_back(time_ms(list));
     printf(

@@ -1,5 +1,6 @@
 #include "api/http_thread.h"
 
+#include "api/lens_speeds.h"
 #include "api/routes.h"
 #include "base/clock.h"
 #include "base/paths.h"
@@ -56,6 +57,7 @@ int http_server_thread() {
   http_server* server = start_server();
   if (server == nullptr) return -1;
   prepare_shared_state();
+  watch_lens_speeds(server);
   register_routes(server);
   for (;;) {
     if (http_server_process_events(server, kEventWait_ms) != 0) sleep_ms(kEventWait_ms);

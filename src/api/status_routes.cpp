@@ -8,13 +8,12 @@
 #include <span>
 
 #include "api/forced_warnings.h"
+#include "api/lens_speeds.h"
 #include "api/routes.h"
 #include "base/paths.h"
-#include "base/value_file.h"
 #include "camera/depth_of_field.h"
 #include "camera/image_settings.h"
 #include "camera/modes.h"
-#include "camera/speeds.h"
 #include "camera/zoom_values.h"
 #include "http/response.h"
 #include "power_board/lighting.h"
@@ -32,6 +31,7 @@ struct unit_state {
   supervisor_values values;
   orb_power_board* board = power_board_now();  // may be null
   lighting_values lighting = load_lighting();
+  lens_speeds speeds = load_lens_speeds();
   int focus_position = -1;
   depth_of_field depth;
   int zoom_position = -1;
@@ -131,11 +131,8 @@ void mode(std::string* json, const unit_state&) {
   add_string(json, mode_text(Kept()));
 }
 
-template <const char* File, int Missing>
-void speed(std::string* json, const unit_state&) {
-  static recent_value recent{File, Missing};
-  add_integer(json, read_recent_value(&recent));
-}
+void focus_speed(std::string* json, const unit_state& unit) { add_integer(json, unit.speeds.focus); }
+void zoom_speed(std::string* json, const unit_state& unit) { add_integer(json, unit.speeds.zoom); }
 
 void laser_age(std::string* json, const unit_state& unit) {
   add_integer(json, unit.board == nullptr ? -1 : unit.board->laser.invalid_count.load());
@@ -216,13 +213,13 @@ constexpr status_member kLiveMembers[] = {
     {"focus_position", [](auto* json, auto& unit) { add_integer(json, unit.focus_position); }},
     {"max_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.depth.far_limit); }},
     {"min_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.depth.near_limit); }},
-    {"focus_speed", speed<paths::kFocusSpeed, kMissingFocusSpeed>},
+    {"focus_speed", focus_speed},
     {"laser_age", laser_age},
     {"laser_distance",
      [](auto* json, auto& unit) { add_string(json, load_laser_distance(unit.board).text); }},
     {"zoom_position", [](auto* json, auto& unit) { add_integer(json, unit.zoom_position); }},
     {"zoom_magnification", [](auto* json, auto& unit) { add_string(json, unit.zoom_magnification); }},
-    {"zoom_speed", speed<paths::kZoomSpeed, kMissingZoomSpeed>},
+    {"zoom_speed", zoom_speed},
     {"motor_type", text<&v::motor_type>},
     {"crit_temp_warning", heat<&v::hot, kDebugCriticalTemperature>},
     {"high_temp_warning", heat<&v::warm, kDebugHighTemperature>},
@@ -258,6 +255,8 @@ struct record_text {
 
 const record_text& text_of_record(const unit_state& unit) {
   static record_text kept;  // HTTP thread
+  // Padding that differs only has it written anew.
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   if (kept.first.empty() || memcmp(&kept.values, &unit.values, sizeof unit.values) != 0) {
     kept = {unit.values, "", ""};
     add_members(&kept.first, kRecordMembers, unit);

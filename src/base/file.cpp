@@ -23,11 +23,15 @@ struct folder_closer {
   void operator()(DIR* folder) const { closedir(folder); }
 };
 
+// False when the folder could not be read to its end.
 template <typename Visit>
-void for_each_entry(const char* path, Visit visit) {
+bool for_each_entry(const char* path, Visit visit) {
   const std::unique_ptr<DIR, folder_closer> folder(opendir(path));
-  if (!folder) return;
-  while (const dirent* entry = readdir(folder.get())) {
+  if (!folder) return false;
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(folder.get());
+    if (entry == nullptr) return errno == 0;
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") visit(*entry);
   }
@@ -136,15 +140,16 @@ std::vector<std::string> names_in(const char* folder) {
 }
 
 // The entry knows its type without a look at the file, on most file systems.
-std::vector<std::string> file_names(const char* folder, std::string_view end) {
+std::vector<std::string> file_names(const char* folder, std::string_view end, bool* is_whole) {
   std::vector<std::string> names;
-  for_each_entry(folder, [&](const dirent& entry) {
+  const bool is_read = for_each_entry(folder, [&](const dirent& entry) {
     const std::string_view name = entry.d_name;
     if (name.size() <= end.size() || !name.ends_with(end)) return;
     const bool is_file =
         entry.d_type == DT_UNKNOWN ? file_size(path_in(folder, entry.d_name)) >= 0 : entry.d_type == DT_REG;
     if (is_file) names.emplace_back(name);
   });
+  if (is_whole != nullptr) *is_whole = is_read;
   std::ranges::sort(names);
   return names;
 }

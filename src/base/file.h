@@ -87,8 +87,9 @@ int64_t file_size(const std::string& path);
 // The names in a folder; none when it cannot be read.
 std::vector<std::string> names_in(const char* folder);
 
-// Those of its regular files that end with `end` and are longer, in order.
-std::vector<std::string> file_names(const char* folder, std::string_view end);
+// Those of its regular files that end with `end` and are longer, in order. `is_whole`, when given, gets
+// whether the folder was read to its end.
+std::vector<std::string> file_names(const char* folder, std::string_view end, bool* is_whole = nullptr);
 
 // Flushes the folder that holds `path`, so that the name of a new file or folder survives a power cut.
 bool flush_folder_of(const char* path);

@@ -4,23 +4,11 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 
 // The number at the start of the file's first characters, at most 18 of them (as strtol reads, kept inside an
 // int); nothing when the file cannot be opened or does not begin with a number.
 std::optional<int> read_value_file(const char* path, size_t characters = 14);
-
-// The same for who asks many times a second: what this program has written since counts at once, what another
-// one has within a second. `path` and `missing`, the number when there is none, are constants. One thread.
-struct recent_value {
-  const char* path;
-  int missing;
-  int64_t read_ns = 0;
-  uint32_t writes = 0;  // of this program, before it was read
-  int value = 0;
-};
-int read_recent_value(recent_value* recent);
 
 // False when the file could not be written; it then holds what it held.
 bool write_value_file(const char* path, int value);

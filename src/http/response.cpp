@@ -95,7 +95,7 @@ int send_job_status(http_connection* connection, int result) {
 void add_status(json_object* answer, bool good) { add_text(answer, "status", good ? "OK" : "BAD_REQUEST"); }
 
 int send_text(http_connection* connection, const char* key, const std::string& text) {
-  return send_member(connection, key, [&](auto* body) { append_json_string(body, as_utf8(text.c_str())); });
+  return send_member(connection, key, [&](auto* body) { append_json_string(body, as_utf8(text)); });
 }
 
 int send_number(http_connection* connection, const char* key, int64_t number) {

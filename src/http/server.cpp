@@ -254,7 +254,8 @@ void serve_new_connection(http_server* server) {
   if (server->free == nullptr) set_accepting(server, false);
 }
 
-void finish_returned(http_server* server) {
+void finish_returned(void* its) {
+  auto* server = static_cast<http_server*>(its);
   uint64_t count = 0;
   if (read(server->return_fd, &count, sizeof count) < 0) return;
   http_connection* connection = nullptr;
@@ -269,6 +270,17 @@ void finish_returned(http_server* server) {
     finish_connection(connection);
     connection = next;
   }
+}
+
+// Listener, watches, and a connection in each record.
+int event_slots(const http_server& server) {
+  return 1 + static_cast<int>(server.watches.size()) + server.maximum_connections;
+}
+
+const http_watch* find_watch(const http_server* server, const void* what) {
+  for (const http_watch& watch : server->watches)
+    if (&watch == what) return &watch;
+  return nullptr;
 }
 
 // Each step of http_server_init; false after tracing why.
@@ -288,14 +300,14 @@ bool open_listener(http_server* server) {
 }
 
 bool open_poll(http_server* server) {
-  const int slots = server->maximum_connections + 2;
   server->epoll_fd = epoll_create1(EPOLL_CLOEXEC);
   if (server->epoll_fd < 0) return trace_failure("poll fail"), false;
-  server->events = static_cast<epoll_event*>(calloc(static_cast<size_t>(slots), sizeof(epoll_event)));
+  server->events =
+      static_cast<epoll_event*>(calloc(static_cast<size_t>(event_slots(*server)), sizeof(epoll_event)));
   if (server->events == nullptr) return trace_failure("events fail"), false;
   server->return_fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   if (!watch(server, EPOLL_CTL_ADD, server->fd, EPOLLIN, server) ||
-      !watch(server, EPOLL_CTL_ADD, server->return_fd, EPOLLIN, &server->returned))
+      !http_server_watch(server, {server->return_fd, finish_returned, server}))
     return trace_failure("poll control fail"), false;
   server->accepting = true;
   return true;
@@ -372,16 +384,25 @@ http_connection* http_server_accept_connection(http_server* server) {
   return connection->fd >= 0 ? connection : nullptr;
 }
 
+bool http_server_watch(http_server* server, const http_watch& watch_for) {
+  if (watch_for.fd < 0 || server->watch_count == server->watches.size()) return false;
+  http_watch& kept = server->watches[server->watch_count];
+  kept = watch_for;
+  if (!watch(server, EPOLL_CTL_ADD, kept.fd, EPOLLIN, &kept)) return false;
+  ++server->watch_count;
+  return true;
+}
+
 int http_server_process_events(http_server* server, int timeout_ms) {
   const bool accepting = server->accepting;  // a listener disarmed during this call stays so for one wait
-  const int count = epoll_wait(server->epoll_fd, server->events, server->maximum_connections + 2, timeout_ms);
+  const int count = epoll_wait(server->epoll_fd, server->events, event_slots(*server), timeout_ms);
   if (count < 0 && errno != EINTR) return trace_failure("bad wait"), -1;
   for (int i = 0; i < count; ++i) {
     const epoll_event& event = server->events[i];
     if (event.data.ptr == server) {
       serve_new_connection(server);
-    } else if (event.data.ptr == &server->returned) {
-      finish_returned(server);
+    } else if (const http_watch* watched = find_watch(server, event.data.ptr)) {
+      watched->act(watched->its);
     } else {
       serve_connection(static_cast<http_connection*>(event.data.ptr), event.events);
     }

@@ -56,6 +56,13 @@ struct http_connection {
   http_request request;
 };
 
+// Something else that the server's thread waits for: `act` is called when `fd` can be read.
+struct http_watch {
+  int fd = -1;
+  void (*act)(void* its) = nullptr;
+  void* its = nullptr;
+};
+
 struct http_server {
   int fd = -1;  // listening
   sockaddr_in address{};
@@ -70,6 +77,8 @@ struct http_server {
   uint64_t active_count = 0;
   uint64_t accepted_count = 0;
   int held_count = 0;
+  std::array<http_watch, 2> watches{};
+  size_t watch_count = 0;
   int return_fd = -1;  // an eventfd: connections have come back
   mutex return_lock{};
   http_connection* returned GUARDED_BY(return_lock) = nullptr;  // linked by next_held
@@ -83,6 +92,9 @@ void http_server_destroy(http_server* server);
 // Adds a route at the end of the list: the first that fits a request takes it. 0, or -1 when memory runs out.
 int http_server_register_handler(http_server* server, const char* method, const char* path,
                                  http_handler handler, http_close_handler close_handler, void* user_data);
+
+// False when it cannot be waited for.
+bool http_server_watch(http_server* server, const http_watch& watch);
 
 // Waits up to `timeout_ms` and serves what has happened. 0, or -1 when waiting failed.
 int http_server_process_events(http_server* server, int timeout_ms);

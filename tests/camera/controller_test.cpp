@@ -1,4 +1,5 @@
 // The camera thread, the controller's worker and settings, and the hold-to-run loops.
+#include "base/text.h"
 #include "base/thread.h"
 #include "camera/defaults_worker.h"
 #include "camera/depth_of_field.h"
@@ -160,7 +161,7 @@ struct HoldLoops : testing::Test {
       const size_t colon = std::min(word.size(), word.find(':'));
       const auto act = acts.find(word.substr(0, colon));
       if (act != acts.end()) {
-        act->second(colon < word.size() ? atoi(&word[colon + 1]) : 60000);
+        act->second(colon < word.size() ? number_or_zero(&word[colon + 1]) : 60000);
       } else if (word.starts_with("refused:")) {
         EXPECT_EQ(link->block.packet(), "810104" + word.substr(8) + "FF");
         link->hear("906003FF");

@@ -147,6 +147,7 @@ TEST_F(stored_takes, are_listed_as_they_are_now) {
   EXPECT_EQ(names(), "one5100.0 % six4 ");
   insert(true);
   put(kStick + "/six", 2);
+  list_only(kStick + "/other.json", "two");
   EXPECT_EQ(names(), "one5 six450.0 % ");
   list_only(kTakes + "/aa.json", "two");
   fs::rename(kTakes + "/b.json", kTakes + "/c.json");
@@ -160,6 +161,15 @@ TEST_F(stored_takes, are_listed_as_they_are_now) {
   for (int i = 0; i < 20'000; ++i) put(kTakes + (i % 2 == 0 ? "/even" : "/odd"), 1);  // more than is told
   put(kTakes + "/two", 7);
   EXPECT_EQ(names(), "two7 six4 ");
+  put(kTakes + "/two", 8);
+  list_only(kTakes + "/b.json", "two");
+  for (int free_ones = 0; free_ones < 4; ++free_ones) {  // nothing that failed is kept
+    const int lowest = dup(STDERR_FILENO);
+    close(lowest);
+    const no_more_files none(static_cast<rlim_t>(lowest + free_ones));
+    names();
+  }
+  EXPECT_EQ(names(), "two8 two8 six4 ");
   fs::remove_all(kTakes);
   EXPECT_EQ(names(), "");
   fs::create_directory(kTakes);

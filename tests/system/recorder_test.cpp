@@ -1,5 +1,6 @@
 // Takes as crews make them: the daemon, the real ffmpeg, and the simulated encoder's stream.
 
+#include "base/text.h"
 #include "system/unit.h"
 
 namespace {
@@ -170,7 +171,7 @@ constexpr ending kEndings[] = {
 
 // The daemon's status, and whether it kept whoever stopped it waiting.
 void end_daemon(child* daemon, const ending& ending) {
-  const pid_t ffmpeg = atoi(shell_first_line("pgrep -f 'vx-1[.]mp4'", 20).c_str());
+  const pid_t ffmpeg = number_or_zero(shell_first_line("pgrep -f 'vx-1[.]mp4'", 20).c_str());
   const int64_t before = monotonic_ns();
   if (ffmpeg > 0 && ending.to_ffmpeg < 0) kill(ffmpeg, SIGTERM);
   daemon->signal(ending.signal);
