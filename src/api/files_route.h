@@ -1,4 +1,4 @@
-// Requests for a job on files: {"files": [...]}. HTTP thread.
+// Requests for a job on files: {"files": [...]}. Its lane.
 #pragma once
 
 #include <utility>

@@ -53,9 +53,9 @@ int get_status(http_connection* connection) {
 constexpr http_path kPaths[] = {
     {"/api/install/versions", get<get_versions>.in(files_lane)},
     {"/api/install/status", get<get_status>},
-    {"/api/install/software", post<post_install, kSoftware>},
-    {"/api/install/firmware", post<post_install, kFirmware>},
-    {"/api/install/camera", post<post_install, kCamera>},
+    {"/api/install/software", post<post_install, kSoftware>.in(files_lane)},
+    {"/api/install/firmware", post<post_install, kFirmware>.in(files_lane)},
+    {"/api/install/camera", post<post_install, kCamera>.in(files_lane)},
 };
 
 }  // namespace

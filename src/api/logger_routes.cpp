@@ -43,7 +43,7 @@ int get_files(http_connection* connection) {
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/logger/readings", get<get_readings>},
+    {"/api/logger/readings", get<get_readings>.in(files_lane)},
     {"/api/logger/log_file", get<get_file>.in(files_lane), post<post_file>.in(store_lane)},
     {"/api/logger/reset", post<post_reset>.in(store_lane)},
     {"/api/logger/files", get<get_files>.in(files_lane)},

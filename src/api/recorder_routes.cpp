@@ -38,12 +38,17 @@ int mark() {
   return result;
 }
 
-constexpr action_route kStart{"start", orb_start_recorder};
 constexpr action_route kStop{"stop", stop_and_keep};
 constexpr action_route kPause{"pause", orb_pause_recorder};
 constexpr action_route kResume{"resume", orb_resume_recorder};
 constexpr action_route kSave{"save", mark};
 constexpr action_route kRemove{"remove", orb_remove_recorder_image};
+
+// A stop that came while the start waited in its lane is for its take.
+int post_start(http_connection* connection) {
+  trace(kTraceApi, "start");
+  return send_status(connection, start_recorder(connection->asked_ns) == 0);
+}
 
 int post_action(http_connection* connection, const action_route& route) {
   trace(kTraceApi, "%s", route.message);
@@ -165,7 +170,7 @@ int post_image_cache(http_connection* connection, const char* body, unsigned lon
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/camera/recorder/start", post<post_action, kStart>.in(store_lane)},
+    {"/api/camera/recorder/start", post<post_start>.in(store_lane)},
     {"/api/camera/recorder/stop", post<post_action, kStop>.in(store_lane)},
     {"/api/camera/recorder/pause", post<post_action, kPause>.in(store_lane)},
     {"/api/camera/recorder/resume", post<post_action, kResume>.in(store_lane)},

@@ -254,7 +254,7 @@ struct record_text {
 };
 
 const record_text& text_of_record(const unit_state& unit) {
-  static record_text kept;  // HTTP thread
+  static record_text& kept = *new record_text;  // HTTP thread, which the end of the process does not stop
   // Padding that differs only has it written anew.
   // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   if (kept.first.empty() || memcmp(&kept.values, &unit.values, sizeof unit.values) != 0) {

@@ -1,5 +1,6 @@
 #include "http/lane.h"
 
+#include "base/clock.h"
 #include "base/thread.h"
 #include "http/response.h"
 
@@ -10,6 +11,7 @@ http_connection* await_request(http_lane* lane) {
   while (lane->first == nullptr) lane->asked.wait(lane->lock);
   http_connection* connection = lane->first;
   lane->first = connection->next_held;
+  lane->since_ns = monotonic_ns();
   return connection;
 }
 
@@ -18,11 +20,17 @@ void answer(http_connection* connection, http_handler handler) {
   handler(connection, request.content, static_cast<unsigned long>(request.content_length), nullptr);
 }
 
+void leave(http_lane* lane) {
+  const mutex_lock lock(lane->lock);
+  --lane->count;
+}
+
 void* serve_for_ever(void* argument) {
   auto* lane = static_cast<http_lane*>(argument);
   for (;;) {
     http_connection* connection = await_request(lane);
     answer(connection, connection->held_for);
+    leave(lane);
     http_connection_return(connection);
   }
 }
@@ -34,12 +42,18 @@ bool run(http_lane* lane) REQUIRES(lane->lock) {
   return lane->is_running;
 }
 
+bool is_hanging(const http_lane& lane) REQUIRES(lane.lock) {
+  return lane.count >= kLaneLimit && monotonic_ns() - lane.since_ns > kLaneHangs_ns;
+}
+
 }  // namespace
 
 int answer_in_lane(http_lane* lane, http_connection* connection, http_handler handler) {
   const mutex_lock lock(lane->lock);
   if (!run(lane)) return answer(connection, handler), 0;
-  if (!http_connection_hold(connection, handler)) return send_job_status(connection, 1);
+  if (is_hanging(*lane)) return send_job_status(connection, 1);
+  ++lane->count;
+  http_connection_hold(connection, handler);
   connection->next_held = nullptr;
   (lane->first == nullptr ? lane->first : lane->last->next_held) = connection;
   lane->last = connection;

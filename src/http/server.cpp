@@ -21,6 +21,9 @@ namespace {
 
 constexpr size_t kReadSize = 8192;
 constexpr int kDrainReads = 32;  // of kReadSize each, before a close
+// A reply that is longer, or that took longer, could be lost to what the peer sends meanwhile.
+constexpr size_t kSmallReply = 8192;
+constexpr int64_t kAtOnce_ns = kNanosecondsPerMillisecond / 2;
 constexpr int64_t kStallLimit_ns = 5'000 * kNanosecondsPerMillisecond;
 
 constexpr std::string_view kNotFound =
@@ -158,9 +161,11 @@ bool answer_request(http_connection* connection) {
     return true;
   }
   connection->route = route;
+  connection->asked_ns = monotonic_ns();
   const int result = route->handler(connection, request.content,
                                     static_cast<unsigned long>(request.content_length), route->user_data);
   if (connection->held_for != nullptr) return true;
+  connection->is_drained &= monotonic_ns() - connection->asked_ns < kAtOnce_ns;
   if (result <= 0 || connection->unsent != nullptr) {
     finish_connection(connection);
     return true;
@@ -246,6 +251,7 @@ void serve_new_connection(http_server* server) {
   if (connection == nullptr) {
     if (errno == EAGAIN) return;
     trace_failure("accept error");
+    if (errno == EINVAL) listen(server->fd, server->maximum_connections);  // somebody has shut it
     // Out of descriptors, say: not to be asked again for one wait, or epoll_wait would return at once for
     // ever.
     return set_accepting(server, false);
@@ -266,7 +272,6 @@ void finish_returned(void* its) {
   while (connection != nullptr) {
     http_connection* next = connection->next_held;
     connection->held_for = nullptr;
-    --server->held_count;
     finish_connection(connection);
     connection = next;
   }
@@ -412,14 +417,10 @@ int http_server_process_events(http_server* server, int timeout_ms) {
   return 0;
 }
 
-bool http_connection_hold(http_connection* connection, http_handler handler) {
-  http_server* server = connection->server;
-  if (server->held_count >= server->maximum_connections - kHttpFreeOfHeld) return false;
-  ++server->held_count;
+void http_connection_hold(http_connection* connection, http_handler handler) {
   unwatch_connection(connection);
   connection->is_drained = false;
   connection->held_for = handler;
-  return true;
 }
 
 void http_connection_return(http_connection* connection) {
@@ -443,6 +444,7 @@ void http_connection_send(http_connection* connection, const char* header, size_
   if (count < 0) count = 0;
   const auto sent = static_cast<size_t>(count);
   const size_t total = header_length + body_length;
+  connection->is_drained &= total < kSmallReply;
   if (sent == total) return;
 
   auto* rest = static_cast<char*>(malloc(total));

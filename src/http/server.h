@@ -49,6 +49,7 @@ struct http_connection {
   sockaddr_in peer{};
   socklen_t peer_length = sizeof(sockaddr_in);
   http_route* route = nullptr;  // whose handler owns the connection
+  int64_t asked_ns = 0;         // when its request was whole
   char* unsent = nullptr;       // heap: the part of the reply that the socket did not take at once
   size_t unsent_length = 0;
   size_t unsent_sent = 0;
@@ -76,7 +77,6 @@ struct http_server {
   http_connection* active = nullptr;
   uint64_t active_count = 0;
   uint64_t accepted_count = 0;
-  int held_count = 0;
   std::array<http_watch, 2> watches{};
   size_t watch_count = 0;
   int return_fd = -1;  // an eventfd: connections have come back
@@ -100,10 +100,8 @@ bool http_server_watch(http_server* server, const http_watch& watch);
 int http_server_process_events(http_server* server, int timeout_ms);
 
 // For a handler that has its connection answered elsewhere, and then returns 1: the server leaves the
-// connection alone until it comes back, and closes it then as after a handler's return. False when so many
-// are held that the rest is needed for who waits for nothing.
-inline constexpr int kHttpFreeOfHeld = 3;
-bool http_connection_hold(http_connection* connection, http_handler handler);
+// connection alone until it comes back, and closes it then as after a handler's return.
+void http_connection_hold(http_connection* connection, http_handler handler);
 
 // Any thread; the connection is the server's from here on.
 void http_connection_return(http_connection* connection);

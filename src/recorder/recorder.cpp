@@ -133,13 +133,15 @@ void remember_texts() {
 }
 
 void signal_child(int number) REQUIRES(recorder.child_lock) {
-  if (recorder.child_pid > 0) kill(recorder.child_pid, number);
+  if (recorder.child_pid > 0 && recorder.is_child_ffmpeg) kill(recorder.child_pid, number);
 }
 
-// A stop that came before a start is not for its take.
-void forget_stops() {
+// A stop that came before a start was asked for is not for its take; false when one has come since.
+bool forget_stops(int64_t asked_ns) {
   const mutex_lock lock(recorder.child_lock);
+  if (recorder.stopped_ns > asked_ns) return false;
   recorder.is_stop_wanted = false;
+  return true;
 }
 
 int set_paused(int paused) {
@@ -186,6 +188,7 @@ bool is_recorder_child_running() {
 bool stop_take(int reason) {
   const mutex_lock lock(recorder.child_lock);
   recorder.is_stop_wanted = true;
+  recorder.stopped_ns = monotonic_ns();
   if (recorder.recording == 0) return false;
   trace(kTraceRecorder, "stop %d", reason);
   remember_texts();
@@ -193,8 +196,15 @@ bool stop_take(int reason) {
   recorder.recording = 0;
   recorder.paused = 0;
   recorder.error = 0;
-  if (recorder.child_pid > 0) end_ffmpeg(recorder.child_pid);
+  if (recorder.child_pid > 0 && recorder.is_child_ffmpeg) end_ffmpeg(recorder.child_pid);
   return true;
+}
+
+void tell_child_what_holds() {
+  const mutex_lock lock(recorder.child_lock);
+  recorder.is_child_ffmpeg = true;
+  if (recorder.recording == 0) return end_ffmpeg(recorder.child_pid);
+  if (recorder.paused != 0) signal_child(SIGSTOP);
 }
 
 void orb_create_recorder() {
@@ -217,10 +227,12 @@ void close_recorder() {
   for (int step = 0; step < kCloseSteps && is_recorder_child_running(); ++step) sleep_ms(kCloseStep_ms);
 }
 
-int orb_start_recorder() {
+int orb_start_recorder() { return start_recorder(monotonic_ns()); }
+
+int start_recorder(int64_t asked_ns) {
   if (recorder.recording != 0 || recorder.post_processing != 0 || is_recorder_held()) return -1;
   if (!change_stage(recorder_stage::idle, recorder_stage::preparing)) return -1;
-  forget_stops();
+  if (!forget_stops(asked_ns)) return change_stage(recorder_stage::preparing, recorder_stage::idle), -1;
   if (exists(paths::kTakeGuid)) {
     change_stage(recorder_stage::preparing, recorder_stage::completion_requested);
     return -1;

@@ -52,8 +52,10 @@ struct recorder_state {
   // Whoever clears `recording` asks the child to end; pause and resume signal under the same lock, or a late
   // SIGSTOP would cost the take.
   mutex child_lock;
-  pid_t child_pid GUARDED_BY(child_lock) = -1;         // -1 when there is none to be reaped
-  bool is_stop_wanted GUARDED_BY(child_lock) = false;  // of a take that has not begun yet
+  pid_t child_pid GUARDED_BY(child_lock) = -1;          // -1 when there is none to be reaped
+  bool is_child_ffmpeg GUARDED_BY(child_lock) = false;  // before it holds copies of the daemon's sockets
+  bool is_stop_wanted GUARDED_BY(child_lock) = false;   // of a take that has not begun yet
+  int64_t stopped_ns GUARDED_BY(child_lock) = 0;        // the last stop, whatever it found
   bool is_closed GUARDED_BY(child_lock) = false;
   bool is_held GUARDED_BY(child_lock) = false;  // the unit is about to end
 
@@ -77,6 +79,10 @@ bool is_recorder_held();
 
 // Clears `recording` and asks the child to end. False when nothing was recorded.
 bool stop_take(int reason);
+
+// Tells the child, which has become ffmpeg, what it was told before: a stop or a pause. Until then a stop
+// would shut the daemon's own sockets. Recording worker.
+void tell_child_what_holds();
 
 // Percent copied of the take that is being completed, 1 to 100; 0 when none is. Recording worker.
 void set_post_processing(int value);

@@ -147,6 +147,7 @@ beginning begin_take(const std::string& path, child_process* child) {
   if (recorder.is_stop_wanted || recorder.is_closed || recorder.is_held) return beginning::unwanted;
   if (path.empty() || start_ffmpeg(path, child) != 0) return beginning::failed;
   recorder.child_pid = child->pid;
+  recorder.is_child_ffmpeg = false;
   orb_service_recorder_watchdog();
   recorder.started_ns = monotonic_ns();
   recorder.error = 0;
@@ -188,6 +189,7 @@ bool run_take(const std::string& path, const child_process& child) {
   trace(kTraceRecorder, "started %d", child.pid);
   const int error = exec_error(child);
   if (error != 0) trace(kTraceRecorder, "rerror %d '%s'", -1, strerror(error));
+  tell_child_what_holds();
   watch_until_stopped(path);
   trace(kTraceRecorder, "record stopped");
   keep_stopped_take();  // a mark or note that was being written is there; none is written to it any more

@@ -209,9 +209,10 @@ TEST(HttpLane, AnswersInOrderWhileOthersAreServed) {
   EXPECT_EQ(unit.ask(kGet), kOk);
   EXPECT_EQ(unit.server->active_count, 5U);
   std::deque<client> more;
-  for (int i = 5; i < kHttpConnections - kHttpFreeOfHeld; ++i) more.emplace_back(put("6"));
+  while (more.size() + 5 < kLaneLimit) more.emplace_back(put("6"));
+  sleep_ms(kLaneHangs_ns / kNanosecondsPerMillisecond);
   unit.settle();
-  EXPECT_TRUE(unit.ask(put("7")).ends_with(R"({"status":"BUSY"})")) << "places are kept for others";
+  EXPECT_TRUE(unit.ask(put("7")).ends_with(R"({"status":"BUSY"})")) << "places are left for others";
   EXPECT_TRUE(unit.settle(10)) << "sleeps meanwhile";
   goes_on = true;
   EXPECT_EQ(unit.reply_to(&more.back()), "123 45" + std::string(more.size(), '6'));

@@ -2,9 +2,11 @@
 #include "recorder/recorder.h"
 
 #include <linux/magic.h>
+#include <sys/socket.h>
 #include <sys/statfs.h>
 
 #include "base/file_copy.h"
+#include "base/thread.h"
 #include "recorder/bench.h"
 #include "recorder/finished_takes.h"
 #include "store/settings.h"
@@ -69,6 +71,13 @@ int rename(const char* from, const char* to) noexcept {
   const bool is_followed = steps_to_the_cut >= 0 && std::string_view(from).ends_with(".new");
   if (is_followed && stat(from, &info) == 0) hollow[info.st_ino] = {to, false};
   return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+// A child is slow to become its program: this is the first that it calls.
+static std::atomic<bool> are_children_slow = false;
+pid_t setsid() noexcept {
+  if (are_children_slow) usleep(300'000);
+  return static_cast<pid_t>(syscall(SYS_setsid));
 }
 
 static bool is_vfat = false;
@@ -193,6 +202,33 @@ TEST_F(takes, a_start_describes_its_take) {
   hold_recorder_starts(true);
   EXPECT_EQ(begin_take().guid, "");
   hold_recorder_starts(false);
+  const int64_t asked_ns = monotonic_ns();
+  orb_stop_recorder();
+  set_stage(recorder_stage::idle);
+  EXPECT_EQ(start_recorder(asked_ns), -1) << "a stop has come while it waited";
+  EXPECT_EQ(read_guid(paths::kTakeGuid), "");
+}
+
+// Until a child is ffmpeg it has copies of our sockets.
+TEST_F(takes, a_stop_before_ffmpeg_is_there_shuts_no_socket_of_ours) {
+  const unique_fd listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(listen(listener.get(), 1), 0);
+  start_detached_thread("recorder", recording_worker, nullptr);
+  are_children_slow = true;
+  for (const bool is_paused : {false, true}) {
+    ASSERT_TRUE(await([] { return !is_recorder_busy(); }));
+    orb_start_recorder();
+    ASSERT_TRUE(await([] { return recorder.recording == 1; }));
+    if (is_paused) {
+      EXPECT_EQ(orb_pause_recorder(), 0);
+    }
+    EXPECT_EQ(orb_stop_recorder(), 0);
+    EXPECT_TRUE(await([] { return !is_recorder_child_running(); }));
+    int is_listening = 0;
+    socklen_t size = sizeof is_listening;
+    getsockopt(listener.get(), SOL_SOCKET, SO_ACCEPTCONN, &is_listening, &size);
+    EXPECT_EQ(is_listening, 1);
+  }
 }
 
 TEST_F(takes, a_start_moves_past_the_takes_that_are_there) {
