@@ -20,11 +20,39 @@
 #include "power_board/power_board.h"
 #include "seats/seats.h"
 #include "store/identity.h"
+#include "store/units.h"
 #include "supervisor/supervisor.h"
 #include "supervisor/versions.h"
 #include "visca/camera_thread.h"
 
 namespace {
+
+// Where the lenses are and what that means, kept as long as they and the units stay.
+struct lens_state {
+  int focus_position = -1;
+  int zoom_position = -1;
+  bool feet = false;
+  depth_of_field depth;
+  char zoom_magnification[16] = "";
+};
+
+const lens_state& load_lenses() {
+  static lens_state kept;  // HTTP thread
+  static bool is_current = false;
+  const visca_camera* camera = visca_thread_data.camera;
+  const int focus = camera == nullptr ? -1 : static_cast<int>(camera->focus_position.load());
+  const int zoom = camera == nullptr ? -1 : static_cast<int>(camera->zoom_position.load());
+  const bool feet = in_feet();
+  if (is_current && kept.focus_position == focus && kept.zoom_position == zoom && kept.feet == feet)
+    return kept;
+  kept.focus_position = focus;
+  kept.feet = feet;
+  kept.depth = load_depth_of_field(focus);
+  orb_load_camera_zoom_values(&kept.zoom_position, nullptr, kept.zoom_magnification,
+                              sizeof kept.zoom_magnification);
+  is_current = in_feet() == feet;
+  return kept;
+}
 
 // What the members are made of.
 struct unit_state {
@@ -32,25 +60,13 @@ struct unit_state {
   orb_power_board* board = power_board_now();  // may be null
   lighting_values lighting = load_lighting();
   lens_speeds speeds = load_lens_speeds();
-  int focus_position = -1;
-  depth_of_field depth;
-  int zoom_position = -1;
-  char zoom_magnification[16] = "";
+  const lens_state& lens = load_lenses();
+
+  unit_state() { orb_load_supervisor_values(&values); }
 };
 
 using v = supervisor_values;
 using b = orb_power_board;
-
-unit_state load_unit() {
-  unit_state unit;
-  orb_load_supervisor_values(&unit.values);
-  const visca_camera* camera = visca_thread_data.camera;
-  if (camera != nullptr) unit.focus_position = static_cast<int>(camera->focus_position.load());
-  unit.depth = load_depth_of_field(unit.focus_position);
-  orb_load_camera_zoom_values(&unit.zoom_position, nullptr, unit.zoom_magnification,
-                              sizeof unit.zoom_magnification);
-  return unit;
-}
 
 // A member's value, appended to the answer.
 using value_writer = void (*)(std::string* json, const unit_state& unit);
@@ -210,15 +226,15 @@ constexpr status_member kLiveMembers[] = {
     {"camera_type", camera_type},
     {"exposure_mode", mode<kept_exposure_mode>},
     {"focus_mode", mode<kept_focus_mode>},
-    {"focus_position", [](auto* json, auto& unit) { add_integer(json, unit.focus_position); }},
-    {"max_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.depth.far_limit); }},
-    {"min_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.depth.near_limit); }},
+    {"focus_position", [](auto* json, auto& unit) { add_integer(json, unit.lens.focus_position); }},
+    {"max_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.lens.depth.far_limit); }},
+    {"min_depth_of_field", [](auto* json, auto& unit) { add_string(json, unit.lens.depth.near_limit); }},
     {"focus_speed", focus_speed},
     {"laser_age", laser_age},
     {"laser_distance",
      [](auto* json, auto& unit) { add_string(json, load_laser_distance(unit.board).text); }},
-    {"zoom_position", [](auto* json, auto& unit) { add_integer(json, unit.zoom_position); }},
-    {"zoom_magnification", [](auto* json, auto& unit) { add_string(json, unit.zoom_magnification); }},
+    {"zoom_position", [](auto* json, auto& unit) { add_integer(json, unit.lens.zoom_position); }},
+    {"zoom_magnification", [](auto* json, auto& unit) { add_string(json, unit.lens.zoom_magnification); }},
     {"zoom_speed", zoom_speed},
     {"motor_type", text<&v::motor_type>},
     {"crit_temp_warning", heat<&v::hot, kDebugCriticalTemperature>},
@@ -268,12 +284,10 @@ const record_text& text_of_record(const unit_state& unit) {
 }
 
 int get_status(http_connection* connection) {
-  constexpr size_t kUsualLength = 2048;
-  const unit_state unit = load_unit();
+  static std::string& json = *new std::string;  // HTTP thread: its memory is used again
+  const unit_state unit;
   const record_text& record = text_of_record(unit);
-  std::string json;
-  json.reserve(kUsualLength);
-  json += record.first;
+  json = record.first;
   add_members(&json, kLiveMembers, unit);
   json += record.last;
   return send_json_text(connection, json);
