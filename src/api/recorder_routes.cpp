@@ -20,39 +20,40 @@ namespace {
 
 // --- takes and marks ---
 
+// Of the recorder, wished at `asked_ns` (monotonic): it may have waited in its lane since.
 struct action_route {
   const char* message;
-  int (*act)();  // 0, or -1
+  int (*act)(int64_t asked_ns);  // 0, or -1
 };
 
-int stop_and_keep() {
-  const int result = orb_stop_recorder();
+int stop_and_keep(int64_t asked_ns) {
+  const int result = stop_recorder(asked_ns);
   if (result == 0) keep_stopped_take();
   return result;
 }
 
 // A fresh distance accompanies the mark.
-int mark() {
+int mark(int64_t) {
   const int result = orb_save_recorder_image();
   if (orb_power_board* board = power_board_now()) orb_power_board_trigger_laser_reading(board);
   return result;
 }
 
-constexpr action_route kStop{"stop", stop_and_keep};
-constexpr action_route kPause{"pause", orb_pause_recorder};
-constexpr action_route kResume{"resume", orb_resume_recorder};
-constexpr action_route kSave{"save", mark};
-constexpr action_route kRemove{"remove", orb_remove_recorder_image};
-
-// A stop that came while the start waited in its lane is for its take.
-int post_start(http_connection* connection) {
-  trace(kTraceApi, "start");
-  return send_status(connection, start_recorder(connection->asked_ns) == 0);
+template <int (*Act)()>
+int whenever(int64_t) {
+  return Act();
 }
+
+constexpr action_route kStart{"start", start_recorder};
+constexpr action_route kStop{"stop", stop_and_keep};
+constexpr action_route kPause{"pause", whenever<orb_pause_recorder>};
+constexpr action_route kResume{"resume", whenever<orb_resume_recorder>};
+constexpr action_route kSave{"save", mark};
+constexpr action_route kRemove{"remove", whenever<orb_remove_recorder_image>};
 
 int post_action(http_connection* connection, const action_route& route) {
   trace(kTraceApi, "%s", route.message);
-  return send_status(connection, route.act() == 0);
+  return send_status(connection, route.act(connection->asked_ns) == 0);
 }
 
 // --- stored files ---
@@ -170,7 +171,7 @@ int post_image_cache(http_connection* connection, const char* body, unsigned lon
 }
 
 constexpr http_path kPaths[] = {
-    {"/api/camera/recorder/start", post<post_start>.in(store_lane)},
+    {"/api/camera/recorder/start", post<post_action, kStart>.in(store_lane)},
     {"/api/camera/recorder/stop", post<post_action, kStop>.in(store_lane)},
     {"/api/camera/recorder/pause", post<post_action, kPause>.in(store_lane)},
     {"/api/camera/recorder/resume", post<post_action, kResume>.in(store_lane)},

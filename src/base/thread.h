@@ -15,7 +15,7 @@ int start_thread(pthread_t* handle, const char* name, thread_body body, void* ar
 // The same for a thread that nobody joins: it ends with the process.
 int start_detached_thread(const char* name, thread_body body, void* argument);
 
-// Lets the calling thread run before those that serve requests when the processor is short, by nice and by
-// short turns. Threads and children that it starts are ordinary again. What the system refuses stays as it
-// is.
+// Lets the calling thread run before those that serve requests when the processor is short: as a real-time
+// thread, else by nice, else by short turns, as the system allows. Threads and children that it starts are
+// ordinary again.
 void run_before_others();

@@ -46,17 +46,30 @@ bool is_hanging(const http_lane& lane) REQUIRES(lane.lock) {
   return lane.count >= kLaneLimit && monotonic_ns() - lane.since_ns > kLaneHangs_ns;
 }
 
-}  // namespace
+enum class offered { taken, refused, no_thread };
 
-int answer_in_lane(http_lane* lane, http_connection* connection, http_handler handler) {
+offered offer(http_lane* lane, http_connection* connection, http_handler handler) {
   const mutex_lock lock(lane->lock);
-  if (!run(lane)) return answer(connection, handler), 0;
-  if (is_hanging(*lane)) return send_job_status(connection, 1);
+  if (!run(lane)) return offered::no_thread;
+  if (is_hanging(*lane)) return offered::refused;
   ++lane->count;
   http_connection_hold(connection, handler);
   connection->next_held = nullptr;
   (lane->first == nullptr ? lane->first : lane->last->next_held) = connection;
   lane->last = connection;
   lane->asked.signal();
-  return 1;
+  return offered::taken;
+}
+
+}  // namespace
+
+int answer_in_lane(http_lane* lane, http_connection* connection, http_handler handler) {
+  switch (offer(lane, connection, handler)) {
+    case offered::taken:
+      return 1;
+    case offered::refused:
+      return send_job_status(connection, 1);
+    default:
+      return answer(connection, handler), 0;
+  }
 }

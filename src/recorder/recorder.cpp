@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -185,10 +186,10 @@ bool is_recorder_child_running() {
   return recorder.child_pid >= 0;
 }
 
-bool stop_take(int reason) {
+bool stop_take(int reason, int64_t asked_ns) {
   const mutex_lock lock(recorder.child_lock);
   recorder.is_stop_wanted = true;
-  recorder.stopped_ns = monotonic_ns();
+  recorder.stopped_ns = std::max(recorder.stopped_ns, asked_ns);
   if (recorder.recording == 0) return false;
   trace(kTraceRecorder, "stop %d", reason);
   remember_texts();
@@ -223,7 +224,7 @@ void close_recorder() {
     const mutex_lock lock(recorder.child_lock);
     recorder.is_closed = true;
   }
-  stop_take(kStopByRequest);
+  stop_take(kStopByRequest, monotonic_ns());
   for (int step = 0; step < kCloseSteps && is_recorder_child_running(); ++step) sleep_ms(kCloseStep_ms);
 }
 
@@ -243,7 +244,8 @@ int start_recorder(int64_t asked_ns) {
   return recorder.error == 0 && recorder.recording != 0 ? 0 : -1;
 }
 
-int orb_stop_recorder() { return stop_take(kStopByRequest) ? 0 : -1; }
+int orb_stop_recorder() { return stop_recorder(monotonic_ns()); }
+int stop_recorder(int64_t asked_ns) { return stop_take(kStopByRequest, asked_ns) ? 0 : -1; }
 
 // While a take is only about to begin there is nothing to keep.
 void keep_stopped_take() {

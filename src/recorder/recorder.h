@@ -23,12 +23,14 @@ void close_recorder();
 // needed), or ffmpeg is slow to start (the take records then all the same).
 int orb_start_recorder();
 
-// The same for who had to wait: a stop that has come since `asked_ns` (monotonic) is for this take, -1.
-int start_recorder(int64_t asked_ns);
-
 // Ends the take, also one that a start has just asked for; -1 when none records. Texts and location that are
 // given from then on are the next take's. Never waits.
 int orb_stop_recorder();
+
+// The same for who wished it at `asked_ns` (monotonic) and had to wait: -1 for a start when a stop has been
+// wished since.
+int start_recorder(int64_t asked_ns);
+int stop_recorder(int64_t asked_ns);
 
 // After a stop: the take's texts, as they were then, and marks are on the disk. The worker does it too, some
 // 0.1 s later, and again with each try to complete the take until it succeeds.

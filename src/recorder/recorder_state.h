@@ -55,7 +55,7 @@ struct recorder_state {
   pid_t child_pid GUARDED_BY(child_lock) = -1;          // -1 when there is none to be reaped
   bool is_child_ffmpeg GUARDED_BY(child_lock) = false;  // before it holds copies of the daemon's sockets
   bool is_stop_wanted GUARDED_BY(child_lock) = false;   // of a take that has not begun yet
-  int64_t stopped_ns GUARDED_BY(child_lock) = 0;        // the last stop, whatever it found
+  int64_t stopped_ns GUARDED_BY(child_lock) = 0;        // when the last stop was wished
   bool is_closed GUARDED_BY(child_lock) = false;
   bool is_held GUARDED_BY(child_lock) = false;  // the unit is about to end
 
@@ -77,8 +77,9 @@ bool is_recorder_closed();
 // Whether no take is started: the daemon or the unit is about to end.
 bool is_recorder_held();
 
-// Clears `recording` and asks the child to end. False when nothing was recorded.
-bool stop_take(int reason);
+// Clears `recording` and asks the child to end. False when nothing was recorded. `asked_ns` (monotonic) is
+// when it was wished.
+bool stop_take(int reason, int64_t asked_ns);
 
 // Tells the child, which has become ffmpeg, what it was told before: a stop or a pause. Until then a stop
 // would shut the daemon's own sockets. Recording worker.

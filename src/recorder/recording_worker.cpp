@@ -164,7 +164,7 @@ void watch_until_stopped(const std::string& path) {
     sleep_until_ns(next);
     if (recorder.recording == 0) break;
     const int reason = watch_take(watch);
-    if (reason != 0) stop_take(reason);
+    if (reason != 0) stop_take(reason, monotonic_ns());
   }
 }
 

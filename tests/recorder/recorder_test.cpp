@@ -207,6 +207,10 @@ TEST_F(takes, a_start_describes_its_take) {
   set_stage(recorder_stage::idle);
   EXPECT_EQ(start_recorder(asked_ns), -1) << "a stop has come while it waited";
   EXPECT_EQ(read_guid(paths::kTakeGuid), "");
+  const int64_t again_ns = monotonic_ns();
+  stop_recorder(again_ns - 1);
+  start_recorder(again_ns);
+  EXPECT_NE(read_guid(paths::kTakeGuid), "") << "asked for behind the stop";
 }
 
 // Until a child is ffmpeg it has copies of our sockets.
