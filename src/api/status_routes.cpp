@@ -257,7 +257,7 @@ constexpr status_member kLastMembers[] = {
 
 void add_members(std::string* json, std::span<const status_member> members, const unit_state& unit) {
   for (const status_member& member : members) {
-    json->append(",\"").append(member.key).append("\":");
+    append_json_key(json, member.key);
     member.add_value(json, unit);
   }
 }
@@ -274,11 +274,11 @@ const record_text& text_of_record(const unit_state& unit) {
   // Padding that differs only has it written anew.
   // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   if (kept.first.empty() || memcmp(&kept.values, &unit.values, sizeof unit.values) != 0) {
-    kept = {unit.values, "", ""};
-    add_members(&kept.first, kRecordMembers, unit);
-    add_members(&kept.last, kLastMembers, unit);
-    kept.first.front() = '{';
-    kept.last += '}';
+    std::string json;
+    add_members(&json, kRecordMembers, unit);
+    const size_t length = json.size();
+    add_members(&json, kLastMembers, unit);
+    kept = {unit.values, json.substr(0, length), json.substr(length) + "}"};
   }
   return kept;
 }

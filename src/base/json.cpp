@@ -111,6 +111,10 @@ bool add_flag(json_object* object, const char* key, bool is_on) {
   return add_json_member(object, key, json_object_new_boolean(is_on ? 1 : 0));
 }
 
+void append_json_key(std::string* json, std::string_view key) {
+  json->append(json->empty() ? "{\"" : ",\"").append(key).append("\":");
+}
+
 // Nearly every text goes in as it is.
 void append_json_string(std::string* json, std::string_view text) {
   const auto is_escaped = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '"' || c == '\\'; };

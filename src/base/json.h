@@ -47,6 +47,9 @@ bool add_text(json_object* object, const char* key, const std::string& text);
 bool add_number(json_object* object, const char* key, int64_t number);
 bool add_flag(json_object* object, const char* key, bool is_on);
 
+// Appends the key of a member to an object that is being written, and opens it when `json` is empty.
+void append_json_key(std::string* json, std::string_view key);
+
 // Appends `text` to `json` as a string in quotes, as json-c writes it with slashes unescaped; nothing when
 // memory has run out.
 void append_json_string(std::string* json, std::string_view text);

@@ -53,9 +53,8 @@ void send_form(http_connection* connection, const reply_form& form, json_owner o
 // An object of one member, whose value `add` appends.
 template <typename Add>
 int send_member(http_connection* connection, const char* key, Add add) {
-  std::string body = "{";
-  append_json_string(&body, key);
-  body += ':';
+  std::string body;
+  append_json_key(&body, key);
   add(&body);
   body += '}';
   return send_json_text(connection, body);

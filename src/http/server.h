@@ -1,7 +1,7 @@
 // A small single-threaded HTTP/1.x server on non-blocking sockets and epoll: one request a connection,
 // answered by the first route that fits. Connection records are allocated once. A request that is there when
-// its connection is accepted, as nearly all are, costs six system calls; only a slower one is ever watched by
-// epoll. Everything here runs on the HTTP thread, but for what says otherwise.
+// its connection is accepted costs six system calls; only one that comes later is ever watched by epoll.
+// Everything here runs on the HTTP thread, but for what says otherwise.
 #pragma once
 
 #include <netinet/in.h>

@@ -45,7 +45,7 @@ struct take_folder : sized_folder {
 };
 
 void append_member(std::string* json, const char* key, const std::string& text) {
-  json->append(json->empty() ? "{\"" : ",\"").append(key).append("\":");
+  append_json_key(json, key);
   append_json_string(json, as_utf8(text));
 }
 

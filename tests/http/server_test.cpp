@@ -276,6 +276,9 @@ TEST(HttpServer, OutlivesClientsThatGo) {
     if (i % 10 == 9) unit.settle();
   }
   EXPECT_TRUE(unit.serve_until([&] { return unit.server->active_count == 0; }));
+  shutdown(unit.server->fd, SHUT_RD);  // somebody who had a copy of it
+  unit.settle();
+  EXPECT_EQ(unit.ask(kGet), kOk);
   EXPECT_EQ(client().fd, free_descriptor) << "none is left open";
 }
 
